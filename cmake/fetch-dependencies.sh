@@ -1,0 +1,61 @@
+#!/usr/bin/env bash
+# Brings the two dependencies that Debian 12 ships too old: the OpenXR headers (1.1.59 or newer) and
+# cpp-httplib as one header. Both are unpacked below .deps/ from newer suites of the mirror that apt is
+# already configured for; nothing is installed and apt's own lists stay as they are.
+#
+#   cmake/fetch-dependencies.sh [TARGET_DIRECTORY]      (default: .deps beside this folder)
+set -euo pipefail
+
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
+target=${1:-$root/.deps}
+openxr_header=$target/openxr/usr/include/openxr/openxr.h
+httplib_header=$target/httplib/httplib.h
+
+[ -f "$openxr_header" ] && [ -f "$httplib_header" ] && exit 0
+
+give_up() {
+  echo "fetch-dependencies: $1" >&2
+  echo "  Point CMake to your own copies instead: -DVELMOOR_OPENXR_INCLUDE_DIR=<dir holding openxr/openxr.h, 1.1.59 or newer>" >&2
+  echo "  and -DVELMOOR_HTTPLIB_INCLUDE_DIR=<dir holding the one-header httplib.h, 0.41 or newer>" >&2
+  exit 1
+}
+
+command -v apt-get >/dev/null 2>&1 || give_up "apt-get is not there"
+# Debian calls the main archive by several suite names over its life; updates and security are other archives.
+mirror=$(apt-get indextargets --format '$(REPO_URI) $(SUITE) $(ORIGIN)' 'Created-By: Packages' 2>/dev/null |
+         awk '$3 == "Debian" && $2 !~ /-/ { print $1; exit }')
+[ -n "$mirror" ] || give_up "apt knows no Debian mirror (run 'apt-get update' once)"
+
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+mkdir -p "$work/lists/partial" "$work/archives/partial" "$work/state" "$target"
+keyring=$(ls /usr/share/keyrings/debian-archive-keyring.* 2>/dev/null | head -n 1)
+[ -n "$keyring" ] || give_up "Debian's archive keyring is not there (package debian-archive-keyring)"
+cat > "$work/sources.list" <<SOURCES
+deb [signed-by=$keyring] $mirror testing main
+deb-src [signed-by=$keyring] $mirror testing main
+deb-src [signed-by=$keyring] $mirror trixie-backports main
+SOURCES
+: > "$work/state/status"
+
+own_apt() {
+  apt-get -qq -o Dir::Etc::sourcelist="$work/sources.list" -o Dir::Etc::sourceparts=- \
+    -o Dir::State::lists="$work/lists" -o Dir::State::status="$work/state/status" \
+    -o Dir::Cache="$work" -o Dir::Cache::archives="$work/archives" -o APT::Sandbox::User=root \
+    -o Acquire::Languages=none -o APT::Get::List-Cleanup=0 "$@"
+}
+
+echo "fetch-dependencies: OpenXR headers and cpp-httplib into ${target#"$PWD"/}" >&2
+own_apt update >/dev/null || give_up "the mirror does not serve the newer suites"
+cd "$work"
+own_apt download libopenxr-dev >/dev/null || give_up "the mirror has no newer libopenxr-dev"
+rm -rf "$target/openxr" "$target/httplib"
+dpkg-deb --extract "$work"/libopenxr-dev_*.deb "$target/openxr"
+# The loader's link library and CMake files of another suite must not be found by accident.
+find "$target/openxr" -mindepth 1 -not -path '*/include*' \( -type f -o -type l \) -delete
+
+own_apt source --download-only cpp-httplib/trixie-backports >/dev/null 2>&1 ||
+  own_apt source --download-only cpp-httplib >/dev/null || give_up "the mirror has no newer cpp-httplib"
+mkdir -p "$target/httplib"
+tar -xf "$work"/cpp-httplib_*.orig.tar.* --directory "$target/httplib" --strip-components=1 --wildcards '*/httplib.h'
+[ -f "$openxr_header" ] && [ -f "$httplib_header" ] || give_up "the packages do not hold the headers where they are expected"

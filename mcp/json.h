@@ -1,0 +1,26 @@
+// JSON as the whole system uses it: insertion-ordered, so that the order in which keys are written is the
+// order on the wire. Text from outside is parsed here and text for outside is dumped here, nowhere else.
+#pragma once
+
+#include <cstddef>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+
+namespace mcp {
+
+using json = nlohmann::ordered_json;
+
+// Nesting that a text may have. Copying and dumping a value recurse once a level, on stacks that belong to
+// the host application, so a hostile text must not choose the depth.
+inline constexpr std::size_t kMaxJsonDepth = 256;
+
+// The value of `text`. Throws json::exception if it is no JSON, or std::runtime_error if it is nested deeper
+// than kMaxJsonDepth.
+json parse_json(std::string_view text);
+
+// Compact text of `value`, or one indented by `indent` blanks. Bytes that are no UTF-8 become U+FFFD, so an
+// answer never vanishes for the sake of a name that somebody encoded wrongly.
+std::string dump_json(const json& value, int indent = -1);
+
+}  // namespace mcp
