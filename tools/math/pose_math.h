@@ -1,0 +1,40 @@
+// Quaternion and pose algebra in 32-bit floats, once for the hooks, the animations, the conversions and the
+// scene. Quaternions multiply by the Hamilton product; nothing is normalised, and conjugation stands for the
+// inverse, so unit quaternions are assumed where a rotation is meant.
+#pragma once
+
+#include <openxr/openxr.h>
+
+namespace orvanic_xr {
+
+inline constexpr XrPosef kIdentityPose = {{0.0f, 0.0f, 0.0f, 1.0f}, {0.0f, 0.0f, 0.0f}};
+
+constexpr XrVector3f Add(const XrVector3f& a, const XrVector3f& b) { return {a.x + b.x, a.y + b.y, a.z + b.z}; }
+
+constexpr XrVector3f Negate(const XrVector3f& v) { return {-v.x, -v.y, -v.z}; }
+
+constexpr XrVector3f Cross(const XrVector3f& a, const XrVector3f& b) {
+    return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
+}
+
+constexpr XrQuaternionf Multiply(const XrQuaternionf& a, const XrQuaternionf& b) {
+    return {a.w * b.x + a.x * b.w + a.y * b.z - a.z * b.y,  //
+            a.w * b.y - a.x * b.z + a.y * b.w + a.z * b.x,  //
+            a.w * b.z + a.x * b.y - a.y * b.x + a.z * b.w,  //
+            a.w * b.w - a.x * b.x - a.y * b.y - a.z * b.z};
+}
+
+constexpr XrQuaternionf Conjugate(const XrQuaternionf& q) { return {-q.x, -q.y, -q.z, q.w}; }
+
+// The vector part of q * (v, 0) * conjugate(q).
+constexpr XrVector3f Rotate(const XrQuaternionf& q, const XrVector3f& v) {
+    const XrQuaternionf rotated = Multiply(Multiply(q, {v.x, v.y, v.z, 0.0f}), Conjugate(q));
+    return {rotated.x, rotated.y, rotated.z};
+}
+
+// Pose `b`, given in the space of which `a` is the pose, in the space in which `a` is given.
+constexpr XrPosef Compose(const XrPosef& a, const XrPosef& b) {
+    return {Multiply(a.orientation, b.orientation), Add(a.position, Rotate(a.orientation, b.position))};
+}
+
+}  // namespace orvanic_xr
