@@ -1,0 +1,40 @@
+// What every tool asks about sessions, spaces and extensions of the running application.
+#pragma once
+
+#include <openxr/openxr.h>
+
+#include <memory>
+#include <string>
+
+#include "context/records.h"
+#include "context/session_context.h"
+#include "mcp/json.h"
+
+namespace orvanic_xr {
+
+using mcp::json;
+
+struct SessionResolution {
+    XrSession session = XR_NULL_HANDLE;
+    bool valid = false;
+    std::string error;  // empty if valid; what the agent reads otherwise, "Error: " or the stale handle report
+};
+
+// The session that `arguments` name in a numeric `session_handle`, which must be the active one, or else the
+// active session. `tool_name` heads the log lines and stands in the stale handle report.
+SessionResolution resolve_session_from_arguments(const json& arguments, const std::string& tool_name);
+SessionResolution validate_session_handle(XrSession session, const std::string& tool_name);
+
+// Space of `context` for "local", "stage", "local_floor" or "view", by exact name; null for any other name and
+// for a space that the context does not hold.
+XrSpace reference_space_for_name(const std::string& name, const SessionContext& context);
+// "local_floor" if the instance enabled XR_EXT_local_floor, else "local".
+std::string default_base_space();
+bool extension_enabled(const InstanceState& instance_data, const std::string& name);
+
+// Logs "<tool>: <message>" as an error and answers "Error: <answer>": a refusal as one statement. The second
+// form answers the message itself.
+json refuse(const std::string& tool_name, const std::string& message, const std::string& answer);
+json refuse(const std::string& tool_name, const std::string& message);
+
+}  // namespace orvanic_xr

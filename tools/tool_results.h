@@ -1,0 +1,22 @@
+// What a tool answers: a `content` array with one text item. Refusals are answers too, mostly beginning
+// "Error: "; a tool that throws is the server's business.
+#pragma once
+
+#include <string>
+
+#include "mcp/json.h"
+
+namespace orvanic_xr {
+
+using mcp::json;
+
+json make_text_tool_result(const std::string& text);
+
+// `value`, rounded to 4 decimals and dumped with an indent of 2, as the item's text.
+json make_json_tool_result(json value);
+
+// Rounds every finite floating-point number inside `value` to `decimals` decimals, half away from zero, and
+// turns negative zero into 0.0. Integers, texts and non-finite numbers stay.
+void round_json_numbers(json& value, int decimals);
+
+}  // namespace orvanic_xr
