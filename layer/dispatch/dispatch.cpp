@@ -31,11 +31,30 @@ void DispatchHolder::Replace(std::unique_ptr<NextDispatchTable> table, XrInstanc
         next_get_instance_proc_addr_ = next;
         has_table_.store(table_ != nullptr, std::memory_order_release);
     }
+    OpenRuntime();
 }
 
 XrInstance DispatchHolder::xr_instance() const {
     std::lock_guard lock(mutex_);
     return instance_;
+}
+
+DispatchHolder::RuntimeLease DispatchHolder::LeaseRuntime() const {
+    RuntimeLease lease;
+    lease.lock_ = std::shared_lock(runtime_mutex_);
+    if (!runtime_open_) lease.lock_.unlock();
+    return lease;
+}
+
+void DispatchHolder::CloseRuntime(XrInstance xr_instance) {
+    std::unique_lock gate(runtime_mutex_);
+    std::lock_guard lock(mutex_);
+    if (instance_ == xr_instance) runtime_open_ = false;
+}
+
+void DispatchHolder::OpenRuntime() {
+    std::unique_lock gate(runtime_mutex_);
+    runtime_open_ = true;
 }
 
 PFN_xrVoidFunction DispatchHolder::ResolveVoid(const char* name) const {

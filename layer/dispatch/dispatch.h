@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <memory>
 #include <mutex>
+#include <shared_mutex>
 
 #include "layer/dispatch/spatial_entity_ks.h"
 
@@ -64,10 +65,32 @@ class DispatchHolder {
 
     XrInstance xr_instance() const;
 
+    // Permission to call down for a thread that nobody joins. While one is held, CloseRuntime waits; an empty
+    // one means that the instance is gone and its runtime perhaps unloaded.
+    class RuntimeLease {
+     public:
+        explicit operator bool() const { return lock_.owns_lock(); }
+
+     private:
+        friend class DispatchHolder;
+        std::shared_lock<std::shared_mutex> lock_;
+    };
+    RuntimeLease LeaseRuntime() const;
+
+    // Ends the leases of `xr_instance` before it is destroyed; another instance's leases are left alone. The
+    // runtime opens with the next Replace, or with OpenRuntime when the destruction was refused.
+    void CloseRuntime(XrInstance xr_instance);
+    void OpenRuntime();
+
  private:
     PFN_xrVoidFunction ResolveVoid(const char* name) const;
 
     std::atomic<bool> has_table_ = false;
+
+    // Held shared across the runtime calls of a lease, so that no runtime is unloaded under one. Guards
+    // runtime_open_. Taken before mutex_.
+    mutable std::shared_mutex runtime_mutex_;
+    bool runtime_open_ = false;
 
     // Guards the three fields below.
     mutable std::mutex mutex_;
