@@ -1,0 +1,64 @@
+// Moves simulated devices over time. A tool starts an animation and waits on its future; the xrWaitFrame hook
+// advances all of them, once a frame. Nothing here knows OpenXR: an animation is two poses and a function that
+// applies one. Poses in metres and x, y, z, w; times in CLOCK_MONOTONIC nanoseconds.
+#pragma once
+
+#include <openxr/openxr.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <unordered_map>
+
+namespace orvanic_xr {
+
+enum AnimationResult : std::int32_t {
+    AnimationCompleted = 0,   // the end pose was applied
+    AnimationSuperseded = 1,  // ended by a newer animation of the same name, or by CancelAll
+    AnimationFailed = 2,      // the apply function returned false
+};
+
+struct ActiveAnimation {
+    std::string name;  // the key: one animation of a name runs at a time
+    XrPosef start_pose{};
+    XrPosef end_pose{};
+    float duration_seconds = 0.0f;
+    std::function<bool(const XrPosef&)> apply;
+    // Made by StartAnimation.
+    std::int64_t start_time = 0;
+    std::promise<AnimationResult> completion;
+};
+
+class PoseAnimationManager {
+ public:
+    static PoseAnimationManager& instance();
+
+    // Starts `animation` now. A running one of the same name ends as AnimationSuperseded. Any thread.
+    std::future<AnimationResult> StartAnimation(ActiveAnimation animation);
+
+    // Advances every animation by one frame. Frame thread only. Apply functions run with no lock held; what
+    // they throw goes to the caller, and their animation tries again at the next frame.
+    void Tick();
+
+    // Ends every animation as AnimationSuperseded; devices stay where their last step put them. Any thread.
+    void CancelAll();
+
+ private:
+    // Guards active_.
+    std::mutex mutex_;
+    std::unordered_map<std::string, std::shared_ptr<ActiveAnimation>> active_;
+};
+
+// Position linearly, orientation by normalised linear interpolation along the shorter arc; `t` is clamped to
+// 0..1. A zero quaternion stays one.
+XrPosef InterpolatePose(const XrPosef& start, const XrPosef& end, float t);
+
+// How long a tool waits for an animation of that duration: the duration and five seconds' grace for an
+// application that renders slowly. A duration that the clock can't hold ends at the clock's last moment.
+std::chrono::steady_clock::time_point AnimationDeadline(float duration_seconds);
+
+}  // namespace orvanic_xr
