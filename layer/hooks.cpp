@@ -1,0 +1,48 @@
+#include "layer/hooks.h"
+
+#include "diagnostics/verbose.h"
+#include "layer/dispatch/dispatch.h"
+
+namespace orvanic_xr {
+namespace {
+
+struct HookRow {
+    std::string_view name;
+    PFN_xrVoidFunction function;
+    bool only_when_verbose = false;
+};
+
+template <class Function>
+PFN_xrVoidFunction Erased(Function function) {
+    return reinterpret_cast<PFN_xrVoidFunction>(function);
+}
+
+// In the order of comparison; the first match wins.
+const HookRow kHooks[] = {
+    {"xrGetInstanceProcAddr", Erased(OrvanicLayerXrGetInstanceProcAddr)},
+};
+
+}  // namespace
+
+PFN_xrVoidFunction FindHook(std::string_view name) {
+    for (const HookRow& row : kHooks) {
+        // With the switch off such a function goes to the runtime with no code of ours on the way.
+        if (row.only_when_verbose && !VerboseLogging()) continue;
+        if (row.name == name) return row.function;
+    }
+    return nullptr;
+}
+
+XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrGetInstanceProcAddr(XrInstance instance, const char* name,
+                                                                 PFN_xrVoidFunction* function) try {
+    if (!name || !function) return XR_ERROR_VALIDATION_FAILURE;
+    *function = FindHook(name);
+    if (*function) return XR_SUCCESS;
+    const DispatchHolder& holder = DispatchHolder::instance();
+    if (!holder.has_table()) return XR_ERROR_HANDLE_INVALID;
+    return holder.Slot(&NextDispatchTable::GetInstanceProcAddr)(instance, name, function);
+} catch (...) {
+    return XR_ERROR_VALIDATION_FAILURE;
+}
+
+}  // namespace orvanic_xr
