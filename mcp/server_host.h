@@ -1,0 +1,61 @@
+// The two servers of the process: one on 0.0.0.0 and one on ::, both on one port.
+#pragma once
+
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "mcp/server.h"
+
+namespace orvanic_xr {
+
+// Any thread. The mutex is held through all of start() and stop(): a tool that runs while stop() waits for it
+// must not call back into the host.
+class McpServerHost {
+ public:
+    explicit McpServerHost(mcp::server_timings timings = {});
+    // Does not stop: the process-wide host lives until the process ends. An own one ends its servers here.
+    ~McpServerHost() = default;
+    McpServerHost(const McpServerHost&) = delete;
+    McpServerHost& operator=(const McpServerHost&) = delete;
+
+    static McpServerHost& instance();
+
+    // Starts both servers. True if one of them counts as started, which means that its threads run: a port that
+    // is taken shows later, in the log. Also true, with a warning, when they run already. With port 0 each
+    // server takes a free port of its own.
+    bool start(int port);
+
+    // Stops and destroys both servers; waits for tool calls that still run.
+    void stop();
+
+    // Adds `tool` to every server that exists, or replaces the one of that name.
+    void register_tool(const mcp::tool& tool, const mcp::tool_handler& handler);
+
+    // Told the name and version of each client that shook hands. Counts for servers started from now on.
+    void set_client_connected_callback(mcp::server::client_connected_callback callback);
+
+    // Null if that server is not there. It is there, though it serves nobody, when its port was taken.
+    std::shared_ptr<mcp::server> ipv4_server() const;
+    std::shared_ptr<mcp::server> ipv6_server() const;
+
+ private:
+    struct Family;
+    struct Listener {
+        std::shared_ptr<mcp::server> server;
+        std::unique_ptr<mcp::server_config> config;
+        bool running = false;
+    };
+
+    void StartLocked(const Family& family, Listener& listener, int port);
+    static void StopLocked(const Family& family, Listener& listener);
+
+    const mcp::server_timings timings_;
+
+    mutable std::mutex mutex_;  // all below
+    Listener ipv4_;
+    Listener ipv6_;
+    mcp::server::client_connected_callback client_connected_callback_;
+};
+
+}  // namespace orvanic_xr
