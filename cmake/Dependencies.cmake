@@ -32,6 +32,15 @@ target_link_libraries(velmoor_httplib INTERFACE Threads::Threads)
 
 find_package(nlohmann_json 3.11 REQUIRED)
 
+find_package(fmt 9 REQUIRED)
+
+# re2 from its archive. Versions since 2023 are built on abseil, whose CMake package then tells what to link.
+find_library(VELMOOR_RE2_ARCHIVE NAMES libre2.a REQUIRED)
+find_path(VELMOOR_RE2_INCLUDE_DIR NAMES re2/re2.h REQUIRED)
+add_library(velmoor_re2 INTERFACE)
+target_include_directories(velmoor_re2 SYSTEM INTERFACE ${VELMOOR_RE2_INCLUDE_DIR})
+target_link_libraries(velmoor_re2 INTERFACE ${VELMOOR_RE2_ARCHIVE} Threads::Threads)
+
 # The real loader, for examples and tests only; the runtime package is enough.
 find_library(VELMOOR_OPENXR_LOADER NAMES openxr_loader libopenxr_loader.so.1 REQUIRED)
 

@@ -1,0 +1,126 @@
+#include "diagnostics/machine_id.h"
+
+#include <pwd.h>
+#include <re2/re2.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <random>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace Machineid {
+
+namespace {
+
+// Empty if the user database has no entry for this user.
+std::string HomeOfUserDatabase() {
+    const long suggested = sysconf(_SC_GETPW_R_SIZE_MAX);
+    std::vector<char> buffer(suggested == -1 ? 16384 : static_cast<std::size_t>(suggested));
+    passwd entry{};
+    passwd* found = nullptr;
+    getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found);
+    return found && found->pw_dir ? found->pw_dir : "";
+}
+
+}  // namespace
+
+MachineIdHelper::MachineIdHelper() = default;
+MachineIdHelper::~MachineIdHelper() = default;
+
+std::filesystem::path MachineIdHelper::id_file_path() {
+    const std::filesystem::path directory = config_directory() / "KestXR" / "device_data";
+    try {
+        std::filesystem::create_directories(directory);
+    } catch (const std::exception&) {
+        std::fputs("ERROR: Failed to create device data directory\n", stderr);
+        return {};
+    }
+    return directory / "device_id.txt";
+}
+
+bool MachineIdHelper::exists(const std::filesystem::path& path) {
+    std::error_code ignored;
+    return std::filesystem::exists(path, ignored);
+}
+
+std::string MachineIdHelper::read(const std::filesystem::path& path) {
+    std::ifstream file(path);
+    std::string line;
+    std::getline(file, line);
+    return line;
+}
+
+void MachineIdHelper::write(const std::filesystem::path& path, const std::string& text) {
+    std::ofstream(path, std::ios::trunc) << text;
+}
+
+bool MachineIdHelper::is_valid(const std::string& text) {
+    static const RE2& uuid = *new RE2("^[0-9a-fA-F]{8}-[0-9a-fA-F]{4}-[0-9a-fA-F]{4}-[0-9a-fA-F]{4}-[0-9a-fA-F]{12}$");
+    return RE2::FullMatch(text, uuid);
+}
+
+std::filesystem::path MachineIdHelper::config_directory() {
+    std::string home = HomeOfUserDatabase();
+    if (home.empty()) {
+        const char* from_environment = std::getenv("HOME");
+        if (from_environment) home = from_environment;
+    }
+    if (home.empty()) return {};
+    return std::filesystem::path(home) / ".config";
+}
+
+std::string MachineIdHelper::generate() {
+    std::random_device device("default");
+    std::array<std::uint32_t, std::mt19937::state_size> seeds;
+    std::generate(seeds.begin(), seeds.end(), std::ref(device));
+    std::seed_seq sequence(seeds.begin(), seeds.end());
+    std::mt19937 twister(sequence);
+    std::uniform_int_distribution<std::uint32_t> any;
+
+    std::array<std::uint8_t, 16> bytes;
+    for (std::size_t i = 0; i < bytes.size(); i += 4) {
+        const std::uint32_t value = any(twister);
+        for (std::size_t byte = 0; byte < 4; ++byte) bytes[i + byte] = static_cast<std::uint8_t>(value >> (8 * byte));
+    }
+    bytes[6] = static_cast<std::uint8_t>((bytes[6] & 0x0f) | 0x40);
+    bytes[8] = static_cast<std::uint8_t>((bytes[8] & 0x3f) | 0x80);
+
+    constexpr char kDigits[] = "0123456789abcdef";
+    std::string text;
+    for (std::size_t i = 0; i < bytes.size(); ++i) {
+        if (i == 4 || i == 6 || i == 8 || i == 10) text.push_back('-');
+        text.push_back(kDigits[bytes[i] >> 4]);
+        text.push_back(kDigits[bytes[i] & 0x0f]);
+    }
+    return text;
+}
+
+MachineId::MachineId(std::shared_ptr<MachineIdHelper> helper) : helper_(std::move(helper)) {}
+
+MachineId::~MachineId() = default;
+
+std::string MachineId::get() {
+    if (!cached_id.empty()) return cached_id;
+    const std::filesystem::path path = helper_->id_file_path();
+    if (helper_->exists(path)) {
+        cached_id = helper_->read(path);
+        if (helper_->is_valid(cached_id)) return cached_id;
+    }
+    cached_id = helper_->generate();
+    helper_->write(path, cached_id);
+    return cached_id;
+}
+
+std::string get_machine_id() {
+    static MachineId& the = *new MachineId(std::make_shared<MachineIdHelper>());
+    return the.get();
+}
+
+}  // namespace Machineid
