@@ -1,0 +1,278 @@
+// openxr_get_controller_pose tells where a controller is: from the runtime while the user holds it, from the
+// mirror of the simulated poses once automation has taken over, because what the runtime then reports through
+// the layer's action spaces is not what the agent set. openxr_set_controller_pose moves a simulated controller.
+#include <future>
+#include <memory>
+
+#include "context/context_manager.h"
+#include "context/session_context.h"
+#include "diagnostics/logger.h"
+#include "layer/dispatch/dispatch.h"
+#include "tools/json_conversions.h"
+#include "tools/math/pose_math.h"
+#include "tools/session_tools.h"
+#include "tools/simulation/conformance_automation.h"
+#include "tools/simulation/pose_animation_manager.h"
+#include "tools/simulation/pose_arguments.h"
+#include "tools/simulation/simulation_tools.h"
+#include "tools/tool_results.h"
+
+namespace orvanic_xr {
+namespace {
+
+constexpr char kGetName[] = "openxr_get_controller_pose";
+constexpr char kSetName[] = "openxr_set_controller_pose";
+
+constexpr char kGetDescription[] =
+    "Get the pose of a controller relative to a base reference space. Returns { position: [x, y, z], orientation: [x, "
+    "y, z, w] }.\n\nWhen a controller is being simulated via the orvanic tools, this mirrors the simulated state: it "
+    "returns the simulated pose as valid + tracked and active, with \"simulated\": true, matching what the running "
+    "application observes.\n\nImportant: Since the controller poses are dynamic and change as the user moves the "
+    "controllers, ALWAYS call this tool to get fresh pose data whenever:\n- The user asks about their controller "
+    "position or orientation\n- The user asks about positions relative to their controller\n- You need controller "
+    "pose data for any calculation or comparison\n- Any time has passed since the last call\n\nNEVER use cached "
+    "controller pose data from previous tool calls, as the user may have moved their controllers.";
+
+constexpr char kSetDescription[] =
+    "Set the pose of a controller relative to a base reference space. At least one of 'position' or 'orientation' "
+    "must be provided. If only one is given, the other retains its current value.";
+
+// What a get or a set is about, once the arguments were read.
+struct ControllerInput {
+    std::string hand;       // "left" or "right"
+    std::string pose_type;  // "grip" or "aim"
+};
+
+XrAction PoseAction(const SessionContext& context, const ControllerInput& input) {
+    if (input.hand == "left") return input.pose_type == "grip" ? context.leftGripAction : context.leftAimAction;
+    return input.pose_type == "grip" ? context.rightGripAction : context.rightAimAction;
+}
+
+XrSpace PoseSpace(const SessionContext& context, const ControllerInput& input) {
+    if (input.hand == "left") return input.pose_type == "grip" ? context.leftGripSpace : context.leftAimSpace;
+    return input.pose_type == "grip" ? context.rightGripSpace : context.rightAimSpace;
+}
+
+bool IsPoseType(const std::string& pose_type) {
+    return pose_type == "aim" || pose_type == "grip";
+}
+
+std::string InvalidPoseTypeText(const std::string& pose_type) {
+    return "Invalid 'pose_type' parameter. Must be 'aim' or 'grip', got '" + pose_type + "'.";
+}
+
+json ControllerPoseResult(const XrPosef& pose, XrSpaceLocationFlags flags, json is_active, bool simulated) {
+    return make_json_tool_result({{"pose", pose_to_json(pose)},
+                                  {"flags", space_location_flags_to_json(flags)},
+                                  {"is_active", std::move(is_active)},
+                                  {"simulated", simulated}});
+}
+
+json RuntimePose(const SessionContext& context, XrSession session, const ControllerInput& input, XrSpace base_space,
+                 XrTime time) {
+    const XrActionStateGetInfo info{XR_TYPE_ACTION_STATE_GET_INFO, nullptr, PoseAction(context, input), XR_NULL_PATH};
+    XrActionStatePose state{XR_TYPE_ACTION_STATE_POSE, nullptr, XR_FALSE};
+    const auto get_state = DispatchHolder::instance().Slot(&NextDispatchTable::GetActionStatePose);
+    XrResult result = get_state ? get_state(session, &info, &state) : XR_ERROR_FUNCTION_UNSUPPORTED;
+    if (XR_FAILED(result)) {
+        const std::string number = std::to_string(static_cast<int>(result));
+        return refuse(kGetName, "xrGetActionStatePose failed with result: " + number,
+                      "xrGetActionStatePose failed (error code: " + number + ").");
+    }
+    if (!state.isActive) {
+        LogWarning(kGetName, ": ", input.pose_type, " pose action is not active for ", input.hand, " controller");
+    }
+    LogInfo(kGetName, ": Calling xrLocateSpace with time=", time);
+    const auto locate_space = DispatchHolder::instance().Slot(&NextDispatchTable::LocateSpace);
+    XrSpaceLocation location{XR_TYPE_SPACE_LOCATION, nullptr, 0, {}};
+    result = locate_space ? locate_space(PoseSpace(context, input), base_space, time, &location)
+                          : XR_ERROR_FUNCTION_UNSUPPORTED;
+    if (XR_FAILED(result)) {
+        const std::string number = std::to_string(static_cast<int>(result));
+        return refuse(kGetName, "xrLocateSpace failed with result: " + number,
+                      "xrLocateSpace failed (error code: " + number + ").");
+    }
+    // On purpose: a number here, a boolean from the mirror.
+    json answer = ControllerPoseResult(location.pose, location.locationFlags, state.isActive, false);
+    LogInfo(kGetName, ": Successfully retrieved ", input.hand, " controller pose");
+    return answer;
+}
+
+json MirrorPose(const SessionContext& context, const ControllerInput& input, const XrPosef& mirrored,
+                XrSpace base_space, XrTime time) {
+    XrPosef pose = mirrored;
+    if (context.stageSpace != XR_NULL_HANDLE && context.stageSpace != base_space) {
+        const auto locate_space = DispatchHolder::instance().Slot(&NextDispatchTable::LocateSpace);
+        XrSpaceLocation location{XR_TYPE_SPACE_LOCATION, nullptr, 0, {}};
+        if (!locate_space || XR_FAILED(locate_space(context.stageSpace, base_space, time, &location)) ||
+            !HasValidPose(location.locationFlags)) {
+            LogWarning(kGetName, ": could not transform simulated pose to base space; reporting STAGE-space pose");
+        } else {
+            pose = Compose(location.pose, mirrored);
+        }
+    }
+    constexpr XrSpaceLocationFlags kAllFlags = 0xF;
+    json answer = ControllerPoseResult(pose, kAllFlags, true, true);
+    LogInfo(kGetName, ": reporting simulated ", input.hand, " controller pose");
+    return answer;
+}
+
+json handle_get_controller_pose(const json& arguments, const std::string& /*session_id*/) {
+    LogInfo(kGetName, " tool called");
+    const HandArgument hand = read_hand_argument(arguments);
+    if (!hand.hand) return refuse(kGetName, hand.log_error, hand.error);
+    const std::string base_name = string_argument(arguments, "base_space", default_base_space());
+    const ControllerInput input{*hand.hand, string_argument(arguments, "pose_type", "grip")};
+    if (!IsPoseType(input.pose_type)) {
+        return refuse(kGetName, "Invalid pose_type value: " + input.pose_type, InvalidPoseTypeText(input.pose_type));
+    }
+    LogInfo(kGetName, ": hand=", input.hand, ", pose_type=", input.pose_type, ", base_space=", base_name);
+    const SessionResolution resolution = resolve_session_from_arguments(arguments, kGetName);
+    if (!resolution.valid) return make_text_tool_result(resolution.error);
+    const std::shared_ptr<SessionContext> context = ContextManager::instance().getSessionContext(resolution.session);
+    if (!context) {
+        return refuse(kGetName, "SessionContext not found", "SessionContext not found for the active session.");
+    }
+    if (context->session == XR_NULL_HANDLE) {
+        return refuse(kGetName, "SessionContext is not valid", "SessionContext is not valid.");
+    }
+    const XrSpace base_space = reference_space_for_name(base_name, *context);
+    if (base_space == XR_NULL_HANDLE) {
+        return refuse(kGetName, "Invalid or unavailable base_space: " + base_name, invalid_base_space_text(base_name));
+    }
+    if (PoseAction(*context, input) == XR_NULL_HANDLE) {
+        return refuse(kGetName, input.pose_type + " pose action is null for " + input.hand + " controller",
+                      input.pose_type + " pose action is not available for " + input.hand + " controller.");
+    }
+    if (PoseSpace(*context, input) == XR_NULL_HANDLE) {
+        return refuse(kGetName, input.pose_type + " pose action space is null for " + input.hand + " controller",
+                      input.pose_type + " pose action space is not available for " + input.hand + " controller.");
+    }
+    const XrTime time = context->CurrentLocateTime();
+    if (time == 0) {
+        LogWarning(kGetName, ": No frame timing data available");
+        return make_text_tool_result("Error: No frame timing data available. No frames have been rendered yet.");
+    }
+    if (context->conformance_automation_active) {
+        const int kind = input.pose_type == "aim" ? kAimKind : kGripKind;
+        const SimulatedPoseSlot slot = context->GetSimulatedControllerPose(hand_index(input.hand), kind);
+        if (slot.valid) return MirrorPose(*context, input, slot.pose, base_space, time);
+    }
+    return RuntimePose(*context, resolution.session, input, base_space, time);
+}
+
+// One input of one controller, as the runtime names it.
+struct InputTarget {
+    std::string top_level_path;
+    std::string input_source_path;
+    XrSpace base_space;
+};
+
+json MoveControllerOverTime(const InputTarget& target, const ControllerInput& input, const XrPosef& from,
+                            const XrPosef& to, float duration_seconds) {
+    ActiveAnimation animation;
+    animation.name = target.top_level_path + "/" + input.pose_type;
+    animation.start_pose = from;
+    animation.end_pose = to;
+    animation.duration_seconds = duration_seconds;
+    animation.apply = [target](const XrPosef& pose) {
+        return SetDeviceLocation(target.top_level_path, target.input_source_path, target.base_space, pose).ok;
+    };
+    std::future<AnimationResult> outcome = PoseAnimationManager::instance().StartAnimation(std::move(animation));
+    if (outcome.wait_until(AnimationDeadline(duration_seconds)) == std::future_status::timeout) {
+        PoseAnimationManager::instance().CancelAll();
+        return refuse(kSetName, kAnimationTimedOut);
+    }
+    switch (outcome.get()) {
+        case AnimationFailed:
+            return refuse(kSetName, "Animation failed while transitioning " + input.hand + " controller pose.");
+        case AnimationSuperseded:
+            return pose_set_result("Animation was superseded by a newer set_controller_pose call.");
+        case AnimationCompleted:
+            break;
+    }
+    return pose_set_result();
+}
+
+json handle_set_controller_pose(const json& arguments, const std::string& /*session_id*/) {
+    LogInfo(kSetName, " tool called");
+    const HandArgument hand = read_hand_argument(arguments);
+    if (!hand.hand) return refuse(kSetName, hand.error);
+    const std::string base_name = string_argument(arguments, "base_space", default_base_space());
+    const ControllerInput input{*hand.hand, string_argument(arguments, "pose_type", "grip")};
+    if (!IsPoseType(input.pose_type)) return refuse(kSetName, InvalidPoseTypeText(input.pose_type));
+    const PoseArguments given = read_pose_arguments(arguments);
+    if (!given.has_position() && !given.has_orientation()) {
+        return refuse(kSetName, "At least one of 'position' or 'orientation' must be provided.");
+    }
+    LogInfo(kSetName, ": hand=", input.hand, ", pose_type=", input.pose_type, ", base_space=", base_name,
+            ", has_position=", int{given.has_position()}, ", has_orientation=", int{given.has_orientation()});
+    const SessionResolution resolution = resolve_session_from_arguments(arguments, kSetName);
+    if (!resolution.valid) return refuse(kSetName, resolution.error);
+    const std::shared_ptr<SessionContext> context = ContextManager::instance().getSessionContext(resolution.session);
+    if (!context) return refuse(kSetName, "SessionContext not found for the active session.");
+    if (context->session == XR_NULL_HANDLE) return refuse(kSetName, "SessionContext is not valid.");
+    const OperationResult active = EnsureConformanceAutomationActive(*context);
+    if (!active.ok) return refuse(kSetName, active.error);
+
+    const std::string top_level_path = "/user/hand/" + input.hand;
+    const InputTarget target{top_level_path, top_level_path + "/input/" + input.pose_type + "/pose",
+                             reference_space_for_name(base_name, *context)};
+    if (target.base_space == XR_NULL_HANDLE) return refuse(kSetName, invalid_base_space_text(base_name));
+    const XrSpace space = PoseSpace(*context, input);
+    if (space == XR_NULL_HANDLE) {
+        return refuse(kSetName,
+                      input.pose_type + " pose action space is not available for " + input.hand + " controller.");
+    }
+    const auto query_current = [&](XrPosef& pose) {
+        return QueryDevicePose(space, target.base_space, context->CurrentLocateTime(), input.hand + " controller",
+                               pose);
+    };
+    XrPosef current = kIdentityPose;
+    // What was not given stays as it is, or identity where that can't be told.
+    if (!given.has_position() || !given.has_orientation()) query_current(current);
+    const XrPosef wanted = given.applied_to(current);
+    const float duration_seconds = duration_argument(arguments);
+    if (!(duration_seconds > 0.0f)) {
+        const OperationResult moved =
+            SetDeviceLocation(target.top_level_path, target.input_source_path, target.base_space, wanted);
+        if (moved.ok) return pose_set_result();
+        return refuse(kSetName, "Failed to set " + input.hand + " controller " + input.pose_type + " pose.");
+    }
+    XrPosef start = kIdentityPose;
+    if (!query_current(start)) {
+        return refuse(kSetName, "Cannot query current " + input.hand + " controller pose for animation start.");
+    }
+    return MoveControllerOverTime(target, input, start, wanted, duration_seconds);
+}
+
+}  // namespace
+
+ToolEntry make_openxr_get_controller_pose_tool_entry() {
+    ToolBuilder builder(kGetName, kGetDescription);
+    builder.add_number_parameter("session_handle", kSessionHandleDescription, false)
+        .add_string_parameter("hand", "Which hand's controller to get the pose for. Valid options: 'left' or 'right'",
+                              true)
+        .add_string_parameter("pose_type",
+                              "Which pose to get. 'grip' returns the grip pose (where the user holds the controller). "
+                              "'aim' returns the aim pose (pointing direction). Default: 'grip'",
+                              false)
+        .add_string_parameter("base_space", base_space_to_read_description(), false)
+        .set_hints(true, false, false, true);
+    return {builder.build(), handle_get_controller_pose, {}};
+}
+
+ToolEntry make_openxr_set_controller_pose_tool_entry() {
+    ToolBuilder builder(kSetName, kSetDescription);
+    builder.add_number_parameter("session_handle", kSessionHandleDescription, false)
+        .add_string_parameter("hand", "Which hand's controller to set the pose for. Must be 'left' or 'right'.", true)
+        .add_string_parameter("pose_type",
+                              "Which pose to set. 'grip' sets the grip pose (where the user holds the controller). "
+                              "'aim' sets the aim pose (pointing direction). Default: 'grip'",
+                              false);
+    add_pose_parameters(builder);
+    builder.set_hints(false, false, true, true);
+    return {builder.build(), handle_set_controller_pose, conformance_automation_enabled};
+}
+
+}  // namespace orvanic_xr

@@ -1,0 +1,194 @@
+// openxr_get_head_pose reads where the runtime says the view is. openxr_set_head_pose moves the simulated
+// headset, at once or smoothly, and carries both controllers along as if the user's whole body moved.
+#include <chrono>
+#include <future>
+#include <memory>
+
+#include "context/context_manager.h"
+#include "context/session_context.h"
+#include "diagnostics/logger.h"
+#include "layer/dispatch/dispatch.h"
+#include "tools/json_conversions.h"
+#include "tools/math/pose_math.h"
+#include "tools/session_tools.h"
+#include "tools/simulation/conformance_automation.h"
+#include "tools/simulation/pose_animation_manager.h"
+#include "tools/simulation/pose_arguments.h"
+#include "tools/simulation/simulation_tools.h"
+#include "tools/tool_results.h"
+
+namespace orvanic_xr {
+namespace {
+
+constexpr char kGetName[] = "openxr_get_head_pose";
+constexpr char kSetName[] = "openxr_set_head_pose";
+
+constexpr char kGetDescription[] =
+    "Get the pose of the VR headset relative to a base reference space. Returns { position: [x, y, z], orientation: "
+    "[x, y, z, w] }.\n\nImportant: Since the headset pose is dynamic and changes as the user moves, ALWAYS call this "
+    "tool to get fresh pose data whenever:\n- The user asks about their head/headset position or orientation\n- The "
+    "user asks about positions relative to their head/view\n- You need head pose data for any calculation or "
+    "comparison\n- Any time has passed since the last call\n\nNEVER use cached head pose data from previous tool "
+    "calls, as the user may have moved.";
+
+// On purpose without blanks behind the full stops, and with a line end at the end.
+constexpr char kSetDescription[] =
+    "Set the pose of the VR headset relative to a base reference space along with controllers/hands.At least one of "
+    "'position' or 'orientation' must be provided.If only one is given, the other retains its current value.\n";
+
+json handle_get_head_pose(const json& arguments, const std::string& /*session_id*/) {
+    LogInfo(kGetName, " tool called");
+    const std::string base_name = string_argument(arguments, "base_space", default_base_space());
+    LogInfo(kGetName, ": base_space=", base_name);
+    const SessionResolution resolution = resolve_session_from_arguments(arguments, kGetName);
+    if (!resolution.valid) return make_text_tool_result(resolution.error);
+    const std::shared_ptr<SessionContext> context = ContextManager::instance().getSessionContext(resolution.session);
+    if (!context) {
+        return refuse(kGetName, "SessionContext not found", "SessionContext not found for the active session.");
+    }
+    if (context->session == XR_NULL_HANDLE) {
+        return refuse(kGetName, "SessionContext is not valid", "SessionContext is not valid.");
+    }
+    const XrSpace base_space = reference_space_for_name(base_name, *context);
+    if (base_space == XR_NULL_HANDLE) {
+        return refuse(kGetName, "Invalid or unavailable base_space: " + base_name, invalid_base_space_text(base_name));
+    }
+    if (context->viewSpace == XR_NULL_HANDLE) {
+        return refuse(kGetName, "View reference space is null", "View reference space is not available.");
+    }
+    const XrTime time = context->CurrentLocateTime();
+    if (time == 0) {
+        LogWarning(kGetName, ": No frame timing data available");
+        return make_text_tool_result("Error: No frame timing data available. No frames have been rendered yet.");
+    }
+    LogInfo(kGetName, ": Calling xrLocateSpace with time=", time);
+    const auto locate_space = DispatchHolder::instance().Slot(&NextDispatchTable::LocateSpace);
+    XrSpaceLocation location{XR_TYPE_SPACE_LOCATION, nullptr, 0, {}};
+    const XrResult result =
+        locate_space ? locate_space(context->viewSpace, base_space, time, &location) : XR_ERROR_FUNCTION_UNSUPPORTED;
+    if (XR_FAILED(result)) {
+        const std::string number = std::to_string(static_cast<int>(result));
+        return refuse(kGetName, "xrLocateSpace failed with result: " + number,
+                      "xrLocateSpace failed (error code: " + number + ").");
+    }
+    json output = {{"pose", pose_to_json(location.pose)},
+                   {"flags", space_location_flags_to_json(location.locationFlags)}};
+    LogInfo(kGetName, ": Successfully retrieved head pose");
+    return make_json_tool_result(std::move(output));
+}
+
+// State of one head move: where everything was before it, in `base_space`. An animation keeps a copy, so every
+// step works from the start and the controllers keep their rigid relation to the head for the whole motion.
+struct HeadMoveContext {
+    XrSpace base_space = XR_NULL_HANDLE;
+    XrPosef old_head_pose = kIdentityPose;  // identity if it could not be located
+    bool left_located = false;
+    XrPosef left_pose = kIdentityPose;
+    bool right_located = false;
+    XrPosef right_pose = kIdentityPose;
+};
+
+// Only the aim input moves with the head: the grip input stays behind, on purpose.
+void MoveControllerWithHead(const XrPosef& delta, XrSpace base_space, const std::string& hand, const XrPosef& pose) {
+    const std::string top_level_path = "/user/hand/" + hand;
+    const OperationResult moved =
+        SetDeviceLocation(top_level_path, top_level_path + "/input/aim/pose", base_space, Compose(delta, pose));
+    if (!moved.ok) LogWarning(kSetName, ": Failed to move ", hand, " controller: ", moved.error);
+}
+
+// The rigid motion that takes pose `from` to pose `to`.
+XrPosef PoseDelta(const XrPosef& from, const XrPosef& to) {
+    const XrQuaternionf back = Conjugate(from.orientation);
+    return {Multiply(to.orientation, back),
+            Add(to.position, Rotate(to.orientation, Rotate(back, Negate(from.position))))};
+}
+
+// False if the head did not move; a controller that could not follow does not fail the move.
+bool ApplyHeadPose(const HeadMoveContext& move, const XrPosef& pose) {
+    if (!SetDeviceLocation(kHeadTopLevelPath, kHeadPosePath, move.base_space, pose).ok) return false;
+    const XrPosef delta = PoseDelta(move.old_head_pose, pose);
+    if (move.left_located) MoveControllerWithHead(delta, move.base_space, "left", move.left_pose);
+    if (move.right_located) MoveControllerWithHead(delta, move.base_space, "right", move.right_pose);
+    return true;
+}
+
+json MoveHeadOverTime(const HeadMoveContext& move, const XrPosef& target, float duration_seconds) {
+    ActiveAnimation animation;
+    animation.name = kHeadTopLevelPath;
+    animation.start_pose = move.old_head_pose;
+    animation.end_pose = target;
+    animation.duration_seconds = duration_seconds;
+    animation.apply = [move](const XrPosef& pose) { return ApplyHeadPose(move, pose); };
+    std::future<AnimationResult> outcome = PoseAnimationManager::instance().StartAnimation(std::move(animation));
+    if (outcome.wait_until(AnimationDeadline(duration_seconds)) == std::future_status::timeout) {
+        PoseAnimationManager::instance().CancelAll();
+        return refuse(kSetName, kAnimationTimedOut);
+    }
+    switch (outcome.get()) {
+        case AnimationFailed:
+            return refuse(kSetName, "Animation failed while transitioning head pose.");
+        case AnimationSuperseded:
+            return pose_set_result("Animation was superseded by a newer set_head_pose call.");
+        case AnimationCompleted:
+            break;
+    }
+    return pose_set_result();
+}
+
+json handle_set_head_pose(const json& arguments, const std::string& /*session_id*/) {
+    LogInfo(kSetName, " tool called");
+    const std::string base_name = string_argument(arguments, "base_space", default_base_space());
+    const PoseArguments given = read_pose_arguments(arguments);
+    if (!given.has_position() && !given.has_orientation()) {
+        return refuse(kSetName, "At least one of 'position' or 'orientation' must be provided.");
+    }
+    LogInfo(kSetName, ": base_space=", base_name, ", has_position=", int{given.has_position()},
+            ", has_orientation=", int{given.has_orientation()});
+    const SessionResolution resolution = resolve_session_from_arguments(arguments, kSetName);
+    if (!resolution.valid) return refuse(kSetName, resolution.error);
+    const std::shared_ptr<SessionContext> context = ContextManager::instance().getSessionContext(resolution.session);
+    if (!context) return refuse(kSetName, "SessionContext not found for the active session.");
+    if (context->session == XR_NULL_HANDLE) return refuse(kSetName, "SessionContext is not valid.");
+    const OperationResult active = EnsureConformanceAutomationActive(*context);
+    if (!active.ok) return refuse(kSetName, active.error);
+
+    HeadMoveContext move;
+    move.base_space = reference_space_for_name(base_name, *context);
+    if (move.base_space == XR_NULL_HANDLE) return refuse(kSetName, invalid_base_space_text(base_name));
+    const XrTime time = context->CurrentLocateTime();
+    const bool head_located = QueryDevicePose(context->viewSpace, move.base_space, time, "head", move.old_head_pose);
+    const XrPosef target = given.applied_to(move.old_head_pose);
+    const float duration_seconds = duration_argument(arguments);
+    if (head_located) {
+        move.left_located =
+            QueryDevicePose(context->leftAimSpace, move.base_space, time, "left controller", move.left_pose);
+        move.right_located =
+            QueryDevicePose(context->rightAimSpace, move.base_space, time, "right controller", move.right_pose);
+        if (duration_seconds > 0.0f) return MoveHeadOverTime(move, target, duration_seconds);
+    }
+    if (!ApplyHeadPose(move, target)) return refuse(kSetName, "Failed to set head pose.");
+    if (!head_located) {
+        LogWarning(kSetName, ": Could not query old head pose, controllers will not be moved with the head");
+    }
+    return pose_set_result();
+}
+
+}  // namespace
+
+ToolEntry make_openxr_get_head_pose_tool_entry() {
+    ToolBuilder builder(kGetName, kGetDescription);
+    builder.add_number_parameter("session_handle", kSessionHandleDescription, false)
+        .add_string_parameter("base_space", base_space_to_read_description(), false)
+        .set_hints(true, false, false, true);
+    return {builder.build(), handle_get_head_pose, {}};
+}
+
+ToolEntry make_openxr_set_head_pose_tool_entry() {
+    ToolBuilder builder(kSetName, kSetDescription);
+    builder.add_number_parameter("session_handle", kSessionHandleDescription, false);
+    add_pose_parameters(builder);
+    builder.set_hints(false, false, true, true);
+    return {builder.build(), handle_set_head_pose, conformance_automation_enabled};
+}
+
+}  // namespace orvanic_xr

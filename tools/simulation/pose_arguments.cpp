@@ -1,0 +1,99 @@
+#include "tools/simulation/pose_arguments.h"
+
+#include <algorithm>
+#include <utility>
+
+#include "tools/json_conversions.h"
+#include "tools/session_tools.h"
+#include "tools/tool_results.h"
+
+namespace orvanic_xr {
+namespace {
+
+const json* member(const json& arguments, const char* name) {
+    if (!arguments.is_object()) return nullptr;
+    const auto found = arguments.find(name);
+    return found == arguments.end() ? nullptr : &*found;
+}
+
+const json* array_argument(const json& arguments, const char* name, std::size_t length) {
+    const json* value = member(arguments, name);
+    return value && value->is_array() && value->size() == length ? value : nullptr;
+}
+
+}  // namespace
+
+std::string string_argument(const json& arguments, const char* name, std::string fallback) {
+    const json* value = member(arguments, name);
+    return value && value->is_string() ? value->get<std::string>() : std::move(fallback);
+}
+
+XrPosef PoseArguments::applied_to(XrPosef pose) const {
+    if (position) pose.position = vector3_from_json(*position);
+    if (orientation) pose.orientation = quaternion_from_json(*orientation);
+    return pose;
+}
+
+PoseArguments read_pose_arguments(const json& arguments) {
+    return {array_argument(arguments, "position", 3), array_argument(arguments, "orientation", 4)};
+}
+
+float duration_argument(const json& arguments) {
+    const json* value = member(arguments, "duration_seconds");
+    return value && value->is_number() ? std::max(0.0f, clamped_float(*value)) : 0.0f;
+}
+
+HandArgument read_hand_argument(const json& arguments) {
+    const json* value = member(arguments, "hand");
+    if (!value || !value->is_string()) {
+        return {{},
+                "Missing or invalid 'hand' parameter. Must be 'left' or 'right'.",
+                "Missing or invalid 'hand' parameter"};
+    }
+    const std::string hand = value->get<std::string>();
+    if (hand == "left" || hand == "right") return {hand, {}, {}};
+    return {
+        {}, "Invalid 'hand' parameter. Must be 'left' or 'right', got '" + hand + "'.", "Invalid hand value: " + hand};
+}
+
+int hand_index(const std::string& hand) {
+    return hand == "left" ? kLeftHand : kRightHand;
+}
+
+std::string invalid_base_space_text(const std::string& name) {
+    return "Invalid or unavailable base_space '" + name + "'. Valid options: 'local', 'stage', 'local_floor', 'view'.";
+}
+
+std::string base_space_to_read_description() {
+    return "The base reference space to locate against. Valid options: 'local' (local reference space, always "
+           "available), 'stage' (stage reference space), 'local_floor' (local floor reference space), 'view' (view "
+           "reference space). Default: '" +
+           default_base_space() + "'";
+}
+
+std::string base_space_to_write_description() {
+    return "Reference space the pose is expressed in. Valid: 'local', 'stage', 'local_floor', 'view'. Default: '" +
+           default_base_space() + "'";
+}
+
+void add_pose_parameters(ToolBuilder& builder) {
+    builder
+        .add_bounded_array_parameter("position", "Position [x, y, z] in meters relative to the base_space.", "number",
+                                     3, 3, false)
+        .add_bounded_array_parameter("orientation",
+                                     "Orientation as unit quaternion [x, y, z, w] relative to the base_space.",
+                                     "number", 4, 4, false)
+        .add_string_parameter("base_space", base_space_to_write_description(), false)
+        .add_number_parameter("duration_seconds",
+                              "Optional duration in seconds for smooth movement. Position interpolates linearly; "
+                              "orientation via normalized quaternion lerp. Default: 0 (instant).",
+                              false);
+}
+
+json pose_set_result(const std::string& note) {
+    json result = {{"success", true}};
+    if (!note.empty()) result["note"] = note;
+    return make_text_tool_result(mcp::dump_json(result, 2));
+}
+
+}  // namespace orvanic_xr

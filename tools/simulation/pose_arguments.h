@@ -1,0 +1,62 @@
+// Arguments that the pose tools share, read the way all of them read them: what is not of the expected kind
+// counts as not given.
+#pragma once
+
+#include <openxr/openxr.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "context/session_context.h"
+#include "mcp/json.h"
+#include "tools/tool_entry.h"
+
+namespace orvanic_xr {
+
+using mcp::json;
+
+inline constexpr char kSessionHandleDescription[] =
+    "The XR session handle. Optional — if not provided, uses the current active session.";
+inline constexpr char kAnimationTimedOut[] = "Animation timed out (application may have stopped rendering).";
+
+// A string argument, or `fallback` if it is absent or of another kind.
+std::string string_argument(const json& arguments, const char* name, std::string fallback);
+
+// What a set tool was asked to change: an array of another length counts as not given.
+struct PoseArguments {
+    const json* position = nullptr;     // three elements
+    const json* orientation = nullptr;  // four elements
+
+    bool has_position() const { return position != nullptr; }
+    bool has_orientation() const { return orientation != nullptr; }
+    // `pose` with what was given in its place. Throws the JSON library's type error for an element that is no
+    // number.
+    XrPosef applied_to(XrPosef pose) const;
+};
+PoseArguments read_pose_arguments(const json& arguments);
+
+// Seconds to move for; 0 if absent, of another kind or negative.
+float duration_argument(const json& arguments);
+
+// The hand of a controller tool: "left" or "right", or why there is none.
+struct HandArgument {
+    std::optional<std::string> hand;
+    std::string error;      // without "Error: "
+    std::string log_error;  // what a get tool writes to the log for it
+};
+HandArgument read_hand_argument(const json& arguments);
+
+int hand_index(const std::string& hand);
+
+// The texts that name a space which is not to be had, and the schema's `base_space` of get and set tools.
+std::string invalid_base_space_text(const std::string& name);
+std::string base_space_to_read_description();
+std::string base_space_to_write_description();
+// position, orientation, base_space and duration_seconds of a set tool, in this order.
+void add_pose_parameters(ToolBuilder& builder);
+
+// {"success": true}, and a `note` if there is one, as every set tool answers.
+json pose_set_result(const std::string& note = {});
+
+}  // namespace orvanic_xr
