@@ -1,6 +1,5 @@
 #include "tools/simulation/conformance_automation.h"
 
-#include <array>
 #include <memory>
 
 #include "context/context_manager.h"

@@ -1,12 +1,8 @@
 // openxr_set_controller_input presses buttons, pulls triggers and moves thumbstick axes of the simulated
 // controllers. With `auto_release` a short-lived thread lets go again after the hold, so that a press is one call.
 #include <algorithm>
-#include <array>
-#include <cctype>
 #include <chrono>
-#include <condition_variable>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
@@ -151,12 +147,6 @@ void ReleaseAfter(const ControllerInput& input, std::chrono::milliseconds hold) 
     }
 }
 
-const json* member(const json& arguments, const char* name) {
-    if (!arguments.is_object()) return nullptr;
-    const auto found = arguments.find(name);
-    return found == arguments.end() ? nullptr : &*found;
-}
-
 // Why the value does not suit the component, or nothing if it does.
 std::optional<std::string> RangeError(const Component& component, double value) {
     const auto got = [&] { return FixedText(value); };
@@ -177,7 +167,7 @@ std::optional<std::string> RangeError(const Component& component, double value) 
 // Why the `sub_component` does not suit the component, or nothing; fills the input's axis.
 std::optional<std::string> ReadSubComponent(const json& arguments, ControllerInput& input) {
     const bool thumbstick = input.component->kind == InputKind::kThumbstick;
-    const json* given = member(arguments, "sub_component");
+    const json* given = find_argument(arguments, "sub_component");
     if (!given || !given->is_string()) {
         if (thumbstick) return "'sub_component' is required for 'Thumbstick'. Must be 'X' or 'Y'.";
         return std::nullopt;
@@ -190,10 +180,9 @@ std::optional<std::string> ReadSubComponent(const json& arguments, ControllerInp
 
 // Starts the release thread if the call asks for one.
 bool StartAutoRelease(const json& arguments, const ControllerInput& input) {
-    const json* auto_release = member(arguments, "auto_release");
-    if (!auto_release || !auto_release->is_boolean() || !auto_release->get<bool>()) return false;
+    if (!flag_argument(arguments, "auto_release")) return false;
     double hold_seconds = 0.2;
-    const json* hold = member(arguments, "hold_duration");
+    const json* hold = find_argument(arguments, "hold_duration");
     if (hold && hold->is_number() && hold->get<double>() > 0.0) hold_seconds = hold->get<double>();
     std::thread(ReleaseAfter, input, HoldTime(hold_seconds)).detach();
     return true;
@@ -205,7 +194,7 @@ json handle_set_controller_input(const json& arguments, const std::string& /*ses
     const HandArgument hand = read_hand_argument(arguments);
     if (!hand.hand) return refuse(kName, hand.error);
     input.hand = *hand.hand;
-    const json* component = member(arguments, "component");
+    const json* component = find_argument(arguments, "component");
     if (!component || !component->is_string()) {
         return refuse(kName, "Missing or invalid 'component' parameter. Must be a string.");
     }
@@ -217,7 +206,7 @@ json handle_set_controller_input(const json& arguments, const std::string& /*ses
                                  (input.hand == "left" ? kLeftComponents : kRightComponents) + ".");
     }
     if (const auto error = ReadSubComponent(arguments, input)) return refuse(kName, *error);
-    const json* given_value = member(arguments, "value");
+    const json* given_value = find_argument(arguments, "value");
     if (!given_value || !given_value->is_number()) {
         return refuse(kName, "Missing or invalid 'value' parameter. Must be a number.");
     }

@@ -10,23 +10,12 @@
 namespace orvanic_xr {
 namespace {
 
-const json* member(const json& arguments, const char* name) {
-    if (!arguments.is_object()) return nullptr;
-    const auto found = arguments.find(name);
-    return found == arguments.end() ? nullptr : &*found;
-}
-
 const json* array_argument(const json& arguments, const char* name, std::size_t length) {
-    const json* value = member(arguments, name);
+    const json* value = find_argument(arguments, name);
     return value && value->is_array() && value->size() == length ? value : nullptr;
 }
 
 }  // namespace
-
-std::string string_argument(const json& arguments, const char* name, std::string fallback) {
-    const json* value = member(arguments, name);
-    return value && value->is_string() ? value->get<std::string>() : std::move(fallback);
-}
 
 XrPosef PoseArguments::applied_to(XrPosef pose) const {
     if (position) pose.position = vector3_from_json(*position);
@@ -39,12 +28,12 @@ PoseArguments read_pose_arguments(const json& arguments) {
 }
 
 float duration_argument(const json& arguments) {
-    const json* value = member(arguments, "duration_seconds");
+    const json* value = find_argument(arguments, "duration_seconds");
     return value && value->is_number() ? std::max(0.0f, clamped_float(*value)) : 0.0f;
 }
 
 HandArgument read_hand_argument(const json& arguments) {
-    const json* value = member(arguments, "hand");
+    const json* value = find_argument(arguments, "hand");
     if (!value || !value->is_string()) {
         return {{},
                 "Missing or invalid 'hand' parameter. Must be 'left' or 'right'.",

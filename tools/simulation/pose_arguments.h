@@ -10,6 +10,7 @@
 
 #include "context/session_context.h"
 #include "mcp/json.h"
+#include "tools/arguments.h"
 #include "tools/tool_entry.h"
 
 namespace orvanic_xr {
@@ -19,9 +20,6 @@ using mcp::json;
 inline constexpr char kSessionHandleDescription[] =
     "The XR session handle. Optional — if not provided, uses the current active session.";
 inline constexpr char kAnimationTimedOut[] = "Animation timed out (application may have stopped rendering).";
-
-// A string argument, or `fallback` if it is absent or of another kind.
-std::string string_argument(const json& arguments, const char* name, std::string fallback);
 
 // What a set tool was asked to change: an array of another length counts as not given.
 struct PoseArguments {
