@@ -8,6 +8,7 @@
 #include <string>
 
 #include "mcp/json.h"
+#include "tools/enum_names.h"
 
 namespace orvanic_xr {
 
@@ -21,9 +22,9 @@ json pose_to_json(const XrPosef& pose);      // position [x, y, z], orientation 
 // position_valid, orientation_valid, position_tracked, orientation_tracked
 json space_location_flags_to_json(XrSpaceLocationFlags flags);
 
-std::string iso8601_text(std::int64_t ns);           // UTC, "2026-01-02T03:04:05.006Z"
-std::string handle_to_hex(std::uint64_t handle);     // "0x1a2b", no padding
-const char* xr_result_to_string(XrResult result);    // registry name, or "Unknown"
+std::string iso8601_text(std::int64_t ns);             // UTC, "2026-01-02T03:04:05.006Z"
+std::string handle_to_hex(std::uint64_t handle);       // "0x1a2b", no padding
+const char* xr_result_to_string(XrResult result);      // registry name, or "Unknown"
 const char* session_state_name(XrSessionState state);  // "XR_SESSION_STATE_IDLE" ...
 
 // Numbers read out of arguments never leave their type: what doesn't fit is clamped to the nearest value that
@@ -31,6 +32,9 @@ const char* session_state_name(XrSessionState state);  // "XR_SESSION_STATE_IDLE
 // these throw its type error otherwise).
 std::uint64_t clamped_uint64(const json& value);
 float clamped_float(const json& value);
+
+// Whether the flag `name` is set: only JSON's own true sets one.
+bool flag_argument(const json& arguments, const char* name);
 
 // Vectors and quaternions given as arrays; the caller has checked the length.
 XrVector3f vector3_from_json(const json& array);
