@@ -4,7 +4,6 @@
 #include "diagnostics/logger.h"
 #include "layer/dispatch/handles.h"
 #include "tools/json_conversions.h"
-#include "tools/tool_results.h"
 
 namespace orvanic_xr {
 namespace {
@@ -108,15 +107,6 @@ std::string default_base_space() {
 
 bool extension_enabled(const InstanceState& instance_data, const std::string& name) {
     return instance_data.enabledExtensions.count(name) > 0;
-}
-
-json refuse(const std::string& tool_name, const std::string& message, const std::string& answer) {
-    LogError(tool_name, ": ", message);
-    return make_text_tool_result("Error: " + answer);
-}
-
-json refuse(const std::string& tool_name, const std::string& message) {
-    return refuse(tool_name, message, message);
 }
 
 }  // namespace orvanic_xr

@@ -9,6 +9,7 @@
 #include "context/records.h"
 #include "context/session_context.h"
 #include "mcp/json.h"
+#include "tools/tool_results.h"
 
 namespace orvanic_xr {
 
@@ -31,10 +32,5 @@ XrSpace reference_space_for_name(const std::string& name, const SessionContext& 
 // "local_floor" if the instance enabled XR_EXT_local_floor, else "local".
 std::string default_base_space();
 bool extension_enabled(const InstanceState& instance_data, const std::string& name);
-
-// Logs "<tool>: <message>" as an error and answers "Error: <answer>": a refusal as one statement. The second
-// form answers the message itself.
-json refuse(const std::string& tool_name, const std::string& message, const std::string& answer);
-json refuse(const std::string& tool_name, const std::string& message);
 
 }  // namespace orvanic_xr

@@ -3,6 +3,8 @@
 #include <cmath>
 #include <utility>
 
+#include "diagnostics/logger.h"
+
 namespace orvanic_xr {
 namespace {
 
@@ -35,6 +37,15 @@ void round_numbers_to_scale(json& value, double scale) {
 
 json make_text_tool_result(const std::string& text) {
     return text_content(text);
+}
+
+json refuse(const std::string& tool_name, const std::string& message, const std::string& answer) {
+    LogError(tool_name, ": ", message);
+    return make_text_tool_result("Error: " + answer);
+}
+
+json refuse(const std::string& tool_name, const std::string& message) {
+    return refuse(tool_name, message, message);
 }
 
 json make_json_tool_result(json value) {

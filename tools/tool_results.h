@@ -12,6 +12,11 @@ using mcp::json;
 
 json make_text_tool_result(const std::string& text);
 
+// Logs "<tool>: <message>" as an error and answers "Error: <answer>": a refusal as one statement. The second
+// form answers the message itself.
+json refuse(const std::string& tool_name, const std::string& message, const std::string& answer);
+json refuse(const std::string& tool_name, const std::string& message);
+
 // `value`, rounded to 4 decimals and dumped with an indent of 2, as the item's text.
 json make_json_tool_result(json value);
 
