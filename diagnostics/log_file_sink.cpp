@@ -102,7 +102,7 @@ void LogFileSink::begin_session(std::string_view name) noexcept try {
 
 std::string LogFileSink::OpenSessionLocked(std::string_view name) {
     if (active_.load(std::memory_order_relaxed)) {
-        TellConsole("LogFileSink::begin_session called twice; ignoring (still writing to '", filePath, ")");
+        TellConsole("LogFileSink::begin_session called twice; ignoring (still writing to '", file_path_, ")");
         return {};
     }
     const std::string root = LogRoot();
@@ -117,25 +117,25 @@ std::string LogFileSink::OpenSessionLocked(std::string_view name) {
         return {};
     }
     const std::string path = directory + "/" + LogFileName(name);
-    if (!stream.Open(path)) {
+    if (!stream_.Open(path)) {
         TellConsole("LogFileSink: failed to open '", path, "' — file logging disabled");
         return {};
     }
-    sessionDirectory = directory;
-    filePath = path;
+    session_directory_ = directory;
+    file_path_ = path;
     active_.store(true, std::memory_order_release);
-    stream.Write(SessionHeader());
+    stream_.Write(SessionHeader());
     return path;
 }
 
 void LogFileSink::write_line(std::string_view text) noexcept try {
     if (!active_.load(std::memory_order_acquire)) return;
     const std::lock_guard lock(mutex_);
-    if (!active_.load(std::memory_order_relaxed) || stream.failed()) return;
+    if (!active_.load(std::memory_order_relaxed) || stream_.failed()) return;
     line_.clear();
     AppendWithoutAnsi(line_, text);
     if (!text.ends_with('\n')) line_.push_back('\n');
-    stream.Write(line_);
+    stream_.Write(line_);
 } catch (...) {  // no memory for the copy
 }
 
@@ -144,11 +144,11 @@ void LogFileSink::end_session() noexcept try {
     mcp::logger::instance().set_sink({});  // before the lock, as in begin_session
     const std::lock_guard lock(mutex_);
     if (!active_.load(std::memory_order_relaxed)) return;
-    stream.Write("==== session ended at " + LocalTimeText(SystemNanoseconds(), kDateAndTime) + " ====\n");
-    stream.Close();
+    stream_.Write("==== session ended at " + LocalTimeText(SystemNanoseconds(), kDateAndTime) + " ====\n");
+    stream_.Close();
     active_.store(false, std::memory_order_release);
-    sessionDirectory.clear();
-    filePath.clear();
+    session_directory_.clear();
+    file_path_.clear();
 } catch (...) {  // no memory for the footer
 }
 

@@ -12,7 +12,7 @@
 
 namespace orvanic_xr {
 
-// Any thread. Taken last: nothing is locked and nobody is called while `mutex` is held.
+// Any thread. Taken last: nothing is locked and nobody is called while `mutex_` is held.
 class LogFileSink {
  public:
     LogFileSink() = default;
@@ -36,9 +36,9 @@ class LogFileSink {
     std::string OpenSessionLocked(std::string_view name);  // the path of the file, empty on failure
 
     std::mutex mutex_;  // everything below; active_ is also read without it
-    std::string sessionDirectory;
-    std::string filePath;
-    AppendFile stream;
+    std::string session_directory_;
+    std::string file_path_;
+    AppendFile stream_;
     std::string line_;  // the line being written; kept for its memory
     std::atomic<bool> active_{false};
 };

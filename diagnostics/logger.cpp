@@ -16,11 +16,17 @@ void Logger::set_level(std::int32_t level) {
     level_.store(level, std::memory_order_relaxed);
 }
 
+void Logger::set_observer(LogObserver* observer) {
+    const std::lock_guard lock(mutex_);
+    observer_ = observer;
+}
+
 void Logger::Write(std::int32_t line_level, std::string line) {
     const std::size_t length = line.size();
     line.push_back('\n');
 
     const std::lock_guard lock(mutex_);
+    if (observer_) observer_->OnLogLine(line_level, std::string_view(line).substr(0, length));
     if (line_level == kLogError) {
         WriteToStandardError(line);
     } else {

@@ -8,10 +8,21 @@
 #include <cstdint>
 #include <mutex>
 #include <string>
+#include <string_view>
 
 #include "diagnostics/log_line.h"
 
 namespace orvanic_xr {
+
+// Sees every line that is written, whole, before the console and the file do. It is called under the Logger's
+// mutex, so it must not log. For tests.
+class LogObserver {
+ public:
+    virtual void OnLogLine(std::int32_t level, std::string_view line) = 0;
+
+ protected:
+    ~LogObserver() = default;
+};
 
 // Lock order: `mutex_` of Logger, then the mutex of LogFileSink.
 class Logger {
@@ -26,6 +37,9 @@ class Logger {
     std::int32_t level() const noexcept { return level_.load(std::memory_order_relaxed); }
     void set_level(std::int32_t level);
 
+    // One at a time; null for none. Once it returns the one before is not called any more.
+    void set_observer(LogObserver* observer);
+
     // A filtered call costs the comparison and builds nothing.
     template <typename... Parts>
     void Log(std::int32_t line_level, const Parts&... parts) noexcept {
@@ -39,8 +53,9 @@ class Logger {
  private:
     void Write(std::int32_t line_level, std::string line);
 
-    std::mutex mutex_;  // one line at a time to the sinks; also taken to change level_
+    std::mutex mutex_;  // one line at a time to the sinks; also taken to change the two below
     std::atomic<std::int32_t> level_{kLogInfo};
+    LogObserver* observer_ = nullptr;
 
     static Logger instance_;
 };

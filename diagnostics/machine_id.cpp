@@ -10,28 +10,28 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
+#include <functional>
+#include <optional>
 #include <random>
+#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
 
 namespace Machineid {
 
-namespace {
-
-// Empty if the user database has no entry for this user.
-std::string HomeOfUserDatabase() {
+std::optional<std::string> HomeOfUserDatabase() {
     const long suggested = sysconf(_SC_GETPW_R_SIZE_MAX);
     std::vector<char> buffer(suggested == -1 ? 16384 : static_cast<std::size_t>(suggested));
     passwd entry{};
     passwd* found = nullptr;
     getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found);
-    return found && found->pw_dir ? found->pw_dir : "";
+    if (!found) return std::nullopt;
+    return found->pw_dir;
 }
 
-}  // namespace
+MachineIdHelper::MachineIdHelper(HomeSource home_of_user) : home_of_user_(home_of_user) {}
 
-MachineIdHelper::MachineIdHelper() = default;
 MachineIdHelper::~MachineIdHelper() = default;
 
 std::filesystem::path MachineIdHelper::id_file_path() {
@@ -51,10 +51,12 @@ bool MachineIdHelper::exists(const std::filesystem::path& path) {
 }
 
 std::string MachineIdHelper::read(const std::filesystem::path& path) {
+    // Whatever the file has become, no more of it is read than shows that its first line is no identity.
+    std::array<char, 256> start;
     std::ifstream file(path);
-    std::string line;
-    std::getline(file, line);
-    return line;
+    file.read(start.data(), start.size());
+    const std::string_view text(start.data(), static_cast<std::size_t>(file.gcount()));
+    return std::string(text.substr(0, text.find('\n')));
 }
 
 void MachineIdHelper::write(const std::filesystem::path& path, const std::string& text) {
@@ -67,13 +69,13 @@ bool MachineIdHelper::is_valid(const std::string& text) {
 }
 
 std::filesystem::path MachineIdHelper::config_directory() {
-    std::string home = HomeOfUserDatabase();
-    if (home.empty()) {
+    std::optional<std::string> home = home_of_user_();
+    if (!home) {
         const char* from_environment = std::getenv("HOME");
-        if (from_environment) home = from_environment;
+        if (!from_environment) return {};
+        home = from_environment;
     }
-    if (home.empty()) return {};
-    return std::filesystem::path(home) / ".config";
+    return std::filesystem::path(*home) / ".config";
 }
 
 std::string MachineIdHelper::generate() {
@@ -107,15 +109,15 @@ MachineId::MachineId(std::shared_ptr<MachineIdHelper> helper) : helper_(std::mov
 MachineId::~MachineId() = default;
 
 std::string MachineId::get() {
-    if (!cached_id.empty()) return cached_id;
+    if (!cached_id_.empty()) return cached_id_;
     const std::filesystem::path path = helper_->id_file_path();
     if (helper_->exists(path)) {
-        cached_id = helper_->read(path);
-        if (helper_->is_valid(cached_id)) return cached_id;
+        cached_id_ = helper_->read(path);
+        if (helper_->is_valid(cached_id_)) return cached_id_;
     }
-    cached_id = helper_->generate();
-    helper_->write(path, cached_id);
-    return cached_id;
+    cached_id_ = helper_->generate();
+    helper_->write(path, cached_id_);
+    return cached_id_;
 }
 
 std::string get_machine_id() {

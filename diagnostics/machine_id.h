@@ -5,14 +5,20 @@
 
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 
 namespace Machineid {
 
+// The home of this user by the user database, where there is an entry.
+std::optional<std::string> HomeOfUserDatabase();
+
 // The operations on the identity file. None reports a failure otherwise than by an empty answer.
 class MachineIdHelper {
  public:
-    MachineIdHelper();
+    using HomeSource = std::optional<std::string> (*)();
+
+    explicit MachineIdHelper(HomeSource home_of_user = HomeOfUserDatabase);
     virtual ~MachineIdHelper();
 
     // Creates the directory of the file. If it can't, says so on standard error and gives an empty path.
@@ -21,9 +27,12 @@ class MachineIdHelper {
     virtual std::string read(const std::filesystem::path& path);  // the first line
     virtual void write(const std::filesystem::path& path, const std::string& text);
     virtual bool is_valid(const std::string& text);
-    // "<home>/.config", with the home of the user database before that of the environment; empty without a home.
+    // "<home>/.config", or empty without a home. The user database comes before HOME.
     virtual std::filesystem::path config_directory();
     virtual std::string generate();  // a version 4 UUID in lower case
+
+ private:
+    HomeSource home_of_user_;
 };
 
 // Reads the identity once and keeps it. Has no lock: its caller has one.
@@ -37,7 +46,7 @@ class MachineId {
 
  private:
     std::shared_ptr<MachineIdHelper> helper_;
-    std::string cached_id;
+    std::string cached_id_;
 };
 
 // The identity of this user on this machine, the same for the life of the process.

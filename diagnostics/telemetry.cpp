@@ -34,9 +34,10 @@ void NoopTelemetryImpl::initialize(const std::string&, const std::string&, int) 
     LogInfo("Telemetry is disabled. Events will not be tracked.");
 }
 
-Telemetry::Telemetry() : Telemetry(std::make_unique<NoopTelemetryImpl>()) {}
+Telemetry::Telemetry() : Telemetry(std::make_unique<NoopTelemetryImpl>(), Machineid::get_machine_id) {}
 
-Telemetry::Telemetry(std::unique_ptr<ITelemetry> implementation) : implementation_(std::move(implementation)) {}
+Telemetry::Telemetry(std::unique_ptr<ITelemetry> implementation, MachineIdSource machine_id_source)
+    : implementation_(std::move(implementation)), machine_id_source_(machine_id_source) {}
 
 Telemetry::~Telemetry() {
     shutdown();
@@ -84,7 +85,7 @@ void Telemetry::initialize(std::string_view application_name, std::string_view v
         version_text_ = version_text;
         const char* project = std::getenv("KEST_PROJECT_TELEMETRY_ID");
         project_id_ = project ? project : "";
-        machine_id_ = Machineid::get_machine_id();
+        machine_id_ = machine_id_source_();
         implementation_->initialize(std::string(application_name), version_text_, 0);
         initialized_ = true;
         LogInfo("Telemetry initialized for: ", application_name);
@@ -224,10 +225,15 @@ TelemetryEvent Telemetry::NextEventLocked() {
 }
 
 std::string Telemetry::AnnotationsLocked() const {
-    std::string json = R"({"build_channel":"public")";
+    std::string json;
+    json.reserve(128 + engine_name_.size());
+    json += R"({"build_channel":"public")";
     if (application_info_set_) {
-        json += R"(,"engine_name":)" + JsonString(engine_name_);
-        json += R"(,"engine_version":")" + std::to_string(engine_version_) + '"';
+        json += R"(,"engine_name":)";
+        AppendJsonString(json, engine_name_);
+        json += R"(,"engine_version":")";
+        json += std::to_string(engine_version_);
+        json += '"';
     }
     json += proxy_used_.load(std::memory_order_relaxed) ? R"(,"proxy_used":true})" : R"(,"proxy_used":false})";
     return json;

@@ -9,13 +9,23 @@ namespace orvanic_xr {
 
 std::string TelemetryTimestamp(std::int64_t system_ns) {
     using namespace std::chrono;
-    const sys_seconds now{floor<seconds>(nanoseconds(system_ns))};
-    const sys_days today = floor<days>(now);
-    const year_month_day date(today);
+    const auto now = floor<seconds>(nanoseconds(system_ns));
+    const auto today = floor<days>(now);
+    const year_month_day date{sys_days(today)};
     const hh_mm_ss time(now - today);
-    return fmt::format("{:04}-{:02}-{:02}+{:02}:{:02}:{:02}", static_cast<int>(date.year()),
-                       static_cast<unsigned>(date.month()), static_cast<unsigned>(date.day()), time.hours().count(),
-                       time.minutes().count(), time.seconds().count());
+
+    std::string text = "0000-00-00+00:00:00";
+    const auto put = [&text](std::size_t last_digit, auto number) {
+        for (std::size_t at = last_digit; number > 0; --at, number /= 10)
+            text[at] = static_cast<char>('0' + number % 10);
+    };
+    put(3, static_cast<int>(date.year()));
+    put(6, static_cast<unsigned>(date.month()));
+    put(9, static_cast<unsigned>(date.day()));
+    put(12, time.hours().count());
+    put(15, time.minutes().count());
+    put(18, time.seconds().count());
+    return text;
 }
 
 std::string NewTelemetrySessionId() {
@@ -31,41 +41,21 @@ std::string NewTelemetrySessionId() {
                        (b & 0x3fff) | 0x8000, d, e & 0xffff);
 }
 
-std::string JsonString(std::string_view text) {
-    std::string quoted = "\"";
+void AppendJsonString(std::string& json, std::string_view text) {
+    constexpr std::string_view kEscaped = "\"\\\b\f\n\r\t";
+    constexpr std::string_view kLetters = "\"\\bfnrt";
+    json += '"';
     for (const char c : text) {
-        switch (c) {
-            case '"':
-                quoted += "\\\"";
-                break;
-            case '\\':
-                quoted += "\\\\";
-                break;
-            case '\b':
-                quoted += "\\b";
-                break;
-            case '\f':
-                quoted += "\\f";
-                break;
-            case '\n':
-                quoted += "\\n";
-                break;
-            case '\r':
-                quoted += "\\r";
-                break;
-            case '\t':
-                quoted += "\\t";
-                break;
-            default:
-                if (static_cast<unsigned char>(c) < 0x20) {
-                    quoted += fmt::format("\\u{:04x}", static_cast<unsigned>(c));
-                } else {
-                    quoted += c;
-                }
+        if (const std::size_t escape = kEscaped.find(c); escape != std::string_view::npos) {
+            json += '\\';
+            json += kLetters[escape];
+        } else if (static_cast<unsigned char>(c) < 0x20) {
+            json += fmt::format("\\u{:04x}", static_cast<unsigned>(c));
+        } else {
+            json += c;
         }
     }
-    quoted += '"';
-    return quoted;
+    json += '"';
 }
 
 }  // namespace orvanic_xr

@@ -48,7 +48,7 @@ std::string TelemetryTimestamp(std::int64_t system_ns);
 // Five random 32-bit values in the form of a version 4 UUID.
 std::string NewTelemetrySessionId();
 
-// `text` in quotes, escaped as JSON asks for.
-std::string JsonString(std::string_view text);
+// Appends `text` in quotes, escaped as JSON asks for.
+void AppendJsonString(std::string& json, std::string_view text);
 
 }  // namespace orvanic_xr
