@@ -1,0 +1,168 @@
+#include "tests/fakes/call_text.h"
+
+#include <initializer_list>
+
+namespace orvanic_xr {
+namespace {
+
+std::string Number(float number) {
+    char text[32];
+    return std::string(text, std::to_chars(text, text + sizeof text, number).ptr);
+}
+
+std::string Numbers(std::initializer_list<float> numbers) {
+    std::string text;
+    for (const float number : numbers) text += (text.empty() ? "" : " ") + Number(number);
+    return text;
+}
+
+std::string PoseText(const XrPosef& pose) {
+    const auto& [position, orientation] = std::pair(pose.position, pose.orientation);
+    return "[" + Numbers({position.x, position.y, position.z}) + " | " +
+           Numbers({orientation.x, orientation.y, orientation.z, orientation.w}) + "]";
+}
+
+bool IsIdentity(const XrPosef& pose) {
+    return PoseText(pose) == "[0 0 0 | 0 0 0 1]";
+}
+
+std::string ReferenceSpaceName(XrReferenceSpaceType type) {
+    switch (type) {
+        case XR_REFERENCE_SPACE_TYPE_VIEW:
+            return "VIEW";
+        case XR_REFERENCE_SPACE_TYPE_LOCAL:
+            return "LOCAL";
+        case XR_REFERENCE_SPACE_TYPE_STAGE:
+            return "STAGE";
+        case XR_REFERENCE_SPACE_TYPE_LOCAL_FLOOR:
+            return "LOCAL_FLOOR";
+        default:
+            return "reference space " + std::to_string(type);
+    }
+}
+
+}  // namespace
+
+std::string CallNames::handle(std::uint64_t value) const {
+    if (value == 0) return "null";
+    if (const auto found = handles.find(value); found != handles.end()) return found->second;
+    char text[16];
+    return "0x" + std::string(text, std::to_chars(text, text + sizeof text, value, 16).ptr);
+}
+
+std::string CallNames::path(XrPath path) const {
+    const auto found = paths.find(path);
+    return found != paths.end() ? found->second : std::to_string(path);
+}
+
+void CallText::put(const std::string& part) {
+    if (!text_.empty()) text_ += ", ";
+    text_ += part;
+}
+
+bool CallText::put_if_null(const void* pointer) {
+    if (!pointer) put("null");
+    return !pointer;
+}
+
+void CallText::add(float number) {
+    put(Number(number));
+}
+
+void CallText::add(const XrVector2f& vector) {
+    put("[" + Numbers({vector.x, vector.y}) + "]");
+}
+
+void CallText::add(const XrPosef& pose) {
+    put(PoseText(pose));
+}
+
+void CallText::add(const XrInstanceCreateInfo* info) {
+    if (put_if_null(info)) return;
+    std::string extensions;
+    for (std::uint32_t i = 0; i < info->enabledExtensionCount; ++i) {
+        const char* name = info->enabledExtensionNames[i];
+        extensions += (i == 0 ? "" : " ") + std::string(name ? name : "null");
+    }
+    put(std::string(info->applicationInfo.applicationName) + ", [" + extensions + "]");
+}
+
+void CallText::add(const XrSessionCreateInfo* info) {
+    if (!put_if_null(info)) put("systemId=" + std::to_string(info->systemId));
+}
+
+void CallText::add(const XrReferenceSpaceCreateInfo* info) {
+    if (put_if_null(info)) return;
+    put(ReferenceSpaceName(info->referenceSpaceType));
+    if (!IsIdentity(info->poseInReferenceSpace)) put(PoseText(info->poseInReferenceSpace));
+}
+
+void CallText::add(const XrActionSpaceCreateInfo* info) {
+    if (put_if_null(info)) return;
+    add(info->action);
+    if (info->subactionPath != XR_NULL_PATH) put(names_.path(info->subactionPath));
+    if (!IsIdentity(info->poseInActionSpace)) put(PoseText(info->poseInActionSpace));
+}
+
+void CallText::add(const XrActionSetCreateInfo* info) {
+    if (put_if_null(info)) return;
+    put(std::string(info->actionSetName) + ", \"" + info->localizedActionSetName +
+        "\", priority=" + std::to_string(info->priority));
+}
+
+void CallText::add(const XrActionCreateInfo* info) {
+    if (put_if_null(info)) return;
+    put(std::string(info->actionName) + ", \"" + info->localizedActionName +
+        "\", type=" + std::to_string(info->actionType));
+    if (info->countSubactionPaths != 0) put("subactions=" + std::to_string(info->countSubactionPaths));
+}
+
+void CallText::add(const XrFrameEndInfo* info) {
+    if (put_if_null(info)) return;
+    put("displayTime=" + std::to_string(info->displayTime) + ", layers=" + std::to_string(info->layerCount));
+}
+
+void CallText::add(const XrInteractionProfileSuggestedBinding* info) {
+    if (put_if_null(info)) return;
+    std::string bindings;
+    for (std::uint32_t i = 0; i < info->countSuggestedBindings; ++i) {
+        const XrActionSuggestedBinding& binding = info->suggestedBindings[i];
+        bindings +=
+            (i == 0 ? "" : ", ") + names_.handle(HandleValue(binding.action)) + " " + names_.path(binding.binding);
+    }
+    put(names_.path(info->interactionProfile) + ", [" + bindings + "]");
+}
+
+std::string CallText::join_action_sets(std::uint32_t count, const XrActionSet* sets) const {
+    std::string text;
+    for (std::uint32_t i = 0; i < count; ++i) text += (i == 0 ? "" : ", ") + names_.handle(HandleValue(sets[i]));
+    return "[" + text + "]";
+}
+
+void CallText::add(const XrSessionActionSetsAttachInfo* info) {
+    if (!put_if_null(info)) put(join_action_sets(info->countActionSets, info->actionSets));
+}
+
+void CallText::add(const XrActionsSyncInfo* info) {
+    if (put_if_null(info)) return;
+    std::string sets;
+    for (std::uint32_t i = 0; i < info->countActiveActionSets; ++i) {
+        const XrActiveActionSet& active = info->activeActionSets[i];
+        sets += (i == 0 ? "" : ", ") + names_.handle(HandleValue(active.actionSet));
+        if (active.subactionPath != XR_NULL_PATH) sets += " " + names_.path(active.subactionPath);
+    }
+    put("[" + sets + "]");
+}
+
+void CallText::add(const XrActionStateGetInfo* info) {
+    if (put_if_null(info)) return;
+    add(info->action);
+    if (info->subactionPath != XR_NULL_PATH) put(names_.path(info->subactionPath));
+}
+
+void CallText::add(const XrSpaceComponentStatusSetInfoKS* info) {
+    if (put_if_null(info)) return;
+    put("componentType=" + std::to_string(info->componentType) + ", enabled=" + std::to_string(info->enabled));
+}
+
+}  // namespace orvanic_xr
