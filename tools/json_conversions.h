@@ -22,10 +22,8 @@ json pose_to_json(const XrPosef& pose);      // position [x, y, z], orientation 
 // position_valid, orientation_valid, position_tracked, orientation_tracked
 json space_location_flags_to_json(XrSpaceLocationFlags flags);
 
-std::string iso8601_text(std::int64_t ns);             // UTC, "2026-01-02T03:04:05.006Z"
-std::string handle_to_hex(std::uint64_t handle);       // "0x1a2b", no padding
-const char* xr_result_to_string(XrResult result);      // registry name, or "Unknown"
-const char* session_state_name(XrSessionState state);  // "XR_SESSION_STATE_IDLE" ...
+std::string iso8601_text(std::int64_t ns);        // UTC, "2026-01-02T03:04:05.006Z"
+std::string handle_to_hex(std::uint64_t handle);  // "0x1a2b", no padding
 
 // Numbers read out of arguments never leave their type: what doesn't fit is clamped to the nearest value that
 // does, NaN becomes 0, fractions are cut off for integers. `value` must be a JSON number (as nlohmann's get<>,
