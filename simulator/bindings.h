@@ -1,0 +1,24 @@
+// From suggestions to bindings: what the application suggests for each profile, and what of it holds once the
+// sets are attached to a session.
+#pragma once
+
+#include <openxr/openxr.h>
+
+#include <cstdint>
+
+namespace simulator {
+
+XRAPI_ATTR XrResult XRAPI_CALL SuggestInteractionProfileBindings(XrInstance instance,
+                                                                 const XrInteractionProfileSuggestedBinding* suggested);
+XRAPI_ATTR XrResult XRAPI_CALL AttachSessionActionSets(XrSession session, const XrSessionActionSetsAttachInfo* info);
+XRAPI_ATTR XrResult XRAPI_CALL GetCurrentInteractionProfile(XrSession session, XrPath top_level_path,
+                                                            XrInteractionProfileState* profile);
+XRAPI_ATTR XrResult XRAPI_CALL EnumerateBoundSourcesForAction(XrSession session,
+                                                              const XrBoundSourcesForActionEnumerateInfo* info,
+                                                              std::uint32_t capacity, std::uint32_t* count,
+                                                              XrPath* sources);
+XRAPI_ATTR XrResult XRAPI_CALL GetInputSourceLocalizedName(XrSession session,
+                                                           const XrInputSourceLocalizedNameGetInfo* info,
+                                                           std::uint32_t capacity, std::uint32_t* count, char* buffer);
+
+}  // namespace simulator

@@ -1,0 +1,37 @@
+// The input devices of a session. There are none until one is switched on through the conformance automation,
+// and then it does what it is told and nothing by itself.
+#pragma once
+
+#include <openxr/openxr.h>
+
+#include <array>
+#include <cstddef>
+#include <optional>
+#include <vector>
+
+#include "simulator/profiles.h"
+
+namespace simulator {
+
+struct Device {
+    bool IsActive() const { return profile != nullptr; }
+    // Of a boolean source 0 or 1.
+    float Value(std::size_t source) const { return values[source]; }
+    // Of a two-axis source: what stands in its two axes.
+    XrVector2f Vector(TopLevel top, std::size_t source) const;
+
+    const Profile* profile = nullptr;
+    // One place for each source of the profile.
+    std::vector<float> values;
+    // In world coordinates; none until a location was set.
+    std::vector<std::optional<XrPosef>> poses;
+};
+
+struct Devices {
+    Device& operator[](TopLevel top) { return by_top_level[static_cast<std::size_t>(top)]; }
+    const Device& operator[](TopLevel top) const { return by_top_level[static_cast<std::size_t>(top)]; }
+
+    std::array<Device, kTopLevelCount> by_top_level;
+};
+
+}  // namespace simulator

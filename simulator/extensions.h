@@ -1,0 +1,27 @@
+// The instance extensions that the runtime offers, one row each.
+#pragma once
+
+#include <openxr/openxr.h>
+
+#include <cstdint>
+
+namespace simulator {
+
+inline constexpr char kConformanceAutomation[] = "XR_EXT_conformance_automation";
+inline constexpr char kLocalFloor[] = "XR_EXT_local_floor";
+inline constexpr char kProntoProfile[] = "XR_KEST_pronto_controller_plus";
+inline constexpr char kHeadless[] = "XR_MND_headless";
+
+struct Extension {
+    const char* name;
+    std::uint32_t version;
+    // Another extension that has to be enabled with it, or null.
+    const char* needs;
+};
+
+inline constexpr Extension kExtensions[] = {
+    {kHeadless, 2, nullptr},
+    {kLocalFloor, 1, nullptr},
+};
+
+}  // namespace simulator

@@ -1,0 +1,117 @@
+#include "simulator/frames.h"
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <utility>
+
+#include "simulator/runtime.h"
+#include "simulator/session.h"
+
+namespace simulator {
+namespace {
+
+void SleepUntil(XrTime time) {
+    using Clock = std::chrono::steady_clock;
+    std::this_thread::sleep_until(Clock::time_point(std::chrono::nanoseconds(time)));
+}
+
+bool IsShown(const Session& session) {
+    return session.state == XR_SESSION_STATE_VISIBLE || session.state == XR_SESSION_STATE_FOCUSED;
+}
+
+void RequireRunning(const Runtime& runtime, XrSession session) {
+    if (!runtime.Get(session)->running) Refuse(XR_ERROR_SESSION_NOT_RUNNING);
+}
+
+// Blocks until the frame before was begun and the next tick is there. The lock is open while it sleeps, and
+// the session may be ended, begun anew or gone afterwards.
+XrTime AwaitTick(Runtime& runtime, std::unique_lock<std::mutex>& lock, XrSession handle) {
+    RequireRunning(runtime, handle);
+    const auto session = runtime.Get(handle);
+    FrameLoop& frames = session->frames;
+    const XrTime epoch = frames.epoch();
+    const auto is_over = [&] { return !session->running || frames.epoch() != epoch || !runtime.IsAlive(handle); };
+    runtime.frame_changed.wait(lock, [&] { return is_over() || (!frames.waited && !frames.being_waited_for); });
+    XrTime tick = 0;
+    if (!is_over()) {
+        tick = frames.ClaimTick(Now());
+        frames.being_waited_for = true;
+        lock.unlock();
+        SleepUntil(tick);
+        lock.lock();
+        frames.being_waited_for = false;
+        runtime.frame_changed.notify_all();
+    }
+    runtime.Get(handle);
+    if (is_over()) Refuse(XR_ERROR_SESSION_NOT_RUNNING);
+    frames.waited = true;
+    return tick;
+}
+
+}  // namespace
+
+FrameLoop::FrameLoop(double frames_per_second) : period_(static_cast<XrDuration>(1e9 / frames_per_second)) {}
+
+void FrameLoop::Start(XrTime now) {
+    epoch_ = now;
+    last_tick_ = 0;
+    waited = false;
+    begun = false;
+}
+
+XrTime FrameLoop::ClaimTick(XrTime now) {
+    last_tick_ = std::max(last_tick_ + 1, (now - epoch_) / period_);
+    return epoch_ + last_tick_ * period_;
+}
+
+XrResult WaitFrame(XrSession session, const XrFrameWaitInfo* info, XrFrameState* state) {
+    return WithoutThrowing([&]() -> XrResult {
+        Runtime& runtime = Runtime::instance();
+        std::unique_lock lock(runtime.mutex);
+        const auto waiting = runtime.Get(session);
+        if (info) RequireType(info, XR_TYPE_FRAME_WAIT_INFO);
+        RequireType(state, XR_TYPE_FRAME_STATE);
+        const XrTime tick = AwaitTick(runtime, lock, session);
+        state->predictedDisplayTime = waiting->frames.DisplayTime(tick);
+        state->predictedDisplayPeriod = waiting->frames.period();
+        state->shouldRender = IsShown(*waiting);
+        return XR_SUCCESS;
+    });
+}
+
+XrResult BeginFrame(XrSession session, const XrFrameBeginInfo* info) {
+    return Guarded([&](Runtime& runtime) {
+        Session& owner = *runtime.Get(session);
+        if (info) RequireType(info, XR_TYPE_FRAME_BEGIN_INFO);
+        if (!owner.running) Refuse(XR_ERROR_SESSION_NOT_RUNNING);
+        if (!owner.frames.waited) Refuse(XR_ERROR_CALL_ORDER_INVALID);
+        owner.frames.waited = false;
+        const bool discarded = std::exchange(owner.frames.begun, true);
+        runtime.frame_changed.notify_all();
+        return discarded ? XR_FRAME_DISCARDED : XR_SUCCESS;
+    });
+}
+
+XrResult EndFrame(XrSession session, const XrFrameEndInfo* info) {
+    return Guarded([&](Runtime& runtime) {
+        Session& owner = *runtime.Get(session);
+        RequireType(info, XR_TYPE_FRAME_END_INFO);
+        if (!owner.running) Refuse(XR_ERROR_SESSION_NOT_RUNNING);
+        if (!owner.frames.begun) Refuse(XR_ERROR_CALL_ORDER_INVALID);
+        if (info->displayTime <= 0) Refuse(XR_ERROR_TIME_INVALID);
+        if (info->environmentBlendMode != XR_ENVIRONMENT_BLEND_MODE_OPAQUE) {
+            Refuse(XR_ERROR_ENVIRONMENT_BLEND_MODE_UNSUPPORTED);
+        }
+        if (info->layerCount > XR_MIN_COMPOSITION_LAYERS_SUPPORTED) Refuse(XR_ERROR_LAYER_LIMIT_EXCEEDED);
+        Require(info->layerCount == 0 || info->layers);
+        // Every layer shows a swapchain, and a headless session has none.
+        if (info->layerCount > 0) Refuse(XR_ERROR_LAYER_INVALID);
+        owner.frames.begun = false;
+        return XR_SUCCESS;
+    });
+}
+
+}  // namespace simulator

@@ -1,0 +1,180 @@
+#include "simulator/instance.h"
+
+#include <openxr/openxr_reflection.h>
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+
+#include "simulator/actions.h"
+#include "simulator/extensions.h"
+#include "simulator/runtime.h"
+#include "simulator/session.h"
+#include "simulator/spaces.h"
+
+namespace simulator {
+namespace {
+
+constexpr std::size_t kMaxInstances = 4;
+constexpr char kRuntimeName[] = "Velmoor Simulator";
+
+std::set<std::string, std::less<>> EnabledExtensions(const XrInstanceCreateInfo& info) {
+    std::set<std::string, std::less<>> enabled;
+    Require(info.enabledExtensionCount == 0 || info.enabledExtensionNames);
+    for (std::uint32_t i = 0; i < info.enabledExtensionCount; ++i) {
+        const char* name = info.enabledExtensionNames[i];
+        Require(name);
+        const auto is_it = [&](const Extension& row) { return std::strcmp(row.name, name) == 0; };
+        if (std::none_of(std::begin(kExtensions), std::end(kExtensions), is_it)) {
+            Refuse(XR_ERROR_EXTENSION_NOT_PRESENT);
+        }
+        enabled.insert(name);
+    }
+    for (const Extension& row : kExtensions) {
+        if (row.needs && enabled.count(row.name) > 0 && enabled.count(row.needs) == 0) {
+            Refuse(XR_ERROR_EXTENSION_DEPENDENCY_NOT_ENABLED);
+        }
+    }
+    return enabled;
+}
+
+void CheckApplication(const XrApplicationInfo& application) {
+    const auto is_terminated = [](const char* text, std::size_t size) { return std::memchr(text, '\0', size); };
+    if (application.applicationName[0] == '\0' ||
+        !is_terminated(application.applicationName, XR_MAX_APPLICATION_NAME_SIZE) ||
+        !is_terminated(application.engineName, XR_MAX_ENGINE_NAME_SIZE)) {
+        Refuse(XR_ERROR_NAME_INVALID);
+    }
+    const XrVersion version = application.apiVersion;
+    if (XR_VERSION_MAJOR(version) != 1 || XR_VERSION_MINOR(version) != 0) Refuse(XR_ERROR_API_VERSION_UNSUPPORTED);
+}
+
+// The header's own lists, so that every name it knows is told.
+std::string NameOf(XrResult value) {
+    switch (value) {
+#define VELMOOR_CASE(name, number) \
+    case name:                     \
+        return #name;
+        XR_LIST_ENUM_XrResult(VELMOOR_CASE)
+#undef VELMOOR_CASE
+                default : return (value < 0 ? "XR_UNKNOWN_FAILURE_" : "XR_UNKNOWN_SUCCESS_") +
+                          std::to_string(static_cast<std::int32_t>(value));
+    }
+}
+
+std::string NameOf(XrStructureType value) {
+    switch (value) {
+#define VELMOOR_CASE(name, number) \
+    case name:                     \
+        return #name;
+        XR_LIST_ENUM_XrStructureType(VELMOOR_CASE)
+#undef VELMOOR_CASE
+                default : return "XR_UNKNOWN_STRUCTURE_TYPE_" +
+                          std::to_string(static_cast<std::uint32_t>(value));
+    }
+}
+
+}  // namespace
+
+const std::string& Instance::PathText(XrPath path) const {
+    const std::string* text = paths.TextOf(path);
+    if (!text) Refuse(XR_ERROR_PATH_INVALID);
+    return *text;
+}
+
+XrResult EnumerateInstanceExtensionProperties(const char* layer_name, std::uint32_t capacity, std::uint32_t* count,
+                                              XrExtensionProperties* properties) {
+    return WithoutThrowing([&]() -> XrResult {
+        if (layer_name && *layer_name) return XR_ERROR_API_LAYER_NOT_PRESENT;
+        return WriteElements(std::size(kExtensions), capacity, count, properties, [&](std::size_t i) {
+            RequireType(&properties[i], XR_TYPE_EXTENSION_PROPERTIES);
+            CopyText(kExtensions[i].name, properties[i].extensionName);
+            properties[i].extensionVersion = kExtensions[i].version;
+        });
+    });
+}
+
+XrResult CreateInstance(const XrInstanceCreateInfo* info, XrInstance* instance) {
+    return Guarded([&](Runtime& runtime) {
+        RequireType(info, XR_TYPE_INSTANCE_CREATE_INFO);
+        Require(instance && info->createFlags == 0);
+        CheckApplication(info->applicationInfo);
+        auto created = std::make_shared<Instance>();
+        created->extensions = EnabledExtensions(*info);
+        created->settings = ReadSettings();
+        if (runtime.handles.CountIf<Instance>([](const Instance&) { return true; }) >= kMaxInstances) {
+            Refuse(XR_ERROR_LIMIT_REACHED);
+        }
+        created->handle = runtime.Add<XrInstance>(created);
+        *instance = created->handle;
+        return XR_SUCCESS;
+    });
+}
+
+XrResult DestroyInstance(XrInstance instance) {
+    return Guarded([&](Runtime& runtime) {
+        const auto owner = runtime.Get(instance);
+        runtime.handles.RemoveIf<Space>([&](const Space& space) { return space.session->instance == owner; });
+        runtime.handles.RemoveIf<Session>([&](const Session& session) { return session.instance == owner; });
+        runtime.handles.RemoveIf<Action>([&](const Action& action) { return action.set->instance == owner.get(); });
+        runtime.handles.RemoveIf<ActionSet>([&](const ActionSet& set) { return set.instance == owner.get(); });
+        runtime.Remove<Instance>(instance);
+        runtime.frame_changed.notify_all();
+        return XR_SUCCESS;
+    });
+}
+
+XrResult GetInstanceProperties(XrInstance instance, XrInstanceProperties* properties) {
+    return Guarded([&](Runtime& runtime) {
+        runtime.Get(instance);
+        RequireType(properties, XR_TYPE_INSTANCE_PROPERTIES);
+        properties->runtimeVersion = XR_MAKE_VERSION(0, 1, 0);
+        CopyText(kRuntimeName, properties->runtimeName);
+        return XR_SUCCESS;
+    });
+}
+
+XrResult ResultToString(XrInstance instance, XrResult value, char buffer[XR_MAX_RESULT_STRING_SIZE]) {
+    return Guarded([&](Runtime& runtime) {
+        runtime.Get(instance);
+        Require(buffer);
+        CopyText(NameOf(value), *reinterpret_cast<char(*)[XR_MAX_RESULT_STRING_SIZE]>(buffer));
+        return XR_SUCCESS;
+    });
+}
+
+XrResult StructureTypeToString(XrInstance instance, XrStructureType value, char buffer[XR_MAX_STRUCTURE_NAME_SIZE]) {
+    return Guarded([&](Runtime& runtime) {
+        runtime.Get(instance);
+        Require(buffer);
+        CopyText(NameOf(value), *reinterpret_cast<char(*)[XR_MAX_STRUCTURE_NAME_SIZE]>(buffer));
+        return XR_SUCCESS;
+    });
+}
+
+XrResult GetSystem(XrInstance instance, const XrSystemGetInfo* info, XrSystemId* system) {
+    return Guarded([&](Runtime& runtime) {
+        runtime.Get(instance);
+        RequireType(info, XR_TYPE_SYSTEM_GET_INFO);
+        Require(system);
+        if (info->formFactor != XR_FORM_FACTOR_HEAD_MOUNTED_DISPLAY) Refuse(XR_ERROR_FORM_FACTOR_UNSUPPORTED);
+        *system = kSystemId;
+        return XR_SUCCESS;
+    });
+}
+
+XrResult GetSystemProperties(XrInstance instance, XrSystemId system, XrSystemProperties* properties) {
+    return Guarded([&](Runtime& runtime) {
+        runtime.Get(instance);
+        if (system != kSystemId) Refuse(XR_ERROR_SYSTEM_INVALID);
+        RequireType(properties, XR_TYPE_SYSTEM_PROPERTIES);
+        properties->systemId = kSystemId;
+        properties->vendorId = 0x10001;
+        CopyText(kRuntimeName, properties->systemName);
+        properties->graphicsProperties = {1024, 1024, XR_MIN_COMPOSITION_LAYERS_SUPPORTED};
+        properties->trackingProperties = {XR_TRUE, XR_TRUE};
+        return XR_SUCCESS;
+    });
+}
+
+}  // namespace simulator

@@ -1,0 +1,60 @@
+// Instance and system: what the runtime offers, and what belongs to the instance as a whole.
+#pragma once
+
+#include <openxr/openxr.h>
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "simulator/events.h"
+#include "simulator/paths.h"
+#include "simulator/settings.h"
+
+namespace simulator {
+
+struct Action;
+struct Profile;
+
+// A suggested binding that the profile has: `path` in full.
+struct SuggestedBinding {
+    std::shared_ptr<const Action> action;
+    std::string path;
+};
+
+struct Instance {
+    bool HasExtension(std::string_view name) const { return extensions.find(name) != extensions.end(); }
+    // Throws XR_ERROR_PATH_INVALID.
+    const std::string& PathText(XrPath path) const;
+
+    XrInstance handle = XR_NULL_HANDLE;
+    Settings settings;
+    std::set<std::string, std::less<>> extensions;
+    PathTable paths;
+    EventQueue events;
+    // What was last suggested for each profile.
+    std::map<const Profile*, std::vector<SuggestedBinding>> suggestions;
+};
+
+inline constexpr XrSystemId kSystemId = 0x51;
+
+XRAPI_ATTR XrResult XRAPI_CALL EnumerateInstanceExtensionProperties(const char* layer_name, std::uint32_t capacity,
+                                                                    std::uint32_t* count,
+                                                                    XrExtensionProperties* properties);
+XRAPI_ATTR XrResult XRAPI_CALL CreateInstance(const XrInstanceCreateInfo* info, XrInstance* instance);
+XRAPI_ATTR XrResult XRAPI_CALL DestroyInstance(XrInstance instance);
+XRAPI_ATTR XrResult XRAPI_CALL GetInstanceProperties(XrInstance instance, XrInstanceProperties* properties);
+XRAPI_ATTR XrResult XRAPI_CALL ResultToString(XrInstance instance, XrResult value,
+                                              char buffer[XR_MAX_RESULT_STRING_SIZE]);
+XRAPI_ATTR XrResult XRAPI_CALL StructureTypeToString(XrInstance instance, XrStructureType value,
+                                                     char buffer[XR_MAX_STRUCTURE_NAME_SIZE]);
+
+XRAPI_ATTR XrResult XRAPI_CALL GetSystem(XrInstance instance, const XrSystemGetInfo* info, XrSystemId* system);
+XRAPI_ATTR XrResult XRAPI_CALL GetSystemProperties(XrInstance instance, XrSystemId system,
+                                                   XrSystemProperties* properties);
+
+}  // namespace simulator

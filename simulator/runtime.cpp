@@ -1,0 +1,23 @@
+#include "simulator/runtime.h"
+
+#include <chrono>
+
+#include "simulator/session.h"
+
+namespace simulator {
+
+Runtime& Runtime::instance() {
+    static Runtime& the = *new Runtime;
+    return the;
+}
+
+bool Runtime::IsAlive(XrSession handle) const {
+    return handles.Find<Session>(reinterpret_cast<std::uint64_t>(handle)) != nullptr;
+}
+
+XrTime Now() {
+    const auto since_boot = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::nanoseconds>(since_boot).count();
+}
+
+}  // namespace simulator

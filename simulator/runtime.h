@@ -1,0 +1,139 @@
+// The headless runtime. One mutex guards everything that lives in it; an entry point takes it for its whole
+// call, so any call may come from any thread. Only xrWaitFrame lets go of it, while it sleeps.
+//
+// Every entry point has one shape: find the objects, check the arguments in a fixed order, do the work. What
+// is wrong is thrown as a Refusal and turned into the returned code by Guarded, in one place.
+//
+// Metres, radians and nanoseconds of CLOCK_MONOTONIC; world coordinates are those of the STAGE space.
+#pragma once
+
+#include <openxr/openxr.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <new>
+#include <string_view>
+
+#include "simulator/handles.h"
+
+namespace simulator {
+
+struct Refusal {
+    XrResult result;
+};
+
+[[noreturn]] inline void Refuse(XrResult result) {
+    throw Refusal{result};
+}
+
+inline void Require(bool condition) {
+    if (!condition) Refuse(XR_ERROR_VALIDATION_FAILURE);
+}
+
+// The record is there and says that it is what the function takes.
+template <class Record>
+void RequireType(const Record* record, XrStructureType type) {
+    Require(record && record->type == type);
+}
+
+class Runtime {
+ public:
+    // Lives for ever: threads that nobody joined may still call while the process exits.
+    static Runtime& instance();
+
+    // What a handle stands for. Throws XR_ERROR_HANDLE_INVALID.
+    std::shared_ptr<Instance> Get(XrInstance handle) const { return GetAs<Instance>(handle); }
+    std::shared_ptr<Session> Get(XrSession handle) const { return GetAs<Session>(handle); }
+    std::shared_ptr<Space> Get(XrSpace handle) const { return GetAs<Space>(handle); }
+    std::shared_ptr<ActionSet> Get(XrActionSet handle) const { return GetAs<ActionSet>(handle); }
+    std::shared_ptr<Action> Get(XrAction handle) const { return GetAs<Action>(handle); }
+
+    bool IsAlive(XrSession handle) const;
+
+    // Throws XR_ERROR_LIMIT_REACHED.
+    template <class Handle, class Object>
+    Handle Add(std::shared_ptr<Object> object) {
+        const std::uint64_t handle = handles.Add(std::move(object));
+        if (handle == 0) Refuse(XR_ERROR_LIMIT_REACHED);
+        return reinterpret_cast<Handle>(handle);
+    }
+
+    template <class Object, class Handle>
+    void Remove(Handle handle) {
+        handles.Remove<Object>(reinterpret_cast<std::uint64_t>(handle));
+    }
+
+    std::mutex mutex;
+    HandleTable handles;
+    // Told whenever a frame begins or a session stops running.
+    std::condition_variable frame_changed;
+
+ private:
+    template <class Object, class Handle>
+    std::shared_ptr<Object> GetAs(Handle handle) const {
+        auto object = handles.Find<Object>(reinterpret_cast<std::uint64_t>(handle));
+        if (!object) Refuse(XR_ERROR_HANDLE_INVALID);
+        return object;
+    }
+};
+
+// Runs `work` and turns whatever it throws into the code for the caller.
+template <class Work>
+XrResult WithoutThrowing(Work work) noexcept {
+    try {
+        return work();
+    } catch (const Refusal& refusal) {
+        return refusal.result;
+    } catch (const std::bad_alloc&) {
+        return XR_ERROR_OUT_OF_MEMORY;
+    } catch (...) {
+        return XR_ERROR_RUNTIME_FAILURE;
+    }
+}
+
+template <class Work>
+XrResult Guarded(Work work) noexcept {
+    return WithoutThrowing([&]() -> XrResult {
+        Runtime& runtime = Runtime::instance();
+        std::lock_guard lock(runtime.mutex);
+        return work(runtime);
+    });
+}
+
+// The two-call idiom: a capacity of 0 asks for the count alone. `write(i)` writes element i.
+template <class Write>
+XrResult WriteElements(std::size_t size, std::uint32_t capacity, std::uint32_t* count, const void* buffer,
+                       Write write) {
+    Require(count && (buffer || capacity == 0));
+    *count = static_cast<std::uint32_t>(size);
+    if (capacity == 0) return XR_SUCCESS;
+    if (capacity < size) return XR_ERROR_SIZE_INSUFFICIENT;
+    for (std::size_t i = 0; i < size; ++i) write(i);
+    return XR_SUCCESS;
+}
+
+template <class Range, class Element>
+XrResult WriteList(const Range& range, std::uint32_t capacity, std::uint32_t* count, Element* buffer) {
+    return WriteElements(range.size(), capacity, count, buffer, [&](std::size_t i) { buffer[i] = range[i]; });
+}
+
+// The count takes in the terminator.
+inline XrResult WriteText(std::string_view text, std::uint32_t capacity, std::uint32_t* count, char* buffer) {
+    return WriteElements(text.size() + 1, capacity, count, buffer,
+                         [&](std::size_t i) { buffer[i] = i < text.size() ? text[i] : '\0'; });
+}
+
+// Into a text field of fixed size; the texts are ours and fit.
+template <std::size_t kSize>
+void CopyText(std::string_view text, char (&field)[kSize]) {
+    const std::size_t length = std::min(text.size(), kSize - 1);
+    std::copy_n(text.begin(), length, field);
+    field[length] = '\0';
+}
+
+XrTime Now();
+
+}  // namespace simulator

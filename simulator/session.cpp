@@ -1,0 +1,107 @@
+#include "simulator/session.h"
+
+#include "simulator/extensions.h"
+#include "simulator/instance.h"
+#include "simulator/runtime.h"
+#include "simulator/spaces.h"
+
+namespace simulator {
+namespace {
+
+constexpr std::size_t kMaxSessions = 4;
+
+void ForgetStateEvents(Instance& instance, XrSession session) {
+    instance.events.DropIf([session](const XrEventDataBuffer& buffer) {
+        XrEventDataSessionStateChanged event;
+        std::memcpy(&event, &buffer, sizeof(event));
+        return event.type == XR_TYPE_EVENT_DATA_SESSION_STATE_CHANGED && event.session == session;
+    });
+}
+
+}  // namespace
+
+void Session::Enter(XrSessionState next) {
+    state = next;
+    instance->events.Push(
+        XrEventDataSessionStateChanged{XR_TYPE_EVENT_DATA_SESSION_STATE_CHANGED, nullptr, handle, next, Now()});
+}
+
+XrResult CreateSession(XrInstance instance, const XrSessionCreateInfo* info, XrSession* session) {
+    return Guarded([&](Runtime& runtime) {
+        const auto owner = runtime.Get(instance);
+        RequireType(info, XR_TYPE_SESSION_CREATE_INFO);
+        Require(session && info->createFlags == 0);
+        if (info->systemId != kSystemId) Refuse(XR_ERROR_SYSTEM_INVALID);
+        // A graphics binding would stand in the chain; there is no device that it could name.
+        if (!owner->HasExtension(kHeadless) || info->next) Refuse(XR_ERROR_GRAPHICS_DEVICE_INVALID);
+        const auto of_owner = [&](const Session& other) { return other.instance == owner; };
+        if (runtime.handles.CountIf<Session>(of_owner) >= kMaxSessions) Refuse(XR_ERROR_LIMIT_REACHED);
+
+        auto created = std::make_shared<Session>();
+        created->instance = owner;
+        created->frames = FrameLoop(owner->settings.frames_per_second);
+        created->head = HeadSway(owner->settings.seed);
+        created->handle = runtime.Add<XrSession>(created);
+        created->Enter(XR_SESSION_STATE_IDLE);
+        created->Enter(XR_SESSION_STATE_READY);
+        *session = created->handle;
+        return XR_SUCCESS;
+    });
+}
+
+XrResult DestroySession(XrSession session) {
+    return Guarded([&](Runtime& runtime) {
+        const auto ended = runtime.Get(session);
+        ended->running = false;
+        ForgetStateEvents(*ended->instance, session);
+        runtime.handles.RemoveIf<Space>([&](const Space& space) { return space.session == ended; });
+        runtime.Remove<Session>(session);
+        runtime.frame_changed.notify_all();
+        return XR_SUCCESS;
+    });
+}
+
+XrResult BeginSession(XrSession session, const XrSessionBeginInfo* info) {
+    return Guarded([&](Runtime& runtime) {
+        Session& begun = *runtime.Get(session);
+        // The view configuration is not looked at: a headless session has no views to show.
+        RequireType(info, XR_TYPE_SESSION_BEGIN_INFO);
+        if (begun.running) Refuse(XR_ERROR_SESSION_RUNNING);
+        if (begun.state != XR_SESSION_STATE_READY) Refuse(XR_ERROR_SESSION_NOT_READY);
+        begun.running = true;
+        begun.frames.Start(Now());
+        begun.head.Start(begun.frames.epoch());
+        begun.Enter(XR_SESSION_STATE_SYNCHRONIZED);
+        begun.Enter(XR_SESSION_STATE_VISIBLE);
+        begun.Enter(XR_SESSION_STATE_FOCUSED);
+        return XR_SUCCESS;
+    });
+}
+
+XrResult EndSession(XrSession session) {
+    return Guarded([&](Runtime& runtime) {
+        Session& ended = *runtime.Get(session);
+        if (!ended.running) Refuse(XR_ERROR_SESSION_NOT_RUNNING);
+        if (ended.state != XR_SESSION_STATE_STOPPING) Refuse(XR_ERROR_SESSION_NOT_STOPPING);
+        ended.running = false;
+        ended.Enter(XR_SESSION_STATE_IDLE);
+        ended.Enter(ended.exit_requested ? XR_SESSION_STATE_EXITING : XR_SESSION_STATE_READY);
+        runtime.frame_changed.notify_all();
+        return XR_SUCCESS;
+    });
+}
+
+XrResult RequestExitSession(XrSession session) {
+    return Guarded([&](Runtime& runtime) {
+        Session& asked = *runtime.Get(session);
+        if (!asked.running) Refuse(XR_ERROR_SESSION_NOT_RUNNING);
+        if (asked.exit_requested) return XR_SUCCESS;
+        asked.exit_requested = true;
+        asked.Enter(XR_SESSION_STATE_VISIBLE);
+        asked.Enter(XR_SESSION_STATE_SYNCHRONIZED);
+        asked.Enter(XR_SESSION_STATE_STOPPING);
+        return XR_SUCCESS;
+    });
+}
+
+}  // namespace simulator

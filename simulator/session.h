@@ -1,0 +1,44 @@
+// One session: its life from IDLE to EXITING, and what belongs to it.
+//
+//   create            IDLE, READY
+//   xrBeginSession    SYNCHRONIZED, VISIBLE, FOCUSED   (with no display, nothing has to be shown first)
+//   xrRequestExitSession   VISIBLE, SYNCHRONIZED, STOPPING
+//   xrEndSession      IDLE, and EXITING if an exit was asked for, else READY again
+#pragma once
+
+#include <openxr/openxr.h>
+
+#include <memory>
+
+#include "simulator/devices.h"
+#include "simulator/frames.h"
+#include "simulator/head.h"
+#include "simulator/input.h"
+
+namespace simulator {
+
+struct Instance;
+
+struct Session {
+    // Moves to `next` and tells the application.
+    void Enter(XrSessionState next);
+
+    std::shared_ptr<Instance> instance;
+    XrSession handle = XR_NULL_HANDLE;
+    XrSessionState state = XR_SESSION_STATE_UNKNOWN;
+    // Between xrBeginSession and xrEndSession.
+    bool running = false;
+    bool exit_requested = false;
+    FrameLoop frames;
+    HeadSway head;
+    Devices devices;
+    Input input;
+};
+
+XRAPI_ATTR XrResult XRAPI_CALL CreateSession(XrInstance instance, const XrSessionCreateInfo* info, XrSession* session);
+XRAPI_ATTR XrResult XRAPI_CALL DestroySession(XrSession session);
+XRAPI_ATTR XrResult XRAPI_CALL BeginSession(XrSession session, const XrSessionBeginInfo* info);
+XRAPI_ATTR XrResult XRAPI_CALL EndSession(XrSession session);
+XRAPI_ATTR XrResult XRAPI_CALL RequestExitSession(XrSession session);
+
+}  // namespace simulator

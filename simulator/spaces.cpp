@@ -1,0 +1,155 @@
+#include "simulator/spaces.h"
+
+#include <cmath>
+
+#include "simulator/actions.h"
+#include "simulator/extensions.h"
+#include "simulator/instance.h"
+#include "simulator/room.h"
+#include "simulator/runtime.h"
+#include "simulator/session.h"
+#include "simulator/views.h"
+#include "tools/math/pose_math.h"
+
+namespace simulator {
+namespace {
+
+constexpr XrSpaceLocationFlags kLocated =
+    XR_SPACE_LOCATION_ORIENTATION_VALID_BIT | XR_SPACE_LOCATION_POSITION_VALID_BIT |
+    XR_SPACE_LOCATION_ORIENTATION_TRACKED_BIT | XR_SPACE_LOCATION_POSITION_TRACKED_BIT;
+
+std::vector<XrReferenceSpaceType> ReferenceSpacesOf(const Session& session) {
+    std::vector<XrReferenceSpaceType> types = {XR_REFERENCE_SPACE_TYPE_VIEW, XR_REFERENCE_SPACE_TYPE_LOCAL,
+                                               XR_REFERENCE_SPACE_TYPE_STAGE};
+    if (session.instance->HasExtension(kLocalFloor)) types.push_back(XR_REFERENCE_SPACE_TYPE_LOCAL_FLOOR);
+    return types;
+}
+
+void CheckReferenceSpaceType(const Session& session, XrReferenceSpaceType type) {
+    const auto known = ReferenceSpacesOf(session);
+    if (std::find(known.begin(), known.end(), type) == known.end()) Refuse(XR_ERROR_REFERENCE_SPACE_UNSUPPORTED);
+}
+
+std::optional<XrPosef> ReferencePose(const Session& session, XrReferenceSpaceType type, XrTime time) {
+    const XrQuaternionf level = orvanic_xr::kIdentityPose.orientation;
+    switch (type) {
+        case XR_REFERENCE_SPACE_TYPE_VIEW:
+            return HeadPose(session, time);
+        case XR_REFERENCE_SPACE_TYPE_LOCAL:
+            return XrPosef{level, kStartingPoint};
+        case XR_REFERENCE_SPACE_TYPE_LOCAL_FLOOR:
+            return XrPosef{level, {kStartingPoint.x, 0.0f, kStartingPoint.z}};
+        default:
+            return orvanic_xr::kIdentityPose;
+    }
+}
+
+// There is nothing in the simulated world that tells how fast it moves.
+void LeaveVelocityUnknown(void* chain) {
+    for (auto* link = static_cast<XrBaseOutStructure*>(chain); link; link = link->next) {
+        if (link->type == XR_TYPE_SPACE_VELOCITY) reinterpret_cast<XrSpaceVelocity*>(link)->velocityFlags = 0;
+    }
+}
+
+}  // namespace
+
+XrPosef CheckedPose(const XrPosef& pose) {
+    const auto& [x, y, z, w] = pose.orientation;
+    const float length = std::sqrt(x * x + y * y + z * z + w * w);
+    const bool is_unit = std::fabs(length - 1.0f) <= 0.01f;
+    const bool is_finite =
+        std::isfinite(pose.position.x) && std::isfinite(pose.position.y) && std::isfinite(pose.position.z);
+    // A length that is no number fails the first test.
+    if (!is_unit || !is_finite) Refuse(XR_ERROR_POSE_INVALID);
+    return {{x / length, y / length, z / length, w / length}, pose.position};
+}
+
+XrPosef RelativePose(const XrPosef& target, const XrPosef& base) {
+    const XrQuaternionf inverse = orvanic_xr::Conjugate(base.orientation);
+    const XrVector3f between = orvanic_xr::Add(target.position, orvanic_xr::Negate(base.position));
+    return {orvanic_xr::Multiply(inverse, target.orientation), orvanic_xr::Rotate(inverse, between)};
+}
+
+std::optional<XrPosef> WorldPose(const Space& space, XrTime time) {
+    const Session& session = *space.session;
+    const auto origin = space.kind == Space::Kind::kAction
+                            ? session.input.LocateAction(session.devices, *space.action, space.top)
+                            : ReferencePose(session, space.reference, time);
+    if (!origin) return std::nullopt;
+    return orvanic_xr::Compose(*origin, space.offset);
+}
+
+XrResult EnumerateReferenceSpaces(XrSession session, std::uint32_t capacity, std::uint32_t* count,
+                                  XrReferenceSpaceType* spaces) {
+    return Guarded(
+        [&](Runtime& runtime) { return WriteList(ReferenceSpacesOf(*runtime.Get(session)), capacity, count, spaces); });
+}
+
+XrResult CreateReferenceSpace(XrSession session, const XrReferenceSpaceCreateInfo* info, XrSpace* space) {
+    return Guarded([&](Runtime& runtime) {
+        const auto owner = runtime.Get(session);
+        RequireType(info, XR_TYPE_REFERENCE_SPACE_CREATE_INFO);
+        Require(space);
+        CheckReferenceSpaceType(*owner, info->referenceSpaceType);
+        auto created = std::make_shared<Space>();
+        created->session = owner;
+        created->reference = info->referenceSpaceType;
+        created->offset = CheckedPose(info->poseInReferenceSpace);
+        *space = runtime.Add<XrSpace>(std::move(created));
+        return XR_SUCCESS;
+    });
+}
+
+XrResult GetReferenceSpaceBoundsRect(XrSession session, XrReferenceSpaceType type, XrExtent2Df* bounds) {
+    return Guarded([&](Runtime& runtime) {
+        CheckReferenceSpaceType(*runtime.Get(session), type);
+        Require(bounds);
+        const bool has_bounds = type == XR_REFERENCE_SPACE_TYPE_STAGE;
+        *bounds = has_bounds ? XrExtent2Df{kRoomWidth, kRoomDepth} : XrExtent2Df{0.0f, 0.0f};
+        return has_bounds ? XR_SUCCESS : XR_SPACE_BOUNDS_UNAVAILABLE;
+    });
+}
+
+XrResult CreateActionSpace(XrSession session, const XrActionSpaceCreateInfo* info, XrSpace* space) {
+    return Guarded([&](Runtime& runtime) {
+        const auto owner = runtime.Get(session);
+        RequireType(info, XR_TYPE_ACTION_SPACE_CREATE_INFO);
+        Require(space);
+        auto created = std::make_shared<Space>();
+        created->kind = Space::Kind::kAction;
+        created->session = owner;
+        created->action = runtime.Get(info->action);
+        if (created->action->type != XR_ACTION_TYPE_POSE_INPUT) Refuse(XR_ERROR_ACTION_TYPE_MISMATCH);
+        created->top = created->action->CheckedSubaction(*owner->instance, info->subactionPath);
+        created->offset = CheckedPose(info->poseInActionSpace);
+        *space = runtime.Add<XrSpace>(std::move(created));
+        return XR_SUCCESS;
+    });
+}
+
+XrResult LocateSpace(XrSpace space, XrSpace base, XrTime time, XrSpaceLocation* location) {
+    return Guarded([&](Runtime& runtime) {
+        const auto target = runtime.Get(space);
+        const auto seen_from = runtime.Get(base);
+        RequireType(location, XR_TYPE_SPACE_LOCATION);
+        Require(target->session == seen_from->session);
+        if (time <= 0) Refuse(XR_ERROR_TIME_INVALID);
+        const auto target_pose = WorldPose(*target, time);
+        const auto base_pose = WorldPose(*seen_from, time);
+        const bool located = target_pose && base_pose;
+        location->locationFlags = located ? kLocated : 0;
+        location->pose = located ? RelativePose(*target_pose, *base_pose) : orvanic_xr::kIdentityPose;
+        LeaveVelocityUnknown(location->next);
+        return XR_SUCCESS;
+    });
+}
+
+XrResult DestroySpace(XrSpace space) {
+    return Guarded([&](Runtime& runtime) {
+        runtime.Get(space);
+        runtime.Remove<Space>(space);
+        return XR_SUCCESS;
+    });
+}
+
+}  // namespace simulator

@@ -1,0 +1,109 @@
+#include "simulator/views.h"
+
+#include "simulator/instance.h"
+#include "simulator/runtime.h"
+#include "simulator/session.h"
+#include "simulator/spaces.h"
+#include "tools/math/pose_math.h"
+
+namespace simulator {
+namespace {
+
+constexpr float kHalfEyeDistance = 0.0315f;
+constexpr XrFovf kFieldOfView = {-0.7854f, 0.7854f, 0.7854f, -0.7854f};
+constexpr std::uint32_t kRecommendedSize = 1024;
+constexpr std::uint32_t kMaxSize = 4096;
+
+void CheckSystem(const Runtime& runtime, XrInstance instance, XrSystemId system) {
+    runtime.Get(instance);
+    if (system != kSystemId) Refuse(XR_ERROR_SYSTEM_INVALID);
+}
+
+void CheckConfiguration(XrViewConfigurationType type) {
+    if (type != XR_VIEW_CONFIGURATION_TYPE_PRIMARY_STEREO) Refuse(XR_ERROR_VIEW_CONFIGURATION_TYPE_UNSUPPORTED);
+}
+
+}  // namespace
+
+std::optional<XrPosef> HeadPose(const Session& session, XrTime time) {
+    const Device& head = session.devices[TopLevel::kHead];
+    return head.IsActive() ? head.poses.front() : session.head.At(time);
+}
+
+std::array<EyeView, 2> EyesOf(const XrPosef& head) {
+    const XrPosef left = {{0, 0, 0, 1}, {-kHalfEyeDistance, 0, 0}};
+    const XrPosef right = {{0, 0, 0, 1}, {kHalfEyeDistance, 0, 0}};
+    return {EyeView{orvanic_xr::Compose(head, left), kFieldOfView},
+            EyeView{orvanic_xr::Compose(head, right), kFieldOfView}};
+}
+
+XrResult EnumerateViewConfigurations(XrInstance instance, XrSystemId system, std::uint32_t capacity,
+                                     std::uint32_t* count, XrViewConfigurationType* types) {
+    return Guarded([&](Runtime& runtime) {
+        CheckSystem(runtime, instance, system);
+        return WriteList(std::array{XR_VIEW_CONFIGURATION_TYPE_PRIMARY_STEREO}, capacity, count, types);
+    });
+}
+
+XrResult GetViewConfigurationProperties(XrInstance instance, XrSystemId system, XrViewConfigurationType type,
+                                        XrViewConfigurationProperties* properties) {
+    return Guarded([&](Runtime& runtime) {
+        CheckSystem(runtime, instance, system);
+        RequireType(properties, XR_TYPE_VIEW_CONFIGURATION_PROPERTIES);
+        CheckConfiguration(type);
+        properties->viewConfigurationType = type;
+        properties->fovMutable = XR_FALSE;
+        return XR_SUCCESS;
+    });
+}
+
+XrResult EnumerateViewConfigurationViews(XrInstance instance, XrSystemId system, XrViewConfigurationType type,
+                                         std::uint32_t capacity, std::uint32_t* count, XrViewConfigurationView* views) {
+    return Guarded([&](Runtime& runtime) {
+        CheckSystem(runtime, instance, system);
+        CheckConfiguration(type);
+        return WriteElements(2, capacity, count, views, [&](std::size_t i) {
+            XrViewConfigurationView& view = views[i];
+            RequireType(&view, XR_TYPE_VIEW_CONFIGURATION_VIEW);
+            view.recommendedImageRectWidth = view.recommendedImageRectHeight = kRecommendedSize;
+            view.maxImageRectWidth = view.maxImageRectHeight = kMaxSize;
+            view.recommendedSwapchainSampleCount = view.maxSwapchainSampleCount = 1;
+        });
+    });
+}
+
+XrResult EnumerateEnvironmentBlendModes(XrInstance instance, XrSystemId system, XrViewConfigurationType type,
+                                        std::uint32_t capacity, std::uint32_t* count, XrEnvironmentBlendMode* modes) {
+    return Guarded([&](Runtime& runtime) {
+        CheckSystem(runtime, instance, system);
+        CheckConfiguration(type);
+        return WriteList(std::array{XR_ENVIRONMENT_BLEND_MODE_OPAQUE}, capacity, count, modes);
+    });
+}
+
+XrResult LocateViews(XrSession session, const XrViewLocateInfo* info, XrViewState* state, std::uint32_t capacity,
+                     std::uint32_t* count, XrView* views) {
+    return Guarded([&](Runtime& runtime) {
+        const auto owner = runtime.Get(session);
+        RequireType(info, XR_TYPE_VIEW_LOCATE_INFO);
+        RequireType(state, XR_TYPE_VIEW_STATE);
+        CheckConfiguration(info->viewConfigurationType);
+        const auto base = runtime.Get(info->space);
+        Require(base->session == owner);
+        if (info->displayTime <= 0) Refuse(XR_ERROR_TIME_INVALID);
+        const auto head = HeadPose(*owner, info->displayTime);
+        const auto base_pose = WorldPose(*base, info->displayTime);
+        const bool located = head && base_pose;
+        const auto eyes = EyesOf(head.value_or(orvanic_xr::kIdentityPose));
+        state->viewStateFlags = located ? XR_VIEW_STATE_ORIENTATION_VALID_BIT | XR_VIEW_STATE_POSITION_VALID_BIT |
+                                              XR_VIEW_STATE_ORIENTATION_TRACKED_BIT | XR_VIEW_STATE_POSITION_TRACKED_BIT
+                                        : 0;
+        return WriteElements(eyes.size(), capacity, count, views, [&](std::size_t i) {
+            RequireType(&views[i], XR_TYPE_VIEW);
+            views[i].pose = located ? RelativePose(eyes[i].pose, *base_pose) : orvanic_xr::kIdentityPose;
+            views[i].fov = eyes[i].fov;
+        });
+    });
+}
+
+}  // namespace simulator

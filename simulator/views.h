@@ -1,0 +1,40 @@
+// The two eyes: view configurations, and where each eye is.
+#pragma once
+
+#include <openxr/openxr.h>
+
+#include <array>
+#include <cstdint>
+#include <optional>
+
+namespace simulator {
+
+struct Session;
+
+// Where the head is, simulated or swaying, in world coordinates. None when the head was switched to simulation
+// and has not been placed yet.
+std::optional<XrPosef> HeadPose(const Session& session, XrTime time);
+
+struct EyeView {
+    XrPosef pose;
+    XrFovf fov;
+};
+// Left and right, for a head at `head`.
+std::array<EyeView, 2> EyesOf(const XrPosef& head);
+
+XRAPI_ATTR XrResult XRAPI_CALL EnumerateViewConfigurations(XrInstance instance, XrSystemId system,
+                                                           std::uint32_t capacity, std::uint32_t* count,
+                                                           XrViewConfigurationType* types);
+XRAPI_ATTR XrResult XRAPI_CALL GetViewConfigurationProperties(XrInstance instance, XrSystemId system,
+                                                              XrViewConfigurationType type,
+                                                              XrViewConfigurationProperties* properties);
+XRAPI_ATTR XrResult XRAPI_CALL EnumerateViewConfigurationViews(XrInstance instance, XrSystemId system,
+                                                               XrViewConfigurationType type, std::uint32_t capacity,
+                                                               std::uint32_t* count, XrViewConfigurationView* views);
+XRAPI_ATTR XrResult XRAPI_CALL EnumerateEnvironmentBlendModes(XrInstance instance, XrSystemId system,
+                                                              XrViewConfigurationType type, std::uint32_t capacity,
+                                                              std::uint32_t* count, XrEnvironmentBlendMode* modes);
+XRAPI_ATTR XrResult XRAPI_CALL LocateViews(XrSession session, const XrViewLocateInfo* info, XrViewState* state,
+                                           std::uint32_t capacity, std::uint32_t* count, XrView* views);
+
+}  // namespace simulator
