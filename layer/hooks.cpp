@@ -1,7 +1,10 @@
 #include "layer/hooks.h"
 
 #include "diagnostics/verbose.h"
+#include "layer/binding_hooks.h"
 #include "layer/dispatch/dispatch.h"
+#include "layer/instance_hooks.h"
+#include "layer/space_hooks.h"
 
 namespace orvanic_xr {
 namespace {
@@ -20,6 +23,17 @@ PFN_xrVoidFunction Erased(Function function) {
 // In the order of comparison; the first match wins.
 const HookRow kHooks[] = {
     {"xrGetInstanceProcAddr", Erased(OrvanicLayerXrGetInstanceProcAddr)},
+    {"xrDestroyInstance", Erased(OrvanicLayerXrDestroyInstance)},
+    {"xrSuggestInteractionProfileBindings", Erased(OrvanicLayerXrSuggestInteractionProfileBindings)},
+    {"xrAttachSessionActionSets", Erased(OrvanicLayerXrAttachSessionActionSets)},
+    {"xrSyncActions", Erased(OrvanicLayerXrSyncActions)},
+    {"xrCreateActionSpace", Erased(OrvanicLayerXrCreateActionSpace)},
+    {"xrLocateSpace", Erased(OrvanicLayerXrLocateSpace)},
+    {"xrGetActionStatePose", Erased(OrvanicLayerXrGetActionStatePose)},
+    {"xrGetActionStateFloat", Erased(OrvanicLayerXrGetActionStateFloat), true},
+    {"xrGetActionStateBoolean", Erased(OrvanicLayerXrGetActionStateBoolean), true},
+    {"xrDestroySpace", Erased(OrvanicLayerXrDestroySpace)},
+    {"xrDestroyAction", Erased(OrvanicLayerXrDestroyAction)},
 };
 
 }  // namespace

@@ -46,10 +46,12 @@ DispatchHolder::RuntimeLease DispatchHolder::LeaseRuntime() const {
     return lease;
 }
 
-void DispatchHolder::CloseRuntime(XrInstance xr_instance) {
+bool DispatchHolder::CloseRuntime(XrInstance xr_instance) {
     std::unique_lock gate(runtime_mutex_);
     std::lock_guard lock(mutex_);
-    if (instance_ == xr_instance) runtime_open_ = false;
+    if (instance_ != xr_instance || !runtime_open_) return false;
+    runtime_open_ = false;
+    return true;
 }
 
 void DispatchHolder::OpenRuntime() {

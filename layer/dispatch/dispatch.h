@@ -77,9 +77,10 @@ class DispatchHolder {
     };
     RuntimeLease LeaseRuntime() const;
 
-    // Ends the leases of `xr_instance` before it is destroyed; another instance's leases are left alone. The
-    // runtime opens with the next Replace, or with OpenRuntime when the destruction was refused.
-    void CloseRuntime(XrInstance xr_instance);
+    // Ends the leases of `xr_instance` before it is destroyed; another instance's leases are left alone. True if
+    // it was open until now. The runtime opens with the next Replace, or with OpenRuntime when the destruction
+    // was refused.
+    bool CloseRuntime(XrInstance xr_instance);
     void OpenRuntime();
 
  private:

@@ -1,0 +1,112 @@
+#include "layer/binding_mirror.h"
+
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <utility>
+
+#include "context/context_manager.h"
+#include "diagnostics/logger.h"
+#include "layer/dispatch/dispatch.h"
+#include "layer/dispatch/paths.h"
+#include "layer/path_translation.h"
+
+namespace orvanic_xr {
+namespace {
+
+// `bindings` in terms of the mirrored profile, each pair of action and path once. `seen` holds those of the
+// profiles before.
+void AppendTranslated(XrInstance instance, const std::vector<XrActionSuggestedBinding>& bindings,
+                      std::set<std::pair<XrAction, std::string>>& seen,
+                      std::vector<XrActionSuggestedBinding>& mirrored) {
+    for (const XrActionSuggestedBinding& binding : bindings) {
+        const std::string path = TextFromPath(instance, binding.binding);
+        if (path.empty()) continue;
+        const std::optional<std::string> translated = ProntoControllerPlusPath(path);
+        if (!translated) {
+            LogInfo("Mirror: dropping path with no pronto_controller_plus equivalent: ", path);
+            continue;
+        }
+        if (!seen.emplace(binding.action, *translated).second) continue;
+        XrPath translated_path = XR_NULL_PATH;
+        if (XR_FAILED(StringToPath(instance, *translated, translated_path))) {
+            LogWarning("Mirror: xrStringToPath failed for ", *translated);
+            continue;
+        }
+        mirrored.push_back({binding.action, translated_path});
+    }
+}
+
+std::string Joined(const SuggestedBindingsByProfile& by_profile) {
+    std::string names;
+    for (const auto& [profile, bindings] : by_profile) names.append(names.empty() ? "" : ", ").append(profile);
+    return names;
+}
+
+}  // namespace
+
+BindingMirror& BindingMirror::instance() {
+    static BindingMirror& mirror = *new BindingMirror;
+    return mirror;
+}
+
+void BindingMirror::Note(const std::string& profile, std::span<const XrActionSuggestedBinding> bindings) {
+    const bool is_mirrored = profile == kProntoControllerPlusProfile;
+    if (is_mirrored) LogInfo("App suggested bindings for pronto_controller_plus");
+    std::lock_guard lock(mutex_);
+    if (is_mirrored) {
+        appSuggestedProntoBindings = true;
+    } else if (!bindings.empty()) {
+        suggestedBindingsByProfile[profile].assign(bindings.begin(), bindings.end());
+    }
+}
+
+SuggestedBindingsByProfile BindingMirror::ToMirror() const {
+    std::lock_guard lock(mutex_);
+    return appSuggestedProntoBindings ? SuggestedBindingsByProfile() : suggestedBindingsByProfile;
+}
+
+void BindingMirror::Forget() {
+    std::lock_guard lock(mutex_);
+    suggestedBindingsByProfile.clear();
+    appSuggestedProntoBindings = false;
+}
+
+void EnsureProntoControllerPlusBindingsSuggested() {
+    const SuggestedBindingsByProfile by_profile = BindingMirror::instance().ToMirror();
+    if (by_profile.empty()) {
+        LogInfo("EnsureProntoControllerPlusBindingsSuggested: nothing to do");
+        return;
+    }
+    const DispatchHolder& holder = DispatchHolder::instance();
+    const XrInstance instance = ContextManager::instance().getInstanceHandle();
+    const auto suggest = holder.Slot(&NextDispatchTable::SuggestInteractionProfileBindings);
+    if (!instance || !suggest || !holder.Slot(&NextDispatchTable::StringToPath)) return;
+
+    XrPath profile = XR_NULL_PATH;
+    if (XR_FAILED(StringToPath(instance, kProntoControllerPlusProfile, profile))) {
+        LogWarning("Failed to resolve /interaction_profiles/kest/pronto_controller_plus; skipping mirror");
+        return;
+    }
+    std::set<std::pair<XrAction, std::string>> seen;
+    std::vector<XrActionSuggestedBinding> mirrored;
+    for (const auto& [name, bindings] : by_profile) AppendTranslated(instance, bindings, seen, mirrored);
+    if (mirrored.empty()) {
+        LogWarning("EnsureProntoControllerPlusBindingsSuggested: no translatable bindings found");
+        return;
+    }
+    LogInfo(
+        "EnsureProntoControllerPlusBindingsSuggested: App did not suggest bindings for pronto_controller_plus; "
+        "mirroring ",
+        mirrored.size(), " translated bindings from {", Joined(by_profile),
+        "} so ZAMS conformance automation mock devices can bind app actions");
+    const XrInteractionProfileSuggestedBinding suggestion = {XR_TYPE_INTERACTION_PROFILE_SUGGESTED_BINDING, nullptr,
+                                                             profile, static_cast<std::uint32_t>(mirrored.size()),
+                                                             mirrored.data()};
+    const XrResult result = suggest(instance, &suggestion);
+    if (XR_FAILED(result)) {
+        LogWarning("Failed to suggest mirrored pronto_controller_plus bindings, XrResult=", result);
+    }
+}
+
+}  // namespace orvanic_xr
