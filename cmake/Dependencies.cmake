@@ -4,10 +4,11 @@
 find_package(Threads REQUIRED)
 find_package(PkgConfig)
 
-# The two headers that Debian 12 ships too old come from .deps/ (see fetch-dependencies.sh).
+# What Debian's packages can't serve comes from .deps/ (see fetch-dependencies.sh).
 set(VELMOOR_OPENXR_INCLUDE_DIR "" CACHE PATH "Directory that holds openxr/openxr.h, 1.1.59 or newer")
 set(VELMOOR_HTTPLIB_INCLUDE_DIR "" CACHE PATH "Directory that holds the one-header httplib.h, 0.41 or newer")
-if(NOT VELMOOR_OPENXR_INCLUDE_DIR OR NOT VELMOOR_HTTPLIB_INCLUDE_DIR)
+set(VELMOOR_RE2_SOURCE_DIR "" CACHE PATH "Directory that holds re2/re2.cc of 2022-06-01 or another one without abseil")
+if(NOT VELMOOR_OPENXR_INCLUDE_DIR OR NOT VELMOOR_HTTPLIB_INCLUDE_DIR OR NOT VELMOOR_RE2_SOURCE_DIR)
   execute_process(COMMAND ${PROJECT_SOURCE_DIR}/cmake/fetch-dependencies.sh RESULT_VARIABLE fetched)
   if(fetched EQUAL 0 AND NOT VELMOOR_OPENXR_INCLUDE_DIR)
     set(VELMOOR_OPENXR_INCLUDE_DIR ${PROJECT_SOURCE_DIR}/.deps/openxr/usr/include)
@@ -15,12 +16,18 @@ if(NOT VELMOOR_OPENXR_INCLUDE_DIR OR NOT VELMOOR_HTTPLIB_INCLUDE_DIR)
   if(fetched EQUAL 0 AND NOT VELMOOR_HTTPLIB_INCLUDE_DIR)
     set(VELMOOR_HTTPLIB_INCLUDE_DIR ${PROJECT_SOURCE_DIR}/.deps/httplib)
   endif()
+  if(fetched EQUAL 0 AND NOT VELMOOR_RE2_SOURCE_DIR)
+    set(VELMOOR_RE2_SOURCE_DIR ${PROJECT_SOURCE_DIR}/.deps/re2)
+  endif()
 endif()
 if(NOT EXISTS ${VELMOOR_OPENXR_INCLUDE_DIR}/openxr/openxr_loader_negotiation.h)
   message(FATAL_ERROR "OpenXR headers 1.1.59 or newer are missing: set -DVELMOOR_OPENXR_INCLUDE_DIR=")
 endif()
 if(NOT EXISTS ${VELMOOR_HTTPLIB_INCLUDE_DIR}/httplib.h)
   message(FATAL_ERROR "cpp-httplib 0.41 or newer is missing: set -DVELMOOR_HTTPLIB_INCLUDE_DIR=")
+endif()
+if(NOT EXISTS ${VELMOOR_RE2_SOURCE_DIR}/re2/re2.cc)
+  message(FATAL_ERROR "The source of re2 (2022-06-01) is missing: set -DVELMOOR_RE2_SOURCE_DIR=")
 endif()
 
 add_library(velmoor_openxr_headers INTERFACE)
@@ -34,12 +41,18 @@ find_package(nlohmann_json 3.11 REQUIRED)
 
 find_package(fmt 9 REQUIRED)
 
-# re2 from its archive. Versions since 2023 are built on abseil, whose CMake package then tells what to link.
-find_library(VELMOOR_RE2_ARCHIVE NAMES libre2.a REQUIRED)
-find_path(VELMOOR_RE2_INCLUDE_DIR NAMES re2/re2.h REQUIRED)
-add_library(velmoor_re2 INTERFACE)
-target_include_directories(velmoor_re2 SYSTEM INTERFACE ${VELMOOR_RE2_INCLUDE_DIR})
-target_link_libraries(velmoor_re2 INTERFACE ${VELMOOR_RE2_ARCHIVE} Threads::Threads)
+# re2 is compiled here: the thread-local of Debian's libre2.a is not position-independent, so no shared library
+# can hold it, and the shared libre2 has another name in each release.
+file(GLOB re2_sources ${VELMOOR_RE2_SOURCE_DIR}/re2/*.cc)
+if(NOT EXISTS ${VELMOOR_RE2_SOURCE_DIR}/re2/unicode_groups.cc)
+  list(APPEND re2_sources ${PROJECT_SOURCE_DIR}/diagnostics/re2_tables.cpp)
+endif()
+add_library(velmoor_re2 STATIC EXCLUDE_FROM_ALL ${re2_sources}
+  ${VELMOOR_RE2_SOURCE_DIR}/util/rune.cc ${VELMOOR_RE2_SOURCE_DIR}/util/strutil.cc)
+set_target_properties(velmoor_re2 PROPERTIES CXX_STANDARD 17 POSITION_INDEPENDENT_CODE ON
+  CXX_VISIBILITY_PRESET hidden VISIBILITY_INLINES_HIDDEN ON CXX_CLANG_TIDY "")
+target_include_directories(velmoor_re2 SYSTEM PUBLIC ${VELMOOR_RE2_SOURCE_DIR})
+target_link_libraries(velmoor_re2 PUBLIC Threads::Threads)
 
 # The real loader, for examples and tests only; the runtime package is enough.
 find_library(VELMOOR_OPENXR_LOADER NAMES openxr_loader libopenxr_loader.so.1 REQUIRED)

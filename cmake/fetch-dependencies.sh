@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Brings the two dependencies that Debian 12 ships too old: the OpenXR headers (1.1.59 or newer) and
-# cpp-httplib as one header. Both are unpacked below .deps/ from newer suites of the mirror that apt is
-# already configured for; nothing is installed and apt's own lists stay as they are.
+# Brings the dependencies that Debian's packages can't serve: the OpenXR headers (1.1.59 or newer) and
+# cpp-httplib as one header, which Debian 12 ships too old, and the source of re2, whose packaged archive can't
+# go into a shared library. They are unpacked below .deps/ from the mirror that apt is already configured for;
+# nothing is installed and apt's own lists stay as they are.
 #
 #   cmake/fetch-dependencies.sh [TARGET_DIRECTORY]      (default: .deps beside this folder)
 set -euo pipefail
@@ -10,13 +11,16 @@ root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 target=${1:-$root/.deps}
 openxr_header=$target/openxr/usr/include/openxr/openxr.h
 httplib_header=$target/httplib/httplib.h
+re2_source=$target/re2/re2/re2.cc
 
-[ -f "$openxr_header" ] && [ -f "$httplib_header" ] && exit 0
+all_there() { [ -f "$openxr_header" ] && [ -f "$httplib_header" ] && [ -f "$re2_source" ]; }
+all_there && exit 0
 
 give_up() {
   echo "fetch-dependencies: $1" >&2
   echo "  Point CMake to your own copies instead: -DVELMOOR_OPENXR_INCLUDE_DIR=<dir holding openxr/openxr.h, 1.1.59 or newer>" >&2
-  echo "  and -DVELMOOR_HTTPLIB_INCLUDE_DIR=<dir holding the one-header httplib.h, 0.41 or newer>" >&2
+  echo "  -DVELMOOR_HTTPLIB_INCLUDE_DIR=<dir holding the one-header httplib.h, 0.41 or newer>" >&2
+  echo "  -DVELMOOR_RE2_SOURCE_DIR=<dir holding re2/re2.cc of 2022-06-01, the last line that needs no abseil>" >&2
   exit 1
 }
 
@@ -35,6 +39,7 @@ cat > "$work/sources.list" <<SOURCES
 deb [signed-by=$keyring] $mirror testing main
 deb-src [signed-by=$keyring] $mirror testing main
 deb-src [signed-by=$keyring] $mirror trixie-backports main
+deb-src [signed-by=$keyring] $mirror bookworm main
 SOURCES
 : > "$work/state/status"
 
@@ -45,17 +50,32 @@ own_apt() {
     -o Acquire::Languages=none -o APT::Get::List-Cleanup=0 "$@"
 }
 
-echo "fetch-dependencies: OpenXR headers and cpp-httplib into ${target#"$PWD"/}" >&2
-own_apt update >/dev/null || give_up "the mirror does not serve the newer suites"
-cd "$work"
-own_apt download libopenxr-dev >/dev/null || give_up "the mirror has no newer libopenxr-dev"
-rm -rf "$target/openxr" "$target/httplib"
-dpkg-deb --extract "$work"/libopenxr-dev_*.deb "$target/openxr"
-# The loader's link library and CMake files of another suite must not be found by accident.
-find "$target/openxr" -mindepth 1 -not -path '*/include*' \( -type f -o -type l \) -delete
+fetch_openxr() {
+  own_apt download libopenxr-dev >/dev/null || give_up "the mirror has no newer libopenxr-dev"
+  rm -rf "$target/openxr"
+  dpkg-deb --extract "$work"/libopenxr-dev_*.deb "$target/openxr"
+  # The loader's link library and CMake files of another suite must not be found by accident.
+  find "$target/openxr" -mindepth 1 -not -path '*/include*' \( -type f -o -type l \) -delete
+}
 
-own_apt source --download-only cpp-httplib/trixie-backports >/dev/null 2>&1 ||
-  own_apt source --download-only cpp-httplib >/dev/null || give_up "the mirror has no newer cpp-httplib"
-mkdir -p "$target/httplib"
-tar -xf "$work"/cpp-httplib_*.orig.tar.* --directory "$target/httplib" --strip-components=1 --wildcards '*/httplib.h'
-[ -f "$openxr_header" ] && [ -f "$httplib_header" ] || give_up "the packages do not hold the headers where they are expected"
+fetch_httplib() {
+  own_apt source --download-only cpp-httplib/trixie-backports >/dev/null 2>&1 ||
+    own_apt source --download-only cpp-httplib >/dev/null || give_up "the mirror has no newer cpp-httplib"
+  mkdir -p "$target/httplib"
+  tar -xf "$work"/cpp-httplib_*.orig.tar.* --directory "$target/httplib" --strip-components=1 --wildcards '*/httplib.h'
+}
+
+fetch_re2() {
+  own_apt source --download-only re2/bookworm >/dev/null || give_up "the mirror has no source of re2"
+  mkdir -p "$target/re2"
+  tar -xf "$work"/re2_*.orig.tar.* --directory "$target/re2" --strip-components=1 --exclude '*ing/*' \
+    --wildcards '*/re2/*' '*/util/*' '*/LICENSE'
+}
+
+echo "fetch-dependencies: OpenXR headers, cpp-httplib and re2 into ${target#"$PWD"/}" >&2
+own_apt update >/dev/null || give_up "the mirror does not serve the suites that are needed"
+cd "$work"
+[ -f "$openxr_header" ] || fetch_openxr
+[ -f "$httplib_header" ] || fetch_httplib
+[ -f "$re2_source" ] || fetch_re2
+all_there || give_up "the packages do not hold the files where they are expected"
