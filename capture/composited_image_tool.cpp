@@ -1,0 +1,110 @@
+// openxr_capture_composited_image shows the agent what the user sees: one eye's composited frame as a PNG.
+#include <chrono>
+#include <memory>
+#include <thread>
+
+#include "capture/capture_tools.h"
+#include "capture/image_encoding.h"
+#include "capture/screen_capture_manager.h"
+#include "capture/simulator_compositor_capture.h"
+#include "context/context_manager.h"
+#include "diagnostics/logger.h"
+#include "tools/arguments.h"
+#include "tools/session_tools.h"
+#include "tools/tool_results.h"
+
+namespace orvanic_xr {
+namespace {
+
+constexpr char kName[] = "openxr_capture_composited_image";
+
+constexpr char kDescription[] =
+    "Capture the composited image from the OpenXR runtime, which is the visual content that the user can see. The "
+    "composited image includes both the physical environment (if passthrough is activated) and the virtual world. You "
+    "can choose either left or right eye to capture.";
+
+constexpr char kPermissionPending[] =
+    "Screen capture permission is pending. A system consent dialog is now shown in the headset — ask the user to "
+    "approve it, then call openxr_capture_composited_image again. This is not an error; retry once the user has "
+    "granted permission.";
+
+constexpr std::chrono::seconds kPermissionWait{5};
+constexpr std::chrono::milliseconds kPermissionPoll{100};
+
+// Asks for permission and waits a while for it. True if a capture can be made now.
+bool WaitUntilReady(ScreenCaptureBackend& backend) {
+    if (backend.is_ready()) return true;
+    LogInfo(kName, ": Capture backend not ready, requesting permission");
+    backend.request_permission();
+    const auto deadline = std::chrono::steady_clock::now() + kPermissionWait;
+    while (!backend.is_ready() && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(kPermissionPoll);
+    }
+    if (backend.is_ready()) return true;
+    LogInfo(kName, ": Permission not yet granted, returning pending status");
+    return false;
+}
+
+json CaptureAndEncode(ScreenCaptureBackend& backend, const std::string& eye) {
+    std::vector<std::uint8_t> pixels;
+    std::uint32_t width = 0;
+    std::uint32_t height = 0;
+    if (!backend.capture(pixels, width, height, eye)) {
+        return refuse(kName, "Screen capture failed", "Failed to capture frame.");
+    }
+    const auto png = encode_png(pixels, width, height);
+    if (!png || png->empty()) {
+        return refuse(kName, "Failed to encode PNG", "Failed to encode image to PNG format.");
+    }
+    json image = {{"type", "image"}};
+    image["data"] = encode_base64(png->data(), png->size());
+    image["mimeType"] = "image/png";
+    image["annotations"] = {{"width", width}, {"height", height}};
+    LogInfo(kName, ": Successfully captured ", width, "x", height, " image, PNG size: ", png->size(), " bytes");
+    json content = json::array();
+    content.push_back(std::move(image));
+    return content;
+}
+
+json handle_capture_composited_image(const json& arguments, const std::string& /*session_id*/) {
+    LogInfo(kName, " tool called");
+    const SessionResolution resolution = resolve_session_from_arguments(arguments, kName);
+    if (!resolution.valid) return make_text_tool_result(resolution.error);
+    std::string eye = "left";
+    if (const json* given = find_argument(arguments, "eye")) {
+        // On purpose the text speaks of a hand.
+        if (!given->is_string()) {
+            return refuse(kName, "Invalid 'eye' parameter", "Invalid 'hand' parameter. Expected a string value.");
+        }
+        eye = given->get<std::string>();
+    }
+    if (eye != "left" && eye != "right") {
+        return refuse(kName, "Invalid 'eye' parameter: " + eye, "Invalid 'eye' parameter. Must be 'left' or 'right'.");
+    }
+    const std::shared_ptr<ScreenCaptureBackend> backend = ScreenCaptureManager::instance().backend();
+    if (!backend) {
+        return refuse(kName, "No capture method available on this platform",
+                      "Compositor capture is not available on this platform.");
+    }
+    if (!WaitUntilReady(*backend)) return make_text_tool_result(kPermissionPending);
+    return CaptureAndEncode(*backend, eye);
+}
+
+bool capture_extension_enabled() {
+    return ContextManager::instance().isExtensionEnabled(kSimulatorCompositorCaptureExtension);
+}
+
+}  // namespace
+
+ToolEntry make_openxr_capture_composited_image_tool_entry() {
+    ToolBuilder builder(kName, kDescription);
+    builder
+        .add_number_parameter("session_handle",
+                              "The XR session handle. Optional — if not provided, uses the current active session.",
+                              false)
+        .add_string_parameter("eye", "Which eye to capture. Valid options: 'left' or 'right'. Default: 'left'", false)
+        .set_hints(true, false, false, true);
+    return {builder.build(), handle_capture_composited_image, capture_extension_enabled};
+}
+
+}  // namespace orvanic_xr

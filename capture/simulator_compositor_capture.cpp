@@ -1,0 +1,110 @@
+#include "capture/simulator_compositor_capture.h"
+
+#include <exception>
+
+#include "diagnostics/logger.h"
+#include "layer/dispatch/dispatch.h"
+
+namespace orvanic_xr {
+namespace {
+
+// What the start call is given: both eyes, by the numbering of the eyes.
+constexpr std::uint32_t kBothEyes = 3;
+constexpr std::uint32_t kMaxDimension = 16384;
+
+// Asked for at each use: the instance may be another one by then.
+template <typename Function>
+Function Resolve(const char* name) {
+    return DispatchHolder::instance().Resolve<Function>(name);
+}
+
+template <typename... Parts>
+bool Refuse(const Parts&... parts) {
+    LogError("SimulatorCompositorCapture: ", parts...);
+    return false;
+}
+
+}  // namespace
+
+bool OpenXRSimulatorCompositorCaptureBackend::start(XrSession session) {
+    if (active_) {
+        LogWarning("SimulatorCompositorCapture: Already active");
+        return true;
+    }
+    if (session == XR_NULL_HANDLE) return Refuse("Null session handle");
+    const auto start_capture =
+        Resolve<PFN_xrStartSimulatorCompositorOutputCaptureKESTX1>("xrStartSimulatorCompositorOutputCaptureKESTX1");
+    if (!start_capture) return Refuse("xrStartSimulatorCompositorOutputCaptureKESTX1 unavailable");
+    session_ = session;
+    const XrResult result = start_capture(session, kBothEyes);
+    if (XR_FAILED(result)) {
+        LogError("SimulatorCompositorCapture: Failed to start, result: ", static_cast<int>(result));
+        session_ = XR_NULL_HANDLE;
+        return false;
+    }
+    active_ = true;
+    LogInfo("SimulatorCompositorCapture: Started");
+    return true;
+}
+
+void OpenXRSimulatorCompositorCaptureBackend::stop() {
+    if (!active_) return;
+    const auto stop_capture =
+        Resolve<PFN_xrStopSimulatorCompositorOutputCaptureKESTX1>("xrStopSimulatorCompositorOutputCaptureKESTX1");
+    const XrSession session = session_;
+    if (stop_capture && session != XR_NULL_HANDLE) {
+        stop_capture(session);
+    } else {
+        LogWarning("SimulatorCompositorCapture: Skipping stop (entry point or session unavailable)");
+    }
+    session_ = XR_NULL_HANDLE;
+    active_ = false;
+    LogInfo("SimulatorCompositorCapture: Stopped");
+}
+
+bool OpenXRSimulatorCompositorCaptureBackend::capture(std::vector<std::uint8_t>& pixels, std::uint32_t& width,
+                                                      std::uint32_t& height, const std::string& eye) {
+    if (!active_) return Refuse("Not active");
+    const XrSession session = session_;
+    if (session == XR_NULL_HANDLE) return Refuse("Session is null");
+    const auto capture_output =
+        Resolve<PFN_xrCaptureSimulatorCompositorOutputKESTX1>("xrCaptureSimulatorCompositorOutputKESTX1");
+    if (!capture_output) return Refuse("xrCaptureSimulatorCompositorOutputKESTX1 unavailable");
+
+    std::uint32_t captured_width = 0;
+    std::uint32_t captured_height = 0;
+    SimulatorCompositorCaptureInfo info{kSimulatorCompositorCaptureInfoType,
+                                        nullptr,
+                                        eye == "left" ? 1u : 2u,
+                                        &captured_width,
+                                        &captured_height,
+                                        nullptr};
+    XrResult result = capture_output(session, &info);
+    if (XR_FAILED(result)) return Refuse("Failed to query dimensions, result: ", static_cast<int>(result));
+    if (captured_width == 0 || captured_height == 0) {
+        return Refuse("Invalid dimensions ", captured_width, "x", captured_height);
+    }
+    if (captured_width > kMaxDimension || captured_height > kMaxDimension) {
+        return Refuse("Dimensions exceed maximum ", captured_width, "x", captured_height);
+    }
+    const std::uint64_t byte_count = std::uint64_t{captured_width} * captured_height * 4;
+    try {
+        pixels.resize(byte_count);
+    } catch (const std::exception&) {
+        return Refuse("Failed to allocate ", byte_count, " bytes");
+    }
+    // The second answer may name another size; the buffer is of the first, and so is the picture.
+    std::uint32_t later_width = captured_width;
+    std::uint32_t later_height = captured_height;
+    info.width_output = &later_width;
+    info.height_output = &later_height;
+    info.pixels = pixels.data();
+    result = capture_output(session, &info);
+    if (XR_FAILED(result)) return Refuse("Failed to capture frame, result: ", static_cast<int>(result));
+    width = captured_width;
+    height = captured_height;
+    LogInfo("SimulatorCompositorCapture: Captured frame ", width, "x", height, " (", byte_count, " bytes)");
+    return true;
+}
+
+}  // namespace orvanic_xr
