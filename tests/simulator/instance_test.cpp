@@ -1,0 +1,168 @@
+// Negotiation, instance, handles and paths.
+#include <gmock/gmock.h>
+
+#include <cstring>
+
+#include "tests/simulator/simulator_fixture.h"
+
+namespace simulator_test {
+namespace {
+
+class SimulatorInstance : public SimulatorTest {};
+
+XrResult Lookup(XrInstance instance, const char* name) {
+    PFN_xrVoidFunction function = nullptr;
+    return GetInstanceProcAddr()(instance, name, &function);
+}
+
+TEST_F(SimulatorInstance, LookupGivesWhatTheInstanceEnabled) {
+    const struct {
+        const char* name;
+        XrResult without_instance;
+        XrResult with_instance;
+    } rows[] = {
+        {"xrCreateInstance", XR_SUCCESS, XR_SUCCESS},
+        {"xrEnumerateInstanceExtensionProperties", XR_SUCCESS, XR_SUCCESS},
+        {"xrCreateSession", XR_ERROR_HANDLE_INVALID, XR_SUCCESS},
+        {"xrNoSuchThing", XR_ERROR_HANDLE_INVALID, XR_ERROR_FUNCTION_UNSUPPORTED},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(Lookup(XR_NULL_HANDLE, row.name), row.without_instance);
+        EXPECT_EQ(Lookup(instance_, row.name), row.with_instance);
+    }
+    EXPECT_EQ(Lookup(HandleOf<XrInstance>(1), "xrCreateSession"), XR_ERROR_HANDLE_INVALID);
+}
+
+TEST_F(SimulatorInstance, CreateInfoIsChecked) {
+    PFN_xrCreateInstance create = nullptr;
+    GetInstanceProcAddr()(XR_NULL_HANDLE, "xrCreateInstance", reinterpret_cast<PFN_xrVoidFunction*>(&create));
+    const char* const unknown[] = {"XR_VELMOOR_nothing"};
+    const char* const missing[] = {nullptr};
+    const struct {
+        const char* name;
+        XrResult expected;
+        void (*spoil)(XrInstanceCreateInfo&, const char* const*, const char* const*);
+    } rows[] = {
+        {"type", XR_ERROR_VALIDATION_FAILURE, [](auto& i, auto, auto) { i.type = XR_TYPE_SESSION_CREATE_INFO; }},
+        {"no name", XR_ERROR_NAME_INVALID, [](auto& i, auto, auto) { i.applicationInfo.applicationName[0] = '\0'; }},
+        {"unterminated name", XR_ERROR_NAME_INVALID,
+         [](auto& i, auto, auto) {
+             std::memset(i.applicationInfo.applicationName, 'x', XR_MAX_APPLICATION_NAME_SIZE);
+         }},
+        {"newer API", XR_ERROR_API_VERSION_UNSUPPORTED,
+         [](auto& i, auto, auto) { i.applicationInfo.apiVersion = XR_MAKE_VERSION(1, 1, 0); }},
+        {"unknown extension", XR_ERROR_EXTENSION_NOT_PRESENT,
+         [](auto& i, auto names, auto) { i.enabledExtensionCount = 1, i.enabledExtensionNames = names; }},
+        {"null extension name", XR_ERROR_VALIDATION_FAILURE,
+         [](auto& i, auto, auto nulls) { i.enabledExtensionCount = 1, i.enabledExtensionNames = nulls; }},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        auto info = Typed<XrInstanceCreateInfo>(XR_TYPE_INSTANCE_CREATE_INFO);
+        std::strcpy(info.applicationInfo.applicationName, "test");
+        info.applicationInfo.apiVersion = XR_MAKE_VERSION(1, 0, 34);
+        row.spoil(info, unknown, missing);
+        XrInstance instance = XR_NULL_HANDLE;
+        EXPECT_EQ(create(&info, &instance), row.expected);
+    }
+}
+
+TEST_F(SimulatorInstance, HandlesOfDestroyedObjectsAndOtherKindsAreRefused) {
+    const XrSession session = MakeSession();
+    const XrActionSet set = MakeActionSet("play");
+    const XrAction action = MakeAction(set, "jump", XR_ACTION_TYPE_BOOLEAN_INPUT);
+    const XrSpace space = MakeSpace(session, XR_REFERENCE_SPACE_TYPE_STAGE);
+    EXPECT_EQ(DestroySpace(reinterpret_cast<XrSpace>(session)), XR_ERROR_HANDLE_INVALID);
+    EXPECT_EQ(DestroySpace(XR_NULL_HANDLE), XR_ERROR_HANDLE_INVALID);
+
+    EXPECT_EQ(DestroySession(session), XR_SUCCESS);
+    EXPECT_EQ(DestroySession(session), XR_ERROR_HANDLE_INVALID);
+    EXPECT_EQ(DestroySpace(space), XR_ERROR_HANDLE_INVALID) << "spaces go with their session";
+    EXPECT_NE(MakeSession(), session) << "a reused place has another generation";
+
+    EXPECT_EQ(DestroyActionSet(set), XR_SUCCESS);
+    EXPECT_EQ(DestroyAction(action), XR_ERROR_HANDLE_INVALID) << "actions go with their set";
+
+    const XrInstance old = std::exchange(instance_, XR_NULL_HANDLE);
+    EXPECT_EQ(DestroyInstance(old), XR_SUCCESS);
+    EXPECT_EQ(DestroyInstance(old), XR_ERROR_HANDLE_INVALID);
+}
+
+TEST_F(SimulatorInstance, HandlesFitIntoAJsonNumber) {
+    EXPECT_LT(reinterpret_cast<std::uint64_t>(MakeSession()), std::uint64_t{1} << 53);
+}
+
+TEST_F(SimulatorInstance, SystemIsTheOneHeadset) {
+    XrSystemGetInfo info = {XR_TYPE_SYSTEM_GET_INFO, nullptr, XR_FORM_FACTOR_HANDHELD_DISPLAY};
+    XrSystemId system = XR_NULL_SYSTEM_ID;
+    EXPECT_EQ(GetSystem(instance_, &info, &system), XR_ERROR_FORM_FACTOR_UNSUPPORTED);
+    info.formFactor = XR_FORM_FACTOR_HEAD_MOUNTED_DISPLAY;
+    ASSERT_EQ(GetSystem(instance_, &info, &system), XR_SUCCESS);
+    auto properties = Typed<XrSystemProperties>(XR_TYPE_SYSTEM_PROPERTIES);
+    EXPECT_EQ(GetSystemProperties(instance_, system + 1, &properties), XR_ERROR_SYSTEM_INVALID);
+    EXPECT_EQ(GetSystemProperties(instance_, system, &properties), XR_SUCCESS);
+    EXPECT_STREQ(properties.systemName, "Velmoor Simulator");
+}
+
+TEST_F(SimulatorInstance, PathsAreWellFormedOrRefused) {
+    const struct {
+        std::string text;
+        XrResult expected;
+    } rows[] = {
+        {"/user/hand/left", XR_SUCCESS},
+        {"/a.b-c_9", XR_SUCCESS},
+        {"/" + std::string(254, 'a'), XR_SUCCESS},
+        {"/" + std::string(255, 'a'), XR_ERROR_PATH_FORMAT_INVALID},
+        {"", XR_ERROR_PATH_FORMAT_INVALID},
+        {"/", XR_ERROR_PATH_FORMAT_INVALID},
+        {"user/hand", XR_ERROR_PATH_FORMAT_INVALID},
+        {"/user/", XR_ERROR_PATH_FORMAT_INVALID},
+        {"/user//hand", XR_ERROR_PATH_FORMAT_INVALID},
+        {"/User", XR_ERROR_PATH_FORMAT_INVALID},
+        {"/user/..", XR_ERROR_PATH_FORMAT_INVALID},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        XrPath path = XR_NULL_PATH;
+        EXPECT_EQ(StringToPath(instance_, row.text.c_str(), &path), row.expected);
+    }
+}
+
+TEST_F(SimulatorInstance, TextsFollowTheTwoCallRule) {
+    const XrPath path = Path("/user/head");
+    EXPECT_EQ(Path("/user/head"), path);
+    std::uint32_t count = 0;
+    char buffer[16];
+    EXPECT_EQ(PathToString(instance_, path, 0, &count, nullptr), XR_SUCCESS);
+    EXPECT_EQ(count, 11u);
+    EXPECT_EQ(PathToString(instance_, path, 10, &count, buffer), XR_ERROR_SIZE_INSUFFICIENT);
+    EXPECT_EQ(count, 11u);
+    EXPECT_EQ(PathToString(instance_, path, 11, &count, buffer), XR_SUCCESS);
+    EXPECT_STREQ(buffer, "/user/head");
+    EXPECT_EQ(PathToString(instance_, path, 11, &count, nullptr), XR_ERROR_VALIDATION_FAILURE);
+    EXPECT_EQ(PathToString(instance_, 12345, 11, &count, buffer), XR_ERROR_PATH_INVALID);
+    EXPECT_EQ(PathToString(instance_, XR_NULL_PATH, 11, &count, buffer), XR_ERROR_PATH_INVALID);
+}
+
+TEST_F(SimulatorInstance, EventBufferHasToSayThatItIsOne) {
+    auto buffer = Typed<XrEventDataBuffer>(XR_TYPE_EVENT_DATA_BUFFER);
+    EXPECT_EQ(PollEvent(instance_, &buffer), XR_EVENT_UNAVAILABLE);
+    MakeSession();
+    EXPECT_EQ(PollEvent(instance_, &buffer), XR_SUCCESS);
+    EXPECT_EQ(PollEvent(instance_, &buffer), XR_ERROR_VALIDATION_FAILURE) << "the type is that of the last event";
+}
+
+TEST_F(SimulatorInstance, SessionWithoutTheHeadlessExtensionNeedsGraphics) {
+    const XrInstance plain = MakeInstance({});
+    auto info = Typed<XrSessionCreateInfo>(XR_TYPE_SESSION_CREATE_INFO);
+    const XrSystemGetInfo system_info = {XR_TYPE_SYSTEM_GET_INFO, nullptr, XR_FORM_FACTOR_HEAD_MOUNTED_DISPLAY};
+    XrSession session = XR_NULL_HANDLE;
+    EXPECT_EQ(CreateSession(plain, &info, &session), XR_ERROR_SYSTEM_INVALID);
+    ASSERT_EQ(GetSystem(plain, &system_info, &info.systemId), XR_SUCCESS);
+    EXPECT_EQ(CreateSession(plain, &info, &session), XR_ERROR_GRAPHICS_DEVICE_INVALID);
+    EXPECT_EQ(DestroyInstance(plain), XR_SUCCESS);
+}
+
+}  // namespace
+}  // namespace simulator_test

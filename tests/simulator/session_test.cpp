@@ -1,0 +1,144 @@
+// The life of a session and its frame loop.
+#include <gmock/gmock.h>
+
+#include <future>
+#include <thread>
+
+#include "tests/simulator/simulator_fixture.h"
+
+namespace simulator_test {
+namespace {
+
+using ::testing::ElementsAre;
+
+constexpr XrDuration kPeriod = 2'000'000;
+constexpr auto kPatience = std::chrono::seconds(5);
+
+class SimulatorSession : public SimulatorTest {
+ protected:
+    XrResult TryBegin(XrSession session) {
+        const XrSessionBeginInfo info = {XR_TYPE_SESSION_BEGIN_INFO, nullptr,
+                                         XR_VIEW_CONFIGURATION_TYPE_PRIMARY_STEREO};
+        return BeginSession(session, &info);
+    }
+
+    XrResult TryWait(XrSession session) {
+        auto state = Typed<XrFrameState>(XR_TYPE_FRAME_STATE);
+        return WaitFrame(session, nullptr, &state);
+    }
+
+    XrResult TryEnd(XrSession session, XrTime time = 1,
+                    XrEnvironmentBlendMode mode = XR_ENVIRONMENT_BLEND_MODE_OPAQUE) {
+        const XrFrameEndInfo info = {XR_TYPE_FRAME_END_INFO, nullptr, time, mode, 0, nullptr};
+        return EndFrame(session, &info);
+    }
+};
+
+TEST_F(SimulatorSession, LivesFromIdleToExiting) {
+    const XrSession session = MakeSession();
+    EXPECT_THAT(StatesTold(), ElementsAre(XR_SESSION_STATE_IDLE, XR_SESSION_STATE_READY));
+    Begin(session);
+    EXPECT_THAT(StatesTold(),
+                ElementsAre(XR_SESSION_STATE_SYNCHRONIZED, XR_SESSION_STATE_VISIBLE, XR_SESSION_STATE_FOCUSED));
+    EXPECT_EQ(RequestExitSession(session), XR_SUCCESS);
+    EXPECT_EQ(RequestExitSession(session), XR_SUCCESS);
+    EXPECT_THAT(StatesTold(),
+                ElementsAre(XR_SESSION_STATE_VISIBLE, XR_SESSION_STATE_SYNCHRONIZED, XR_SESSION_STATE_STOPPING));
+    EXPECT_EQ(EndSession(session), XR_SUCCESS);
+    EXPECT_THAT(StatesTold(), ElementsAre(XR_SESSION_STATE_IDLE, XR_SESSION_STATE_EXITING));
+}
+
+TEST_F(SimulatorSession, CallsOutOfOrderAreRefused) {
+    const XrSession session = MakeSession();
+    EXPECT_EQ(EndSession(session), XR_ERROR_SESSION_NOT_RUNNING);
+    EXPECT_EQ(RequestExitSession(session), XR_ERROR_SESSION_NOT_RUNNING);
+    EXPECT_EQ(TryWait(session), XR_ERROR_SESSION_NOT_RUNNING);
+    EXPECT_EQ(BeginFrame(session, nullptr), XR_ERROR_SESSION_NOT_RUNNING);
+    EXPECT_EQ(TryEnd(session), XR_ERROR_SESSION_NOT_RUNNING);
+
+    Begin(session);
+    EXPECT_EQ(TryBegin(session), XR_ERROR_SESSION_RUNNING);
+    EXPECT_EQ(EndSession(session), XR_ERROR_SESSION_NOT_STOPPING);
+    EXPECT_EQ(BeginFrame(session, nullptr), XR_ERROR_CALL_ORDER_INVALID);
+    EXPECT_EQ(TryEnd(session), XR_ERROR_CALL_ORDER_INVALID);
+
+    RequestExitSession(session);
+    EndSession(session);
+    EXPECT_EQ(TryBegin(session), XR_ERROR_SESSION_NOT_READY);
+}
+
+TEST_F(SimulatorSession, EventsOfADestroyedSessionAreForgotten) {
+    const XrSession first = MakeSession();
+    const XrSession second = MakeSession();
+    Begin(second);
+    DestroySession(first);
+    EXPECT_THAT(StatesTold(), ElementsAre(XR_SESSION_STATE_IDLE, XR_SESSION_STATE_READY, XR_SESSION_STATE_SYNCHRONIZED,
+                                          XR_SESSION_STATE_VISIBLE, XR_SESSION_STATE_FOCUSED));
+}
+
+TEST_F(SimulatorSession, FramesComeAtTheAskedRate) {
+    const XrSession session = MakeFocusedSession();
+    const auto start = std::chrono::steady_clock::now();
+    XrTime last = RunFrame(session).predictedDisplayTime;
+    for (int i = 0; i < 20; ++i) {
+        const XrFrameState state = RunFrame(session);
+        EXPECT_EQ(state.predictedDisplayPeriod, kPeriod);
+        EXPECT_EQ(state.shouldRender, XrBool32{XR_TRUE});
+        EXPECT_GE(state.predictedDisplayTime, last + kPeriod);
+        EXPECT_EQ((state.predictedDisplayTime - last) % kPeriod, 0);
+        last = state.predictedDisplayTime;
+    }
+    EXPECT_GE(std::chrono::steady_clock::now() - start, 20 * std::chrono::nanoseconds(kPeriod));
+}
+
+TEST_F(SimulatorSession, FrameThatIsBegunTwiceIsDiscarded) {
+    const XrSession session = MakeFocusedSession();
+    EXPECT_EQ(TryWait(session), XR_SUCCESS);
+    EXPECT_EQ(BeginFrame(session, nullptr), XR_SUCCESS);
+    EXPECT_EQ(BeginFrame(session, nullptr), XR_ERROR_CALL_ORDER_INVALID);
+    EXPECT_EQ(TryWait(session), XR_SUCCESS) << "frames may overlap";
+    EXPECT_EQ(BeginFrame(session, nullptr), XR_FRAME_DISCARDED);
+    EXPECT_EQ(TryEnd(session), XR_SUCCESS);
+    EXPECT_EQ(TryEnd(session), XR_ERROR_CALL_ORDER_INVALID);
+}
+
+TEST_F(SimulatorSession, WaitBlocksUntilTheFrameBeforeWasBegun) {
+    const XrSession session = MakeFocusedSession();
+    EXPECT_EQ(TryWait(session), XR_SUCCESS);
+    auto second = std::async(std::launch::async, [&] { return TryWait(session); });
+    EXPECT_EQ(second.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+    EXPECT_EQ(BeginFrame(session, nullptr), XR_SUCCESS);
+    ASSERT_EQ(second.wait_for(kPatience), std::future_status::ready);
+    EXPECT_EQ(second.get(), XR_SUCCESS);
+}
+
+TEST_F(SimulatorSession, WaitEndsWithItsSession) {
+    const XrSession session = MakeFocusedSession();
+    EXPECT_EQ(TryWait(session), XR_SUCCESS);
+    auto second = std::async(std::launch::async, [&] { return TryWait(session); });
+    EXPECT_EQ(second.wait_for(std::chrono::milliseconds(20)), std::future_status::timeout);
+    DestroyInstance(std::exchange(instance_, XR_NULL_HANDLE));
+    ASSERT_EQ(second.wait_for(kPatience), std::future_status::ready);
+    EXPECT_EQ(second.get(), XR_ERROR_HANDLE_INVALID);
+}
+
+TEST_F(SimulatorSession, FrameEndIsChecked) {
+    const XrSession session = MakeFocusedSession();
+    EXPECT_EQ(TryWait(session), XR_SUCCESS);
+    EXPECT_EQ(BeginFrame(session, nullptr), XR_SUCCESS);
+    EXPECT_EQ(TryEnd(session, 0), XR_ERROR_TIME_INVALID);
+    EXPECT_EQ(TryEnd(session, 1, XR_ENVIRONMENT_BLEND_MODE_ADDITIVE), XR_ERROR_ENVIRONMENT_BLEND_MODE_UNSUPPORTED);
+    const XrCompositionLayerBaseHeader* layers[] = {nullptr};
+    XrFrameEndInfo info = {XR_TYPE_FRAME_END_INFO, nullptr, 1, XR_ENVIRONMENT_BLEND_MODE_OPAQUE, 1, layers};
+    EXPECT_EQ(EndFrame(session, &info), XR_ERROR_LAYER_INVALID);
+    info.layers = nullptr;
+    EXPECT_EQ(EndFrame(session, &info), XR_ERROR_VALIDATION_FAILURE);
+    info.layerCount = 17;
+    EXPECT_EQ(EndFrame(session, &info), XR_ERROR_LAYER_LIMIT_EXCEEDED);
+    info.type = XR_TYPE_FRAME_WAIT_INFO;
+    EXPECT_EQ(EndFrame(session, &info), XR_ERROR_VALIDATION_FAILURE);
+    EXPECT_EQ(TryEnd(session), XR_SUCCESS) << "a refused end leaves the frame open";
+}
+
+}  // namespace
+}  // namespace simulator_test

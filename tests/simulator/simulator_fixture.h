@@ -1,0 +1,123 @@
+// The built runtime library in this process, reached through its negotiate function as the loader reaches it,
+// and the short words that its tests are written in.
+#pragma once
+
+#include <gtest/gtest.h>
+#include <openxr/openxr.h>
+
+#include <cstdint>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace simulator_test {
+
+// Every function that a test calls, by its name without "xr".
+#define VELMOOR_TESTED_FUNCTIONS(X)      \
+    X(DestroyInstance)                   \
+    X(GetInstanceProperties)             \
+    X(PollEvent)                         \
+    X(GetSystem)                         \
+    X(GetSystemProperties)               \
+    X(CreateSession)                     \
+    X(DestroySession)                    \
+    X(BeginSession)                      \
+    X(EndSession)                        \
+    X(RequestExitSession)                \
+    X(WaitFrame)                         \
+    X(BeginFrame)                        \
+    X(EndFrame)                          \
+    X(LocateViews)                       \
+    X(EnumerateReferenceSpaces)          \
+    X(CreateReferenceSpace)              \
+    X(CreateActionSpace)                 \
+    X(LocateSpace)                       \
+    X(DestroySpace)                      \
+    X(StringToPath)                      \
+    X(PathToString)                      \
+    X(CreateActionSet)                   \
+    X(DestroyActionSet)                  \
+    X(CreateAction)                      \
+    X(DestroyAction)                     \
+    X(SuggestInteractionProfileBindings) \
+    X(AttachSessionActionSets)           \
+    X(GetCurrentInteractionProfile)      \
+    X(SyncActions)                       \
+    X(GetActionStateBoolean)             \
+    X(GetActionStateFloat)               \
+    X(GetActionStateVector2f)            \
+    X(GetActionStatePose)                \
+    X(EnumerateBoundSourcesForAction)    \
+    X(GetInputSourceLocalizedName)       \
+    X(SetInputDeviceActiveEXT)           \
+    X(SetInputDeviceStateBoolEXT)        \
+    X(SetInputDeviceStateFloatEXT)       \
+    X(SetInputDeviceStateVector2fEXT)    \
+    X(SetInputDeviceLocationEXT)
+
+inline constexpr XrPosef kIdentity = {{0, 0, 0, 1}, {0, 0, 0}};
+inline constexpr char kTouchProfile[] = "/interaction_profiles/oculus/touch_controller";
+inline constexpr char kProntoProfile[] = "/interaction_profiles/kest/pronto_controller_plus";
+
+PFN_xrGetInstanceProcAddr GetInstanceProcAddr();
+
+// A zeroed record that says what it is.
+template <class Record>
+Record Typed(XrStructureType type) {
+    Record record = {};
+    record.type = type;
+    return record;
+}
+
+class SimulatorTest : public ::testing::Test {
+ protected:
+    // Frames are short, so that a test runs through many of them.
+    static constexpr double kFramesPerSecond = 500.0;
+
+    void SetUp() override;
+    void TearDown() override;
+
+    // What a suite enables; all that the runtime has, unless it says otherwise.
+    virtual std::vector<const char*> Extensions() const;
+
+    XrInstance MakeInstance(const std::vector<const char*>& extensions);
+    XrSession MakeSession();
+    // A session in the state FOCUSED, its events taken.
+    XrSession MakeFocusedSession();
+    void Begin(XrSession session);
+    XrFrameState RunFrame(XrSession session);
+
+    std::optional<XrEventDataBuffer> NextEvent();
+    // The states that wait in the event queue, oldest first; other events are dropped.
+    std::vector<XrSessionState> StatesTold();
+
+    XrPath Path(const std::string& text);
+    std::string Text(XrPath path);
+
+    XrActionSet MakeActionSet(const std::string& name, std::uint32_t priority = 0);
+    XrAction MakeAction(XrActionSet set, const std::string& name, XrActionType type,
+                        std::initializer_list<const char*> subactions = {});
+    XrResult Suggest(const std::string& profile, std::initializer_list<std::pair<XrAction, const char*>> bindings);
+    XrResult Attach(XrSession session, std::vector<XrActionSet> sets);
+    XrResult Sync(XrSession session, std::vector<XrActionSet> sets);
+    XrActionStateFloat Float(XrSession session, XrAction action, const char* subaction = nullptr);
+    XrActionStateBoolean Boolean(XrSession session, XrAction action, const char* subaction = nullptr);
+
+    XrSpace MakeSpace(XrSession session, XrReferenceSpaceType type, const XrPosef& pose = kIdentity);
+    XrSpaceLocation Locate(XrSpace space, XrSpace base, XrTime time = 1);
+
+#define VELMOOR_DECLARE(name) PFN_xr##name name = nullptr;
+    VELMOOR_TESTED_FUNCTIONS(VELMOOR_DECLARE)
+#undef VELMOOR_DECLARE
+
+    XrInstance instance_ = XR_NULL_HANDLE;
+};
+
+template <class Handle>
+Handle HandleOf(std::uint64_t number) {
+    return reinterpret_cast<Handle>(number);
+}
+
+}  // namespace simulator_test

@@ -1,0 +1,145 @@
+// Spaces and views, with no device simulated.
+#include <gmock/gmock.h>
+
+#include <cmath>
+
+#include "simulator/head.h"
+#include "tests/simulator/simulator_fixture.h"
+
+namespace simulator_test {
+namespace {
+
+class SimulatorSpaces : public SimulatorTest {};
+
+TEST_F(SimulatorSpaces, ReferenceSpacesLieWhereTheyShould) {
+    const XrSession session = MakeSession();
+    const XrSpace stage = MakeSpace(session, XR_REFERENCE_SPACE_TYPE_STAGE);
+    const struct {
+        const char* name;
+        XrReferenceSpaceType type;
+        XrVector3f position;
+    } rows[] = {
+        {"local", XR_REFERENCE_SPACE_TYPE_LOCAL, {0.0f, 1.6f, 0.5f}},
+        {"local floor", XR_REFERENCE_SPACE_TYPE_LOCAL_FLOOR, {0.0f, 0.0f, 0.5f}},
+        {"stage", XR_REFERENCE_SPACE_TYPE_STAGE, {0.0f, 0.0f, 0.0f}},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const XrSpaceLocation location = Locate(MakeSpace(session, row.type), stage);
+        EXPECT_EQ(location.locationFlags, 0xFu);
+        EXPECT_FLOAT_EQ(location.pose.position.x, row.position.x);
+        EXPECT_FLOAT_EQ(location.pose.position.y, row.position.y);
+        EXPECT_FLOAT_EQ(location.pose.position.z, row.position.z);
+        EXPECT_FLOAT_EQ(location.pose.orientation.w, 1.0f);
+    }
+}
+
+TEST_F(SimulatorSpaces, PoseInTheBaseSpaceIsTakenOff) {
+    const XrSession session = MakeSession();
+    const float half = std::sqrt(0.5f);
+    // A quarter turn to the left about y, one metre to the right: what lies at the stage's origin is then
+    // straight ahead.
+    const XrSpace base = MakeSpace(session, XR_REFERENCE_SPACE_TYPE_STAGE, {{0, half, 0, half}, {1, 0, 0}});
+    const XrPosef pose = Locate(MakeSpace(session, XR_REFERENCE_SPACE_TYPE_STAGE), base).pose;
+    EXPECT_NEAR(pose.position.x, 0.0f, 1e-6);
+    EXPECT_NEAR(pose.position.z, -1.0f, 1e-6);
+    EXPECT_NEAR(pose.orientation.y, -half, 1e-6);
+}
+
+TEST_F(SimulatorSpaces, LocateIsChecked) {
+    const XrSession session = MakeSession();
+    const XrSpace stage = MakeSpace(session, XR_REFERENCE_SPACE_TYPE_STAGE);
+    const XrSpace foreign = MakeSpace(MakeSession(), XR_REFERENCE_SPACE_TYPE_STAGE);
+    auto location = Typed<XrSpaceLocation>(XR_TYPE_SPACE_LOCATION);
+    EXPECT_EQ(LocateSpace(stage, stage, 0, &location), XR_ERROR_TIME_INVALID);
+    EXPECT_EQ(LocateSpace(stage, stage, -1, &location), XR_ERROR_TIME_INVALID);
+    EXPECT_EQ(LocateSpace(stage, foreign, 1, &location), XR_ERROR_VALIDATION_FAILURE);
+    EXPECT_EQ(LocateSpace(stage, XR_NULL_HANDLE, 1, &location), XR_ERROR_HANDLE_INVALID);
+    EXPECT_EQ(LocateSpace(stage, stage, 1, nullptr), XR_ERROR_VALIDATION_FAILURE);
+    location.type = XR_TYPE_UNKNOWN;
+    EXPECT_EQ(LocateSpace(stage, stage, 1, &location), XR_ERROR_VALIDATION_FAILURE);
+}
+
+TEST_F(SimulatorSpaces, CreateIsChecked) {
+    const XrSession session = MakeSession();
+    const float nan = std::nanf("");
+    const struct {
+        const char* name;
+        XrReferenceSpaceType type;
+        XrPosef pose;
+        XrResult expected;
+    } rows[] = {
+        {"unknown type", XR_REFERENCE_SPACE_TYPE_UNBOUNDED_MSFT, kIdentity, XR_ERROR_REFERENCE_SPACE_UNSUPPORTED},
+        {"zero quaternion", XR_REFERENCE_SPACE_TYPE_STAGE, {{0, 0, 0, 0}, {0, 0, 0}}, XR_ERROR_POSE_INVALID},
+        {"long quaternion", XR_REFERENCE_SPACE_TYPE_STAGE, {{0, 0, 0, 1.02f}, {0, 0, 0}}, XR_ERROR_POSE_INVALID},
+        {"quaternion of NaN", XR_REFERENCE_SPACE_TYPE_STAGE, {{0, 0, 0, nan}, {0, 0, 0}}, XR_ERROR_POSE_INVALID},
+        {"position of NaN", XR_REFERENCE_SPACE_TYPE_STAGE, {{0, 0, 0, 1}, {0, nan, 0}}, XR_ERROR_POSE_INVALID},
+        {"nearly unit", XR_REFERENCE_SPACE_TYPE_STAGE, {{0, 0, 0, 1.005f}, {0, 0, 0}}, XR_SUCCESS},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const XrReferenceSpaceCreateInfo info = {XR_TYPE_REFERENCE_SPACE_CREATE_INFO, nullptr, row.type, row.pose};
+        XrSpace space = XR_NULL_HANDLE;
+        EXPECT_EQ(CreateReferenceSpace(session, &info, &space), row.expected);
+    }
+}
+
+TEST(SimulatorHead, SwaysTheSameWayForTheSameSeed) {
+    constexpr XrTime kEpoch = 1'000'000'000;
+    simulator::HeadSway first(7);
+    simulator::HeadSway later(7);
+    simulator::HeadSway other(8);
+    first.Start(kEpoch);
+    later.Start(5 * kEpoch);
+    other.Start(kEpoch);
+    const XrPosef pose = first.At(3 * kEpoch);
+    EXPECT_EQ(pose.position.x, later.At(7 * kEpoch).position.x);
+    EXPECT_EQ(pose.orientation.y, later.At(7 * kEpoch).orientation.y);
+    EXPECT_NE(pose.position.x, other.At(3 * kEpoch).position.x);
+    EXPECT_NE(pose.position.x, first.At(4 * kEpoch).position.x);
+    EXPECT_EQ(first.At(kEpoch).position.x, first.At(1).position.x) << "it keeps still before the session begins";
+    EXPECT_NEAR(pose.position.y, 1.6f, 0.01f);
+}
+
+TEST_F(SimulatorSpaces, ViewIsWhereTheHeadIs) {
+    const XrSession session = MakeFocusedSession();
+    const XrSpace view = MakeSpace(session, XR_REFERENCE_SPACE_TYPE_VIEW);
+    const XrSpaceLocation location = Locate(view, MakeSpace(session, XR_REFERENCE_SPACE_TYPE_LOCAL_FLOOR));
+    EXPECT_EQ(location.locationFlags, 0xFu);
+    EXPECT_NEAR(location.pose.position.y, 1.6f, 0.01f);
+    EXPECT_NEAR(location.pose.position.z, 0.0f, 0.02f);
+}
+
+TEST_F(SimulatorSpaces, EyesStandApartInTheHead) {
+    const XrSession session = MakeSession();
+    XrViewLocateInfo info = {XR_TYPE_VIEW_LOCATE_INFO, nullptr, XR_VIEW_CONFIGURATION_TYPE_PRIMARY_STEREO, 1,
+                             MakeSpace(session, XR_REFERENCE_SPACE_TYPE_VIEW)};
+    auto state = Typed<XrViewState>(XR_TYPE_VIEW_STATE);
+    XrView views[2] = {Typed<XrView>(XR_TYPE_VIEW), Typed<XrView>(XR_TYPE_VIEW)};
+    std::uint32_t count = 0;
+    EXPECT_EQ(LocateViews(session, &info, &state, 2, &count, views), XR_SUCCESS);
+    EXPECT_EQ(count, 2u);
+    EXPECT_NEAR(views[0].pose.position.x, -0.0315f, 1e-6);
+    EXPECT_NEAR(views[1].pose.position.x, 0.0315f, 1e-6);
+    EXPECT_EQ(LocateViews(session, &info, &state, 1, &count, views), XR_ERROR_SIZE_INSUFFICIENT);
+    info.viewConfigurationType = XR_VIEW_CONFIGURATION_TYPE_PRIMARY_MONO;
+    EXPECT_EQ(LocateViews(session, &info, &state, 2, &count, views), XR_ERROR_VIEW_CONFIGURATION_TYPE_UNSUPPORTED);
+}
+
+class SimulatorWithoutLocalFloor : public SimulatorTest {
+    std::vector<const char*> Extensions() const override { return {"XR_MND_headless"}; }
+};
+
+TEST_F(SimulatorWithoutLocalFloor, LocalFloorIsUnsupported) {
+    const XrSession session = MakeSession();
+    const XrReferenceSpaceCreateInfo info = {XR_TYPE_REFERENCE_SPACE_CREATE_INFO, nullptr,
+                                             XR_REFERENCE_SPACE_TYPE_LOCAL_FLOOR, kIdentity};
+    XrSpace space = XR_NULL_HANDLE;
+    EXPECT_EQ(CreateReferenceSpace(session, &info, &space), XR_ERROR_REFERENCE_SPACE_UNSUPPORTED);
+    std::uint32_t count = 0;
+    EXPECT_EQ(EnumerateReferenceSpaces(session, 0, &count, nullptr), XR_SUCCESS);
+    EXPECT_EQ(count, 3u);
+}
+
+}  // namespace
+}  // namespace simulator_test
