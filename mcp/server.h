@@ -20,10 +20,12 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "mcp/http_server.h"
 #include "mcp/json.h"
 #include "mcp/json_rpc.h"
 #include "mcp/server_config.h"
@@ -32,13 +34,7 @@
 
 namespace mcp {
 
-class http_server;
 class session_table;
-struct http_answer;
-struct http_request;
-
-// Request headers under their lower-cased names.
-using header_map = std::map<std::string, std::string>;
 
 class server {
  public:
@@ -61,6 +57,7 @@ class server {
     void set_initialize_callback(initialize_callback callback);
     void set_client_connected_callback(client_connected_callback callback);
 
+    // A server is started once: false if it has stopped.
     // Not blocking: starts the threads and returns true at once; whether the port could be bound shows in the
     // log, in is_running() and in wait_until_listening(). Blocking: serves on the calling thread until stop(),
     // and returns false if the port could not be bound.
@@ -82,39 +79,60 @@ class server {
     void close_session(const std::string& session_id);
     void sweep_inactive_sessions();
 
-    // The POST route: checks `request`, hands it to the pool and gives the acknowledgement. Throws if the pool
-    // takes nothing more.
-    http_answer handle_jsonrpc(const http_request& request);
+    // The POST route: checks `request`, hands it to the pool and gives the acknowledgement.
+    http_answer handle_jsonrpc(http_request& request);
     // The GET route: opens a session, whose stream is part of the answer.
-    http_answer handle_sse(const http_request& request);
+    http_answer handle_sse(http_request& request);
 
  private:
-    void add_routes();
-    bool listen();
-    void run_listener() noexcept;
-    void run_maintenance() noexcept;
-    void end_maintenance();
-
-    void answer_request(const json_rpc_request& request, const std::string& session_id, const header_map& headers);
-    json_rpc_response dispatch_request(const json_rpc_request& request, const std::string& session_id,
-                                       const header_map& headers, std::string& result_text);
-    json_rpc_response call_method(const json_rpc_request& request, const std::string& session_id,
-                                  std::string& result_text);
-    json_rpc_response handle_initialize(const json_rpc_request& request, const std::string& session_id,
-                                        const header_map& headers);
-
+    enum class listen_state { idle, listening, failed };
     struct registered_tool {
         tool declaration;
         tool_handler handler;
     };
 
+    void add_routes();
+    bool listen();
+    void set_listen_state(listen_state state, int port);
+    void run_listener() noexcept;
+    void run_maintenance() noexcept;
+    void end_maintenance();
+
+    http_answer accept_request(http_request& request);
+    void answer_request(const json_rpc_request& request, const std::string& session_id, const header_map& headers,
+                        event_dispatcher& dispatcher) noexcept;
+    void deliver(std::string frame, const std::string& session_id, event_dispatcher& dispatcher);
+
+    // Nothing for a notification. `result_text` gets the compact text of the result if that is made on the way.
+    std::optional<json_rpc_response> dispatch_request(const json_rpc_request& request, const std::string& session_id,
+                                                      const header_map& headers, std::string& result_text);
+    json_rpc_response run_method(const json_rpc_request& request, const std::string& session_id,
+                                 const header_map& headers, std::string& result_text);
+    method_handler find_method(const std::string& method) const;
+    json_rpc_response handle_initialize(const json_rpc_request& request, const std::string& session_id,
+                                        const header_map& headers);
+    void tell_initialize(const std::string& session_id, const json& client_info, const header_map& headers);
+
+    std::shared_ptr<const registered_tool> find_tool(const std::string& name) const;
     json list_tools() const;
     json call_tool(const json& params, const std::string& session_id) const;
 
+    template <typename Callback>
+    Callback copy_locked(const Callback& callback) const {
+        const std::lock_guard lock(mutex_);
+        return callback;
+    }
+
     const server_config config_;
     const std::shared_ptr<session_table> sessions_;
-    std::unique_ptr<http_server> http_;
+    http_server http_;
     std::thread listener_thread_;
+    bool started_ = false;
+
+    mutable std::mutex listen_mutex_;  // the two below
+    mutable std::condition_variable listen_changed_;
+    listen_state listen_state_ = listen_state::idle;
+    int port_ = 0;
 
     std::mutex maintenance_mutex_;  // maintenance_running_
     std::condition_variable maintenance_wake_;

@@ -14,8 +14,6 @@ namespace orvanic_xr {
 class McpServerHost {
  public:
     explicit McpServerHost(mcp::server_timings timings = {});
-    // Does not stop: the process-wide host lives until the process ends. An own one ends its servers here.
-    ~McpServerHost() = default;
     McpServerHost(const McpServerHost&) = delete;
     McpServerHost& operator=(const McpServerHost&) = delete;
 
@@ -40,21 +38,24 @@ class McpServerHost {
     std::shared_ptr<mcp::server> ipv6_server() const;
 
  private:
-    struct Family;
+    // One address family: how it is called in the log, what is bound, and its server.
     struct Listener {
-        std::shared_ptr<mcp::server> server;
-        std::unique_ptr<mcp::server_config> config;
+        const char* family;
+        const char* host;
+        const char* shown_host;
+        std::shared_ptr<mcp::server> server = nullptr;
+        std::unique_ptr<mcp::server_config> config = nullptr;
         bool running = false;
     };
 
-    void StartLocked(const Family& family, Listener& listener, int port);
-    static void StopLocked(const Family& family, Listener& listener);
+    void StartLocked(Listener& listener, int port);
+    static void StopLocked(Listener& listener);
 
     const mcp::server_timings timings_;
 
     mutable std::mutex mutex_;  // all below
-    Listener ipv4_;
-    Listener ipv6_;
+    Listener ipv4_{"IPv4", "0.0.0.0", "0.0.0.0"};
+    Listener ipv6_{"IPv6", "::", "[::]"};
     mcp::server::client_connected_callback client_connected_callback_;
 };
 

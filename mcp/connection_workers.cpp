@@ -1,0 +1,96 @@
+#include "mcp/connection_workers.h"
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <chrono>
+#include <system_error>
+#include <utility>
+
+namespace mcp {
+namespace {
+
+constexpr std::chrono::seconds kIdleTime{3};
+
+}  // namespace
+
+connection_limits default_connection_limits() {
+    const std::size_t cores = std::thread::hardware_concurrency();
+    rlimit descriptors{};
+    getrlimit(RLIMIT_NOFILE, &descriptors);
+    return {
+        .kept_workers = std::max<std::size_t>(8, cores - std::min<std::size_t>(cores, 1)),
+        .workers = 512,
+        .connections = std::clamp<std::size_t>(descriptors.rlim_cur / 3, 64, 4096),
+    };
+}
+
+connection_workers::connection_workers(const connection_limits& limits) : limits_(limits) {}
+
+connection_workers::~connection_workers() {
+    shutdown();
+}
+
+bool connection_workers::enqueue(std::function<void()> serve) {
+    {
+        const std::lock_guard lock(mutex_);
+        const std::size_t served = workers_.size() - idle_;
+        if (stopped_ || served + queue_.size() >= limits_.connections) return false;
+        if (queue_.size() >= idle_ && workers_.size() < limits_.workers && !start_worker_locked()) return false;
+        queue_.push_back(std::move(serve));
+    }
+    wake_.notify_one();
+    return true;
+}
+
+// False only if there is no worker at all: with one, a connection waits until it is free.
+bool connection_workers::start_worker_locked() {
+    for (std::thread& ended : ended_) ended.join();
+    ended_.clear();
+    try {
+        workers_.emplace_back(&connection_workers::run_worker, this);
+        ++idle_;  // from now on, not only when it runs: the next connection must not count on it as well
+    } catch (const std::system_error&) {  // the host is out of threads
+        return !workers_.empty();
+    }
+    return true;
+}
+
+void connection_workers::shutdown() {
+    std::list<std::thread> workers;
+    {
+        const std::lock_guard lock(mutex_);
+        stopped_ = true;
+        workers.splice(workers.end(), workers_);
+        workers.splice(workers.end(), ended_);
+    }
+    wake_.notify_all();
+    for (std::thread& worker : workers) worker.join();
+}
+
+void connection_workers::run_worker() noexcept {
+    std::unique_lock lock(mutex_);
+    for (;;) {
+        const bool has_work = wake_.wait_for(lock, kIdleTime, [this] { return stopped_ || !queue_.empty(); });
+        if (!queue_.empty()) {
+            const std::function<void()> serve = std::move(queue_.front());
+            queue_.pop_front();
+            --idle_;
+            lock.unlock();
+            serve();
+            lock.lock();
+            ++idle_;
+        } else if (stopped_) {
+            return;
+        } else if (!has_work && workers_.size() > limits_.kept_workers) {
+            --idle_;
+            const auto self = std::find_if(workers_.begin(), workers_.end(), [](const std::thread& worker) {
+                return worker.get_id() == std::this_thread::get_id();
+            });
+            ended_.splice(ended_.end(), workers_, self);
+            return;
+        }
+    }
+}
+
+}  // namespace mcp

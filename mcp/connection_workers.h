@@ -1,0 +1,53 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstddef>
+#include <deque>
+#include <functional>
+#include <list>
+#include <mutex>
+#include <thread>
+
+namespace mcp {
+
+struct connection_limits {
+    std::size_t kept_workers;  // stay once they were started; the others end after idling for a while
+    std::size_t workers;       // run at once
+    std::size_t connections;   // run or wait for a worker; more are turned away
+};
+
+// For this machine and this process: a flood of connections must neither take all threads nor all descriptors
+// from the host application.
+connection_limits default_connection_limits();
+
+// Threads that serve connections, one connection each, started when there are more connections than idle ones.
+// A stream holds its worker for as long as it lives, so no connection may ever wait behind one that is served.
+class connection_workers {
+ public:
+    explicit connection_workers(const connection_limits& limits);
+    ~connection_workers();
+    connection_workers(const connection_workers&) = delete;
+    connection_workers& operator=(const connection_workers&) = delete;
+
+    // False if `serve` is not going to be run. It must not throw.
+    bool enqueue(std::function<void()> serve);
+
+    // Runs what is queued, and joins all workers.
+    void shutdown();
+
+ private:
+    void run_worker() noexcept;
+    bool start_worker_locked();
+
+    const connection_limits limits_;
+
+    std::mutex mutex_;  // all below
+    std::condition_variable wake_;
+    std::deque<std::function<void()>> queue_;
+    std::size_t idle_ = 0;
+    bool stopped_ = false;
+    std::list<std::thread> workers_;
+    std::list<std::thread> ended_;  // to be joined
+};
+
+}  // namespace mcp

@@ -1,0 +1,307 @@
+#include "mcp/http_server.h"
+
+#include <httplib.h>
+
+#include <algorithm>
+#include <array>
+#include <csignal>
+#include <mutex>
+#include <set>
+#include <utility>
+
+#include "diagnostics/mcp_logger.h"
+#include "mcp/body_budget.h"
+#include "mcp/connection_workers.h"
+
+// Without these the library raises SIGPIPE in the host application, and makes connections wait when many come
+// at once. They are set where the library's header is found, so that all who include it agree.
+static_assert((CPPHTTPLIB_SEND_FLAGS & MSG_NOSIGNAL) != 0 && CPPHTTPLIB_LISTEN_BACKLOG >= 128);
+
+namespace mcp {
+namespace {
+
+// Per request, so that many small bodies count as well.
+constexpr std::size_t kRequestOverheadBytes = 1024;
+
+// The library's server ignores SIGPIPE for the whole process when it is constructed. A guest leaves signals as
+// the host has set them.
+class kept_sigpipe {
+ public:
+    kept_sigpipe() { sigaction(SIGPIPE, nullptr, &before_); }
+    ~kept_sigpipe() { sigaction(SIGPIPE, &before_, nullptr); }
+    kept_sigpipe(const kept_sigpipe&) = delete;
+    kept_sigpipe& operator=(const kept_sigpipe&) = delete;
+
+ private:
+    static std::mutex& one_at_a_time() {
+        static std::mutex& the = *new std::mutex;
+        return the;
+    }
+
+    const std::lock_guard<std::mutex> lock_{one_at_a_time()};
+    struct sigaction before_ {};
+};
+
+// A socket that any thread may shut down, while its worker has not closed it.
+class connection {
+ public:
+    explicit connection(int socket) : socket_(socket) {}
+
+    void cut() {
+        const std::lock_guard lock(mutex_);
+        if (socket_ >= 0) shutdown(socket_, SHUT_RDWR);
+    }
+
+    // From now on the number may be another file's.
+    void forget_socket() {
+        const std::lock_guard lock(mutex_);
+        socket_ = -1;
+    }
+
+ private:
+    std::mutex mutex_;  // socket_
+    int socket_;
+};
+
+// The connection that this worker serves.
+thread_local std::shared_ptr<connection> served_connection;
+
+class task_queue final : public httplib::TaskQueue {
+ public:
+    bool enqueue(std::function<void()> serve) override { return workers_.enqueue(std::move(serve)); }
+    void shutdown() override { workers_.shutdown(); }
+
+ private:
+    connection_workers workers_{default_connection_limits()};
+};
+
+// The library's server, with connections that can be cut. It also waits for the next request of a connection
+// without looking a hundred times a second whether it is to stop, and keeps what it has read beyond a request.
+class cuttable_server final : public httplib::Server {
+ public:
+    void cut_connections() {
+        const std::lock_guard lock(mutex_);
+        cutting_ = true;
+        for (const auto& open : connections_) open->cut();
+    }
+
+ private:
+    bool process_and_close_socket(socket_t socket) noexcept override {
+        try {
+            served_connection = std::make_shared<connection>(socket);
+            if (enter()) serve_requests(socket);
+        } catch (const std::exception& e) {
+            log_error("Exception while serving a connection: ", e.what());
+        } catch (...) {
+            log_error("Unknown exception while serving a connection");
+        }
+        leave();
+        httplib::detail::shutdown_socket(socket);
+        httplib::detail::close_socket(socket);
+        return true;
+    }
+
+    bool enter() {
+        const std::lock_guard lock(mutex_);
+        if (!cutting_) connections_.insert(served_connection);
+        return !cutting_;
+    }
+
+    void leave() {
+        if (!served_connection) return;
+        served_connection->forget_socket();
+        const std::lock_guard lock(mutex_);
+        connections_.erase(served_connection);
+        served_connection.reset();
+    }
+
+    void serve_requests(socket_t socket) {
+        std::string remote_address;
+        std::string local_address;
+        int remote_port = 0;
+        int local_port = 0;
+        httplib::detail::get_remote_ip_and_port(socket, remote_address, remote_port);
+        httplib::detail::get_local_ip_and_port(socket, local_address, local_port);
+        httplib::detail::SocketStream stream(socket, read_timeout_sec_, read_timeout_usec_, write_timeout_sec_,
+                                             write_timeout_usec_);
+        bool closed = false;
+        for (std::size_t left = keep_alive_max_count_; left > 0 && !closed; --left) {
+            const bool has_request =
+                stream.is_readable() || httplib::detail::select_read(socket, keep_alive_timeout_sec_, 0) > 0;
+            if (!has_request || svr_sock_ == INVALID_SOCKET ||
+                !process_request(stream, remote_address, remote_port, local_address, local_port, left == 1, closed,
+                                 nullptr)) {
+                return;
+            }
+        }
+    }
+
+    std::mutex mutex_;  // all below
+    std::set<std::shared_ptr<connection>> connections_;
+    bool cutting_ = false;
+};
+
+// These go out first and in this order, each once, though the library keeps headers unordered and adds a second
+// `Connection` where it means to close.
+constexpr std::array kOrderedHeaders = {
+    "Content-Type",
+    "Cache-Control",
+    "Connection",
+    "Access-Control-Allow-Origin",
+    "Access-Control-Allow-Methods",
+    "Access-Control-Allow-Headers",
+};
+
+void append_header(std::string& text, const std::string& name, const std::string& value) {
+    text.append(name).append(": ").append(value).append("\r\n");
+}
+
+ssize_t write_headers(httplib::Stream& stream, httplib::Headers& headers) {
+    std::string text;
+    for (const char* name : kOrderedHeaders) {
+        const auto [first, last] = headers.equal_range(name);
+        if (first == last) continue;
+        const auto own = std::find_if(first, last, [](const auto& header) { return header.second != "close"; });
+        append_header(text, name, own != last ? own->second : first->second);
+    }
+    for (const auto& [name, value] : headers) {
+        if (std::find(kOrderedHeaders.begin(), kOrderedHeaders.end(), name) == kOrderedHeaders.end()) {
+            append_header(text, name, value);
+        }
+    }
+    text += "\r\n";
+    return stream.write(text);
+}
+
+header_map lower_case_headers(const httplib::Request& from) {
+    header_map headers;
+    for (const auto& [name, value] : from.headers) {
+        std::string lower = name;
+        for (char& c : lower) {
+            if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+        }
+        headers.emplace(std::move(lower), value);
+    }
+    return headers;
+}
+
+http_request to_request(const httplib::Request& from) {
+    http_request request;
+    request.remote_address = from.remote_addr;
+    request.remote_port = from.remote_port;
+    request.path = from.path;
+    request.session_id = from.get_param_value("session_id");
+    request.head_only = from.method == "HEAD";
+    request.headers = [&from] { return lower_case_headers(from); };
+    return request;
+}
+
+void fill_response(http_answer answer, httplib::Response& response) {
+    response.status = answer.status;
+    for (const http_header& header : answer.headers) response.set_header(header.name, header.value);
+    if (answer.stream) {
+        const auto source = std::make_shared<stream_source>(std::move(answer.stream));
+        response.set_chunked_content_provider(answer.content_type, [source](std::size_t, httplib::DataSink& sink) {
+            return (*source)([&sink](std::string_view bytes) { return sink.write(bytes.data(), bytes.size()); });
+        });
+    } else {
+        response.set_header("Content-Type", answer.content_type);
+        response.body = std::move(answer.body);
+    }
+}
+
+}  // namespace
+
+class http_server::implementation {
+ public:
+    explicit implementation(const http_limits& limits)
+        : budget_(std::make_shared<body_budget>(limits.all_bodies_bytes)) {
+        server.set_write_timeout(limits.write_timeout.count(), 0);
+        server.set_payload_max_length(limits.body_bytes);
+        server.set_tcp_nodelay(true);  // without, two small frames can wait 40 ms for each other
+        server.set_header_writer(write_headers);
+        server.new_task_queue = [] { return new task_queue; };
+        server.set_error_handler([](const httplib::Request&, httplib::Response& response) {
+            if (response.status != 413) return httplib::Server::HandlerResponse::Unhandled;
+            response.body = R"({"error":"Payload too large"})";  // the library has emptied it
+            return httplib::Server::HandlerResponse::Handled;
+        });
+    }
+
+    // Reads the body into `request`, or sets its refusal.
+    void read_body(const httplib::Request& from, const httplib::ContentReader& reader, httplib::Response& response,
+                   http_request& request) {
+        const auto share = std::make_shared<body_budget::share>(budget_);
+        bool has_room = share->take(kRequestOverheadBytes);
+        request.budget_share = share;
+        if (!has_room) {
+            request.refusal = 503;
+        } else if (from.is_multipart_form_data()) {
+            request.refusal = 400;
+        } else if (!reader([&](const char* bytes, std::size_t count) {
+                       has_room = share->take(count);
+                       if (has_room) request.body.append(bytes, count);
+                       return has_room;
+                   })) {
+            request.refusal = has_room ? response.status : 503;
+        }
+    }
+
+    cuttable_server server;
+
+ private:
+    const std::shared_ptr<body_budget> budget_;
+};
+
+http_server::http_server(const http_limits& limits) {
+    const kept_sigpipe kept;
+    implementation_ = std::make_unique<implementation>(limits);
+}
+
+http_server::~http_server() = default;
+
+void http_server::on_options(http_handler handler) {
+    implementation_->server.Options(
+        ".*", [handler = std::move(handler)](const httplib::Request& from, httplib::Response& response) {
+            http_request request = to_request(from);
+            fill_response(handler(request), response);
+        });
+}
+
+void http_server::on_post(const std::string& path, http_handler handler) {
+    implementation_->server.Post(
+        path, [this, handler = std::move(handler)](const httplib::Request& from, httplib::Response& response,
+                                                   const httplib::ContentReader& reader) {
+            http_request request = to_request(from);
+            implementation_->read_body(from, reader, response, request);
+            fill_response(handler(request), response);
+        });
+}
+
+void http_server::on_get(const std::string& path, http_handler handler) {
+    implementation_->server.Get(
+        path, [handler = std::move(handler)](const httplib::Request& from, httplib::Response& response) {
+            http_request request = to_request(from);
+            request.cut_connection = [connection = served_connection] { connection->cut(); };
+            fill_response(handler(request), response);
+        });
+}
+
+int http_server::bind(const std::string& host, int port) {
+    httplib::Server& server = implementation_->server;
+    if (port == 0) return std::max(0, server.bind_to_any_port(host));
+    return server.bind_to_port(host, port) ? port : 0;
+}
+
+bool http_server::serve() {
+    return implementation_->server.listen_after_bind();
+}
+
+void http_server::stop() {
+    cuttable_server& server = implementation_->server;
+    server.wait_until_ready();  // or stop() would miss a server that has not begun to listen
+    server.stop();
+    server.cut_connections();
+}
+
+}  // namespace mcp

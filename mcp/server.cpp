@@ -1,0 +1,211 @@
+#include "mcp/server.h"
+
+#include <chrono>
+#include <exception>
+#include <system_error>
+#include <utility>
+
+#include "diagnostics/mcp_logger.h"
+#include "mcp/http_server.h"
+#include "mcp/session_table.h"
+
+namespace mcp {
+namespace {
+
+constexpr http_header kPreflightHeaders[] = {
+    {"Access-Control-Allow-Origin", "*"},
+    {"Access-Control-Allow-Methods", "GET, POST, OPTIONS"},
+    {"Access-Control-Allow-Headers", "Content-Type"},
+};
+
+constexpr http_header kStreamHeaders[] = {
+    {"Cache-Control", "no-cache"},
+    {"Connection", "keep-alive"},
+    {"Access-Control-Allow-Origin", "*"},
+};
+
+void log_access(const http_request& request, const char* method, const http_answer& answer) {
+    log_info(request.remote_address, ":", request.remote_port, " - \"", method, " ", request.path, " HTTP/1.1\" ",
+             answer.status);
+}
+
+}  // namespace
+
+server::server(const server_config& config)
+    : config_(config),
+      sessions_(std::make_shared<session_table>(config)),
+      http_(http_limits{.write_timeout = std::chrono::seconds(config.write_timeout_seconds)}),
+      name_(config.name),
+      version_(config.version),
+      workers_(config.threadpool_size) {}
+
+server::~server() {
+    stop();
+    // A server that could not bind its port has stopped by itself, but its threads are still to be ended.
+    end_maintenance();
+    if (listener_thread_.joinable()) listener_thread_.join();
+}
+
+void server::set_server_info(const std::string& name, const std::string& version) {
+    const std::lock_guard lock(mutex_);
+    name_ = name;
+    version_ = version;
+}
+
+void server::set_capabilities(const json& capabilities) {
+    const std::lock_guard lock(mutex_);
+    capabilities_ = capabilities;
+}
+
+void server::set_initialize_callback(initialize_callback callback) {
+    const std::lock_guard lock(mutex_);
+    initialize_callback_ = std::move(callback);
+}
+
+void server::set_client_connected_callback(client_connected_callback callback) {
+    const std::lock_guard lock(mutex_);
+    client_connected_callback_ = std::move(callback);
+}
+
+bool server::start(bool blocking) {
+    if (sessions_->is_running()) return true;
+    if (std::exchange(started_, true)) return false;
+    log_info("Starting MCP server on ", config_.host, ":", config_.port);
+    add_routes();
+    // Set before there is a listener, which clears it when it can't bind.
+    sessions_->set_running(true);
+    if (blocking) {
+        log_info("Starting server in blocking mode");
+        return listen();
+    }
+    try {
+        maintenance_running_ = true;
+        maintenance_thread_ = std::thread(&server::run_maintenance, this);
+        listener_thread_ = std::thread(&server::run_listener, this);
+    } catch (const std::system_error& e) {
+        log_error("Failed to start server on ", config_.host, ":", config_.port, ": ", e.what());
+        sessions_->set_running(false);
+        return false;
+    }
+    return true;
+}
+
+void server::add_routes() {
+    http_.on_options([](http_request&) {
+        return http_answer{.status = 204, .content_type = "application/json", .headers = kPreflightHeaders};
+    });
+    http_.on_post(config_.msg_endpoint, [this](http_request& request) {
+        http_answer answer = handle_jsonrpc(request);
+        log_access(request, "POST", answer);
+        return answer;
+    });
+    http_.on_get(config_.sse_endpoint, [this](http_request& request) {
+        http_answer answer = handle_sse(request);
+        log_access(request, "GET", answer);
+        return answer;
+    });
+}
+
+http_answer server::handle_sse(http_request& request) {
+    http_answer answer{.status = 200, .content_type = "text/event-stream", .headers = kStreamHeaders};
+    if (!request.head_only) answer.stream = sessions_->open_session(std::move(request.cut_connection));
+    return answer;
+}
+
+void server::run_listener() noexcept {
+    try {
+        log_info("Starting server in separate thread");
+        listen();
+    } catch (const std::exception& e) {
+        log_error("Exception in listener thread: ", e.what());
+        sessions_->set_running(false);
+        set_listen_state(listen_state::failed, 0);
+    }
+}
+
+bool server::listen() {
+    const int port = http_.bind(config_.host, config_.port);
+    if (port != 0) {
+        set_listen_state(listen_state::listening, port);
+        if (http_.serve()) return true;
+    }
+    log_error("Failed to start server on ", config_.host, ":", config_.port);
+    sessions_->set_running(false);
+    set_listen_state(listen_state::failed, 0);
+    return false;
+}
+
+void server::set_listen_state(listen_state state, int port) {
+    {
+        const std::lock_guard lock(listen_mutex_);
+        listen_state_ = state;
+        port_ = port;
+    }
+    listen_changed_.notify_all();
+}
+
+bool server::wait_until_listening(std::chrono::milliseconds limit) const {
+    std::unique_lock lock(listen_mutex_);
+    listen_changed_.wait_for(lock, limit, [this] { return listen_state_ != listen_state::idle; });
+    return listen_state_ == listen_state::listening;
+}
+
+int server::port() const {
+    const std::lock_guard lock(listen_mutex_);
+    return port_;
+}
+
+bool server::is_running() const {
+    return sessions_->is_running();
+}
+
+void server::run_maintenance() noexcept {
+    try {
+        std::unique_lock lock(maintenance_mutex_);
+        for (;;) {
+            maintenance_wake_.wait_for(lock, config_.timings.sweep_interval, [this] { return !maintenance_running_; });
+            if (!maintenance_running_) {
+                log_info("Maintenance thread exiting");
+                return;
+            }
+            lock.unlock();
+            sweep_inactive_sessions();
+            lock.lock();
+        }
+    } catch (const std::exception& e) {
+        log_error("Exception in maintenance thread: ", e.what());
+    } catch (...) {
+        log_error("Unknown exception in maintenance thread");
+    }
+}
+
+void server::end_maintenance() {
+    if (!maintenance_thread_.joinable()) return;
+    {
+        const std::lock_guard lock(maintenance_mutex_);
+        maintenance_running_ = false;
+    }
+    maintenance_wake_.notify_all();
+    maintenance_thread_.join();
+}
+
+void server::close_session(const std::string& session_id) {
+    sessions_->close_session(session_id);
+}
+
+void server::sweep_inactive_sessions() {
+    sessions_->sweep_inactive_sessions();
+}
+
+void server::stop() {
+    if (!sessions_->set_running(false)) return;
+    log_info("Stopping MCP server on ", config_.host, ":", config_.port);
+    end_maintenance();
+    sessions_->end_sessions();
+    http_.stop();
+    sessions_->release_streams();
+    if (listener_thread_.joinable()) listener_thread_.join();
+    log_info("MCP server stopped");
+}
+
+}  // namespace mcp

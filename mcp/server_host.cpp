@@ -1,0 +1,119 @@
+#include "mcp/server_host.h"
+
+#include <exception>
+#include <utility>
+
+#include "diagnostics/mcp_logger.h"
+#include "diagnostics/telemetry.h"
+
+namespace orvanic_xr {
+namespace {
+
+constexpr std::int32_t kWriteTimeoutSeconds = 30;
+
+// What telemetry wants to know of a client.
+void TellTelemetry(const mcp::json& client_info, const mcp::header_map& headers) {
+    if (client_info.is_object() && client_info.contains("name") && client_info["name"].is_string()) {
+        const std::string name = client_info["name"].get<std::string>();
+        if (!name.empty() && name != "OrvanicXR_MCP_Proxy") Telemetry::instance().set_client_name(name);
+    }
+    if (headers.contains("x-orvanicxr-proxy")) Telemetry::instance().set_proxy_used(true);
+}
+
+}  // namespace
+
+McpServerHost::McpServerHost(mcp::server_timings timings) : timings_(timings) {}
+
+McpServerHost& McpServerHost::instance() {
+    static McpServerHost& the = *new McpServerHost;  // never destroyed: at exit its threads still run
+    return the;
+}
+
+bool McpServerHost::start(int port) {
+    const std::lock_guard lock(mutex_);
+    if (ipv4_.running || ipv6_.running) {
+        mcp::log_warning("MCP server singleton already started");
+        return true;
+    }
+    StartLocked(ipv4_, port);
+    StartLocked(ipv6_, port);
+    if (!ipv4_.running && !ipv6_.running) {
+        mcp::log_error("Failed to start any MCP server");
+        return false;
+    }
+    mcp::log_info("MCP server singleton started on port ", port);
+    return true;
+}
+
+void McpServerHost::StartLocked(Listener& listener, int port) {
+    listener.config = std::make_unique<mcp::server_config>();
+    listener.config->host = listener.host;
+    listener.config->port = port;
+    listener.config->write_timeout_seconds = kWriteTimeoutSeconds;
+    listener.config->timings = timings_;
+    listener.server = std::make_shared<mcp::server>(*listener.config);
+    listener.server->set_server_info("OrvanicXR_MCP_Server", "1.0.0");
+    listener.server->set_initialize_callback(
+        [](const std::string& /*session_id*/, const mcp::json& client_info, const mcp::header_map& headers) {
+            TellTelemetry(client_info, headers);
+        });
+    if (client_connected_callback_) listener.server->set_client_connected_callback(client_connected_callback_);
+    listener.server->set_capabilities({{"tools", mcp::json::object()}});
+    if (listener.server->start(false)) {
+        listener.running = true;
+        mcp::log_info("MCP server ", listener.family, " started successfully at ", listener.shown_host, ":", port);
+    } else {
+        mcp::log_warning("Failed to start MCP server ", listener.family);
+        listener.server.reset();
+        listener.config.reset();
+    }
+}
+
+void McpServerHost::stop() {
+    const std::lock_guard lock(mutex_);
+    if (!ipv4_.running && !ipv6_.running) return;
+    StopLocked(ipv4_);
+    StopLocked(ipv6_);
+}
+
+void McpServerHost::StopLocked(Listener& listener) {
+    if (!listener.server) return;
+    try {
+        listener.server->stop();
+        mcp::log_info("MCP server ", listener.family, " stopped");
+    } catch (const std::exception& e) {
+        mcp::log_error("Exception stopping MCP server ", listener.family, ": ", e.what());
+    }
+    listener.server.reset();
+    listener.config.reset();
+    listener.running = false;
+}
+
+void McpServerHost::register_tool(const mcp::tool& tool, const mcp::tool_handler& handler) {
+    const std::lock_guard lock(mutex_);
+    if (!ipv4_.server && !ipv6_.server) {
+        mcp::log_warning("Cannot register tool: no server initialized");
+        return;
+    }
+    if (ipv4_.server) ipv4_.server->register_tool(tool, handler);
+    if (ipv6_.server) ipv6_.server->register_tool(tool, handler);
+    mcp::log_info("Tool registered: ", tool.name);
+    mcp::log_info("Tools list changed - clients should refresh via tools/list");
+}
+
+void McpServerHost::set_client_connected_callback(mcp::server::client_connected_callback callback) {
+    const std::lock_guard lock(mutex_);
+    client_connected_callback_ = std::move(callback);
+}
+
+std::shared_ptr<mcp::server> McpServerHost::ipv4_server() const {
+    const std::lock_guard lock(mutex_);
+    return ipv4_.server;
+}
+
+std::shared_ptr<mcp::server> McpServerHost::ipv6_server() const {
+    const std::lock_guard lock(mutex_);
+    return ipv6_.server;
+}
+
+}  // namespace orvanic_xr

@@ -1,0 +1,90 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <future>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "mcp/event_dispatcher.h"
+#include "mcp/http_server.h"
+#include "mcp/server_config.h"
+
+namespace mcp {
+
+// The sessions of one server, and what each of them remembers. Session threads and open streams share the
+// table, so it lives on behind a server that is gone, for as long as one of them still sleeps.
+class session_table : public std::enable_shared_from_this<session_table> {
+ public:
+    explicit session_table(const server_config& config);
+
+    bool is_running() const { return running_; }
+    // Sets whether the server runs, and returns whether it did.
+    bool set_running(bool running) { return running_.exchange(running); }
+
+    // Opens a session with its thread. `cut_connection` is called when the session is closed. Returns what its
+    // stream writes, which closes the session when it is destroyed.
+    stream_source open_session(std::function<void()> cut_connection);
+
+    // Null if there is no such session.
+    std::shared_ptr<event_dispatcher> find(const std::string& session_id) const;
+
+    // Closing one that is closed does nothing.
+    void close_session(const std::string& session_id) noexcept;
+    void sweep_inactive_sessions();
+
+    // On purpose what these store outlives the session's end, until end_sessions().
+    void mark_session_initialized(const std::string& session_id, bool value) noexcept;
+    bool is_session_ready(const std::string& session_id) const noexcept;
+    void set_protocol_version(const std::string& session_id, const std::string& version);
+
+    // With `running` cleared: forgets all sessions and waits for their threads, within the time that the
+    // settings give. The streams stay open.
+    void end_sessions();
+    // Wakes the streams of the sessions that end_sessions() forgot. They end once they have nothing to write.
+    void release_streams();
+
+ private:
+    // A thread that is joined only by end_sessions(), and runs on by itself otherwise.
+    struct session_thread {
+        session_thread() = default;
+        session_thread(session_thread&&) = default;
+        session_thread& operator=(session_thread&&) = delete;
+        ~session_thread();
+
+        std::thread thread;
+        std::future<void> ended;
+    };
+
+    struct session {
+        std::shared_ptr<event_dispatcher> dispatcher;
+        std::function<void()> cut_connection;
+        session_thread thread;
+    };
+
+    static void run_session(const std::shared_ptr<session_table>& table, const std::string& session_id,
+                            event_dispatcher& dispatcher) noexcept;
+    void send_heartbeats(const std::string& session_id, event_dispatcher& dispatcher);
+    bool write_stream(const std::string& session_id, event_dispatcher& dispatcher, const frame_sink& sink) noexcept;
+    bool continue_stream(const std::string& session_id, event_dispatcher& dispatcher, const frame_sink& sink);
+    void join_or_detach(std::vector<session_thread> threads) const;
+
+    const server_timings timings_;
+    const std::string msg_endpoint_;
+    const std::size_t untaken_answer_limit_;
+
+    std::atomic<bool> running_{false};
+
+    mutable std::mutex mutex_;  // all below
+    std::map<std::string, session, std::less<>> sessions_;
+    std::map<std::string, bool, std::less<>> session_initialized_;
+    std::map<std::string, std::string, std::less<>> session_protocol_versions_;
+    std::vector<std::shared_ptr<event_dispatcher>> forgotten_;  // by end_sessions(), with streams still open
+};
+
+}  // namespace mcp
