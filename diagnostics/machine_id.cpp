@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -19,6 +20,12 @@
 #include <vector>
 
 namespace Machineid {
+
+namespace {
+
+std::atomic<const std::string*> told_id{nullptr};
+
+}  // namespace
 
 std::optional<std::string> HomeOfUserDatabase() {
     const long suggested = sysconf(_SC_GETPW_R_SIZE_MAX);
@@ -121,8 +128,17 @@ std::string MachineId::get() {
 }
 
 std::string get_machine_id() {
+    if (const std::string* told = told_id.load()) return *told;
     static MachineId& the = *new MachineId(std::make_shared<MachineIdHelper>());
     return the.get();
+}
+
+ScopedMachineId::ScopedMachineId(std::string id) : id_(std::move(id)) {
+    told_id = &id_;
+}
+
+ScopedMachineId::~ScopedMachineId() {
+    told_id = nullptr;
 }
 
 }  // namespace Machineid

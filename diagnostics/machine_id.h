@@ -52,4 +52,16 @@ class MachineId {
 // The identity of this user on this machine, the same for the life of the process.
 std::string get_machine_id();
 
+// While one lives, get_machine_id gives `id` and touches no file. For tests; one at a time.
+class ScopedMachineId {
+ public:
+    explicit ScopedMachineId(std::string id);
+    ~ScopedMachineId();
+    ScopedMachineId(const ScopedMachineId&) = delete;
+    ScopedMachineId& operator=(const ScopedMachineId&) = delete;
+
+ private:
+    const std::string id_;
+};
+
 }  // namespace Machineid

@@ -34,10 +34,9 @@ void NoopTelemetryImpl::initialize(const std::string&, const std::string&, int) 
     LogInfo("Telemetry is disabled. Events will not be tracked.");
 }
 
-Telemetry::Telemetry() : Telemetry(std::make_unique<NoopTelemetryImpl>(), Machineid::get_machine_id) {}
+Telemetry::Telemetry() : Telemetry(std::make_unique<NoopTelemetryImpl>()) {}
 
-Telemetry::Telemetry(std::unique_ptr<ITelemetry> implementation, MachineIdSource machine_id_source)
-    : implementation_(std::move(implementation)), machine_id_source_(machine_id_source) {}
+Telemetry::Telemetry(std::unique_ptr<ITelemetry> implementation) : implementation_(std::move(implementation)) {}
 
 Telemetry::~Telemetry() {
     shutdown();
@@ -85,7 +84,7 @@ void Telemetry::initialize(std::string_view application_name, std::string_view v
         version_text_ = version_text;
         const char* project = std::getenv("KEST_PROJECT_TELEMETRY_ID");
         project_id_ = project ? project : "";
-        machine_id_ = machine_id_source_();
+        machine_id_ = Machineid::get_machine_id();
         implementation_->initialize(std::string(application_name), version_text_, 0);
         initialized_ = true;
         LogInfo("Telemetry initialized for: ", application_name);

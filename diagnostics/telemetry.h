@@ -35,10 +35,8 @@ class NoopTelemetryImpl final : public ITelemetry {
 // Any thread; no operation throws. Before `initialize` and after `shutdown` events are dropped unnumbered.
 class Telemetry {
  public:
-    using MachineIdSource = std::string (*)();
-
     Telemetry();
-    Telemetry(std::unique_ptr<ITelemetry> implementation, MachineIdSource machine_id_source);
+    explicit Telemetry(std::unique_ptr<ITelemetry> implementation);
     ~Telemetry();
     Telemetry(const Telemetry&) = delete;
     Telemetry& operator=(const Telemetry&) = delete;
@@ -82,7 +80,6 @@ class Telemetry {
     bool ReasonWithheldLocked();
 
     std::unique_ptr<ITelemetry> implementation_;
-    const MachineIdSource machine_id_source_;
     bool initialized_ = false;
     std::atomic<bool> first_tool_call_sent_{false};
     std::atomic<bool> proxy_used_{false};  // written without the mutex: a stale value shows in an annotation only

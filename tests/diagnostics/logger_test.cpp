@@ -1,0 +1,234 @@
+#include "diagnostics/logger.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <limits>
+#include <locale>
+#include <thread>
+
+#include "diagnostics/clock.h"
+#include "diagnostics/mcp_logger.h"
+#include "diagnostics/number_text.h"
+#include "diagnostics/verbose.h"
+#include "tests/fakes/scratch.h"
+
+namespace orvanic_xr {
+namespace {
+
+using testing::internal::CaptureStderr;
+using testing::internal::CaptureStdout;
+using testing::internal::GetCapturedStderr;
+using testing::internal::GetCapturedStdout;
+
+constexpr std::int64_t kSecond = 1'000'000'000;
+constexpr std::int64_t kNewYear2026 = 1'767'225'600 * kSecond;
+
+// A number as the host's locale would write it: "1.234,5".
+struct CommasAndDots : std::numpunct<char> {
+    char do_decimal_point() const override { return ','; }
+    char do_thousands_sep() const override { return '.'; }
+    std::string do_grouping() const override { return "\3"; }
+};
+
+class CommaLocale {
+ public:
+    CommaLocale() : before_(std::locale::global(std::locale(std::locale::classic(), new CommasAndDots))) {}
+    ~CommaLocale() { std::locale::global(before_); }
+
+ private:
+    std::locale before_;
+};
+
+template <typename... Parts>
+std::string Joined(const Parts&... parts) {
+    std::string text;
+    (AppendLogPart(text, parts), ...);
+    return text;
+}
+
+enum Plain { kPlain = -25 };
+enum class Scoped : unsigned char { kHigh = 200 };
+void SomeFunction() {}
+
+TEST(LogParts, AreWrittenAsAStreamInTheCLocaleWritesThem) {
+    const CommaLocale host;
+    const char* no_text = nullptr;
+    char text[] = "array";
+    const struct {
+        std::string got;
+        const char* expected;
+    } rows[] = {
+        {Joined("a", std::string("b"), std::string_view("c"), 'd', text), "abcdarray"},
+        {Joined(no_text, "!"), "(null)!"},
+        {Joined(true, false), "10"},
+        {Joined(1234567, ' ', -1), "1234567 -1"},
+        {Joined(std::numeric_limits<std::int64_t>::min()), "-9223372036854775808"},
+        {Joined(std::numeric_limits<std::uint64_t>::max()), "18446744073709551615"},
+        {Joined(std::uint8_t{200}, ' ', std::int16_t{-3}), "200 -3"},
+        {Joined(kPlain, ' ', Scoped::kHigh), "-25 200"},
+        {Joined(0.5, ' ', 1.0f / 3, ' ', 1234567.0, ' ', 100000.0), "0.5 0.333333 1.23457e+06 100000"},
+        {Joined(-0.0, ' ', 1e-5, ' ', 1e300), "-0 1e-05 1e+300"},
+        {Joined(std::numeric_limits<double>::infinity(), ' ', std::numeric_limits<double>::quiet_NaN()), "inf nan"},
+        {Joined("for session %p", reinterpret_cast<void*>(0x7f12a0)), "for session %p0x7f12a0"},
+        {Joined(static_cast<const int*>(nullptr)), "0"},
+        {Joined(reinterpret_cast<void*>(~std::uintptr_t{0})), "0xffffffffffffffff"},
+        {Joined(SomeFunction).substr(0, 2), "0x"},
+    };
+    for (const auto& row : rows) EXPECT_EQ(row.got, row.expected);
+}
+
+TEST(FixedText, IsPercentFInAnyLocale) {
+    const CommaLocale host;
+    const struct {
+        double value;
+        const char* expected;
+    } rows[] = {
+        {0.5, "0.500000"},
+        {-0.0, "-0.000000"},
+        {1234567.1234567, "1234567.123457"},
+        {1e-9, "0.000000"},
+        {-std::numeric_limits<double>::infinity(), "-inf"},
+        {std::numeric_limits<double>::quiet_NaN(), "nan"},
+    };
+    for (const auto& row : rows) EXPECT_EQ(FixedText(row.value), row.expected);
+    EXPECT_EQ(FixedText(-std::numeric_limits<double>::max()).size(), 317u);
+}
+
+class LoggerLines : public testing::Test {
+ protected:
+    LoggerLines() { tzset(); }
+    ~LoggerLines() override { Logger::instance().set_level(kLogInfo); }
+
+    ScopedVariable zone_{"TZ", "UTC"};
+    FakeClock clock_{kNewYear2026, 0};
+};
+
+TEST_F(LoggerLines, CarryTimePrefixTagAndParts) {
+    Logger::instance().set_level(-1);
+    CaptureStdout();
+    CaptureStderr();
+    LogDebug("d", 0);
+    LogInfo("i");
+    clock_.Advance(61 * kSecond);
+    LogWarning("w");
+    LogError("e", 3);
+    Log(4, "no tag");
+    Log(-1, "none either");
+    EXPECT_EQ(GetCapturedStdout(),
+              "\x1b[90m2026-01-01 00:00:00\x1b[0m [Velmoor] \x1b[36m[DEBUG]\x1b[0m d0\n"
+              "\x1b[90m2026-01-01 00:00:00\x1b[0m [Velmoor] \x1b[32m[INFO]\x1b[0m i\n"
+              "\x1b[90m2026-01-01 00:01:01\x1b[0m [Velmoor] \x1b[33m[WARNING]\x1b[0m w\n"
+              "\x1b[90m2026-01-01 00:01:01\x1b[0m [Velmoor] no tag\n"
+              "\x1b[90m2026-01-01 00:01:01\x1b[0m [Velmoor] none either\n");
+    EXPECT_EQ(GetCapturedStderr(), "\x1b[90m2026-01-01 00:01:01\x1b[0m [Velmoor] \x1b[31m[ERROR]\x1b[0m e3\n");
+}
+
+struct CountedPart {
+    int& times_built;
+};
+void AppendLogPart(std::string& line, const CountedPart& part) {
+    ++part.times_built;
+    line += "counted";
+}
+
+struct FailingPart {};
+void AppendLogPart(std::string&, FailingPart) {
+    throw std::bad_alloc();
+}
+
+TEST_F(LoggerLines, BelowTheLevelBuildNothing) {
+    int times_built = 0;
+    CaptureStdout();
+    LogDebug(CountedPart{times_built});
+    mcp::log_debug(CountedPart{times_built});
+    EXPECT_EQ(times_built, 0);
+    LogInfo(CountedPart{times_built});
+    EXPECT_EQ(times_built, 1);
+    EXPECT_THAT(GetCapturedStdout(), testing::EndsWith("counted\n"));
+}
+
+TEST_F(LoggerLines, ThatCannotBeBuiltAreLeftOut) {
+    CaptureStdout();
+    LogInfo("before ", FailingPart{});
+    LogInfo("after");
+    EXPECT_EQ(GetCapturedStdout(), "\x1b[90m2026-01-01 00:00:00\x1b[0m [Velmoor] \x1b[32m[INFO]\x1b[0m after\n");
+}
+
+TEST_F(LoggerLines, OfManyThreadsDoNotMix) {
+    constexpr int kThreads = 4;
+    constexpr int kLines = 500;
+    CaptureStdout();
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < kThreads; ++thread) {
+        threads.emplace_back([thread] {
+            for (int i = 0; i < kLines; ++i) LogInfo("thread ", thread, std::string(100, 'x'), " end");
+        });
+    }
+    for (std::thread& thread : threads) thread.join();
+
+    std::string expected;
+    std::string text = GetCapturedStdout();
+    for (int thread = 0; thread < kThreads; ++thread) {
+        const std::string line = "\x1b[90m2026-01-01 00:00:00\x1b[0m [Velmoor] \x1b[32m[INFO]\x1b[0m thread " +
+                                 std::to_string(thread) + std::string(100, 'x') + " end\n";
+        int found = 0;
+        for (std::size_t at = text.find(line); at != std::string::npos; at = text.find(line, at)) {
+            text.erase(at, line.size());
+            ++found;
+        }
+        EXPECT_EQ(found, kLines);
+    }
+    EXPECT_EQ(text, "");
+}
+
+TEST_F(LoggerLines, OfTheServerGoToStandardErrorOrToTheSinkAlone) {
+    CaptureStdout();
+    CaptureStderr();
+    mcp::log_info("to the console ", 1);
+    std::vector<std::string> sunk;
+    mcp::logger::instance().set_sink([&sunk](const std::string& line) {
+        sunk.push_back(line);
+        mcp::logger::instance().set_sink({});  // no lock is held here
+    });
+    mcp::log_error("to the sink");
+    mcp::log_warning("to the console again");
+    EXPECT_EQ(GetCapturedStdout(), "");
+    EXPECT_EQ(GetCapturedStderr(),
+              "\x1b[90m2026-01-01 00:00:00\x1b[0m [cpp-mcp]   \x1b[32m[INFO]\x1b[0m to the console 1\n"
+              "\x1b[90m2026-01-01 00:00:00\x1b[0m [cpp-mcp]   \x1b[33m[WARNING]\x1b[0m to the console again\n");
+    EXPECT_THAT(sunk, testing::ElementsAre(
+                          "\x1b[90m2026-01-01 00:00:00\x1b[0m [cpp-mcp]   \x1b[31m[ERROR]\x1b[0m to the sink"));
+}
+
+TEST_F(LoggerLines, OpenToDebugOnlyWhenTheSwitchIsExactlyOne) {
+    const struct {
+        std::optional<std::string> value;
+        bool verbose;
+    } rows[] = {{std::nullopt, false}, {"", false},  {"true", false}, {"01", false},
+                {"1 ", false},         {"0", false}, {"1", true}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.value.value_or("unset"));
+        Logger::instance().set_level(kLogWarning);
+        const ScopedVariable variable("ORVANICXR_VERBOSE", row.value);
+        EXPECT_EQ(ApplyVerboseSwitch(), row.verbose);
+        EXPECT_EQ(Logger::instance().level(), row.verbose ? kLogDebug : kLogWarning);
+    }
+}
+
+TEST_F(LoggerLines, SwitchIsReadOnceAndKept) {
+    const ScopedVariable variable("ORVANICXR_VERBOSE", "1");
+    EXPECT_TRUE(VerboseLogging());
+    Logger::instance().set_level(kLogInfo);
+    const ScopedVariable changed("ORVANICXR_VERBOSE", "0");
+    EXPECT_TRUE(VerboseLogging());
+    EXPECT_EQ(Logger::instance().level(), kLogInfo);
+    {
+        const ScopedVerboseAnswer told(false);
+        EXPECT_FALSE(VerboseLogging());
+    }
+    EXPECT_TRUE(VerboseLogging());
+}
+
+}  // namespace
+}  // namespace orvanic_xr

@@ -1,0 +1,142 @@
+#include "diagnostics/machine_id.h"
+
+#include <gmock/gmock.h>
+
+#include <set>
+
+#include "tests/fakes/scratch.h"
+
+namespace Machineid {
+namespace {
+
+using orvanic_xr::FilesBelow;
+using orvanic_xr::ReadFile;
+using orvanic_xr::ScopedVariable;
+using orvanic_xr::ScratchDirectory;
+using testing::internal::CaptureStderr;
+using testing::internal::GetCapturedStderr;
+
+constexpr const char* kId = "0f8fad5b-d9cb-469f-a165-70867728950e";
+constexpr const char* kUpperCaseId = "0F8FAD5B-D9CB-469F-A165-70867728950E";
+
+std::optional<std::string> NoEntry() {
+    return std::nullopt;
+}
+
+// A user without an entry in the user database, whose HOME is a scratch directory.
+class MachineIdFile : public testing::Test {
+ protected:
+    static std::string NewProcessGets() { return MachineId(std::make_shared<MachineIdHelper>(NoEntry)).get(); }
+
+    ScratchDirectory scratch_;
+    ScopedVariable home_{"HOME", scratch_.path()};
+    const std::filesystem::path directory_ = scratch_.path() + "/.config/KestXR/device_data";
+    const std::filesystem::path path_ = directory_ / "device_id.txt";
+};
+
+TEST_F(MachineIdFile, IsMadeOnceAndThenRead) {
+    const std::string id = NewProcessGets();
+    EXPECT_EQ(id.size(), 36u);
+    EXPECT_EQ(ReadFile(path_), id);
+    EXPECT_EQ(NewProcessGets(), id);
+}
+
+TEST_F(MachineIdFile, IsReadOnceByEachProcess) {
+    MachineId process(std::make_shared<MachineIdHelper>(NoEntry));
+    const std::string id = process.get();
+    std::ofstream(path_) << kId;
+    EXPECT_EQ(process.get(), id);
+    EXPECT_EQ(NewProcessGets(), kId);
+}
+
+TEST_F(MachineIdFile, KeepsAValidFirstLineAndReplacesAllElse) {
+    const struct {
+        std::string content;
+        const char* kept;  // null if replaced
+    } rows[] = {
+        {kId, kId},
+        {kUpperCaseId, kUpperCaseId},
+        {std::string(kId) + "\n", kId},
+        {std::string(kId) + "\nmore\n" + std::string(5000, 'x'), kId},
+        {"", nullptr},
+        {"\n", nullptr},
+        {std::string("\n") + kId, nullptr},
+        {std::string(kId) + " ", nullptr},
+        {std::string(kId) + "\r\n", nullptr},
+        {std::string(" ") + kId, nullptr},
+        {std::string(kId) + kId, nullptr},
+        {std::string(kId) + std::string("\0x", 2), nullptr},
+        {std::string(kId).substr(1), nullptr},
+        {"0f8fad5b-d9cb-469f-a165-70867728950g", nullptr},
+        {"0f8fad5bd9cb469fa16570867728950e", nullptr},
+        {"0f8fad5-bd9cb-469f-a165-70867728950e", nullptr},
+        {"\xc3\x28\xff\xfe", nullptr},
+        {std::string(1 << 20, '0'), nullptr},
+    };
+    std::filesystem::create_directories(directory_);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.content.substr(0, 60));
+        std::ofstream(path_, std::ios::binary) << row.content;
+        const std::string id = NewProcessGets();
+        if (row.kept) {
+            EXPECT_EQ(id, row.kept);
+            EXPECT_EQ(ReadFile(path_), row.content);
+        } else {
+            EXPECT_TRUE(MachineIdHelper().is_valid(id)) << id;
+            EXPECT_NE(id, kId);
+            EXPECT_EQ(ReadFile(path_), id);
+        }
+    }
+}
+
+TEST_F(MachineIdFile, WithoutADirectoryHoldsForTheProcessAlone) {
+    std::ofstream(scratch_.path() + "/.config") << "in the way";
+    CaptureStderr();
+    const std::string id = NewProcessGets();
+    EXPECT_EQ(GetCapturedStderr(), "ERROR: Failed to create device data directory\n");
+    EXPECT_TRUE(MachineIdHelper().is_valid(id)) << id;
+    EXPECT_THAT(FilesBelow(scratch_.path()), testing::ElementsAre(".config"));
+}
+
+TEST_F(MachineIdFile, ThatCannotBeWrittenHoldsForTheProcessAlone) {
+    std::filesystem::create_directories(path_);  // a directory where the file should be
+    CaptureStderr();
+    const std::string id = NewProcessGets();
+    EXPECT_EQ(GetCapturedStderr(), "");
+    EXPECT_TRUE(MachineIdHelper().is_valid(id)) << id;
+}
+
+TEST_F(MachineIdFile, LiesInTheHomeOfTheUserDatabaseBeforeThatOfTheEnvironment) {
+    MachineIdHelper with_entry([]() -> std::optional<std::string> { return "/home/by-entry"; });
+    EXPECT_EQ(with_entry.config_directory(), "/home/by-entry/.config");
+    EXPECT_EQ(MachineIdHelper(NoEntry).config_directory(), scratch_.path() + "/.config");
+    EXPECT_EQ(MachineIdHelper(NoEntry).id_file_path(), path_);
+    EXPECT_TRUE(std::filesystem::is_directory(directory_));
+}
+
+TEST_F(MachineIdFile, LiesInTheCurrentDirectoryWithoutAHome) {
+    const ScopedVariable no_home("HOME", std::nullopt);
+    const auto here = std::filesystem::current_path();
+    std::filesystem::current_path(scratch_.path());
+    EXPECT_EQ(MachineIdHelper(NoEntry).id_file_path(), "KestXR/device_data/device_id.txt");
+    EXPECT_TRUE(std::filesystem::is_directory(scratch_.path() + "/KestXR/device_data"));
+    std::filesystem::current_path(here);
+}
+
+TEST(MachineId, IsARandomVersion4UuidInLowerCase) {
+    MachineIdHelper helper;
+    std::set<std::string> ids;
+    for (int i = 0; i < 50; ++i) {
+        const std::string id = helper.generate();
+        SCOPED_TRACE(id);
+        EXPECT_TRUE(helper.is_valid(id));
+        EXPECT_EQ(id.find_first_not_of("0123456789abcdef-"), std::string::npos);
+        EXPECT_EQ(id[14], '4');
+        EXPECT_NE(std::string("89ab").find(id[19]), std::string::npos);
+        ids.insert(id);
+    }
+    EXPECT_EQ(ids.size(), 50u);
+}
+
+}  // namespace
+}  // namespace Machineid

@@ -1,0 +1,314 @@
+#include "diagnostics/telemetry.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <barrier>
+#include <stdexcept>
+#include <thread>
+
+#include "diagnostics/clock.h"
+#include "diagnostics/log_file_sink.h"
+#include "diagnostics/machine_id.h"
+#include "tests/fakes/log_capture.h"
+#include "tests/fakes/scratch.h"
+
+namespace orvanic_xr {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// 2026-01-02 03:04:05.006 UTC
+constexpr std::int64_t kStart = 1'767'323'045'006'000'000;
+constexpr std::int64_t kMillisecond = 1'000'000;
+
+// What an implementation is told, each call as one line; the events also as they came.
+struct Recording {
+    std::vector<std::string> calls;
+    std::vector<TelemetryEvent> events;
+    bool throws = false;
+};
+
+class RecordingTelemetry final : public ITelemetry {
+ public:
+    explicit RecordingTelemetry(Recording& recording) : recording_(recording) {}
+
+    void initialize(const std::string& application_name, const std::string& version_text, int reserved) override {
+        recording_.calls.push_back("initialize " + application_name + " " + version_text + " " +
+                                   std::to_string(reserved));
+    }
+    void shutdown() override { recording_.calls.push_back("shutdown"); }
+    void track(TelemetryEventId id, const TelemetryEvent& event, const std::string& text) override {
+        if (recording_.throws) throw std::runtime_error("no line");
+        std::string call = std::to_string(event.sequence) + ": " + std::to_string(static_cast<int>(id));
+        for (const std::string& part :
+             {text, event.tool_name, event.reason, event.sentiment, event.error_category, event.error_code}) {
+            if (!part.empty()) call += " | " + part;
+        }
+        if (event.success) call += " | success";
+        if (event.latency_ms != 0) call += " | " + std::to_string(event.latency_ms) + " ms";
+        recording_.calls.push_back(call);
+        recording_.events.push_back(event);
+    }
+
+ private:
+    Recording& recording_;
+};
+
+class TelemetryEvents : public testing::Test {
+ protected:
+    std::vector<std::string> TakeCalls() { return std::exchange(recording_.calls, {}); }
+    // The last event's own copy of what the singleton holds.
+    const TelemetryEvent& Last() { return recording_.events.back(); }
+    void StartApplication() { telemetry_.set_application_info("Demo", 7, "Engine", 42, 281474976710658); }
+
+    FakeClock clock_{kStart, 5'000 * kMillisecond};
+    ScopedVariable project_{"KEST_PROJECT_TELEMETRY_ID", "project-1"};
+    ScopedVariable reason_switch_{"ORVANICXR_DISABLE_REASON_TELEMETRY", std::nullopt};
+    Machineid::ScopedMachineId machine_{"machine-1"};
+    LogCapture log_;
+    Recording recording_;
+    Telemetry telemetry_{std::make_unique<RecordingTelemetry>(recording_)};
+};
+
+TEST_F(TelemetryEvents, TellTheWholeLifeOfAnApplicationInOrder) {
+    StartApplication();
+    telemetry_.server_started(8720, 26, true, false);
+    telemetry_.error("mcp_server", "bind_failed_ipv6");
+    telemetry_.session_created();
+    telemetry_.client_connected("agent", "1.2");
+    telemetry_.tool_start("openxr_get_head_pose", "openxr_builtin", "look around", "curious");
+    telemetry_.tool_finish("openxr_get_head_pose", 12, true, "", "openxr_builtin");
+    telemetry_.tool_start("spawn", "external_unity", "", "");
+    telemetry_.tool_finish("spawn", 3, false, "no room", "external_unity");
+    telemetry_.tool_finish("spawn", 4, false, "", "external_unity");
+    telemetry_.error("external_tool", "abandoned", "late");
+    telemetry_.session_ended();
+    telemetry_.close();
+    telemetry_.server_stopped();  // after the close: not told
+    EXPECT_THAT(
+        TakeCalls(),
+        ElementsAre("initialize Demo 7 0", "0: 0 | app=Demo,engine=Engine,engine_ver=42,api_ver=281474976710658",
+                    "1: 4 | port=8720,tools_registered=26,ipv4=true,ipv6=false",
+                    "2: 10 | mcp_server | bind_failed_ipv6", "3: 2", "4: 8 | client_name=agent,client_version=1.2",
+                    "5: 9 | tool=openxr_get_head_pose,tool_category=openxr_builtin | openxr_get_head_pose",
+                    "6: 6 | tool=openxr_get_head_pose,tool_category=openxr_builtin | openxr_get_head_pose | look "
+                    "around | curious",
+                    "7: 7 | tool=openxr_get_head_pose,tool_category=openxr_builtin,latency_ms=12,success=true"
+                    " | openxr_get_head_pose | success | 12 ms",
+                    "8: 6 | tool=spawn,tool_category=external_unity | spawn",
+                    "9: 7 | tool=spawn,tool_category=external_unity,latency_ms=3,success=false,error_reason=no room"
+                    " | spawn | 3 ms",
+                    "10: 10 | tool=spawn,tool_category=external_unity,latency_ms=3,success=false,error_reason=no room"
+                    " | tool | error",
+                    "11: 7 | tool=spawn,tool_category=external_unity,latency_ms=4,success=false | spawn | 4 ms",
+                    "12: 10 | tool=spawn,tool_category=external_unity,latency_ms=4,success=false | tool | error",
+                    "13: 10 | late | external_tool | abandoned", "14: 3", "15: 1", "shutdown"));
+    EXPECT_THAT(log_.take(), ElementsAre("INFO Telemetry initialized for: Demo", "INFO Telemetry shut down"));
+}
+
+TEST_F(TelemetryEvents, CarryWhatIsKnownOfTheProcess) {
+    StartApplication();
+    telemetry_.set_client_name("agent");
+    telemetry_.set_proxy_used(true);
+    clock_.Advance(1'999'999'999);
+    telemetry_.session_created();
+    EXPECT_TRUE(Last().telemetry_session_id.size() == 36 && Last().telemetry_session_id[14] == '4')
+        << Last().telemetry_session_id;
+    EXPECT_EQ(Last().machine_id, "machine-1");
+    EXPECT_EQ(Last().platform, "Linux");
+    EXPECT_EQ(Last().project_id, "project-1");
+    EXPECT_EQ(Last().timestamp, "2026-01-02+03:04:07");
+    EXPECT_EQ(Last().elapsed_ms, 1999);
+    EXPECT_FALSE(Last().has_detail);
+    EXPECT_EQ(Last().version_text, "7");
+    EXPECT_EQ(Last().client_name, "agent");
+    EXPECT_EQ(Last().annotations,
+              R"({"build_channel":"public","engine_name":"Engine","engine_version":"42","proxy_used":true})");
+}
+
+TEST_F(TelemetryEvents, NameTheEngineOnlyBetweenApplicationInfoAndClose) {
+    constexpr const char* kWithoutEngine = R"({"build_channel":"public","proxy_used":false})";
+    telemetry_.initialize("Bare", "1.0");
+    telemetry_.session_created();
+    EXPECT_EQ(Last().annotations, kWithoutEngine);
+    telemetry_.set_application_info("Demo", 7, "a\"b\\c\n\x01/\xc3\xa4", 4294967295u, 0);
+    EXPECT_EQ(Last().annotations,
+              "{\"build_channel\":\"public\",\"engine_name\":\"a\\\"b\\\\c\\n\\u0001/\xc3\xa4\","
+              "\"engine_version\":\"4294967295\",\"proxy_used\":false}");
+    EXPECT_EQ(Last().version_text, "1.0");  // it was initialized before
+    telemetry_.close();
+    telemetry_.initialize("Bare", "1.0");
+    telemetry_.session_created();
+    EXPECT_EQ(Last().annotations, kWithoutEngine);
+    EXPECT_EQ(TelemetryEvent{}.annotations, "{}");
+}
+
+TEST_F(TelemetryEvents, OutsideALifeAreDroppedAndNotCounted) {
+    telemetry_.session_created();
+    telemetry_.tool_start("early", "openxr_builtin", "", "");
+    telemetry_.close();
+    EXPECT_THAT(TakeCalls(), IsEmpty());
+    StartApplication();
+    const std::string first_id = Last().telemetry_session_id;
+    telemetry_.tool_start("one", "openxr_builtin", "", "");
+    telemetry_.close();
+    telemetry_.error("layer", "hook_exception");
+    telemetry_.shutdown();
+    TakeCalls();
+
+    const ScopedVariable no_project("KEST_PROJECT_TELEMETRY_ID", std::nullopt);
+    clock_.Advance(kMillisecond);
+    StartApplication();
+    telemetry_.tool_start("two", "openxr_builtin", "", "");
+    EXPECT_THAT(TakeCalls(), ElementsAre("initialize Demo 7 0",
+                                         "0: 0 | app=Demo,engine=Engine,engine_ver=42,api_ver=281474976710658",
+                                         "1: 9 | tool=two,tool_category=openxr_builtin | two",
+                                         "2: 6 | tool=two,tool_category=openxr_builtin | two"));
+    EXPECT_NE(Last().telemetry_session_id, first_id);
+    EXPECT_EQ(Last().project_id, "");
+    EXPECT_EQ(Last().elapsed_ms, 0);
+}
+
+TEST_F(TelemetryEvents, OfAFailedToolTellExceptionsFromErrors) {
+    const struct {
+        const char* error_text;
+        const char* code;
+    } rows[] = {{"exception", "exception"}, {"exception: x", "error"}, {"Exception", "error"}, {"", "error"}};
+    StartApplication();
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.error_text);
+        telemetry_.tool_finish("t", 1, false, row.error_text, "openxr_builtin");
+        EXPECT_EQ(Last().error_category, "tool");
+        EXPECT_EQ(Last().error_code, row.code);
+    }
+}
+
+TEST_F(TelemetryEvents, WithholdTheReasonAloneWhenAsked) {
+    const struct {
+        std::optional<std::string> value;
+        const char* reason;
+    } rows[] = {{std::nullopt, "why"}, {"", "why"}, {"0", "why"}, {"true", "why"},
+                {"01", "why"},         {"1", ""},   {"1x", ""}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.value.value_or("unset"));
+        const ScopedVariable variable("ORVANICXR_DISABLE_REASON_TELEMETRY", row.value);
+        Telemetry process(std::make_unique<RecordingTelemetry>(recording_));
+        process.initialize("Demo", "1");
+        process.tool_start("t", "openxr_builtin", "why", "calm");
+        EXPECT_EQ(Last().reason, row.reason);
+        EXPECT_EQ(Last().sentiment, "calm");
+        // The answer is kept for good.
+        const ScopedVariable changed("ORVANICXR_DISABLE_REASON_TELEMETRY", row.reason[0] ? "1" : "0");
+        process.tool_start("t", "openxr_builtin", "why", "calm");
+        EXPECT_EQ(Last().reason, row.reason);
+    }
+}
+
+TEST_F(TelemetryEvents, OfCallsThatStartTogetherHaveOneFirst) {
+    constexpr int kThreads = 8;
+    for (int round = 0; round < 20; ++round) {
+        telemetry_.initialize("Demo", "1");
+        TakeCalls();
+        std::barrier together(kThreads);
+        std::vector<std::thread> threads;
+        for (int i = 0; i < kThreads; ++i) {
+            threads.emplace_back([&] {
+                together.arrive_and_wait();
+                telemetry_.set_proxy_used(true);
+                telemetry_.tool_start("t", "c", "", "");
+            });
+        }
+        for (std::thread& thread : threads) thread.join();
+        std::vector<std::string> expected = {"0: 9 | tool=t,tool_category=c | t"};
+        for (int i = 1; i <= kThreads; ++i) {
+            expected.push_back(std::to_string(i) + ": 6 | tool=t,tool_category=c | t");
+        }
+        EXPECT_EQ(TakeCalls(), expected);
+        telemetry_.shutdown();
+    }
+}
+
+TEST_F(TelemetryEvents, FailuresOfAnImplementationReachNoCaller) {
+    StartApplication();
+    TakeCalls();
+    recording_.throws = true;
+    telemetry_.tool_start("t", "c", "", "");
+    telemetry_.tool_finish("t", 1, false, "exception", "c");
+    recording_.throws = false;
+    telemetry_.session_ended();
+    EXPECT_THAT(TakeCalls(), ElementsAre(testing::EndsWith(": 3")));
+}
+
+TEST_F(TelemetryEvents, EndWithTheObject) {
+    {
+        Telemetry telemetry(std::make_unique<RecordingTelemetry>(recording_));
+        telemetry.initialize("Demo", "1");
+    }
+    EXPECT_THAT(TakeCalls(), ElementsAre("initialize Demo 1 0", "shutdown"));
+}
+
+TEST(Telemetry, TracksNothingUnlessAnImplementationIsPutIn) {
+    const Machineid::ScopedMachineId machine("machine-1");
+    LogCapture log;
+    Recording recording;
+    Telemetry telemetry;
+    telemetry.initialize("Demo", "1");
+    telemetry.session_created();
+    EXPECT_THAT(log.take(), ElementsAre("INFO Telemetry is disabled. Events will not be tracked.",
+                                        "INFO Telemetry initialized for: Demo"));
+    const auto before = telemetry.set_implementation(std::make_unique<RecordingTelemetry>(recording));
+    EXPECT_NE(dynamic_cast<NoopTelemetryImpl*>(before.get()), nullptr);
+    telemetry.session_ended();
+    EXPECT_THAT(recording.calls, ElementsAre("1: 3"));
+}
+
+TEST(Telemetry, OfTheProcessShutsDownAtExitBeforeTheLogFileEnds) {
+    const Machineid::ScopedMachineId machine("machine-1");
+    const ScratchDirectory scratch;
+    const ScopedVariable state_home("XDG_STATE_HOME", scratch.path());
+    EXPECT_EXIT(
+        {
+            LogFileSink::instance().begin_session("s");
+            Telemetry::instance().initialize("Demo", "1");
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0), "enabled");
+    const std::string text =
+        ReadFile(scratch.path() + "/velmoor/logs/" + FilesBelow(scratch.path() + "/velmoor/logs")[0]);
+    EXPECT_THAT(text, testing::HasSubstr("Telemetry shut down\n==== session ended at "));
+}
+
+TEST(TelemetryTimestamp, IsUtcInWholeSeconds) {
+    const struct {
+        std::int64_t system_ns;
+        const char* text;
+    } rows[] = {
+        {0, "1970-01-01+00:00:00"},
+        {999'999'999, "1970-01-01+00:00:00"},
+        {951'782'399'500'000'000, "2000-02-28+23:59:59"},
+        {951'782'400'000'000'000, "2000-02-29+00:00:00"},
+        {kStart, "2026-01-02+03:04:05"},
+        {4'102'444'799'000'000'000, "2099-12-31+23:59:59"},
+        {-1, "1969-12-31+23:59:59"},
+    };
+    for (const auto& row : rows) EXPECT_EQ(TelemetryTimestamp(row.system_ns), row.text);
+}
+
+TEST(TelemetrySessionId, IsRandomInTheFormOfAUuid) {
+    const std::string id = NewTelemetrySessionId();
+    SCOPED_TRACE(id);
+    ASSERT_EQ(id.size(), 36u);
+    for (std::size_t i = 0; i < id.size(); ++i) {
+        const bool is_dash = i == 8 || i == 13 || i == 18 || i == 23;
+        EXPECT_EQ(id[i] == '-', is_dash);
+        EXPECT_TRUE(is_dash || std::string_view("0123456789abcdef").find(id[i]) != std::string_view::npos);
+    }
+    EXPECT_EQ(id[14], '4');
+    EXPECT_NE(std::string_view("89ab").find(id[19]), std::string_view::npos);
+    EXPECT_NE(NewTelemetrySessionId(), id);
+}
+
+}  // namespace
+}  // namespace orvanic_xr
