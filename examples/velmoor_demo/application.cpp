@@ -1,0 +1,198 @@
+#include "examples/velmoor_demo/application.h"
+
+#include <cstdint>
+#include <cstring>
+#include <set>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "examples/velmoor_demo/check.h"
+
+namespace demo {
+namespace {
+
+constexpr XrPosef kIdentity = {{0, 0, 0, 1}, {0, 0, 0}};
+
+// Without a graphics device there is no way but this one.
+constexpr char kHeadless[] = "XR_MND_headless";
+
+// What a mixed-reality application wants to know of the room; the demo runs without them, too.
+constexpr const char* kSceneExtensions[] = {
+    "XR_KS_spatial_entity",
+    "XR_KS_spatial_entity_query",
+    "XR_KS_spatial_entity_storage",
+    "XR_KS_spatial_entity_container",
+    "XR_KS_scene",
+};
+
+std::set<std::string> OfferedExtensions() {
+    std::uint32_t count = 0;
+    Check(xrEnumerateInstanceExtensionProperties(nullptr, 0, &count, nullptr),
+          "xrEnumerateInstanceExtensionProperties");
+    XrExtensionProperties empty = {};
+    empty.type = XR_TYPE_EXTENSION_PROPERTIES;
+    std::vector<XrExtensionProperties> properties(count, empty);
+    Check(xrEnumerateInstanceExtensionProperties(nullptr, count, &count, properties.data()),
+          "xrEnumerateInstanceExtensionProperties");
+    std::set<std::string> names;
+    for (const XrExtensionProperties& row : properties) names.insert(row.extensionName);
+    return names;
+}
+
+}  // namespace
+
+Application::~Application() {
+    controls_.reset();
+    if (view_ != XR_NULL_HANDLE) xrDestroySpace(view_);
+    if (stage_ != XR_NULL_HANDLE) xrDestroySpace(stage_);
+    if (session_ != XR_NULL_HANDLE) xrDestroySession(session_);
+    if (instance_ != XR_NULL_HANDLE) xrDestroyInstance(instance_);
+}
+
+void Application::Start() {
+    CreateInstance();
+    CreateSession();
+    stage_ = CreateReferenceSpace(XR_REFERENCE_SPACE_TYPE_STAGE);
+    view_ = CreateReferenceSpace(XR_REFERENCE_SPACE_TYPE_VIEW);
+    controls_ = std::make_unique<Controls>(instance_, session_);
+}
+
+void Application::CreateInstance() {
+    std::vector<const char*> extensions = {kHeadless};
+    const std::set<std::string> offered = OfferedExtensions();
+    for (const char* name : kSceneExtensions) {
+        if (offered.count(name) > 0) extensions.push_back(name);
+    }
+    XrInstanceCreateInfo info = {};
+    info.type = XR_TYPE_INSTANCE_CREATE_INFO;
+    std::strcpy(info.applicationInfo.applicationName, "velmoor_demo");
+    info.applicationInfo.applicationVersion = 1;
+    std::strcpy(info.applicationInfo.engineName, "none");
+    // 1.0 and not newer: older loaders know nothing else, and the demo needs nothing else.
+    info.applicationInfo.apiVersion = XR_MAKE_VERSION(1, 0, 0);
+    info.enabledExtensionCount = static_cast<std::uint32_t>(extensions.size());
+    info.enabledExtensionNames = extensions.data();
+    Check(xrCreateInstance(&info, &instance_), "xrCreateInstance");
+
+    XrInstanceProperties properties = {};
+    properties.type = XR_TYPE_INSTANCE_PROPERTIES;
+    Check(xrGetInstanceProperties(instance_, &properties), "xrGetInstanceProperties");
+    Report::Line(std::string("Running on ") + properties.runtimeName);
+}
+
+void Application::CreateSession() {
+    const XrSystemGetInfo system_info = {XR_TYPE_SYSTEM_GET_INFO, nullptr, XR_FORM_FACTOR_HEAD_MOUNTED_DISPLAY};
+    XrSessionCreateInfo info = {XR_TYPE_SESSION_CREATE_INFO, nullptr, 0, XR_NULL_SYSTEM_ID};
+    Check(xrGetSystem(instance_, &system_info, &info.systemId), "xrGetSystem");
+    Check(xrCreateSession(instance_, &info, &session_), "xrCreateSession");
+}
+
+XrSpace Application::CreateReferenceSpace(XrReferenceSpaceType type) {
+    const XrReferenceSpaceCreateInfo info = {XR_TYPE_REFERENCE_SPACE_CREATE_INFO, nullptr, type, kIdentity};
+    XrSpace space = XR_NULL_HANDLE;
+    Check(xrCreateReferenceSpace(session_, &info, &space), "xrCreateReferenceSpace");
+    return space;
+}
+
+void Application::Run(std::optional<double> seconds, const std::atomic<bool>& stop) {
+    Start();
+    while (!finished_) {
+        PollEvents();
+        if (stop || (seconds && SecondsSinceStart() >= *seconds)) RequestExit();
+        if (running_) {
+            RunFrame();
+            report_.OnceASecond(SecondsSinceStart(), state_);
+        } else {
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
+}
+
+void Application::PollEvents() {
+    while (true) {
+        XrEventDataBuffer event = {};
+        event.type = XR_TYPE_EVENT_DATA_BUFFER;
+        if (Check(xrPollEvent(instance_, &event), "xrPollEvent") == XR_EVENT_UNAVAILABLE) return;
+        switch (event.type) {
+            case XR_TYPE_EVENT_DATA_SESSION_STATE_CHANGED: {
+                const auto& changed = *reinterpret_cast<const XrEventDataSessionStateChanged*>(&event);
+                if (changed.session == session_) OnSessionState(changed.state);
+                break;
+            }
+            case XR_TYPE_EVENT_DATA_INTERACTION_PROFILE_CHANGED:
+                TellProfiles();
+                break;
+            case XR_TYPE_EVENT_DATA_INSTANCE_LOSS_PENDING:
+                finished_ = true;
+                break;
+            default:
+                break;
+        }
+    }
+}
+
+void Application::OnSessionState(XrSessionState state) {
+    state_ = state;
+    Report::Line(std::string("  * session is ") + StateName(state));
+    switch (state) {
+        case XR_SESSION_STATE_READY: {
+            const XrSessionBeginInfo info = {XR_TYPE_SESSION_BEGIN_INFO, nullptr,
+                                             XR_VIEW_CONFIGURATION_TYPE_PRIMARY_STEREO};
+            Check(xrBeginSession(session_, &info), "xrBeginSession");
+            running_ = true;
+            break;
+        }
+        case XR_SESSION_STATE_STOPPING:
+            running_ = false;
+            Check(xrEndSession(session_), "xrEndSession");
+            break;
+        case XR_SESSION_STATE_EXITING:
+        case XR_SESSION_STATE_LOSS_PENDING:
+            finished_ = true;
+            break;
+        default:
+            break;
+    }
+}
+
+void Application::TellProfiles() const {
+    for (std::size_t hand = 0; hand < kHandNames.size(); ++hand) {
+        Report::Line(std::string("  * ") + kHandNames[hand] + " hand is fed by " + controls_->ProfileOf(hand));
+    }
+}
+
+// The runtime answers with the state STOPPING; until then frames go on.
+void Application::RequestExit() {
+    if (exit_requested_) return;
+    exit_requested_ = true;
+    if (xrRequestExitSession(session_) == XR_ERROR_SESSION_NOT_RUNNING) finished_ = true;
+}
+
+void Application::RunFrame() {
+    XrFrameState frame = {};
+    frame.type = XR_TYPE_FRAME_STATE;
+    Check(xrWaitFrame(session_, nullptr, &frame), "xrWaitFrame");
+    Check(xrBeginFrame(session_, nullptr), "xrBeginFrame");
+
+    report_.Frame(LocateHead(frame.predictedDisplayTime), controls_->Update(stage_, frame.predictedDisplayTime));
+
+    const XrFrameEndInfo end = {XR_TYPE_FRAME_END_INFO,           nullptr, frame.predictedDisplayTime,
+                                XR_ENVIRONMENT_BLEND_MODE_OPAQUE, 0,       nullptr};
+    Check(xrEndFrame(session_, &end), "xrEndFrame");
+}
+
+std::optional<XrPosef> Application::LocateHead(XrTime time) const {
+    constexpr XrSpaceLocationFlags kLocated =
+        XR_SPACE_LOCATION_ORIENTATION_VALID_BIT | XR_SPACE_LOCATION_POSITION_VALID_BIT;
+    XrSpaceLocation location = {XR_TYPE_SPACE_LOCATION, nullptr, 0, kIdentity};
+    Check(xrLocateSpace(view_, stage_, time, &location), "xrLocateSpace");
+    if ((location.locationFlags & kLocated) != kLocated) return std::nullopt;
+    return location.pose;
+}
+
+double Application::SecondsSinceStart() const {
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
+}
+
+}  // namespace demo

@@ -1,0 +1,53 @@
+// An ordinary headless OpenXR application: it says once a second where head and hands are and what is pressed.
+//
+//   velmoor_demo [--seconds N]
+//
+// It ends after N seconds, on SIGINT or SIGTERM, or when the runtime or somebody else asks the session to exit.
+// The exit code is 0 when it ended as asked, 1 when OpenXR failed, 2 when the command line is wrong.
+#include <atomic>
+#include <charconv>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <optional>
+#include <string_view>
+
+#include "examples/velmoor_demo/application.h"
+
+namespace {
+
+std::atomic<bool> g_stop = false;
+static_assert(std::atomic<bool>::is_always_lock_free, "a signal handler sets it");
+
+void StopOnSignal(int) {
+    g_stop = true;
+}
+
+std::optional<double> PositiveNumber(std::string_view text) {
+    double number = 0.0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+    if (error != std::errc() || end != text.data() + text.size() || !(number > 0.0)) return std::nullopt;
+    return number;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::optional<double> seconds;
+    if (argc == 3 && std::string_view(argv[1]) == "--seconds") seconds = PositiveNumber(argv[2]);
+    if (argc != 1 && !seconds) {
+        std::fprintf(stderr, "usage: velmoor_demo [--seconds N]\n");
+        return 2;
+    }
+    std::signal(SIGINT, StopOnSignal);
+    std::signal(SIGTERM, StopOnSignal);
+    try {
+        demo::Application application;
+        application.Run(seconds, g_stop);
+        demo::Report::Line("Goodbye");
+        return 0;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "velmoor_demo: %s\n", error.what());
+        return 1;
+    }
+}
