@@ -66,7 +66,11 @@ ExternalToolManager& ExternalToolManager::instance() {
 void ExternalToolManager::Enqueue(std::shared_ptr<DeferredCallbackEntry> entry) {
     if (PumpingOnThisThread()) throw std::runtime_error("a deferred tool callback cannot wait for another one");
     std::lock_guard lock(mutex);
-    queue.push_back(std::move(entry));
+    if (closed_) {
+        Abandon(*entry);
+    } else {
+        queue.push_back(std::move(entry));
+    }
 }
 
 std::int64_t ExternalToolManager::GetTimeoutSeconds() {
@@ -127,10 +131,25 @@ void ExternalToolManager::ClearAbandoned() {
     if (abandoned.empty()) return;
     LogWarning("Clearing ", abandoned.size(), " abandoned deferred callbacks (session ending)");
     Telemetry::instance().error("external_tool", "abandoned");
-    for (const auto& entry : abandoned) {
-        entry->timedOutInQueue = true;
-        entry->completion.set_value();
+    for (const auto& entry : abandoned) Abandon(*entry);
+}
+
+void ExternalToolManager::Abandon(DeferredCallbackEntry& entry) {
+    entry.timedOutInQueue = true;
+    entry.completion.set_value();
+}
+
+void ExternalToolManager::Close() {
+    {
+        std::lock_guard lock(mutex);
+        closed_ = true;
     }
+    ClearAbandoned();
+}
+
+void ExternalToolManager::Open() {
+    std::lock_guard lock(mutex);
+    closed_ = false;
 }
 
 }  // namespace orvanic_xr

@@ -53,21 +53,26 @@ class ExternalToolManager {
 
     // The instance ends: whoever still waits is told at once.
     void ClearAbandoned();
+    // The same, and until the next Open also for whoever comes later: the server's end waits for its callers.
+    void Close();
+    void Open();
 
  private:
     enum class Fate { kDone, kSkipped };
     Fate ProcessEntryLocked(DeferredCallbackEntry& entry, std::uint32_t invokeBitMask);
+    static void Abandon(DeferredCallbackEntry& entry);
     bool PumpingOnThisThread() const { return pumping_thread_ == std::this_thread::get_id(); }
 
     // The thread that is inside ProcessDeferredCallbacks, so that a callback which leads back here is not left
     // waiting for the mutex that its own thread holds.
     std::atomic<std::thread::id> pumping_thread_{};
 
-    // Guards queue and timeoutSeconds. On purpose held across the callbacks: they take turns, whichever threads
-    // the application calls from.
+    // Guards all below. On purpose held across the callbacks: they take turns, whichever threads the application
+    // calls from.
     std::mutex mutex;
     std::deque<std::shared_ptr<DeferredCallbackEntry>> queue;
     std::int64_t timeoutSeconds;
+    bool closed_ = false;
 };
 
 }  // namespace orvanic_xr

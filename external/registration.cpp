@@ -7,6 +7,7 @@
 #include <exception>
 #include <mutex>
 #include <optional>
+#include <shared_mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -18,6 +19,7 @@
 #include "external/fixed_text.h"
 #include "tools/tool_entry.h"
 #include "tools/tool_registry.h"
+#include "tools/tool_registry_lifetime.h"
 
 namespace orvanic_xr {
 namespace {
@@ -144,6 +146,7 @@ XrResult RegisterTool(const RegisterInfo& info, const std::string& name) {
     };
     std::optional<mcp::tool> tool = BuildTool(info);
     if (!tool) return XR_ERROR_VALIDATION_FAILURE;
+    std::shared_lock lifetime(ToolRegistryLifetime());
     IToolRegistry* registry = ContextManager::instance().getInstanceState().toolRegistry;
     if (!registry) {
         LogError("Failed to register external tool '", name, "': no tool registry on InstanceState");

@@ -66,12 +66,6 @@ SuggestedBindingsByProfile BindingMirror::ToMirror() const {
     return appSuggestedProntoBindings ? SuggestedBindingsByProfile() : suggestedBindingsByProfile;
 }
 
-void BindingMirror::Forget() {
-    std::lock_guard lock(mutex_);
-    suggestedBindingsByProfile.clear();
-    appSuggestedProntoBindings = false;
-}
-
 void EnsureProntoControllerPlusBindingsSuggested() {
     const SuggestedBindingsByProfile by_profile = BindingMirror::instance().ToMirror();
     if (by_profile.empty()) {

@@ -26,9 +26,6 @@ class BindingMirror {
     // What there is to mirror: nothing if the application suggested for the mirrored profile itself.
     SuggestedBindingsByProfile ToMirror() const;
 
-    // As if the process had just begun. For tests.
-    void Forget();
-
  private:
     // Guards both.
     mutable std::mutex mutex_;

@@ -1,6 +1,7 @@
 #include "layer/hooks.h"
 
 #include "diagnostics/verbose.h"
+#include "external/registration.h"
 #include "layer/binding_hooks.h"
 #include "layer/dispatch/dispatch.h"
 #include "layer/instance_hooks.h"
@@ -34,6 +35,7 @@ const HookRow kHooks[] = {
     {"xrGetActionStateBoolean", Erased(OrvanicLayerXrGetActionStateBoolean), true},
     {"xrDestroySpace", Erased(OrvanicLayerXrDestroySpace)},
     {"xrDestroyAction", Erased(OrvanicLayerXrDestroyAction)},
+    {"xrOrvanicRegisterExternalToolKESTX1", Erased(OrvanicLayerXrOrvanicRegisterExternalToolKESTX1)},
 };
 
 }  // namespace

@@ -15,6 +15,7 @@
 #include "diagnostics/log_file_sink.h"
 #include "diagnostics/logger.h"
 #include "diagnostics/telemetry.h"
+#include "external/external_tool_manager.h"
 #include "layer/dispatch/dispatch.h"
 #include "layer/hook_support.h"
 #include "layer/instance_extensions.h"
@@ -150,16 +151,18 @@ XrResult CreateInstance(const XrInstanceCreateInfo& info, const XrApiLayerCreate
 
     ContextManager::instance().setSceneContextFactory(
         [](XrSession session) { return std::make_shared<SceneContext>(session); });
+    ExternalToolManager::instance().Open();
+    PoseAnimationManager::instance().Open();
     InitializeOrvanicMcpServer();
     return result;
 }
 
 XrResult DestroyInstance(XrInstance instance) {
     LogInfo("OrvanicLayerXrDestroyInstance called");
+    // The server waits for running tools, and these for callbacks and animations, which nobody moves on any more.
+    ExternalToolManager::instance().Close();
     Telemetry::instance().close();
-    // The server waits for running tools, and a tool waits for its animation, which an application that never
-    // ended its session no longer moves on.
-    PoseAnimationManager::instance().CancelAll();
+    PoseAnimationManager::instance().Close();
     DestroyOrvanicMcpServer();
     ScreenCaptureManager::instance().shutdown();
 

@@ -65,6 +65,10 @@ std::future<AnimationResult> PoseAnimationManager::StartAnimation(ActiveAnimatio
     std::future<AnimationResult> outcome = started->completion.get_future();
     LogInfo("PoseAnimationManager: Started animation for ", started->name,
             " (duration=", FixedText(static_cast<double>(started->duration_seconds)), "s)");
+    if (closed_) {
+        Fulfil(*started, AnimationSuperseded);
+        return outcome;
+    }
     active_[started->name] = std::move(started);
     return outcome;
 }
@@ -96,6 +100,19 @@ void PoseAnimationManager::CancelAll() {
     LogWarning("PoseAnimationManager: Cancelling ", active_.size(), " active animations");
     for (const auto& [name, animation] : active_) Fulfil(*animation, AnimationSuperseded);
     active_.clear();
+}
+
+void PoseAnimationManager::Close() {
+    {
+        std::lock_guard lock(mutex_);
+        closed_ = true;
+    }
+    CancelAll();
+}
+
+void PoseAnimationManager::Open() {
+    std::lock_guard lock(mutex_);
+    closed_ = false;
 }
 
 XrPosef InterpolatePose(const XrPosef& start, const XrPosef& end, float t) {

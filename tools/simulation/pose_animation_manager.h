@@ -46,10 +46,15 @@ class PoseAnimationManager {
 
     // Ends every animation as AnimationSuperseded; devices stay where their last step put them. Any thread.
     void CancelAll();
+    // The same, and until the next Open also for every one that is started later: the server's end waits for the
+    // tools that wait for them.
+    void Close();
+    void Open();
 
  private:
-    // Guards active_.
+    // Guards both.
     std::mutex mutex_;
+    bool closed_ = false;
     std::unordered_map<std::string, std::shared_ptr<ActiveAnimation>> active_;
 };
 
