@@ -125,7 +125,8 @@ void CallText::add(const XrFrameEndInfo* info) {
 void CallText::add(const XrInteractionProfileSuggestedBinding* info) {
     if (put_if_null(info)) return;
     std::string bindings;
-    for (std::uint32_t i = 0; i < info->countSuggestedBindings; ++i) {
+    const std::uint32_t count = info->suggestedBindings ? info->countSuggestedBindings : 0;
+    for (std::uint32_t i = 0; i < count; ++i) {
         const XrActionSuggestedBinding& binding = info->suggestedBindings[i];
         bindings +=
             (i == 0 ? "" : ", ") + names_.handle(HandleValue(binding.action)) + " " + names_.path(binding.binding);
@@ -135,7 +136,7 @@ void CallText::add(const XrInteractionProfileSuggestedBinding* info) {
 
 std::string CallText::join_action_sets(std::uint32_t count, const XrActionSet* sets) const {
     std::string text;
-    for (std::uint32_t i = 0; i < count; ++i) text += (i == 0 ? "" : ", ") + names_.handle(HandleValue(sets[i]));
+    for (std::uint32_t i = 0; sets && i < count; ++i) text += (i == 0 ? "" : ", ") + names_.handle(HandleValue(sets[i]));
     return "[" + text + "]";
 }
 
@@ -146,7 +147,8 @@ void CallText::add(const XrSessionActionSetsAttachInfo* info) {
 void CallText::add(const XrActionsSyncInfo* info) {
     if (put_if_null(info)) return;
     std::string sets;
-    for (std::uint32_t i = 0; i < info->countActiveActionSets; ++i) {
+    const std::uint32_t count = info->activeActionSets ? info->countActiveActionSets : 0;
+    for (std::uint32_t i = 0; i < count; ++i) {
         const XrActiveActionSet& active = info->activeActionSets[i];
         sets += (i == 0 ? "" : ", ") + names_.handle(HandleValue(active.actionSet));
         if (active.subactionPath != XR_NULL_PATH) sets += " " + names_.path(active.subactionPath);

@@ -1,0 +1,69 @@
+#include "layer/instance_extensions.h"
+
+#include <gmock/gmock.h>
+
+#include <string>
+
+#include "tests/fakes/log_capture.h"
+
+namespace orvanic_xr {
+namespace {
+
+using testing::ElementsAre;
+
+std::string Joined(const ExtensionNames& names) {
+    std::string text;
+    for (const char* name : names) text.append(text.empty() ? "" : " ").append(name ? name : "null");
+    return text;
+}
+
+TEST(InstanceExtensions, WantedOnesAreAddedWhereTheRuntimeHasThem) {
+    const std::set<std::string> all = {"XR_EXT_local_floor", "XR_KESTX1_simulator_compositor_output_capture",
+                                       "XR_EXT_conformance_automation", "XR_KEST_pronto_controller_plus"};
+    const struct {
+        const char* what;
+        ExtensionNames enabled;
+        std::set<std::string> available;
+        const char* merged;
+    } kRows[] = {
+        {"nothing enabled, nothing there", {}, {}, ""},
+        {"nothing enabled, all there",
+         {},
+         all,
+         "XR_EXT_local_floor XR_KESTX1_simulator_compositor_output_capture XR_EXT_conformance_automation "
+         "XR_KEST_pronto_controller_plus"},
+        {"the application's order comes first, null entries and repeats included",
+         {"XR_B", nullptr, "XR_EXT_conformance_automation", "XR_A", "XR_B"},
+         {"XR_EXT_conformance_automation", "XR_KEST_pronto_controller_plus"},
+         "XR_B null XR_EXT_conformance_automation XR_A XR_B XR_KEST_pronto_controller_plus"},
+        {"enabled but not there stays as the application said it", {"XR_EXT_local_floor"}, {}, "XR_EXT_local_floor"},
+    };
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.what);
+        EXPECT_EQ(Joined(MergeWantedExtensions(row.enabled, row.available)), row.merged);
+    }
+}
+
+TEST(InstanceExtensions, EachWantedOneIsToldOf) {
+    const ExtensionNames enabled = {"XR_EXT_conformance_automation"};
+    LogCapture log(kLogDebug);
+    MergeWantedExtensions(enabled, {"XR_EXT_conformance_automation", "XR_KEST_pronto_controller_plus"});
+    EXPECT_THAT(log.take(),
+                ElementsAre("WARNING Extension not available: XR_EXT_local_floor",
+                            "WARNING Extension not available: XR_KESTX1_simulator_compositor_output_capture",
+                            "DEBUG Extension already enabled: XR_EXT_conformance_automation",
+                            "INFO Adding extension to instance create info: XR_KEST_pronto_controller_plus"));
+}
+
+TEST(InstanceExtensions, TheLayersOwnIsTakenOut) {
+    LogCapture log;
+    const ExtensionNames names = {"XR_A", "XR_KESTX1_orvanic_external_tool", nullptr,
+                                  "XR_KESTX1_orvanic_external_tool_2"};
+    EXPECT_EQ(Joined(WithoutOwnExtension(names)), "XR_A null XR_KESTX1_orvanic_external_tool_2");
+    EXPECT_THAT(log.take(), ElementsAre("INFO Application enabled XR_KESTX1_orvanic_external_tool"));
+    EXPECT_EQ(Joined(WithoutOwnExtension({})), "");
+    EXPECT_THAT(log.take(), ElementsAre());
+}
+
+}  // namespace
+}  // namespace orvanic_xr
