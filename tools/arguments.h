@@ -1,6 +1,8 @@
 // How tools look at their arguments: a key of the wrong kind mostly counts as not given, and that is said once.
 #pragma once
 
+#include <algorithm>
+#include <cstddef>
 #include <string>
 #include <utility>
 
@@ -25,6 +27,16 @@ inline std::string string_argument(const mcp::json& arguments, const char* name,
 inline bool flag_argument(const mcp::json& arguments, const char* name) {
     const mcp::json* value = find_argument(arguments, name);
     return value && value->is_boolean() && value->get<bool>();
+}
+
+// An array argument of that length, or null if it is absent, of another kind or of another length.
+inline const mcp::json* array_argument(const mcp::json& arguments, const char* name, std::size_t length) {
+    const mcp::json* value = find_argument(arguments, name);
+    return value && value->is_array() && value->size() == length ? value : nullptr;
+}
+
+inline bool all_numbers(const mcp::json& array) {
+    return std::all_of(array.begin(), array.end(), [](const mcp::json& element) { return element.is_number(); });
 }
 
 }  // namespace orvanic_xr

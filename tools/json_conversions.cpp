@@ -46,12 +46,18 @@ json handle_to_json(std::uint64_t handle) {
     return value;
 }
 
+json vector3_to_json(const XrVector3f& vector) {
+    return json::array({vector.x, vector.y, vector.z});
+}
+
+json quaternion_to_json(const XrQuaternionf& quaternion) {
+    return json::array({quaternion.x, quaternion.y, quaternion.z, quaternion.w});
+}
+
 json pose_to_json(const XrPosef& pose) {
-    const auto& [x, y, z] = pose.position;
-    const auto& [qx, qy, qz, qw] = pose.orientation;
     json value = json::object();
-    value["position"] = json::array({x, y, z});
-    value["orientation"] = json::array({qx, qy, qz, qw});
+    value["position"] = vector3_to_json(pose.position);
+    value["orientation"] = quaternion_to_json(pose.orientation);
     return value;
 }
 

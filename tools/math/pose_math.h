@@ -9,9 +9,13 @@ namespace orvanic_xr {
 
 inline constexpr XrPosef kIdentityPose = {{0.0f, 0.0f, 0.0f, 1.0f}, {0.0f, 0.0f, 0.0f}};
 
-constexpr XrVector3f Add(const XrVector3f& a, const XrVector3f& b) { return {a.x + b.x, a.y + b.y, a.z + b.z}; }
+constexpr XrVector3f Add(const XrVector3f& a, const XrVector3f& b) {
+    return {a.x + b.x, a.y + b.y, a.z + b.z};
+}
 
-constexpr XrVector3f Negate(const XrVector3f& v) { return {-v.x, -v.y, -v.z}; }
+constexpr XrVector3f Negate(const XrVector3f& v) {
+    return {-v.x, -v.y, -v.z};
+}
 
 constexpr XrVector3f Cross(const XrVector3f& a, const XrVector3f& b) {
     return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
@@ -24,7 +28,9 @@ constexpr XrQuaternionf Multiply(const XrQuaternionf& a, const XrQuaternionf& b)
             a.w * b.w - a.x * b.x - a.y * b.y - a.z * b.z};
 }
 
-constexpr XrQuaternionf Conjugate(const XrQuaternionf& q) { return {-q.x, -q.y, -q.z, q.w}; }
+constexpr XrQuaternionf Conjugate(const XrQuaternionf& q) {
+    return {-q.x, -q.y, -q.z, q.w};
+}
 
 // The vector part of q * (v, 0) * conjugate(q).
 constexpr XrVector3f Rotate(const XrQuaternionf& q, const XrVector3f& v) {

@@ -8,14 +8,6 @@
 #include "tools/tool_results.h"
 
 namespace orvanic_xr {
-namespace {
-
-const json* array_argument(const json& arguments, const char* name, std::size_t length) {
-    const json* value = find_argument(arguments, name);
-    return value && value->is_array() && value->size() == length ? value : nullptr;
-}
-
-}  // namespace
 
 XrPosef PoseArguments::applied_to(XrPosef pose) const {
     if (position) pose.position = vector3_from_json(*position);

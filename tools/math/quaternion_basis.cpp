@@ -1,0 +1,64 @@
+#include "tools/math/quaternion_basis.h"
+
+#include <cmath>
+#include <limits>
+
+#include "tools/math/pose_math.h"
+
+namespace orvanic_xr {
+namespace {
+
+constexpr float kSafeNormalizeFloor = std::numeric_limits<float>::min();  // the smallest normal float
+
+float SquaredLength(const XrVector3f& v) {
+    return v.x * v.x + v.y * v.y + v.z * v.z;
+}
+
+float SquaredLength(const XrQuaternionf& q) {
+    return q.x * q.x + q.y * q.y + q.z * q.z + q.w * q.w;
+}
+
+}  // namespace
+
+float Length(const XrVector3f& v) {
+    return std::sqrt(SquaredLength(v));
+}
+
+XrVector3f safe_normalize(const XrVector3f& v) {
+    const float squared = SquaredLength(v);
+    if (squared < kSafeNormalizeFloor) return v;
+    const float scale = 1.0f / std::sqrt(squared);
+    return {v.x * scale, v.y * scale, v.z * scale};
+}
+
+XrQuaternionf safe_normalize(const XrQuaternionf& q) {
+    const float squared = SquaredLength(q);
+    if (squared < kSafeNormalizeFloor) return q;
+    const float scale = 1.0f / std::sqrt(squared);
+    return {q.x * scale, q.y * scale, q.z * scale, q.w * scale};
+}
+
+XrQuaternionf quaternion_from_basis(const XrVector3f& right, const XrVector3f& up, const XrVector3f& front) {
+    // The columns of the rotation matrix are right, up and back.
+    const auto [m00, m10, m20] = right;
+    const auto [m01, m11, m21] = up;
+    const auto [m02, m12, m22] = Negate(front);
+    const float trace = m00 + m11 + m22;
+    if (trace > 0.0f) {
+        const float s = 0.5f / std::sqrt(trace + 1.0f);
+        return {(m21 - m12) * s, (m02 - m20) * s, (m10 - m01) * s, 0.25f / s};
+    }
+    // The largest of x, y and z is computed first and divides; of two that are equal, the later one.
+    if (m00 > m11 && m00 > m22) {
+        const float s = 2.0f * std::sqrt(1.0f + m00 - m11 - m22);
+        return {0.25f * s, (m01 + m10) / s, (m02 + m20) / s, (m21 - m12) / s};
+    }
+    if (m11 > m22) {
+        const float s = 2.0f * std::sqrt(1.0f + m11 - m00 - m22);
+        return {(m01 + m10) / s, 0.25f * s, (m12 + m21) / s, (m02 - m20) / s};
+    }
+    const float s = 2.0f * std::sqrt(1.0f + m22 - m00 - m11);
+    return {(m02 + m20) / s, (m12 + m21) / s, 0.25f * s, (m10 - m01) / s};
+}
+
+}  // namespace orvanic_xr
