@@ -12,14 +12,6 @@
 namespace simulator {
 namespace {
 
-const Profile& CheckedProfile(const Instance& instance, XrPath path) {
-    const Profile* profile = FindProfile(instance.PathText(path));
-    if (!profile || (profile->extension && !instance.HasExtension(profile->extension))) {
-        Refuse(XR_ERROR_PATH_UNSUPPORTED);
-    }
-    return *profile;
-}
-
 // The path is a source of the profile, or the part of one ("input/trigger") of which the runtime picks the
 // component.
 bool Offers(const Profile& profile, TopLevel top, std::string_view rest) {
@@ -101,6 +93,14 @@ std::string InWords(std::string_view source_path) {
 constexpr std::string_view kTopLevelNames[] = {"Left Hand", "Right Hand", "Head", "Gamepad"};
 
 }  // namespace
+
+const Profile& CheckedProfile(const Instance& instance, XrPath path) {
+    const Profile* profile = FindProfile(instance.PathText(path));
+    if (!profile || (profile->extension && !instance.HasExtension(profile->extension))) {
+        Refuse(XR_ERROR_PATH_UNSUPPORTED);
+    }
+    return *profile;
+}
 
 XrResult SuggestInteractionProfileBindings(XrInstance instance, const XrInteractionProfileSuggestedBinding* suggested) {
     return Guarded([&](Runtime& runtime) {

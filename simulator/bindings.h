@@ -8,6 +8,12 @@
 
 namespace simulator {
 
+struct Instance;
+struct Profile;
+
+// Throws XR_ERROR_PATH_INVALID, and XR_ERROR_PATH_UNSUPPORTED for a profile that the instance does not have.
+const Profile& CheckedProfile(const Instance& instance, XrPath path);
+
 XRAPI_ATTR XrResult XRAPI_CALL SuggestInteractionProfileBindings(XrInstance instance,
                                                                  const XrInteractionProfileSuggestedBinding* suggested);
 XRAPI_ATTR XrResult XRAPI_CALL AttachSessionActionSets(XrSession session, const XrSessionActionSetsAttachInfo* info);

@@ -17,8 +17,11 @@ struct Device {
     bool IsActive() const { return profile != nullptr; }
     // Of a boolean source 0 or 1.
     float Value(std::size_t source) const { return values[source]; }
-    // Of a two-axis source: what stands in its two axes.
+    // A two-axis source holds nothing of its own: it is what stands in its two axes.
     XrVector2f Vector(TopLevel top, std::size_t source) const;
+    void SetVector(TopLevel top, std::size_t source, const XrVector2f& value);
+    // Becomes a device of this profile, at rest and without a pose.
+    void SwitchOn(const Profile& new_profile);
 
     const Profile* profile = nullptr;
     // One place for each source of the profile.

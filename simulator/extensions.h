@@ -22,6 +22,8 @@ struct Extension {
 inline constexpr Extension kExtensions[] = {
     {kHeadless, 2, nullptr},
     {kLocalFloor, 1, nullptr},
+    {kConformanceAutomation, 3, nullptr},
+    {kProntoProfile, 1, nullptr},
 };
 
 }  // namespace simulator

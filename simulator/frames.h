@@ -23,6 +23,11 @@ class FrameLoop {
     // When a frame that was released at `tick` is shown.
     XrTime DisplayTime(XrTime tick) const { return tick + 2 * period_; }
 
+    // The display time of the newest frame, or `now` when none was waited for yet.
+    XrTime LatestDisplayTime(XrTime now) const {
+        return last_tick_ > 0 ? DisplayTime(epoch_ + last_tick_ * period_) : now;
+    }
+
     // A thread is inside xrWaitFrame for the next frame.
     bool being_waited_for = false;
     // Waited for and not yet begun; begun and not yet ended.

@@ -158,10 +158,10 @@ std::optional<XrPosef> Input::LocateAction(const Devices& devices, const Action&
     if (state == states.end()) return std::nullopt;
     for (const Binding& binding : bindings) {
         if (binding.action.get() != &action || (top && binding.top != *top)) continue;
+        const auto index = static_cast<std::size_t>(binding.top);
         const Device& device = devices[binding.top];
-        if (state->second[static_cast<std::size_t>(binding.top)].active && device.IsActive()) {
-            return device.poses[binding.source];
-        }
+        // The device may have become another one since the last sync.
+        if (state->second[index].active && device.profile == profiles[index]) return device.poses[binding.source];
     }
     return std::nullopt;
 }

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "simulator/actions.h"
+#include "simulator/automation.h"
 #include "simulator/bindings.h"
 #include "simulator/events.h"
 #include "simulator/extensions.h"
@@ -86,6 +87,11 @@ const Function kFunctions[] = {
     VELMOOR_CORE(GetInputSourceLocalizedName),
     VELMOOR_CORE(ApplyHapticFeedback),
     VELMOOR_CORE(StopHapticFeedback),
+    VELMOOR_ROW(SetInputDeviceActiveEXT, kConformanceAutomation),
+    VELMOOR_ROW(SetInputDeviceStateBoolEXT, kConformanceAutomation),
+    VELMOOR_ROW(SetInputDeviceStateFloatEXT, kConformanceAutomation),
+    VELMOOR_ROW(SetInputDeviceStateVector2fEXT, kConformanceAutomation),
+    VELMOOR_ROW(SetInputDeviceLocationEXT, kConformanceAutomation),
 };
 constexpr std::size_t kWithoutInstance = 3;
 

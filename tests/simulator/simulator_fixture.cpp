@@ -43,7 +43,7 @@ void SimulatorTest::TearDown() {
 }
 
 std::vector<const char*> SimulatorTest::Extensions() const {
-    return {"XR_MND_headless", "XR_EXT_local_floor"};
+    return {"XR_MND_headless", "XR_EXT_local_floor", "XR_EXT_conformance_automation", "XR_KEST_pronto_controller_plus"};
 }
 
 XrInstance SimulatorTest::MakeInstance(const std::vector<const char*>& extensions) {

@@ -1,0 +1,300 @@
+// Devices that are worked by calls: what they refuse, and what an application's actions and spaces make of them.
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <cstring>
+
+#include "tests/simulator/simulator_fixture.h"
+
+namespace simulator_test {
+namespace {
+
+constexpr char kLeft[] = "/user/hand/left";
+constexpr char kRight[] = "/user/hand/right";
+constexpr char kHead[] = "/user/head";
+constexpr char kHeadProfile[] = "/interaction_profiles/kest/head_kestx2";
+
+class SimulatorAutomation : public SimulatorTest {
+ protected:
+    void SetUp() override {
+        SimulatorTest::SetUp();
+        session_ = MakeFocusedSession();
+        stage_ = MakeSpace(session_, XR_REFERENCE_SPACE_TYPE_STAGE);
+    }
+
+    XrResult Activate(const char* profile, const char* top, XrBool32 active = XR_TRUE) {
+        return SetInputDeviceActiveEXT(session_, Path(profile), Path(top), active);
+    }
+    XrResult SetFloat(const char* top, const char* source, float value) {
+        return SetInputDeviceStateFloatEXT(session_, Path(top), Path(std::string(top) + "/" + source), value);
+    }
+    XrResult SetBool(const char* top, const char* source, XrBool32 value) {
+        return SetInputDeviceStateBoolEXT(session_, Path(top), Path(std::string(top) + "/" + source), value);
+    }
+    XrResult SetVector(const char* top, const char* source, XrVector2f value) {
+        return SetInputDeviceStateVector2fEXT(session_, Path(top), Path(std::string(top) + "/" + source), value);
+    }
+    XrResult Place(const char* top, const char* source, XrSpace base, const XrPosef& pose) {
+        return SetInputDeviceLocationEXT(session_, Path(top), Path(std::string(top) + "/" + source), base, pose);
+    }
+    std::string ProfileOf(const char* top) {
+        auto state = Typed<XrInteractionProfileState>(XR_TYPE_INTERACTION_PROFILE_STATE);
+        EXPECT_EQ(GetCurrentInteractionProfile(session_, Path(top), &state), XR_SUCCESS);
+        return state.interactionProfile == XR_NULL_PATH ? "" : Text(state.interactionProfile);
+    }
+    bool ProfileChangeIsTold() {
+        while (const auto event = NextEvent()) {
+            if (event->type == XR_TYPE_EVENT_DATA_INTERACTION_PROFILE_CHANGED) return true;
+        }
+        return false;
+    }
+    XrVector2f Vector(XrAction action) {
+        const XrActionStateGetInfo info = {XR_TYPE_ACTION_STATE_GET_INFO, nullptr, action, XR_NULL_PATH};
+        auto state = Typed<XrActionStateVector2f>(XR_TYPE_ACTION_STATE_VECTOR2F);
+        EXPECT_EQ(GetActionStateVector2f(session_, &info, &state), XR_SUCCESS);
+        return state.currentState;
+    }
+
+    XrSession session_ = XR_NULL_HANDLE;
+    XrSpace stage_ = XR_NULL_HANDLE;
+};
+
+TEST_F(SimulatorAutomation, DevicesAreKnownOrRefused) {
+    const struct {
+        const char* profile;
+        const char* top;
+        XrResult expected;
+    } rows[] = {
+        {kProntoProfile, kLeft, XR_SUCCESS},
+        {kProntoProfile, kHead, XR_ERROR_PATH_UNSUPPORTED},
+        {kProntoProfile, "/user/hand/left/input", XR_ERROR_PATH_UNSUPPORTED},
+        {kHeadProfile, kHead, XR_SUCCESS},
+        {kHeadProfile, kLeft, XR_ERROR_PATH_UNSUPPORTED},
+        {"/interaction_profiles/nobody/nothing", kLeft, XR_ERROR_PATH_UNSUPPORTED},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(std::string(row.profile) + " at " + row.top);
+        EXPECT_EQ(Activate(row.profile, row.top), row.expected);
+    }
+    EXPECT_EQ(SetInputDeviceActiveEXT(session_, 12345, Path(kLeft), XR_TRUE), XR_ERROR_PATH_INVALID);
+    EXPECT_EQ(SetInputDeviceActiveEXT(session_, Path(kProntoProfile), XR_NULL_PATH, XR_TRUE), XR_ERROR_PATH_INVALID);
+    EXPECT_EQ(SetInputDeviceActiveEXT(session_, Path(kProntoProfile), Path(kLeft), 2), XR_ERROR_VALIDATION_FAILURE);
+    EXPECT_EQ(SetInputDeviceActiveEXT(XR_NULL_HANDLE, Path(kProntoProfile), Path(kLeft), XR_TRUE),
+              XR_ERROR_HANDLE_INVALID);
+}
+
+TEST_F(SimulatorAutomation, SourcesAreThoseOfTheActiveDevice) {
+    EXPECT_EQ(SetFloat(kLeft, "input/trigger/value", 1.0f), XR_ERROR_PATH_UNSUPPORTED) << "nothing is active yet";
+    ASSERT_EQ(Activate(kProntoProfile, kLeft), XR_SUCCESS);
+    const float nan = std::nanf("");
+    const struct {
+        const char* name;
+        XrResult result;
+        XrResult expected;
+    } rows[] = {
+        {"trigger", SetFloat(kLeft, "input/trigger/value", 1.0f), XR_SUCCESS},
+        {"trigger too far", SetFloat(kLeft, "input/trigger/value", 1.01f), XR_ERROR_VALIDATION_FAILURE},
+        {"trigger below rest", SetFloat(kLeft, "input/trigger/value", -0.5f), XR_ERROR_VALIDATION_FAILURE},
+        {"trigger of NaN", SetFloat(kLeft, "input/trigger/value", nan), XR_ERROR_VALIDATION_FAILURE},
+        {"axis both ways", SetFloat(kLeft, "input/thumbstick/x", -1.0f), XR_SUCCESS},
+        {"axis of the other hand", SetFloat(kRight, "input/thumbstick/x", -1.0f), XR_ERROR_PATH_UNSUPPORTED},
+        {"button", SetBool(kLeft, "input/x/click", XR_TRUE), XR_SUCCESS},
+        {"button of the other hand", SetBool(kLeft, "input/a/click", XR_TRUE), XR_ERROR_PATH_UNSUPPORTED},
+        {"button that is neither", SetBool(kLeft, "input/x/click", 7), XR_ERROR_VALIDATION_FAILURE},
+        {"button as float", SetFloat(kLeft, "input/x/click", 1.0f), XR_ERROR_PATH_UNSUPPORTED},
+        {"trigger as boolean", SetBool(kLeft, "input/trigger/value", XR_TRUE), XR_ERROR_PATH_UNSUPPORTED},
+        {"no component", SetFloat(kLeft, "input/trigger", 1.0f), XR_ERROR_PATH_UNSUPPORTED},
+        {"stick", SetVector(kLeft, "input/thumbstick", {0.5f, -0.5f}), XR_SUCCESS},
+        {"axis as stick", SetVector(kLeft, "input/thumbstick/x", {0.5f, 0.5f}), XR_ERROR_PATH_UNSUPPORTED},
+        {"pose", Place(kLeft, "input/grip/pose", stage_, kIdentity), XR_SUCCESS},
+        {"pose of a button", Place(kLeft, "input/x/click", stage_, kIdentity), XR_ERROR_PATH_UNSUPPORTED},
+        {"no pose", Place(kLeft, "input/grip/pose", stage_, {{0, 0, 0, 2}, {0, 0, 0}}), XR_ERROR_POSE_INVALID},
+        {"no space", Place(kLeft, "input/grip/pose", XR_NULL_HANDLE, kIdentity), XR_ERROR_HANDLE_INVALID},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(row.result, row.expected);
+    }
+    EXPECT_EQ(SetInputDeviceStateBoolEXT(session_, Path(kLeft), Path("/user/hand/right/input/a/click"), XR_TRUE),
+              XR_ERROR_PATH_UNSUPPORTED);
+    EXPECT_EQ(Activate(kProntoProfile, kLeft, XR_FALSE), XR_SUCCESS);
+    EXPECT_EQ(SetFloat(kLeft, "input/trigger/value", 1.0f), XR_ERROR_PATH_UNSUPPORTED);
+}
+
+TEST_F(SimulatorAutomation, ProfileIsSelectedAtTheNextSync) {
+    const XrActionSet set = MakeActionSet("play");
+    const XrAction fire = MakeAction(set, "fire", XR_ACTION_TYPE_FLOAT_INPUT);
+    Suggest(kProntoProfile, {{fire, "/user/hand/left/input/trigger/value"}});
+    Attach(session_, {set});
+    Sync(session_, {set});
+    EXPECT_FALSE(ProfileChangeIsTold());
+    Activate(kProntoProfile, kLeft);
+    EXPECT_EQ(ProfileOf(kLeft), "");
+    Sync(session_, {set});
+    EXPECT_TRUE(ProfileChangeIsTold());
+    EXPECT_EQ(ProfileOf(kLeft), kProntoProfile);
+    EXPECT_EQ(ProfileOf(kRight), "");
+    Activate(kProntoProfile, kLeft, XR_FALSE);
+    Sync(session_, {set});
+    EXPECT_TRUE(ProfileChangeIsTold());
+    EXPECT_EQ(ProfileOf(kLeft), "");
+}
+
+TEST_F(SimulatorAutomation, DeviceFeedsNothingThatWasNotSuggestedForItsProfile) {
+    const XrActionSet set = MakeActionSet("play");
+    const XrAction fire = MakeAction(set, "fire", XR_ACTION_TYPE_FLOAT_INPUT);
+    Suggest(kTouchProfile, {{fire, "/user/hand/left/input/trigger/value"}});
+    Attach(session_, {set});
+    Activate(kProntoProfile, kLeft);
+    SetFloat(kLeft, "input/trigger/value", 1.0f);
+    Sync(session_, {set});
+    EXPECT_EQ(Float(session_, fire).isActive, XrBool32{XR_FALSE});
+    EXPECT_EQ(ProfileOf(kLeft), "");
+}
+
+TEST_F(SimulatorAutomation, ValuesReachTheActionsAndStay) {
+    const XrActionSet set = MakeActionSet("play");
+    const XrAction fire = MakeAction(set, "fire", XR_ACTION_TYPE_FLOAT_INPUT, {kLeft, kRight});
+    const XrAction shoot = MakeAction(set, "shoot", XR_ACTION_TYPE_BOOLEAN_INPUT);
+    const XrAction move = MakeAction(set, "move", XR_ACTION_TYPE_VECTOR2F_INPUT);
+    Suggest(kProntoProfile, {{fire, "/user/hand/left/input/trigger/value"},
+                             {fire, "/user/hand/right/input/trigger/value"},
+                             {shoot, "/user/hand/right/input/trigger/value"},
+                             {move, "/user/hand/left/input/thumbstick"}});
+    Attach(session_, {set});
+    Activate(kProntoProfile, kLeft);
+    Activate(kProntoProfile, kRight);
+    SetFloat(kRight, "input/trigger/value", 0.75f);
+    SetFloat(kLeft, "input/thumbstick/x", -0.5f);
+    EXPECT_EQ(Float(session_, fire, kRight).isActive, XrBool32{XR_FALSE}) << "nothing changes before the sync";
+
+    Sync(session_, {set});
+    EXPECT_EQ(Float(session_, fire, kRight).currentState, 0.75f);
+    EXPECT_EQ(Float(session_, fire, kRight).changedSinceLastSync, XrBool32{XR_TRUE});
+    EXPECT_EQ(Float(session_, fire, kLeft).currentState, 0.0f);
+    EXPECT_EQ(Float(session_, fire, kLeft).isActive, XrBool32{XR_TRUE});
+    EXPECT_EQ(Float(session_, fire).currentState, 0.75f) << "without a hand, the one that is moved furthest counts";
+    EXPECT_EQ(Boolean(session_, shoot).currentState, XrBool32{XR_TRUE});
+    EXPECT_EQ(Vector(move).x, -0.5f);
+    const XrTime changed = Float(session_, fire, kRight).lastChangeTime;
+
+    Activate(kProntoProfile, kRight);
+    SetFloat(kLeft, "input/thumbstick/y", 1.0f);
+    Sync(session_, {set});
+    EXPECT_EQ(Float(session_, fire, kRight).currentState, 0.75f) << "switching on once more changes nothing";
+    EXPECT_EQ(Float(session_, fire, kRight).changedSinceLastSync, XrBool32{XR_FALSE});
+    EXPECT_EQ(Float(session_, fire, kRight).lastChangeTime, changed);
+    EXPECT_EQ(Vector(move).x, -0.5f) << "one axis leaves the other alone";
+    EXPECT_EQ(Vector(move).y, 1.0f);
+
+    EXPECT_EQ(Sync(session_, {}), XR_SUCCESS);
+    EXPECT_EQ(Float(session_, fire, kRight).isActive, XrBool32{XR_FALSE}) << "its set was not synced";
+}
+
+TEST_F(SimulatorAutomation, HigherPriorityTakesTheSource) {
+    const XrActionSet low = MakeActionSet("low", 0);
+    const XrActionSet high = MakeActionSet("high", 1);
+    const XrAction walk = MakeAction(low, "walk", XR_ACTION_TYPE_FLOAT_INPUT);
+    const XrAction drive = MakeAction(high, "drive", XR_ACTION_TYPE_FLOAT_INPUT);
+    Suggest(kProntoProfile,
+            {{walk, "/user/hand/left/input/trigger/value"}, {drive, "/user/hand/left/input/trigger/value"}});
+    Attach(session_, {low, high});
+    Activate(kProntoProfile, kLeft);
+    Sync(session_, {low, high});
+    EXPECT_EQ(Float(session_, walk).isActive, XrBool32{XR_FALSE});
+    EXPECT_EQ(Float(session_, drive).isActive, XrBool32{XR_TRUE});
+    Sync(session_, {low});
+    EXPECT_EQ(Float(session_, walk).isActive, XrBool32{XR_TRUE});
+}
+
+TEST_F(SimulatorAutomation, ActionSpacesFollowTheirDevice) {
+    const XrActionSet set = MakeActionSet("play");
+    const XrAction aim = MakeAction(set, "aim", XR_ACTION_TYPE_POSE_INPUT);
+    Suggest(kProntoProfile, {{aim, "/user/hand/left/input/aim/pose"}});
+    const XrActionSpaceCreateInfo info = {XR_TYPE_ACTION_SPACE_CREATE_INFO, nullptr, aim, XR_NULL_PATH, kIdentity};
+    XrSpace space = XR_NULL_HANDLE;
+    ASSERT_EQ(CreateActionSpace(session_, &info, &space), XR_SUCCESS);
+    Attach(session_, {set});
+    Activate(kProntoProfile, kLeft);
+    // Half a turn about y: what is ahead of the base lies behind in the world.
+    const XrSpace turned = MakeSpace(session_, XR_REFERENCE_SPACE_TYPE_STAGE, {{0, 1, 0, 0}, {1, 0, 0}});
+    EXPECT_EQ(Place(kLeft, "input/aim/pose", turned, {{0, 0, 0, 1}, {0, 1.2f, -0.4f}}), XR_SUCCESS);
+    EXPECT_EQ(Locate(space, stage_).locationFlags, 0u) << "the action is not active before the sync";
+
+    Sync(session_, {set});
+    const XrSpaceLocation location = Locate(space, stage_);
+    EXPECT_EQ(location.locationFlags, 0xFu);
+    EXPECT_NEAR(location.pose.position.x, 1.0f, 1e-6);
+    EXPECT_NEAR(location.pose.position.y, 1.2f, 1e-6);
+    EXPECT_NEAR(location.pose.position.z, 0.4f, 1e-6);
+    EXPECT_NEAR(std::fabs(location.pose.orientation.y), 1.0f, 1e-6);
+    DestroySpace(turned);
+    EXPECT_EQ(Locate(space, stage_).locationFlags, 0xFu) << "the place is kept in the world";
+
+    Activate("/interaction_profiles/khr/simple_controller", kLeft);
+    EXPECT_EQ(Locate(space, stage_).locationFlags, 0u) << "another device has taken its place";
+}
+
+TEST_F(SimulatorAutomation, ActiveDeviceWithoutAPlaceIsNotLocated) {
+    const XrActionSet set = MakeActionSet("play");
+    const XrAction grip = MakeAction(set, "grip", XR_ACTION_TYPE_POSE_INPUT, {kLeft});
+    Suggest(kProntoProfile, {{grip, "/user/hand/left/input/grip/pose"}});
+    Attach(session_, {set});
+    Activate(kProntoProfile, kLeft);
+    Sync(session_, {set});
+    const XrActionStateGetInfo get = {XR_TYPE_ACTION_STATE_GET_INFO, nullptr, grip, Path(kLeft)};
+    auto state = Typed<XrActionStatePose>(XR_TYPE_ACTION_STATE_POSE);
+    EXPECT_EQ(GetActionStatePose(session_, &get, &state), XR_SUCCESS);
+    EXPECT_EQ(state.isActive, XrBool32{XR_TRUE});
+    const XrActionSpaceCreateInfo info = {XR_TYPE_ACTION_SPACE_CREATE_INFO, nullptr, grip, Path(kLeft), kIdentity};
+    XrSpace space = XR_NULL_HANDLE;
+    ASSERT_EQ(CreateActionSpace(session_, &info, &space), XR_SUCCESS);
+    EXPECT_EQ(Locate(space, stage_).locationFlags, 0u);
+}
+
+TEST_F(SimulatorAutomation, HeadMovesWhereItIsTold) {
+    const XrSpace view = MakeSpace(session_, XR_REFERENCE_SPACE_TYPE_VIEW);
+    const XrSpace local = MakeSpace(session_, XR_REFERENCE_SPACE_TYPE_LOCAL);
+    EXPECT_EQ(Locate(view, stage_).locationFlags, 0xFu);
+    Activate(kHeadProfile, kHead);
+    EXPECT_EQ(Locate(view, stage_).locationFlags, 0u) << "a simulated head has no place until it is given one";
+    EXPECT_EQ(Place(kHead, "input/view_kest/pose", local, {{0, 0, 0, 1}, {0, 0, -2}}), XR_SUCCESS);
+    const XrSpaceLocation location = Locate(view, stage_);
+    EXPECT_EQ(location.locationFlags, 0xFu);
+    EXPECT_NEAR(location.pose.position.y, 1.6f, 1e-6);
+    EXPECT_NEAR(location.pose.position.z, -1.5f, 1e-6);
+    Activate(kHeadProfile, kHead, XR_FALSE);
+    EXPECT_NEAR(Locate(view, stage_).pose.position.z, 0.5f, 0.02f) << "and sways again by itself";
+}
+
+TEST_F(SimulatorAutomation, BoundSourcesAndTheirNamesAreTold) {
+    const XrActionSet set = MakeActionSet("play");
+    const XrAction fire = MakeAction(set, "fire", XR_ACTION_TYPE_FLOAT_INPUT);
+    Suggest(kProntoProfile, {{fire, "/user/hand/left/input/trigger"}});
+    Attach(session_, {set});
+    Activate(kProntoProfile, kLeft);
+    Sync(session_, {set});
+    const XrBoundSourcesForActionEnumerateInfo info = {XR_TYPE_BOUND_SOURCES_FOR_ACTION_ENUMERATE_INFO, nullptr, fire};
+    XrPath source = XR_NULL_PATH;
+    std::uint32_t count = 0;
+    ASSERT_EQ(EnumerateBoundSourcesForAction(session_, &info, 1, &count, &source), XR_SUCCESS);
+    EXPECT_EQ(Text(source), "/user/hand/left/input/trigger/value");
+    const XrInputSourceLocalizedNameGetInfo name_info = {XR_TYPE_INPUT_SOURCE_LOCALIZED_NAME_GET_INFO, nullptr, source,
+                                                         7};
+    char name[64];
+    ASSERT_EQ(GetInputSourceLocalizedName(session_, &name_info, sizeof(name), &count, name), XR_SUCCESS);
+    EXPECT_STREQ(name, "Left Hand Pronto Controller Plus Trigger Value");
+}
+
+class SimulatorWithoutAutomation : public SimulatorTest {
+    std::vector<const char*> Extensions() const override { return {"XR_MND_headless"}; }
+};
+
+TEST_F(SimulatorWithoutAutomation, FunctionsAndProfilesAreMissing) {
+    EXPECT_EQ(SetInputDeviceActiveEXT, nullptr);
+    const XrAction action = MakeAction(MakeActionSet("play"), "act", XR_ACTION_TYPE_FLOAT_INPUT);
+    EXPECT_EQ(Suggest(kProntoProfile, {{action, "/user/hand/left/input/trigger/value"}}), XR_ERROR_PATH_UNSUPPORTED);
+}
+
+}  // namespace
+}  // namespace simulator_test
