@@ -4,6 +4,7 @@
 // calls and errors. The only implementation there is drops everything; nothing leaves the process.
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <mutex>

@@ -83,7 +83,7 @@ TEST_F(MachineIdFile, KeepsAValidFirstLineAndReplacesAllElse) {
             EXPECT_EQ(ReadFile(path_), row.content);
         } else {
             EXPECT_TRUE(MachineIdHelper().is_valid(id)) << id;
-            EXPECT_NE(id, kId);
+            EXPECT_NE(id, row.content);
             EXPECT_EQ(ReadFile(path_), id);
         }
     }
@@ -94,6 +94,7 @@ TEST_F(MachineIdFile, WithoutADirectoryHoldsForTheProcessAlone) {
     CaptureStderr();
     const std::string id = NewProcessGets();
     EXPECT_EQ(GetCapturedStderr(), "ERROR: Failed to create device data directory\n");
+    EXPECT_EQ(MachineIdHelper(NoEntry).id_file_path(), "");
     EXPECT_TRUE(MachineIdHelper().is_valid(id)) << id;
     EXPECT_THAT(FilesBelow(scratch_.path()), testing::ElementsAre(".config"));
 }

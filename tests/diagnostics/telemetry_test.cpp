@@ -208,7 +208,8 @@ TEST_F(TelemetryEvents, WithholdTheReasonAloneWhenAsked) {
 
 TEST_F(TelemetryEvents, OfCallsThatStartTogetherHaveOneFirst) {
     constexpr int kThreads = 8;
-    for (int round = 0; round < 20; ++round) {
+    Logger::instance().set_level(kLogWarning);  // hundreds of lives
+    for (int round = 0; round < 100; ++round) {
         telemetry_.initialize("Demo", "1");
         TakeCalls();
         std::barrier together(kThreads);
@@ -216,16 +217,19 @@ TEST_F(TelemetryEvents, OfCallsThatStartTogetherHaveOneFirst) {
         for (int i = 0; i < kThreads; ++i) {
             threads.emplace_back([&] {
                 together.arrive_and_wait();
+                for (int busy = 0; busy < 5; ++busy) telemetry_.session_created();  // so that they meet at the lock
                 telemetry_.set_proxy_used(true);
                 telemetry_.tool_start("t", "c", "", "");
             });
         }
         for (std::thread& thread : threads) thread.join();
-        std::vector<std::string> expected = {"0: 9 | tool=t,tool_category=c | t"};
-        for (int i = 1; i <= kThreads; ++i) {
-            expected.push_back(std::to_string(i) + ": 6 | tool=t,tool_category=c | t");
-        }
-        EXPECT_EQ(TakeCalls(), expected);
+        std::vector<std::string> ids;
+        for (const std::string& call : TakeCalls()) ids.push_back(call.substr(call.find(": ") + 2, 1));
+        const auto first = std::find_if(ids.begin(), ids.end(), [](const std::string& id) { return id != "2"; });
+        ASSERT_LT(first - ids.begin(), kThreads * 5 + 1);
+        EXPECT_EQ(first[0] + first[1], "96");
+        EXPECT_EQ(std::count(ids.begin(), ids.end(), "9"), 1);
+        EXPECT_EQ(std::count(ids.begin(), ids.end(), "6"), kThreads);
         telemetry_.shutdown();
     }
 }
