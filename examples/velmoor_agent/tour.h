@@ -1,0 +1,32 @@
+// The demo's tour: what the agent asks of the application, step by step, and a transcript of it.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "examples/velmoor_agent/mcp_client.h"
+
+namespace agent {
+
+struct TourStep {
+    std::string title;
+    std::string tool;
+    json arguments = json::object();
+    // Says what is wrong with the answer, or nothing. The answer is the tool's text as JSON, or as a JSON string
+    // where it is none; a check may throw when a key is missing. Without a check only a broken tool fails.
+    std::function<std::string(const json& answer)> complaint = nullptr;
+    // A step that fails its check is taken again for so long: an application needs a moment to come up.
+    std::chrono::milliseconds patience{0};
+};
+
+// The steps of the tour, in order.
+std::vector<TourStep> MakeTour();
+
+// Takes the steps one after the other and prints what is asked and answered. A step whose tool the server does
+// not offer is skipped with a line that says so. True if no step failed.
+bool RunTour(McpClient& client, const std::vector<TourStep>& steps, std::ostream& out);
+
+}  // namespace agent
