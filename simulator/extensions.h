@@ -10,6 +10,11 @@ namespace simulator {
 inline constexpr char kConformanceAutomation[] = "XR_EXT_conformance_automation";
 inline constexpr char kLocalFloor[] = "XR_EXT_local_floor";
 inline constexpr char kProntoProfile[] = "XR_KEST_pronto_controller_plus";
+inline constexpr char kSpatialEntity[] = "XR_KS_spatial_entity";
+inline constexpr char kSpatialEntityQuery[] = "XR_KS_spatial_entity_query";
+inline constexpr char kSpatialEntityStorage[] = "XR_KS_spatial_entity_storage";
+inline constexpr char kSpatialEntityContainer[] = "XR_KS_spatial_entity_container";
+inline constexpr char kScene[] = "XR_KS_scene";
 inline constexpr char kHeadless[] = "XR_MND_headless";
 
 struct Extension {
@@ -24,6 +29,11 @@ inline constexpr Extension kExtensions[] = {
     {kLocalFloor, 1, nullptr},
     {kConformanceAutomation, 3, nullptr},
     {kProntoProfile, 1, nullptr},
+    {kSpatialEntity, 1, nullptr},
+    {kSpatialEntityQuery, 1, kSpatialEntity},
+    {kSpatialEntityStorage, 1, kSpatialEntity},
+    {kSpatialEntityContainer, 1, kSpatialEntity},
+    {kScene, 1, kSpatialEntity},
 };
 
 }  // namespace simulator

@@ -12,6 +12,7 @@
 #include "simulator/instance.h"
 #include "simulator/paths.h"
 #include "simulator/runtime.h"
+#include "simulator/scene.h"
 #include "simulator/session.h"
 #include "simulator/spaces.h"
 #include "simulator/swapchains.h"
@@ -92,6 +93,15 @@ const Function kFunctions[] = {
     VELMOOR_ROW(SetInputDeviceStateFloatEXT, kConformanceAutomation),
     VELMOOR_ROW(SetInputDeviceStateVector2fEXT, kConformanceAutomation),
     VELMOOR_ROW(SetInputDeviceLocationEXT, kConformanceAutomation),
+    VELMOOR_ROW(GetSpaceComponentStatusKS, kSpatialEntity),
+    VELMOOR_ROW(SetSpaceComponentStatusKS, kSpatialEntity),
+    VELMOOR_ROW(EnumerateSpaceSupportedComponentsKS, kSpatialEntity),
+    VELMOOR_ROW(QuerySpacesKS, kSpatialEntityQuery),
+    VELMOOR_ROW(RetrieveSpaceQueryResultsKS, kSpatialEntityQuery),
+    VELMOOR_ROW(GetSpaceContainerKS, kSpatialEntityContainer),
+    VELMOOR_ROW(GetSpaceBoundingBox2DKS, kScene),
+    VELMOOR_ROW(GetSpaceBoundingBox3DKS, kScene),
+    VELMOOR_ROW(GetSpaceSemanticLabelsKS, kScene),
 };
 constexpr std::size_t kWithoutInstance = 3;
 

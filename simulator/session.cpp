@@ -41,6 +41,7 @@ XrResult CreateSession(XrInstance instance, const XrSessionCreateInfo* info, XrS
         created->instance = owner;
         created->frames = FrameLoop(owner->settings.frames_per_second);
         created->head = HeadSway(owner->settings.seed);
+        created->scene = Scene(owner->settings.scene);
         created->handle = runtime.Add<XrSession>(created);
         created->Enter(XR_SESSION_STATE_IDLE);
         created->Enter(XR_SESSION_STATE_READY);

@@ -14,6 +14,7 @@
 #include "simulator/frames.h"
 #include "simulator/head.h"
 #include "simulator/input.h"
+#include "simulator/scene.h"
 
 namespace simulator {
 
@@ -33,6 +34,7 @@ struct Session {
     HeadSway head;
     Devices devices;
     Input input;
+    Scene scene;
 };
 
 XRAPI_ATTR XrResult XRAPI_CALL CreateSession(XrInstance instance, const XrSessionCreateInfo* info, XrSession* session);

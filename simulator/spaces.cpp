@@ -44,6 +44,24 @@ std::optional<XrPosef> ReferencePose(const Session& session, XrReferenceSpaceTyp
     }
 }
 
+std::optional<XrPosef> ThingPose(const Session& session, std::size_t thing) {
+    if (!session.scene.locatable[thing].IsEnabled(Now())) return std::nullopt;
+    return session.scene.things[thing].pose;
+}
+
+// What the space hangs on.
+std::optional<XrPosef> Origin(const Space& space, XrTime time) {
+    const Session& session = *space.session;
+    switch (space.kind) {
+        case Space::Kind::kAction:
+            return session.input.LocateAction(session.devices, *space.action, space.top);
+        case Space::Kind::kThing:
+            return ThingPose(session, space.thing);
+        default:
+            return ReferencePose(session, space.reference, time);
+    }
+}
+
 // There is nothing in the simulated world that tells how fast it moves.
 void LeaveVelocityUnknown(void* chain) {
     for (auto* link = static_cast<XrBaseOutStructure*>(chain); link; link = link->next) {
@@ -71,10 +89,7 @@ XrPosef RelativePose(const XrPosef& target, const XrPosef& base) {
 }
 
 std::optional<XrPosef> WorldPose(const Space& space, XrTime time) {
-    const Session& session = *space.session;
-    const auto origin = space.kind == Space::Kind::kAction
-                            ? session.input.LocateAction(session.devices, *space.action, space.top)
-                            : ReferencePose(session, space.reference, time);
+    const auto origin = Origin(space, time);
     if (!origin) return std::nullopt;
     return orvanic_xr::Compose(*origin, space.offset);
 }

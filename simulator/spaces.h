@@ -1,4 +1,4 @@
-// Reference spaces, action spaces, and where they are at a given time.
+// Reference spaces, action spaces, spaces of things, and where they are at a given time.
 #pragma once
 
 #include <openxr/openxr.h>
@@ -15,7 +15,7 @@ struct Action;
 struct Session;
 
 struct Space {
-    enum class Kind : std::uint8_t { kReference, kAction };
+    enum class Kind : std::uint8_t { kReference, kAction, kThing };
 
     Kind kind = Kind::kReference;
     std::shared_ptr<Session> session;
@@ -25,6 +25,8 @@ struct Space {
     std::shared_ptr<const Action> action;
     // Of an action space; none stands for whichever hand the action is bound to.
     std::optional<TopLevel> top;
+    // Of a thing in the room: its place in the scene.
+    std::size_t thing = 0;
 };
 
 // In world coordinates; none while the space cannot be located.

@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# The demo on the real loader and the simulator, with no layer between: it runs, sees its head, and ends well
+# by itself and on a signal.
+#
+#   demo_smoke.sh DEMO RUNTIME_MANIFEST
+set -euo pipefail
+
+export XR_RUNTIME_JSON=$2
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+fail() {
+  echo "$1" >&2
+  cat "$scratch"/*.txt >&2
+  exit 1
+}
+
+timeout 20 "$1" --seconds 2 > "$scratch/timed.txt" 2>&1 || fail "the timed run ended with $?"
+for line in "Running on Velmoor Simulator" "FOCUSED, [0-9.]* frames a second" "head   at (.*) looking (.*)" \
+            "session is EXITING" "Goodbye"; do
+  grep -q "$line" "$scratch/timed.txt" || fail "the timed run does not say: $line"
+done
+
+"$1" > "$scratch/signalled.txt" 2>&1 &
+pid=$!
+for _ in $(seq 100); do
+  grep -q "session is FOCUSED" "$scratch/signalled.txt" && break
+  sleep 0.1
+done
+kill -TERM "$pid"
+for _ in $(seq 100); do
+  kill -0 "$pid" 2>/dev/null || break
+  sleep 0.1
+done
+kill -0 "$pid" 2>/dev/null && { kill -KILL "$pid"; fail "the signalled run did not end"; }
+wait "$pid" || fail "the signalled run ended with $?"
+grep -q "Goodbye" "$scratch/signalled.txt" || fail "the signalled run ended without a goodbye"

@@ -1,0 +1,322 @@
+// The room through the spatial entity functions, as it is and in each of its bad cases.
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <map>
+#include <thread>
+
+#include "layer/dispatch/spatial_entity_ks.h"
+#include "tests/simulator/simulator_fixture.h"
+
+namespace simulator_test {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::Pair;
+
+constexpr XrSpaceComponentTypeKS kLocatable = XR_SPACE_COMPONENT_TYPE_LOCATABLE_KS;
+
+class SimulatorScene : public SimulatorTest {
+ protected:
+    std::vector<const char*> Extensions() const override {
+        return {"XR_MND_headless",
+                "XR_KS_spatial_entity",
+                "XR_KS_spatial_entity_query",
+                "XR_KS_spatial_entity_storage",
+                "XR_KS_spatial_entity_container",
+                "XR_KS_scene"};
+    }
+
+    void SetUp() override { Open(""); }
+    void TearDown() override {
+        unsetenv("VELMOOR_SIM_SCENE");
+        SimulatorTest::TearDown();
+    }
+
+    // A new instance and session in the room of this mode.
+    void Open(const char* mode) {
+        setenv("VELMOOR_SIM_SCENE", mode, 1);
+        if (instance_ != XR_NULL_HANDLE) DestroyInstance(instance_);
+        SimulatorTest::SetUp();
+        const auto load = [this](const char* name, auto& function) {
+            ASSERT_EQ(GetInstanceProcAddr()(instance_, name, reinterpret_cast<PFN_xrVoidFunction*>(&function)),
+                      XR_SUCCESS);
+        };
+        load("xrQuerySpacesKS", QuerySpaces);
+        load("xrRetrieveSpaceQueryResultsKS", RetrieveResults);
+        load("xrGetSpaceComponentStatusKS", GetStatus);
+        load("xrSetSpaceComponentStatusKS", SetStatus);
+        load("xrEnumerateSpaceSupportedComponentsKS", EnumerateComponents);
+        load("xrGetSpaceBoundingBox2DKS", GetBox2D);
+        load("xrGetSpaceBoundingBox3DKS", GetBox3D);
+        load("xrGetSpaceSemanticLabelsKS", GetLabels);
+        load("xrGetSpaceContainerKS", GetContainer);
+        session_ = MakeFocusedSession();
+    }
+
+    template <class Event>
+    std::optional<Event> Await(XrStructureType type, XrAsyncRequestIdKS request) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        while (std::chrono::steady_clock::now() < deadline) {
+            const auto buffer = NextEvent();
+            if (!buffer) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+                continue;
+            }
+            if (buffer->type == XR_TYPE_EVENT_DATA_SESSION_STATE_CHANGED) foreign_state_told_ = true;
+            if (buffer->type != type) continue;
+            Event event;
+            std::memcpy(&event, &*buffer, sizeof(event));
+            if (event.requestId == request) return event;
+            foreign_request_told_ = true;
+        }
+        return std::nullopt;
+    }
+
+    XrResult TryQuery(const void* filter, std::uint32_t max_results, XrAsyncRequestIdKS& request) {
+        const XrSpaceQueryInfoKS info = {XR_TYPE_SPACE_QUERY_INFO_KS,
+                                         nullptr,
+                                         XR_SPACE_QUERY_ACTION_LOAD_KS,
+                                         max_results,
+                                         0,
+                                         static_cast<const XrSpaceFilterInfoBaseHeaderKS*>(filter),
+                                         nullptr};
+        return QuerySpaces(session_, reinterpret_cast<const XrSpaceQueryInfoBaseHeaderKS*>(&info), &request);
+    }
+
+    std::vector<XrSpaceQueryResultKS> Query(const void* filter, std::uint32_t max_results = 1000) {
+        XrAsyncRequestIdKS request = 0;
+        EXPECT_EQ(TryQuery(filter, max_results, request), XR_SUCCESS);
+        EXPECT_TRUE(Await<XrEventDataSpaceQueryResultsAvailableKS>(XR_TYPE_EVENT_DATA_SPACE_QUERY_RESULTS_AVAILABLE_KS,
+                                                                   request));
+        auto results = Typed<XrSpaceQueryResultsKS>(XR_TYPE_SPACE_QUERY_RESULTS_KS);
+        EXPECT_EQ(RetrieveResults(session_, request, &results), XR_SUCCESS);
+        std::vector<XrSpaceQueryResultKS> found(results.resultCountOutput);
+        results.resultCapacityInput = results.resultCountOutput;
+        results.results = found.data();
+        EXPECT_EQ(RetrieveResults(session_, request, &results), XR_SUCCESS);
+        return found;
+    }
+
+    std::vector<XrSpaceQueryResultKS> Containers() {
+        const XrSpaceStorageLocationFilterInfoKS local = {XR_TYPE_SPACE_STORAGE_LOCATION_FILTER_INFO_KS, nullptr, 1};
+        const XrSpaceComponentFilterInfoKS containers = {XR_TYPE_SPACE_COMPONENT_FILTER_INFO_KS, &local,
+                                                         XR_SPACE_COMPONENT_TYPE_SPACE_CONTAINER_KS};
+        return Query(&containers, 100);
+    }
+
+    std::vector<XrUuidEXT> ContentsOf(XrSpace space) {
+        auto container = Typed<XrSpaceContainerKS>(XR_TYPE_SPACE_CONTAINER_KS);
+        EXPECT_EQ(GetContainer(session_, space, &container), XR_SUCCESS);
+        std::vector<XrUuidEXT> uuids(container.uuidCountOutput);
+        container.uuidCapacityInput = container.uuidCountOutput;
+        container.uuids = uuids.data();
+        EXPECT_EQ(GetContainer(session_, space, &container), XR_SUCCESS);
+        return uuids;
+    }
+
+    std::string LabelOf(XrSpace space) {
+        auto labels = Typed<XrSemanticLabelsKS>(XR_TYPE_SEMANTIC_LABELS_KS);
+        if (XR_FAILED(GetLabels(session_, space, &labels))) return "";
+        std::string text(labels.bufferCountOutput, '?');
+        labels.bufferCapacityInput = labels.bufferCountOutput;
+        labels.buffer = text.data();
+        EXPECT_EQ(GetLabels(session_, space, &labels), XR_SUCCESS);
+        return text;
+    }
+
+    // The spaces of the room's things by their labels.
+    std::multimap<std::string, XrSpace> Things() {
+        std::vector<XrUuidEXT> uuids = ContentsOf(Containers().front().space);
+        const XrSpaceUuidFilterInfoKS named = {XR_TYPE_SPACE_UUID_FILTER_INFO_KS, nullptr,
+                                               static_cast<std::uint32_t>(uuids.size()), uuids.data()};
+        std::multimap<std::string, XrSpace> things;
+        for (const auto& result : Query(&named)) things.emplace(LabelOf(result.space), result.space);
+        return things;
+    }
+
+    XrAsyncRequestIdKS AskLocatable(XrSpace space) {
+        const XrSpaceComponentStatusSetInfoKS info = {XR_TYPE_SPACE_COMPONENT_STATUS_SET_INFO_KS, nullptr, kLocatable,
+                                                      XR_TRUE, 0};
+        XrAsyncRequestIdKS request = 0;
+        EXPECT_EQ(SetStatus(space, &info, &request), XR_SUCCESS);
+        return request;
+    }
+
+    XrSpaceComponentStatusKS StatusOf(XrSpace space) {
+        auto status = Typed<XrSpaceComponentStatusKS>(XR_TYPE_SPACE_COMPONENT_STATUS_KS);
+        EXPECT_EQ(GetStatus(space, kLocatable, &status), XR_SUCCESS);
+        return status;
+    }
+
+    PFN_xrQuerySpacesKS QuerySpaces = nullptr;
+    PFN_xrRetrieveSpaceQueryResultsKS RetrieveResults = nullptr;
+    PFN_xrGetSpaceComponentStatusKS GetStatus = nullptr;
+    PFN_xrSetSpaceComponentStatusKS SetStatus = nullptr;
+    PFN_xrEnumerateSpaceSupportedComponentsKS EnumerateComponents = nullptr;
+    PFN_xrGetSpaceBoundingBox2DKS GetBox2D = nullptr;
+    PFN_xrGetSpaceBoundingBox3DKS GetBox3D = nullptr;
+    PFN_xrGetSpaceSemanticLabelsKS GetLabels = nullptr;
+    PFN_xrGetSpaceContainerKS GetContainer = nullptr;
+    XrSession session_ = XR_NULL_HANDLE;
+    bool foreign_request_told_ = false;
+    bool foreign_state_told_ = false;
+};
+
+TEST_F(SimulatorScene, RoomIsFoundThroughItsContainer) {
+    ASSERT_EQ(Containers().size(), 1u);
+    std::map<std::string, int> count;
+    for (const auto& [label, space] : Things()) ++count[label];
+    EXPECT_THAT(count, ElementsAre(Pair("", 1), Pair("CEILING", 1), Pair("COUCH", 1), Pair("FLOOR", 1), Pair("LAMP", 1),
+                                   Pair("TABLE", 2), Pair("WALL", 4)));
+}
+
+TEST_F(SimulatorScene, BoxesTellTheShape) {
+    const struct {
+        const char* label;
+        bool has_surface;
+        bool has_body;
+    } rows[] = {{"FLOOR", true, false},
+                {"WALL", true, false},
+                {"TABLE", true, true},
+                {"COUCH", false, true},
+                {"", false, true}};
+    auto things = Things();
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.label);
+        const XrSpace space = things.find(row.label)->second;
+        XrRect2Df surface = {};
+        XrRect3DfKS body = {};
+        EXPECT_EQ(GetBox2D(session_, space, &surface), row.has_surface ? XR_SUCCESS : XR_ERROR_FEATURE_UNSUPPORTED);
+        EXPECT_EQ(GetBox3D(session_, space, &body), row.has_body ? XR_SUCCESS : XR_ERROR_FEATURE_UNSUPPORTED);
+    }
+    XrRect2Df floor = {};
+    GetBox2D(session_, things.find("FLOOR")->second, &floor);
+    EXPECT_EQ(floor.offset.x, -2.5f);
+    EXPECT_EQ(floor.extent.width, 5.0f);
+    EXPECT_EQ(floor.extent.height, 4.0f);
+}
+
+TEST_F(SimulatorScene, ThingIsLocatedOnceThatWasAskedFor) {
+    const XrSpace stage = MakeSpace(session_, XR_REFERENCE_SPACE_TYPE_STAGE);
+    const XrSpace couch = Things().find("COUCH")->second;
+    EXPECT_EQ(Locate(couch, stage).locationFlags, 0u);
+    EXPECT_FALSE(StatusOf(couch).enabled);
+    const XrAsyncRequestIdKS request = AskLocatable(couch);
+    EXPECT_TRUE(StatusOf(couch).changePending);
+    const auto event =
+        Await<XrEventDataSpaceSetStatusCompleteKS>(XR_TYPE_EVENT_DATA_SPACE_SET_STATUS_COMPLETE_KS, request);
+    ASSERT_TRUE(event);
+    EXPECT_EQ(event->result, XR_SUCCESS);
+    EXPECT_EQ(event->space, couch);
+    EXPECT_TRUE(StatusOf(couch).enabled);
+    EXPECT_FALSE(StatusOf(couch).changePending);
+    const XrSpaceLocation location = Locate(couch, stage);
+    EXPECT_EQ(location.locationFlags, 0xFu);
+    // The middle of its top, looked at from above.
+    EXPECT_NEAR(location.pose.position.x, 0.2f, 1e-6);
+    EXPECT_NEAR(location.pose.position.y, 0.8f, 1e-6);
+    EXPECT_NEAR(location.pose.position.z, 1.5f, 1e-6);
+    EXPECT_NEAR(location.pose.orientation.x, -0.70710678f, 1e-6);
+}
+
+TEST_F(SimulatorScene, CallsAreChecked) {
+    const auto things = Things();
+    const XrSpace couch = things.find("COUCH")->second;
+    const XrSpace stage = MakeSpace(session_, XR_REFERENCE_SPACE_TYPE_STAGE);
+    XrAsyncRequestIdKS request = 0;
+    EXPECT_EQ(TryQuery(nullptr, 0, request), XR_ERROR_VALIDATION_FAILURE);
+    const XrSpaceComponentStatusKS no_filter = {XR_TYPE_SPACE_COMPONENT_STATUS_KS, nullptr, 0, 0};
+    EXPECT_EQ(TryQuery(&no_filter, 10, request), XR_ERROR_VALIDATION_FAILURE);
+    auto results = Typed<XrSpaceQueryResultsKS>(XR_TYPE_SPACE_QUERY_RESULTS_KS);
+    EXPECT_EQ(RetrieveResults(session_, 12345, &results), XR_ERROR_VALIDATION_FAILURE);
+
+    auto status = Typed<XrSpaceComponentStatusKS>(XR_TYPE_SPACE_COMPONENT_STATUS_KS);
+    EXPECT_EQ(GetStatus(stage, kLocatable, &status), XR_ERROR_FEATURE_UNSUPPORTED);
+    EXPECT_EQ(GetStatus(couch, XR_SPACE_COMPONENT_TYPE_SPACE_CONTAINER_KS, &status), XR_ERROR_FEATURE_UNSUPPORTED);
+    EXPECT_EQ(GetStatus(couch, 77, &status), XR_ERROR_FEATURE_UNSUPPORTED);
+    std::uint32_t count = 0;
+    XrSpaceComponentTypeKS types[2] = {};
+    EXPECT_EQ(EnumerateComponents(couch, 2, &count, types), XR_ERROR_SIZE_INSUFFICIENT);
+    EXPECT_EQ(count, 4u);
+    XrRect3DfKS body = {};
+    EXPECT_EQ(GetBox3D(MakeSession(), couch, &body), XR_ERROR_VALIDATION_FAILURE) << "the space is another session's";
+    DestroySpace(couch);
+    EXPECT_EQ(GetBox3D(session_, couch, &body), XR_ERROR_HANDLE_INVALID);
+}
+
+TEST_F(SimulatorScene, ResultsAreThereOnceTheEventIsDue) {
+    setenv("VELMOOR_SIM_HZ", "1", 1);
+    DestroyInstance(std::exchange(instance_, MakeInstance(Extensions())));
+    session_ = MakeSession();
+    XrAsyncRequestIdKS request = 0;
+    ASSERT_EQ(TryQuery(nullptr, 10, request), XR_SUCCESS);
+    auto results = Typed<XrSpaceQueryResultsKS>(XR_TYPE_SPACE_QUERY_RESULTS_KS);
+    EXPECT_EQ(RetrieveResults(session_, request, &results), XR_ERROR_CALL_ORDER_INVALID);
+    while (const auto event = NextEvent()) EXPECT_NE(event->type, XR_TYPE_EVENT_DATA_SPACE_QUERY_RESULTS_AVAILABLE_KS);
+}
+
+TEST_F(SimulatorScene, RoomWithoutContainersAnswersWithNothing) {
+    Open("none");
+    EXPECT_TRUE(Containers().empty());
+    EXPECT_EQ(Query(nullptr).size(), 11u);
+}
+
+TEST_F(SimulatorScene, FailedStatusIsToldByItsEvent) {
+    Open("failed_status");
+    const XrSpace couch = Things().find("COUCH")->second;
+    const auto event = Await<XrEventDataSpaceSetStatusCompleteKS>(XR_TYPE_EVENT_DATA_SPACE_SET_STATUS_COMPLETE_KS,
+                                                                  AskLocatable(couch));
+    ASSERT_TRUE(event);
+    EXPECT_EQ(event->result, XR_ERROR_RUNTIME_FAILURE);
+    EXPECT_FALSE(StatusOf(couch).enabled);
+}
+
+TEST_F(SimulatorScene, NeverLocatableStaysPending) {
+    Open("never_locatable");
+    const XrSpace couch = Things().find("COUCH")->second;
+    AskLocatable(couch);
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    while (const auto event = NextEvent()) EXPECT_NE(event->type, XR_TYPE_EVENT_DATA_SPACE_SET_STATUS_COMPLETE_KS);
+    EXPECT_TRUE(StatusOf(couch).changePending);
+}
+
+TEST_F(SimulatorScene, OneLabelIsLong) {
+    Open("long_label");
+    std::size_t longest = 0;
+    for (const auto& [label, space] : Things()) longest = std::max(longest, label.size());
+    EXPECT_EQ(longest, 4101u);
+}
+
+TEST_F(SimulatorScene, ManyContainersAreCutAtTheAskedNumber) {
+    Open("many_containers");
+    EXPECT_EQ(Containers().size(), 100u);
+    const XrSpaceComponentFilterInfoKS containers = {XR_TYPE_SPACE_COMPONENT_FILTER_INFO_KS, nullptr,
+                                                     XR_SPACE_COMPONENT_TYPE_SPACE_CONTAINER_KS};
+    EXPECT_EQ(Query(&containers).size(), 130u);
+}
+
+TEST_F(SimulatorScene, ForeignEventsComeBetweenTheOthers) {
+    Open("foreign_event");
+    EXPECT_EQ(Things().size(), 11u);
+    EXPECT_TRUE(foreign_request_told_);
+    EXPECT_TRUE(foreign_state_told_);
+}
+
+TEST_F(SimulatorScene, FamilyNeedsItsFirstMember) {
+    PFN_xrCreateInstance create = nullptr;
+    GetInstanceProcAddr()(XR_NULL_HANDLE, "xrCreateInstance", reinterpret_cast<PFN_xrVoidFunction*>(&create));
+    const char* const names[] = {"XR_KS_scene"};
+    auto info = Typed<XrInstanceCreateInfo>(XR_TYPE_INSTANCE_CREATE_INFO);
+    std::strcpy(info.applicationInfo.applicationName, "test");
+    info.applicationInfo.apiVersion = XR_MAKE_VERSION(1, 0, 0);
+    info.enabledExtensionCount = 1;
+    info.enabledExtensionNames = names;
+    XrInstance instance = XR_NULL_HANDLE;
+    EXPECT_EQ(create(&info, &instance), XR_ERROR_EXTENSION_DEPENDENCY_NOT_ENABLED);
+}
+
+}  // namespace
+}  // namespace simulator_test
