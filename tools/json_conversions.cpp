@@ -19,31 +19,19 @@ double seconds(std::int64_t ns) {
 }  // namespace
 
 json time_to_json(XrTime time) {
-    json value = json::object();
-    value["XrTime"] = time;
-    value["time_in_seconds"] = seconds(time);
-    return value;
+    return {{"XrTime", time}, {"time_in_seconds", seconds(time)}};
 }
 
 json duration_to_json(XrDuration duration) {
-    json value = json::object();
-    value["XrDuration"] = duration;
-    value["duration_in_seconds"] = seconds(duration);
-    return value;
+    return {{"XrDuration", duration}, {"duration_in_seconds", seconds(duration)}};
 }
 
 json unix_time_to_json(std::int64_t ns) {
-    json value = json::object();
-    value["unix_timestamp"] = seconds(ns);
-    value["iso8601"] = iso8601_text(ns);
-    return value;
+    return {{"unix_timestamp", seconds(ns)}, {"iso8601", iso8601_text(ns)}};
 }
 
 json handle_to_json(std::uint64_t handle) {
-    json value = json::object();
-    value["handle"] = std::to_string(handle);
-    value["handle_hex"] = handle_to_hex(handle);
-    return value;
+    return {{"handle", std::to_string(handle)}, {"handle_hex", handle_to_hex(handle)}};
 }
 
 json vector3_to_json(const XrVector3f& vector) {
@@ -55,19 +43,14 @@ json quaternion_to_json(const XrQuaternionf& quaternion) {
 }
 
 json pose_to_json(const XrPosef& pose) {
-    json value = json::object();
-    value["position"] = vector3_to_json(pose.position);
-    value["orientation"] = quaternion_to_json(pose.orientation);
-    return value;
+    return {{"position", vector3_to_json(pose.position)}, {"orientation", quaternion_to_json(pose.orientation)}};
 }
 
 json space_location_flags_to_json(XrSpaceLocationFlags flags) {
-    json value = json::object();
-    value["position_valid"] = (flags & XR_SPACE_LOCATION_POSITION_VALID_BIT) != 0;
-    value["orientation_valid"] = (flags & XR_SPACE_LOCATION_ORIENTATION_VALID_BIT) != 0;
-    value["position_tracked"] = (flags & XR_SPACE_LOCATION_POSITION_TRACKED_BIT) != 0;
-    value["orientation_tracked"] = (flags & XR_SPACE_LOCATION_ORIENTATION_TRACKED_BIT) != 0;
-    return value;
+    return {{"position_valid", (flags & XR_SPACE_LOCATION_POSITION_VALID_BIT) != 0},
+            {"orientation_valid", (flags & XR_SPACE_LOCATION_ORIENTATION_VALID_BIT) != 0},
+            {"position_tracked", (flags & XR_SPACE_LOCATION_POSITION_TRACKED_BIT) != 0},
+            {"orientation_tracked", (flags & XR_SPACE_LOCATION_ORIENTATION_TRACKED_BIT) != 0}};
 }
 
 // By the calendar of the standard library: gmtime reads the host's environment.
@@ -105,11 +88,6 @@ float clamped_float(const json& value) {
     constexpr double kLargest = std::numeric_limits<float>::max();
     const double number = value.get<double>();
     return std::isnan(number) ? 0.0f : static_cast<float>(std::clamp(number, -kLargest, kLargest));
-}
-
-bool flag_argument(const json& arguments, const char* name) {
-    const auto found = arguments.find(name);
-    return found != arguments.end() && found->is_boolean() && found->get<bool>();
 }
 
 XrVector3f vector3_from_json(const json& array) {

@@ -14,13 +14,13 @@ namespace orvanic_xr {
 
 using mcp::json;
 
-json time_to_json(XrTime time);              // XrTime, time_in_seconds
-json duration_to_json(XrDuration duration);  // XrDuration, duration_in_seconds
-json unix_time_to_json(std::int64_t ns);     // unix_timestamp, iso8601; `ns` since 1970
-json handle_to_json(std::uint64_t handle);   // handle (decimal text), handle_hex
-json vector3_to_json(const XrVector3f& vector);           // [x, y, z]
+json time_to_json(XrTime time);                            // XrTime, time_in_seconds
+json duration_to_json(XrDuration duration);                // XrDuration, duration_in_seconds
+json unix_time_to_json(std::int64_t ns);                   // unix_timestamp, iso8601; `ns` since 1970
+json handle_to_json(std::uint64_t handle);                 // handle (decimal text), handle_hex
+json vector3_to_json(const XrVector3f& vector);            // [x, y, z]
 json quaternion_to_json(const XrQuaternionf& quaternion);  // [x, y, z, w]
-json pose_to_json(const XrPosef& pose);      // position [x, y, z], orientation [x, y, z, w]
+json pose_to_json(const XrPosef& pose);                    // position [x, y, z], orientation [x, y, z, w]
 // position_valid, orientation_valid, position_tracked, orientation_tracked
 json space_location_flags_to_json(XrSpaceLocationFlags flags);
 
@@ -32,9 +32,6 @@ std::string handle_to_hex(std::uint64_t handle);  // "0x1a2b", no padding
 // these throw its type error otherwise).
 std::uint64_t clamped_uint64(const json& value);
 float clamped_float(const json& value);
-
-// Whether the flag `name` is set: only JSON's own true sets one.
-bool flag_argument(const json& arguments, const char* name);
 
 // Vectors and quaternions given as arrays; the caller has checked the length.
 XrVector3f vector3_from_json(const json& array);
