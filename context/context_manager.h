@@ -1,23 +1,26 @@
 // Where the hooks leave what they learned and the tools read it. Hooks run on the application's threads and
 // tools on the server's, so every record is handed over by value, under a lock of its own.
 //
-// Lock order across the layer: the pending frames' mutex, the frame mutex, the session context mutex,
-// SessionContext's frameTimeMutex. No two guards of this class are held at once, except that
-// createSessionContext holds the session context mutex while a context makes its spaces and actions, which
-// takes the instance mutex and the dispatch mutex for a moment.
+// Lock order across the layer: the pending frames' mutex, then one of the frame mutex, the session context mutex
+// and SessionContext's frameTimeMutex; the last takes the frame mutex for a moment. No two guards of this class
+// are held at once, except that createSessionContext holds the session context mutex while a context makes its
+// spaces and actions, which takes the instance mutex and the dispatch mutex for a moment.
 #pragma once
 
 #include <openxr/openxr.h>
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
-#include <deque>
-#include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "context/records.h"
+#include "context/ring_queue.h"
+#include "context/session_map.h"
 
 namespace orvanic_xr {
 
@@ -49,8 +52,12 @@ class ContextManager {
     // Takes valid, session, state and timestamp from `state` and keeps the generation: every session that
     // becomes current counts as a restart, the first one included.
     void updateSessionState(const SessionState& state);
+    // The same for the current session, in one step: `session`, with the time now and with `state` unless that is
+    // empty. False, and nothing changes, if another session or none is current.
+    bool updateCurrentSession(XrSession session, std::optional<XrSessionState> state, std::int64_t now_ns);
 
-    // Makes the context of `session`, inside the lock. An entry that exists stays.
+    // Makes the context of `session`, inside the lock. An entry that exists stays, unless it is left of an earlier
+    // instance that ended without xrDestroySession.
     void createSessionContext(XrSession session);
     void removeSessionContext(XrSession session);
     // Never null: an unknown session gives an empty context, whose `session` is null.
@@ -69,11 +76,13 @@ class ContextManager {
 
     FrameState getFrameState() const;
     std::vector<FrameHistoryEntry> getFrameHistory() const;  // oldest first
-    // Period of the last completed frame, 0 if there is none: what the frame path needs, without the copy.
-    XrDuration lastFramePeriod() const;
+    // Period of the last completed frame, if there is one: what the frame path needs, without the copy.
+    std::optional<XrDuration> lastFramePeriod() const;
     void updateFrameState(FrameState state);
 
  private:
+    void updateSessionStateLocked(const SessionState& state);
+
     // Guards instance_state_.
     mutable std::mutex instance_mutex_;
     std::unique_ptr<InstanceState> instance_state_;
@@ -81,21 +90,17 @@ class ContextManager {
     // Guards session_state_ and session_history_.
     mutable std::mutex session_mutex_;
     std::unique_ptr<SessionState> session_state_;
-    std::deque<SessionStateHistoryEntry> session_history_;
+    RingQueue<SessionStateHistoryEntry> session_history_;
 
-    // Guards session_contexts_. Ordered by the handle's value.
-    mutable std::mutex session_context_mutex_;
-    std::map<XrSession, std::shared_ptr<SessionContext>> session_contexts_;
-
-    // Guards scene_contexts_ and scene_context_factory_.
-    mutable std::mutex scene_context_mutex_;
-    std::map<XrSession, std::shared_ptr<SceneContext>> scene_contexts_;
-    SceneContextFactory scene_context_factory_ = nullptr;
+    // Each with a mutex of its own.
+    SessionMap<SessionContext> session_contexts_;
+    SessionMap<SceneContext> scene_contexts_;
+    std::atomic<SceneContextFactory> scene_context_factory_ = nullptr;
 
     // Guards frame_state_ and frame_history_.
     mutable std::mutex frame_mutex_;
     std::unique_ptr<FrameState> frame_state_;
-    std::deque<FrameHistoryEntry> frame_history_;
+    RingQueue<FrameHistoryEntry> frame_history_;
 
     // Guards system_state_.
     mutable std::mutex system_mutex_;

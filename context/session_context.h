@@ -1,7 +1,8 @@
 // What the layer keeps for one XrSession: the reference spaces through which it locates things, its own action
 // set with the hands' pose actions and their spaces, the predicted display times of the frames in flight, and
 // the simulated controller poses. Made inside xrCreateSession, held by shared pointer, destroyed at the last
-// release after xrDestroySession. A context for a null session is empty: it makes and destroys nothing.
+// release after xrDestroySession. A context for a null session is empty: it makes and destroys nothing. One that
+// a tool holds past the end of the instance destroys nothing either: the runtime has taken all of it along.
 //
 // The fields without a lock are fixed after construction.
 #pragma once
@@ -10,9 +11,11 @@
 
 #include <array>
 #include <atomic>
-#include <deque>
+#include <cstdint>
 #include <mutex>
 #include <vector>
+
+#include "context/ring_queue.h"
 
 namespace orvanic_xr {
 
@@ -70,12 +73,18 @@ class SessionContext {
     std::atomic<bool> conformance_automation_active = false;
 
  private:
+    SessionContext() = default;
     void CreateReferenceSpaces();
     void CreateActionsAndSpaces();
+    void DestroyReferenceSpaces();
+    void DestroyActionsAndSpaces();
+
+    // DispatchHolder's number of the runtime in which the handles live.
+    std::uint64_t runtime_number_ = 0;
 
     // Guards pendingDisplayTimes, lastDisplayTime and displayPeriod.
     mutable std::mutex frameTimeMutex;
-    std::deque<XrTime> pendingDisplayTimes;
+    RingQueue<XrTime> pendingDisplayTimes;
     XrTime lastDisplayTime = 0;
     XrDuration displayPeriod = 0;
 

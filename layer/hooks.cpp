@@ -4,7 +4,9 @@
 #include "external/registration.h"
 #include "layer/binding_hooks.h"
 #include "layer/dispatch/dispatch.h"
+#include "layer/frame_hooks.h"
 #include "layer/instance_hooks.h"
+#include "layer/session_hooks.h"
 #include "layer/space_hooks.h"
 
 namespace orvanic_xr {
@@ -25,6 +27,14 @@ PFN_xrVoidFunction Erased(Function function) {
 const HookRow kHooks[] = {
     {"xrGetInstanceProcAddr", Erased(OrvanicLayerXrGetInstanceProcAddr)},
     {"xrDestroyInstance", Erased(OrvanicLayerXrDestroyInstance)},
+    {"xrCreateSession", Erased(OrvanicLayerXrCreateSession)},
+    {"xrDestroySession", Erased(OrvanicLayerXrDestroySession)},
+    {"xrBeginSession", Erased(OrvanicLayerXrBeginSession)},
+    {"xrEndSession", Erased(OrvanicLayerXrEndSession)},
+    {"xrPollEvent", Erased(OrvanicLayerXrPollEvent)},
+    {"xrWaitFrame", Erased(OrvanicLayerXrWaitFrame)},
+    {"xrBeginFrame", Erased(OrvanicLayerXrBeginFrame)},
+    {"xrEndFrame", Erased(OrvanicLayerXrEndFrame)},
     {"xrSuggestInteractionProfileBindings", Erased(OrvanicLayerXrSuggestInteractionProfileBindings)},
     {"xrAttachSessionActionSets", Erased(OrvanicLayerXrAttachSessionActionSets)},
     {"xrSyncActions", Erased(OrvanicLayerXrSyncActions)},

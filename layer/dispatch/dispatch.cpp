@@ -31,7 +31,9 @@ void DispatchHolder::Replace(std::unique_ptr<NextDispatchTable> table, XrInstanc
         next_get_instance_proc_addr_ = next;
         has_table_.store(table_ != nullptr, std::memory_order_release);
     }
-    OpenRuntime();
+    std::unique_lock gate(runtime_mutex_);
+    if (!runtime_open_) ++runtime_number_;
+    runtime_open_ = true;
 }
 
 XrInstance DispatchHolder::xr_instance() const {
@@ -43,6 +45,17 @@ DispatchHolder::RuntimeLease DispatchHolder::LeaseRuntime() const {
     RuntimeLease lease;
     lease.lock_ = std::shared_lock(runtime_mutex_);
     if (!runtime_open_) lease.lock_.unlock();
+    return lease;
+}
+
+std::uint64_t DispatchHolder::runtime_number() const {
+    std::shared_lock gate(runtime_mutex_);
+    return runtime_number_;
+}
+
+DispatchHolder::RuntimeLease DispatchHolder::LeaseRuntime(std::uint64_t number) const {
+    RuntimeLease lease = LeaseRuntime();
+    if (lease && runtime_number_ != number) lease.lock_.unlock();
     return lease;
 }
 

@@ -10,6 +10,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <shared_mutex>
@@ -77,6 +78,11 @@ class DispatchHolder {
     };
     RuntimeLease LeaseRuntime() const;
 
+    // Counts the runtimes that opened after another had closed. What was made under one number is gone under the
+    // next, even where its handles' values come again: the second lease is also empty under another number.
+    std::uint64_t runtime_number() const;
+    RuntimeLease LeaseRuntime(std::uint64_t number) const;
+
     // Ends the leases of `xr_instance` before it is destroyed; another instance's leases are left alone. True if
     // it was open until now. The runtime opens with the next Replace, or with OpenRuntime when the destruction
     // was refused.
@@ -88,10 +94,11 @@ class DispatchHolder {
 
     std::atomic<bool> has_table_ = false;
 
-    // Held shared across the runtime calls of a lease, so that no runtime is unloaded under one. Guards
-    // runtime_open_. Taken before mutex_.
+    // Held shared across the runtime calls of a lease, so that no runtime is unloaded under one. Guards the two
+    // below. Taken before mutex_.
     mutable std::shared_mutex runtime_mutex_;
     bool runtime_open_ = false;
+    std::uint64_t runtime_number_ = 0;
 
     // Guards the three fields below.
     mutable std::mutex mutex_;
