@@ -26,8 +26,6 @@ void Quietly(const Work& work) noexcept {
     }
 }
 
-constexpr auto kNothingMore = [](TelemetryEvent&) {};
-
 }  // namespace
 
 void NoopTelemetryImpl::initialize(const std::string&, const std::string&, int) {
@@ -51,6 +49,26 @@ Telemetry& Telemetry::instance() {
 std::unique_ptr<ITelemetry> Telemetry::set_implementation(std::unique_ptr<ITelemetry> implementation) {
     const std::lock_guard lock(mutex_);
     return std::exchange(implementation_, std::move(implementation));
+}
+
+template <typename Fill>
+void Telemetry::SendLocked(TelemetryEventId id, const std::string& text, const Fill& fill) {
+    if (!initialized_) return;
+    TelemetryEvent event = NextEventLocked();
+    fill(event);
+    implementation_->track(id, event, text);
+}
+
+template <typename Fill>
+void Telemetry::Send(TelemetryEventId id, const std::string& text, const Fill& fill) noexcept {
+    Quietly([&] {
+        const std::lock_guard lock(mutex_);
+        SendLocked(id, text, fill);
+    });
+}
+
+void Telemetry::Send(TelemetryEventId id, const std::string& text) noexcept {
+    Send(id, text, [](TelemetryEvent&) {});
 }
 
 void Telemetry::set_application_info(std::string_view application_name, std::uint32_t application_version,
@@ -170,41 +188,22 @@ void Telemetry::tool_finish(std::string_view name, std::int64_t latency_ms, bool
         std::string text =
             fmt::format("tool={},tool_category={},latency_ms={},success={}", name, category, latency_ms, success);
         if (!success && !error_text.empty()) text.append(",error_reason=").append(error_text);
-        {
-            const std::lock_guard lock(mutex_);
-            SendLocked(TelemetryEventId::kToolFinish, text, [&](TelemetryEvent& event) {
-                event.tool_name = name;
-                event.success = success;
-                event.latency_ms = latency_ms;
-            });
-        }
+        Send(TelemetryEventId::kToolFinish, text, [&](TelemetryEvent& event) {
+            event.tool_name = name;
+            event.success = success;
+            event.latency_ms = latency_ms;
+        });
         if (!success) error("tool", error_text == "exception" ? "exception" : "error", text);
     });
 }
 
 void Telemetry::error(std::string_view category, std::string_view code, std::string_view text) noexcept {
     Quietly([&] {
-        const std::lock_guard lock(mutex_);
-        SendLocked(TelemetryEventId::kError, std::string(text), [&](TelemetryEvent& event) {
+        Send(TelemetryEventId::kError, std::string(text), [&](TelemetryEvent& event) {
             event.error_category = category;
             event.error_code = code;
         });
     });
-}
-
-void Telemetry::Send(TelemetryEventId id, const std::string& text) noexcept {
-    Quietly([&] {
-        const std::lock_guard lock(mutex_);
-        SendLocked(id, text, kNothingMore);
-    });
-}
-
-template <typename Fill>
-void Telemetry::SendLocked(TelemetryEventId id, const std::string& text, const Fill& fill) {
-    if (!initialized_) return;
-    TelemetryEvent event = NextEventLocked();
-    fill(event);
-    implementation_->track(id, event, text);
 }
 
 TelemetryEvent Telemetry::NextEventLocked() {

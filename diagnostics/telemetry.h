@@ -72,10 +72,13 @@ class Telemetry {
     void error(std::string_view category, std::string_view code, std::string_view text = {}) noexcept;
 
  private:
+    // Sends an event, whose own fields `fill` fills.
     template <typename Fill>
     void SendLocked(TelemetryEventId id, const std::string& text, const Fill& fill);
+    template <typename Fill>
+    void Send(TelemetryEventId id, const std::string& text, const Fill& fill) noexcept;
     void Send(TelemetryEventId id, const std::string& text = {}) noexcept;
-    void ShutdownLocked();
+
     TelemetryEvent NextEventLocked();
     std::string AnnotationsLocked() const;
     bool ReasonWithheldLocked();

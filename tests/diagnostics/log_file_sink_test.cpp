@@ -79,14 +79,6 @@ TEST_F(LogFile, HoldsTheLinesOfBothLoggersBetweenHeaderAndFooter) {
                           "\x1b[90m2026-01-02 03:04:06\x1b[0m [cpp-mcp]   \x1b[32m[INFO]\x1b[0m server after\n");
 }
 
-TEST_F(LogFile, IsAtHandWithEveryLine) {
-    ErrorsOf([&] { sink_.begin_session("api-layer"); });
-    const std::string header = Header("2026-01-02 03:04:05");
-    EXPECT_EQ(ReadFile(path_), header);
-    sink_.write_line("one");
-    EXPECT_EQ(ReadFile(path_), header + "one\n");
-}
-
 TEST_F(LogFile, EachSessionHasItsOwn) {
     ErrorsOf([&] {
         sink_.begin_session("");
@@ -217,7 +209,7 @@ TEST_F(LogFile, GetsItsFooterWhenTheProcessExits) {
                 testing::EndsWith("==== session ended at 2026-01-02 03:04:05 ====\n"));
 }
 
-TEST_F(LogFile, LineLosesItsEscapeSequencesAndEndsInOneNewline) {
+TEST_F(LogFile, HoldsEachLineAtOnceWithoutItsEscapeSequencesAndWithOneNewline) {
     const struct {
         std::string text;
         std::string in_file;
