@@ -1,0 +1,169 @@
+#include <gmock/gmock.h>
+
+#include <cmath>
+#include <random>
+#include <string>
+#include <vector>
+
+#include "tests/fakes/log_capture.h"
+#include "tests/tools/tool_answer.h"
+#include "tools/math/math_tools.h"
+#include "tools/math/quaternion_basis.h"
+
+namespace orvanic_xr {
+namespace {
+
+using testing::ElementsAre;
+
+constexpr auto kBuild = make_math_build_quat_tool_entry;
+constexpr auto kDecompose = make_math_decompose_quat_tool_entry;
+constexpr auto kMultiply = make_math_multiply_quat_tool_entry;
+
+std::string Built(const std::string& quaternion) {
+    return R"({"success":true,"quaternion":)" + quaternion + "}";
+}
+
+TEST(BuildQuat, LooksAlongTheFront) {
+    ExpectAnswers({
+        {kBuild, R"({"front_direction":[0,0,-1]})", Built("[0.0,0.0,0.0,1.0]")},
+        {kBuild, R"({"front_direction":[1,0,0]})", Built("[0.0,-0.7071,0.0,0.7071]")},
+        {kBuild, R"({"front_direction":[-4,0,0]})", Built("[0.0,0.7071,0.0,0.7071]")},
+        {kBuild, R"({"front_direction":[0,1,0],"up_direction":[0,0,1]})", Built("[0.7071,0.0,0.0,0.7071]")},
+        // Half turns, each by another branch: about x, y and z, and about the diagonal of x and y.
+        {kBuild, R"({"front_direction":[0,0,1],"up_direction":[0,-1,0]})", Built("[1.0,0.0,0.0,0.0]")},
+        {kBuild, R"({"front_direction":[0,0,1]})", Built("[0.0,1.0,0.0,0.0]")},
+        {kBuild, R"({"front_direction":[0,0,-1],"up_direction":[0,-1,0]})", Built("[0.0,0.0,1.0,0.0]")},
+        {kBuild, R"({"front_direction":[0,0,1],"up_direction":[1,0,0]})", Built("[0.7071,0.7071,0.0,0.0]")},
+        {kBuild, R"({"front_direction":[1e-5,0,0]})", Built("[0.0,-0.7071,0.0,0.7071]")},
+        {kBuild, R"({"front_direction":[1,0,0],"return_basis_vectors":"true"})", Built("[0.0,-0.7071,0.0,0.7071]")},
+        {kBuild, R"({"front_direction":[1,0,0],"return_basis_vectors":1})", Built("[0.0,-0.7071,0.0,0.7071]")},
+        {kBuild, R"({"front_direction":[0,0,5],"up_direction":[0,3,1],"return_basis_vectors":true})",
+         R"({"success":true,"quaternion":[0.0,1.0,0.0,0.0],"front_direction":[0.0,0.0,1.0],)"
+         R"("up_direction":[0.0,1.0,0.0],"right_direction":[-1.0,0.0,0.0]})"},
+    });
+    LogCapture log;
+    Answer(kBuild, R"({"front_direction":[1,0,0]})");
+    EXPECT_THAT(log.take(), ElementsAre("INFO math_build_quat tool called",
+                                        "INFO math_build_quat: result=[0.000000, -0.707107, 0.000000, 0.707107]"));
+}
+
+TEST(BuildQuat, TellsTheFirstFault) {
+    const std::string no_front = "'front_direction' must be an array of 3 numbers.";
+    const std::string no_front_line = "Missing or invalid 'front_direction' parameter";
+    const std::string parallel = "front_direction and up_direction are parallel or anti-parallel, cannot build basis.";
+    const std::string parallel_line = "front_direction and up_direction are parallel";
+    ExpectRefusals({
+        {kBuild, "[]", no_front, no_front_line},
+        {kBuild, R"({"front_direction":[1,0],"up_direction":5})", no_front, no_front_line},
+        {kBuild, R"({"front_direction":[1,0,"0"],"up_direction":5})", "front_direction components must be numbers.",
+         "front_direction components must be numbers"},
+        {kBuild, R"({"front_direction":[0,0,0],"up_direction":null})", "up_direction must be an array of 3 numbers.",
+         "up_direction must be an array of 3 numbers"},
+        {kBuild, R"({"front_direction":[0,0,0],"up_direction":[0,true,0]})", "up_direction components must be numbers.",
+         "up_direction components must be numbers"},
+        {kBuild, R"({"front_direction":[0,1e-7,0],"up_direction":[0,0,0]})", "front_direction cannot be zero-length.",
+         "front_direction cannot be zero-length"},
+        {kBuild, R"({"front_direction":[0,1,0],"up_direction":[0,0,0]})", "up_direction cannot be zero-length.",
+         "up_direction cannot be zero-length"},
+        {kBuild, R"({"front_direction":[0,1,0]})", parallel, parallel_line},
+        {kBuild, R"({"front_direction":[0,-1,0]})", parallel, parallel_line},
+        {kBuild, R"({"front_direction":[1e300,0,-1e300]})", parallel, parallel_line},  // too long to be normalised
+    });
+}
+
+TEST(DecomposeQuat, RotatesTheAxes) {
+    const std::string identity = R"({"success":true,"front_direction":[0.0,0.0,-1.0],"up_direction":[0.0,1.0,0.0],)"
+                                 R"("right_direction":[1.0,0.0,0.0]})";
+    ExpectAnswers({
+        {kDecompose, R"({"quaternion":[0,0,0,1]})", identity},
+        {kDecompose, R"({"quaternion":[0,0,0,2]})", identity},
+        {kDecompose, R"({"quaternion":[0,0,0,-1e-5]})", identity},
+        {kDecompose, R"({"quaternion":[0,-1,0,1]})",
+         R"({"success":true,"front_direction":[1.0,0.0,0.0],"up_direction":[0.0,1.0,0.0],)"
+         R"("right_direction":[0.0,0.0,1.0]})"},
+        {kDecompose, R"({"quaternion":[0,0,0,0]})",
+         R"({"success":true,"front_direction":[0.0,0.0,0.0],"up_direction":[0.0,0.0,0.0],)"
+         R"("right_direction":[0.0,0.0,0.0]})"},
+    });
+    LogCapture log;
+    Answer(kDecompose, R"({"quaternion":[1,0,0,1]})");
+    EXPECT_THAT(log.take(), ElementsAre("INFO math_decompose_quat tool called",
+                                        "INFO math_decompose_quat: front=[0.000000, 1.000000, 0.000000]"));
+    ExpectRefusals({
+        {kDecompose, R"({"quaternion":[0,0,1]})", "'quaternion' must be an array of 4 numbers [x,y,z,w].",
+         "Missing or invalid 'quaternion' parameter"},
+        {kDecompose, R"({"quaternion":[0,0,0,"1"]})", "quaternion components must be numbers.",
+         "quaternion components must be numbers"},
+    });
+}
+
+TEST(MultiplyQuat, GivesTheHamiltonProductNormalised) {
+    ExpectAnswers({
+        {kMultiply, R"({"quaternion1":[0,0,0,1],"quaternion2":[0,3,0,4]})",
+         R"({"success":true,"result":[0.0,0.6,0.0,0.8]})"},
+        {kMultiply, R"({"quaternion1":[1,0,0,1],"quaternion2":[0,1,0,1]})",
+         R"({"success":true,"result":[0.5,0.5,0.5,0.5]})"},
+        {kMultiply, R"({"quaternion1":[0,1,0,1],"quaternion2":[1,0,0,1]})",
+         R"({"success":true,"result":[0.5,0.5,-0.5,0.5]})"},
+        {kMultiply, R"({"quaternion1":[0,0,1,1],"quaternion2":[0,5,0,5]})",
+         R"({"success":true,"result":[-0.5,0.5,0.5,0.5]})"},
+        {kMultiply, R"({"quaternion1":[0,0,0,0],"quaternion2":[0,0,0,1]})",
+         R"({"success":true,"result":[0.0,0.0,0.0,0.0]})"},
+    });
+    const std::string text = "must be an array of 4 numbers [x,y,z,w].";
+    ExpectRefusals({
+        {kMultiply, R"({"quaternion1":[0,0,"a",1]})", "'quaternion1' " + text,
+         "Missing or invalid 'quaternion1' parameter"},
+        {kMultiply, R"({"quaternion1":[0,0,0,1],"quaternion2":[0,0,1]})", "'quaternion2' " + text,
+         "Missing or invalid 'quaternion2' parameter"},
+    });
+}
+
+TEST(QuaternionBasis, LeavesWhatIsTooShortAsItIs) {
+    const XrVector3f short_vector = safe_normalize(XrVector3f{1e-20f, 0.0f, 0.0f});
+    EXPECT_EQ(short_vector.x, 1e-20f);
+    EXPECT_EQ(safe_normalize(XrVector3f{0.0f, 1.1e-19f, 0.0f}).y, 1.0f);
+}
+
+std::vector<double> Numbers(const mcp::json& answer, const char* key) {
+    return answer.at(key).get<std::vector<double>>();
+}
+
+double DotProduct(const std::vector<double>& a, const std::vector<double>& b) {
+    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+}
+
+TEST(QuaternionTools, TakeApartWhatTheyBuilt) {
+    const LogCapture quiet(kLogError);
+    std::mt19937 random(1);
+    std::normal_distribution<double> component;
+    const auto direction = [&] { return mcp::json::array({component(random), component(random), component(random)}); };
+    for (int round = 0; round < 300; ++round) {
+        const mcp::json arguments = {
+            {"front_direction", direction()}, {"up_direction", direction()}, {"return_basis_vectors", true}};
+        SCOPED_TRACE(mcp::dump_json(arguments));
+        const mcp::json built = mcp::parse_json(Answer(kBuild, mcp::dump_json(arguments)));
+        const mcp::json taken_apart =
+            mcp::parse_json(Answer(kDecompose, mcp::dump_json({{"quaternion", built.at("quaternion")}})));
+        const auto front = Numbers(built, "front_direction");
+        const auto up = Numbers(built, "up_direction");
+        const auto right = Numbers(built, "right_direction");
+        constexpr double kTolerance = 5e-4;  // what four decimals leave
+        EXPECT_NEAR(DotProduct(front, front), 1.0, kTolerance);
+        EXPECT_NEAR(DotProduct(up, up), 1.0, kTolerance);
+        EXPECT_NEAR(DotProduct(front, up), 0.0, kTolerance);
+        EXPECT_NEAR(DotProduct(right, {front[1] * up[2] - front[2] * up[1], front[2] * up[0] - front[0] * up[2],
+                                       front[0] * up[1] - front[1] * up[0]}),
+                    1.0, kTolerance);
+        const auto given = arguments.at("front_direction").get<std::vector<double>>();
+        EXPECT_NEAR(DotProduct(front, given), std::sqrt(DotProduct(given, given)), 1e-3);
+        EXPECT_GT(DotProduct(up, arguments.at("up_direction").get<std::vector<double>>()), 0.0);
+        for (const char* key : {"front_direction", "up_direction", "right_direction"}) {
+            EXPECT_THAT(Numbers(taken_apart, key),
+                        testing::Pointwise(testing::DoubleNear(kTolerance), Numbers(built, key)));
+        }
+    }
+}
+
+}  // namespace
+}  // namespace orvanic_xr
