@@ -1,0 +1,177 @@
+#include "context/context_manager.h"
+
+#include <gmock/gmock.h>
+
+#include <memory>
+#include <utility>
+
+#include "context/session_context.h"
+#include "diagnostics/clock.h"
+#include "layer/dispatch/handles.h"
+#include "tests/fakes/fake_runtime.h"
+#include "tests/fakes/log_capture.h"
+
+namespace orvanic_xr {
+
+class SceneContext {  // stands in for the scene's
+ public:
+    explicit SceneContext(XrSession xr_session) : session(xr_session) {}
+    XrSession session;
+};
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+XrSession Session(std::uint64_t value) {
+    return HandleFromValue<XrSession>(value);
+}
+
+class Contexts : public testing::Test {
+ protected:
+    void Update(std::uint64_t session, XrSessionState state, std::int64_t timestamp) {
+        manager_.updateSessionState({session != 0, Session(session), state, timestamp});
+    }
+
+    FakeRuntime runtime_;
+    FakeClock clock_{5'000, 0};
+    LogCapture log_;
+    ContextManager manager_;
+};
+
+TEST_F(Contexts, EverySessionThatBecomesCurrentIsAGeneration) {
+    Update(0xab, XR_SESSION_STATE_IDLE, 1);
+    Update(0xab, XR_SESSION_STATE_READY, 2);
+    EXPECT_EQ(manager_.getSessionState().generationStartTime, 5'000);
+    clock_.Advance(1'000);
+    Update(0xab, XR_SESSION_STATE_FOCUSED, 3);
+    EXPECT_EQ(manager_.getSessionState().generation, 1u);
+    EXPECT_EQ(manager_.getSessionState().generationStartTime, 5'000);
+    Update(0, XR_SESSION_STATE_UNKNOWN, 4);
+    EXPECT_EQ(manager_.getSessionState().generation, 1u);
+    Update(0xab, XR_SESSION_STATE_IDLE, 5);
+    Update(0xcd, XR_SESSION_STATE_IDLE, 6);
+    const SessionState state = manager_.getSessionState();
+    EXPECT_EQ(state.generation, 3u);
+    EXPECT_EQ(state.generationStartTime, 6'000);
+    EXPECT_EQ(state.session, Session(0xcd));
+    EXPECT_EQ(state.timestamp, 6);
+    EXPECT_THAT(log_.take(), ElementsAre("INFO Session restarted: old=0x0 new=0xab generation=1",
+                                         "INFO Session restarted: old=0x0 new=0xab generation=2",
+                                         "INFO Session restarted: old=0xab new=0xcd generation=3"));
+}
+
+TEST_F(Contexts, SessionHistoryHoldsTheHundredNewestUpdates) {
+    for (int i = 1; i <= 101; ++i) Update(0xab, XR_SESSION_STATE_FOCUSED, i);
+    const auto history = manager_.getSessionHistory();
+    ASSERT_EQ(history.size(), 100u);
+    EXPECT_EQ(history.front().timestamp, 2);
+    EXPECT_EQ(history.back().timestamp, 101);
+    EXPECT_EQ(history.back().session, Session(0xab));
+    EXPECT_EQ(history.back().state, XR_SESSION_STATE_FOCUSED);
+}
+
+TEST_F(Contexts, OnlyTheCurrentSessionIsUpdatedInOneStep) {
+    EXPECT_FALSE(manager_.updateCurrentSession(Session(0xab), XR_SESSION_STATE_READY, 7));
+    EXPECT_FALSE(manager_.updateCurrentSession(XR_NULL_HANDLE, XR_SESSION_STATE_READY, 7));
+    Update(0xab, XR_SESSION_STATE_IDLE, 1);
+    EXPECT_FALSE(manager_.updateCurrentSession(Session(0xcd), XR_SESSION_STATE_READY, 8));
+    EXPECT_TRUE(manager_.updateCurrentSession(Session(0xab), XR_SESSION_STATE_READY, 9));
+    EXPECT_TRUE(manager_.updateCurrentSession(Session(0xab), std::nullopt, 10));
+    EXPECT_EQ(manager_.getSessionState().state, XR_SESSION_STATE_READY);
+    EXPECT_EQ(manager_.getSessionState().timestamp, 10);
+    EXPECT_EQ(manager_.getSessionHistory().size(), 3u);
+}
+
+TEST_F(Contexts, ContextOfAnUnknownSessionIsEmptyAndMakesNothing) {
+    const auto context = manager_.getSessionContext(Session(0x7f12a0));
+    EXPECT_EQ(context->session, XrSession{});
+    EXPECT_THAT(runtime_.calls(), IsEmpty());
+    EXPECT_EQ(manager_.getSceneContext(Session(0x1)), nullptr);
+    manager_.setSceneContextFactory([](XrSession session) { return std::make_shared<SceneContext>(session); });
+    EXPECT_EQ(manager_.getSceneContext(Session(0x7f12a0))->session, XrSession{});
+    EXPECT_THAT(log_.take(), ElementsAre("ERROR Session context not found for session %p0x7f12a0",
+                                         "ERROR Scene context not found for session %p0x1",
+                                         "ERROR Scene context not found for session %p0x7f12a0"));
+}
+
+TEST_F(Contexts, SecondContextOfASessionIsThrownAway) {
+    manager_.setSceneContextFactory([](XrSession session) { return std::make_shared<SceneContext>(session); });
+    manager_.createSessionContext(Session(0xab));
+    manager_.createSceneContext(Session(0xab));
+    const auto context = manager_.getSessionContext(Session(0xab));
+    const auto scene = manager_.getSceneContext(Session(0xab));
+    const auto live = runtime_.live_handles();
+    manager_.createSessionContext(Session(0xab));
+    manager_.createSceneContext(Session(0xab));
+    EXPECT_EQ(manager_.getSessionContext(Session(0xab)), context);
+    EXPECT_EQ(manager_.getSceneContext(Session(0xab)), scene);
+    EXPECT_EQ(runtime_.calls("xrDestroySpace").size(), 8u);
+    EXPECT_THAT(runtime_.calls("xrDestroyActionSet"), ElementsAre("xrDestroyActionSet(orvanic_xr_action_set#2)"));
+    EXPECT_EQ(runtime_.live_handles().size(), live.size() + 4);  // the actions, which went with their set
+}
+
+TEST_F(Contexts, ContextGoesWithItsLastOwner) {
+    manager_.createSessionContext(Session(0xab));
+    auto tools_share = manager_.getSessionContext(Session(0xab));
+    manager_.removeSessionContext(Session(0xab));
+    EXPECT_THAT(runtime_.calls("xrDestroySpace"), IsEmpty());
+    EXPECT_EQ(tools_share->session, Session(0xab));
+    tools_share.reset();
+    EXPECT_EQ(runtime_.calls("xrDestroySpace").size(), 8u);
+    manager_.removeSessionContext(Session(0xab));
+}
+
+TEST_F(Contexts, ContextLeftOfAnEarlierInstanceIsReplacedAndCallsNothing) {
+    manager_.createSessionContext(Session(0xab));
+    DispatchHolder::instance().CloseRuntime(runtime_.instance());
+    runtime_.install();  // the next instance, whose session happens to have the same handle
+    runtime_.take_calls();
+    manager_.createSessionContext(Session(0xab));
+    EXPECT_EQ(runtime_.name_of(HandleValue(manager_.getSessionContext(Session(0xab))->viewSpace)), "VIEW#2");
+    EXPECT_THAT(runtime_.calls("xrDestroySpace"), IsEmpty());
+    EXPECT_THAT(runtime_.calls("xrDestroyActionSet"), IsEmpty());
+}
+
+TEST_F(Contexts, FrameHistoryHoldsTheThirtyNewestValidFrames) {
+    for (int i = 1; i <= 31; ++i) {
+        FrameState state;
+        state.valid = true;
+        state.predictedDisplayTime = i;
+        state.layers.resize(static_cast<std::size_t>(i));
+        manager_.updateFrameState(state);
+    }
+    const auto history = manager_.getFrameHistory();
+    ASSERT_EQ(history.size(), 30u);
+    EXPECT_EQ(history.front().predictedDisplayTime, 2);
+    EXPECT_EQ(history.back().predictedDisplayTime, 31);
+    EXPECT_EQ(history.back().layers.size(), 31u);
+    EXPECT_EQ(manager_.getFrameState().layers.size(), 31u);
+
+    FrameState invalid;
+    invalid.predictedDisplayTime = 99;
+    manager_.updateFrameState(invalid);
+    EXPECT_EQ(manager_.getFrameHistory().back().predictedDisplayTime, 31);
+    EXPECT_EQ(manager_.getFrameState().predictedDisplayTime, 99);
+    EXPECT_EQ(manager_.lastFramePeriod(), std::nullopt);
+}
+
+TEST_F(Contexts, ToolRegistryIsTheOneFieldThatIsSetAlone) {
+    InstanceState state;
+    state.valid = true;
+    state.applicationName = "app";
+    state.enabledExtensions = {"XR_EXT_local_floor"};
+    state.instance = runtime_.instance();
+    manager_.setInstanceState(state);
+    IToolRegistry* const registry = reinterpret_cast<IToolRegistry*>(&state);
+    manager_.setToolRegistry(registry);
+    EXPECT_EQ(manager_.getInstanceState().toolRegistry, registry);
+    EXPECT_EQ(manager_.getInstanceState().applicationName, "app");
+    EXPECT_EQ(manager_.getInstanceHandle(), runtime_.instance());
+    EXPECT_TRUE(manager_.isExtensionEnabled("XR_EXT_local_floor"));
+    EXPECT_FALSE(manager_.isExtensionEnabled("XR_EXT_local"));
+}
+
+}  // namespace
+}  // namespace orvanic_xr

@@ -1,0 +1,250 @@
+#include "context/session_context.h"
+
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <limits>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "context/context_manager.h"
+#include "layer/dispatch/dispatch.h"
+#include "layer/dispatch/handles.h"
+#include "tests/fakes/fake_runtime.h"
+#include "tests/fakes/log_capture.h"
+#include "tests/fakes/renew.h"
+
+namespace orvanic_xr {
+namespace {
+
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+
+const XrSession kSession = HandleFromValue<XrSession>(0xab);
+
+class SessionContexts : public testing::Test {
+ protected:
+    SessionContexts() {
+        Renew(ContextManager::instance());
+        InstanceState state;
+        state.instance = runtime_.instance();
+        ContextManager::instance().setInstanceState(state);
+    }
+
+    std::unique_ptr<SessionContext> Make() {
+        auto context = std::make_unique<SessionContext>(kSession);
+        runtime_.take_calls();
+        log_.take();
+        return context;
+    }
+
+    static void EndFrame(XrDuration period) {
+        FrameState state;
+        state.valid = true;
+        state.predictedDisplayPeriod = period;
+        ContextManager::instance().updateFrameState(state);
+    }
+
+    FakeRuntime runtime_;
+    LogCapture log_;
+};
+
+TEST_F(SessionContexts, MakesSpacesThenActionsWithTheirSpaces) {
+    const SessionContext context(kSession);
+    EXPECT_THAT(
+        runtime_.take_calls(),
+        ElementsAre("xrCreateReferenceSpace(0xab, VIEW)", "xrCreateReferenceSpace(0xab, LOCAL)",
+                    "xrCreateReferenceSpace(0xab, STAGE)", "xrCreateReferenceSpace(0xab, LOCAL_FLOOR)",
+                    "xrCreateActionSet(instance1, orvanic_xr_action_set, \"Action set for Orvanic XR\", priority=0)",
+                    "xrCreateAction(orvanic_xr_action_set, orvanic_xr_left_hand_grip_pose, "
+                    "\"Grip pose of left hand\", type=4)",
+                    "xrCreateActionSpace(0xab, orvanic_xr_left_hand_grip_pose)",
+                    "xrCreateAction(orvanic_xr_action_set, orvanic_xr_right_hand_grip_pose, "
+                    "\"Grip pose of right hand\", type=4)",
+                    "xrCreateActionSpace(0xab, orvanic_xr_right_hand_grip_pose)",
+                    "xrCreateAction(orvanic_xr_action_set, orvanic_xr_left_hand_aim_pose, "
+                    "\"Aim pose of left hand\", type=4)",
+                    "xrCreateActionSpace(0xab, orvanic_xr_left_hand_aim_pose)",
+                    "xrCreateAction(orvanic_xr_action_set, orvanic_xr_right_hand_aim_pose, "
+                    "\"Aim pose of right hand\", type=4)",
+                    "xrCreateActionSpace(0xab, orvanic_xr_right_hand_aim_pose)"));
+    EXPECT_THAT(log_.take(), ElementsAre("INFO Reference space created: XR_REFERENCE_SPACE_TYPE_VIEW",
+                                         "INFO Reference space created: XR_REFERENCE_SPACE_TYPE_LOCAL",
+                                         "INFO Reference space created: XR_REFERENCE_SPACE_TYPE_STAGE",
+                                         "INFO Reference space created: XR_REFERENCE_SPACE_TYPE_LOCAL_FLOOR",
+                                         "INFO Created action for: orvanic_xr_left_hand_grip_pose",
+                                         "INFO Created action space for: orvanic_xr_left_hand_grip_pose",
+                                         "INFO Created action for: orvanic_xr_right_hand_grip_pose",
+                                         "INFO Created action space for: orvanic_xr_right_hand_grip_pose",
+                                         "INFO Created action for: orvanic_xr_left_hand_aim_pose",
+                                         "INFO Created action space for: orvanic_xr_left_hand_aim_pose",
+                                         "INFO Created action for: orvanic_xr_right_hand_aim_pose",
+                                         "INFO Created action space for: orvanic_xr_right_hand_aim_pose"));
+    const std::vector<std::pair<std::uint64_t, std::string>> fields = {
+        {HandleValue(context.viewSpace), "VIEW"},
+        {HandleValue(context.localSpace), "LOCAL"},
+        {HandleValue(context.stageSpace), "STAGE"},
+        {HandleValue(context.localFloorSpace), "LOCAL_FLOOR"},
+        {HandleValue(context.leftGripAction), "orvanic_xr_left_hand_grip_pose"},
+        {HandleValue(context.rightGripSpace), "space(orvanic_xr_right_hand_grip_pose)"},
+        {HandleValue(context.leftAimSpace), "space(orvanic_xr_left_hand_aim_pose)"},
+        {HandleValue(context.rightAimAction), "orvanic_xr_right_hand_aim_pose"},
+    };
+    for (const auto& [handle, name] : fields) EXPECT_EQ(runtime_.name_of(handle), name);
+}
+
+TEST_F(SessionContexts, DestroysSpacesThenTheActionsSpacesAndTheirSet) {
+    Make().reset();
+    EXPECT_THAT(runtime_.take_calls(),
+                ElementsAre("xrDestroySpace(VIEW)", "xrDestroySpace(LOCAL)", "xrDestroySpace(STAGE)",
+                            "xrDestroySpace(LOCAL_FLOOR)", "xrDestroySpace(space(orvanic_xr_left_hand_grip_pose))",
+                            "xrDestroySpace(space(orvanic_xr_right_hand_grip_pose))",
+                            "xrDestroySpace(space(orvanic_xr_left_hand_aim_pose))",
+                            "xrDestroySpace(space(orvanic_xr_right_hand_aim_pose))",
+                            "xrDestroyActionSet(orvanic_xr_action_set)"));
+    EXPECT_THAT(log_.take(), IsEmpty());
+}
+
+TEST_F(SessionContexts, FailureLeavesItsFieldNullAndStopsNothing) {
+    struct Row {
+        std::string function;
+        int nth;
+        std::vector<std::string> complaints;
+        std::size_t calls;
+    };
+    const Row rows[] = {
+        {"xrCreateReferenceSpace",
+         4,
+         {"WARNING failed to create reference space: XR_REFERENCE_SPACE_TYPE_LOCAL_FLOOR"},
+         13},
+        {"xrCreateReferenceSpace", 1, {"WARNING failed to create reference space: XR_REFERENCE_SPACE_TYPE_VIEW"}, 13},
+        {"xrCreateActionSet", 1, {"ERROR Failed to create action set"}, 5},
+        {"xrCreateAction", 2, {"WARNING Failed to create action for: orvanic_xr_right_hand_grip_pose"}, 12},
+        {"xrCreateActionSpace", 3, {"WARNING Failed to create action space for: orvanic_xr_left_hand_aim_pose"}, 13},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.function);
+        runtime_.take_calls();
+        log_.take();
+        runtime_.answer_call(row.function, row.nth, XR_ERROR_RUNTIME_FAILURE);
+        const SessionContext context(kSession);
+        EXPECT_EQ(runtime_.take_calls().size(), row.calls);
+        auto complaints = log_.take();
+        std::erase_if(complaints, [](const std::string& line) { return line.starts_with("INFO"); });
+        EXPECT_EQ(complaints, row.complaints);
+        const std::vector<std::uint64_t> fields = {
+            HandleValue(context.viewSpace),      HandleValue(context.localFloorSpace),
+            HandleValue(context.actionSet),      HandleValue(context.rightGripAction),
+            HandleValue(context.rightGripSpace), HandleValue(context.leftAimSpace),
+            HandleValue(context.rightAimAction), HandleValue(context.rightAimSpace)};
+        const auto nulls = std::count(fields.begin(), fields.end(), 0u);
+        EXPECT_EQ(nulls, row.function == "xrCreateActionSet" ? 6 : row.function == "xrCreateAction" ? 2 : 1);
+    }
+}
+
+TEST_F(SessionContexts, FunctionsThatTheRuntimeLacksAreFailures) {
+    for (const char* name : {"xrCreateReferenceSpace", "xrCreateActionSet", "xrCreateAction", "xrCreateActionSpace"}) {
+        SCOPED_TRACE(name);
+        runtime_.lack(name);
+        const SessionContext context(kSession);
+        EXPECT_EQ(log_.take().back().find("INFO") == 0, std::string(name) == "xrCreateReferenceSpace");
+        runtime_.offer(name);
+    }
+}
+
+TEST_F(SessionContexts, DestructionWithoutTheFunctionsIsQuiet) {
+    auto context = Make();
+    runtime_.lack("xrDestroySpace");
+    runtime_.lack("xrDestroyActionSet");
+    context.reset();
+    EXPECT_THAT(runtime_.take_calls(), IsEmpty());
+}
+
+TEST_F(SessionContexts, WhatTheRuntimeThrowsStopsNoDestruction) {
+    auto context = Make();
+    runtime_.throw_from("xrDestroySpace");
+    context.reset();
+    EXPECT_EQ(runtime_.take_calls().size(), 9u);
+}
+
+TEST_F(SessionContexts, WhatWasMadeBeforeTheRuntimeThrewIsDestroyed) {
+    runtime_.throw_from_call("xrCreateActionSpace", 2);
+    EXPECT_THROW(SessionContext{kSession}, std::runtime_error);
+    EXPECT_THAT(runtime_.live_handles(),
+                ElementsAre("instance1", "orvanic_xr_left_hand_grip_pose", "orvanic_xr_right_hand_grip_pose"));
+}
+
+TEST_F(SessionContexts, OneThatOutlivesItsInstanceCallsNothing) {
+    DispatchHolder& holder = DispatchHolder::instance();
+    auto held_to_the_end = Make();
+    auto held_into_the_next = Make();
+    auto held_over_a_refusal = Make();
+    ASSERT_TRUE(holder.CloseRuntime(runtime_.instance()));
+    held_to_the_end.reset();
+    EXPECT_THAT(runtime_.take_calls(), IsEmpty());
+    holder.OpenRuntime();  // the runtime refused to destroy the instance
+    held_over_a_refusal.reset();
+    EXPECT_EQ(runtime_.take_calls().size(), 9u);
+    holder.CloseRuntime(runtime_.instance());
+    runtime_.install();  // the next instance
+    held_into_the_next.reset();
+    EXPECT_THAT(runtime_.take_calls(), IsEmpty());
+}
+
+TEST_F(SessionContexts, LocateTimeFollowsTheFrames) {
+    SessionContext context(XR_NULL_HANDLE);
+    EXPECT_EQ(context.CurrentLocateTime(), 0);
+    context.RecordFrameTime(100);
+    EXPECT_EQ(context.CurrentLocateTime(), 100);
+    context.ConsumeFrameTime();
+    EXPECT_EQ(context.CurrentLocateTime(), 0);  // no frame had ended when the period was looked for
+    EndFrame(10);
+    EXPECT_EQ(context.CurrentLocateTime(), 0);
+    context.RecordFrameTime(110);
+    context.RecordFrameTime(120);
+    EXPECT_EQ(context.CurrentLocateTime(), 110);
+    context.ConsumeFrameTime();
+    EXPECT_EQ(context.CurrentLocateTime(), 120);
+    context.ConsumeFrameTime();
+    EXPECT_EQ(context.CurrentLocateTime(), 130);
+    context.ConsumeFrameTime();
+    EXPECT_EQ(context.CurrentLocateTime(), 130);
+}
+
+TEST_F(SessionContexts, LocateTimeNeverLeavesItsType) {
+    SessionContext context(XR_NULL_HANDLE);
+    EndFrame(std::numeric_limits<XrDuration>::max());
+    context.RecordFrameTime(5);
+    context.ConsumeFrameTime();
+    EXPECT_EQ(context.CurrentLocateTime(), std::numeric_limits<XrTime>::max());
+}
+
+TEST_F(SessionContexts, SimulatedPoseStandsInItsOwnCell) {
+    SessionContext context(XR_NULL_HANDLE);
+    context.SetSimulatedControllerPose(kRightHand, kAimKind, {{0, 0, 0, 1}, {1, 2, 3}});
+    const SimulatedPoseSlot slot = context.GetSimulatedControllerPose(kRightHand, kAimKind);
+    EXPECT_TRUE(slot.valid);
+    EXPECT_EQ(slot.pose.position.y, 2.0f);
+    EXPECT_FALSE(context.GetSimulatedControllerPose(kRightHand, kGripKind).valid);
+    EXPECT_FALSE(context.GetSimulatedControllerPose(kLeftHand, kAimKind).valid);
+}
+
+TEST_F(SessionContexts, SuggestedBindingsStandInTheirOrderWithoutThoseThatHaveNoPath) {
+    const auto context = Make();
+    runtime_.answer_call("xrStringToPath", 2, XR_ERROR_PATH_FORMAT_INVALID);
+    std::vector<std::string> bindings;
+    for (const XrActionSuggestedBinding& binding : context->SuggestedBindings()) {
+        bindings.push_back(runtime_.name_of(HandleValue(binding.action)) + " " + runtime_.text(binding.binding));
+    }
+    EXPECT_THAT(bindings, ElementsAre("orvanic_xr_left_hand_grip_pose /user/hand/left/input/grip/pose",
+                                      "orvanic_xr_right_hand_grip_pose /user/hand/right/input/grip/pose",
+                                      "orvanic_xr_right_hand_aim_pose /user/hand/right/input/aim/pose"));
+    EXPECT_THAT(log_.take(), ElementsAre("ERROR Failed to get path for: /user/hand/left/input/aim/pose"));
+    EXPECT_EQ(runtime_.take_calls().front(), "xrStringToPath(instance1, /user/hand/left/input/grip/pose)");
+}
+
+}  // namespace
+}  // namespace orvanic_xr
