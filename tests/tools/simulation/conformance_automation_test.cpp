@@ -1,0 +1,192 @@
+#include "tools/simulation/conformance_automation.h"
+
+#include <thread>
+
+#include "tests/tools/simulation/simulation_fixture.h"
+
+namespace orvanic_xr {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr XrPosef kHead = {{0, 0, 0, 1}, {0, 1.5f, 0}};
+constexpr XrPosef kLeft = {{0, 0, 0, 1}, {-0.25f, 1, -0.5f}};
+constexpr XrPosef kRight = {{0, 0, 0, 1}, {0.25f, 1, -0.5f}};
+
+class Activation : public SimulationTest {
+ protected:
+    std::vector<std::string> DeviceCalls() {
+        std::vector<std::string> calls = runtime_.calls("xrSetInputDeviceActiveEXT");
+        for (const std::string& call : runtime_.calls("xrSetInputDeviceLocationEXT")) calls.push_back(call);
+        return calls;
+    }
+};
+
+TEST_F(Activation, TakesASnapshotActivatesAndWritesItBackInOrder) {
+    runtime_.place("VIEW", kHead);
+    runtime_.place("space(orvanic_xr_left_hand_aim_pose)", kLeft);
+    runtime_.place("space(orvanic_xr_right_hand_aim_pose)", kRight);
+    EXPECT_TRUE(EnsureConformanceAutomationActive(*context_).ok);
+    std::vector<std::string> calls = runtime_.take_calls();
+    std::erase_if(calls, [](const std::string& call) { return call.starts_with("xrStringToPath"); });
+    EXPECT_THAT(
+        calls,
+        ElementsAre("xrLocateSpace(VIEW, STAGE, 1000000000)",
+                    "xrLocateSpace(space(orvanic_xr_left_hand_aim_pose), STAGE, 1000000000)",
+                    "xrLocateSpace(space(orvanic_xr_right_hand_aim_pose), STAGE, 1000000000)",
+                    "xrSetInputDeviceActiveEXT(session1, /interaction_profiles/kest/head_kestx2, /user/head, 1)",
+                    "xrSetInputDeviceActiveEXT(session1, /interaction_profiles/kest/pronto_controller_plus, "
+                    "/user/hand/left, 1)",
+                    "xrSetInputDeviceActiveEXT(session1, /interaction_profiles/kest/pronto_controller_plus, "
+                    "/user/hand/right, 1)",
+                    "xrSetInputDeviceLocationEXT(session1, /user/head, /user/head/input/view_kest/pose, STAGE, "
+                    "[0 1.5 0 | 0 0 0 1])",
+                    "xrSetInputDeviceLocationEXT(session1, /user/hand/left, /user/hand/left/input/aim/pose, STAGE, "
+                    "[-0.25 1 -0.5 | 0 0 0 1])",
+                    "xrSetInputDeviceLocationEXT(session1, /user/hand/right, /user/hand/right/input/aim/pose, STAGE, "
+                    "[0.25 1 -0.5 | 0 0 0 1])",
+                    "xrSetInputDeviceLocationEXT(session1, /user/hand/left, /user/hand/left/input/grip/pose, STAGE, "
+                    "[-0.25 1 -0.5 | 0 0 0 1])",
+                    "xrSetInputDeviceLocationEXT(session1, /user/hand/right, /user/hand/right/input/grip/pose, STAGE, "
+                    "[0.25 1 -0.5 | 0 0 0 1])"));
+    EXPECT_TRUE(EnsureConformanceAutomationActive(*context_).ok);
+    EXPECT_THAT(runtime_.take_calls(), IsEmpty()) << "active already: the runtime is left alone";
+}
+
+TEST_F(Activation, GivesRestingPosesToWhatCouldNotBeLocated) {
+    context_->ConsumeFrameTime();  // and no period is known yet: no time to locate at
+    EXPECT_TRUE(EnsureConformanceAutomationActive(*context_).ok);
+    EXPECT_THAT(runtime_.calls("xrLocateSpace"), IsEmpty());
+    EXPECT_THAT(runtime_.calls("xrSetInputDeviceLocationEXT"),
+                ElementsAre("xrSetInputDeviceLocationEXT(session1, /user/hand/left, /user/hand/left/input/aim/pose, "
+                            "STAGE, [-0.2 1.2 -0.4 | 0 0 0 1])",
+                            "xrSetInputDeviceLocationEXT(session1, /user/hand/right, /user/hand/right/input/aim/pose, "
+                            "STAGE, [0.2 1.2 -0.4 | 0 0 0 1])",
+                            "xrSetInputDeviceLocationEXT(session1, /user/hand/left, /user/hand/left/input/grip/pose, "
+                            "STAGE, [-0.2 1.2 -0.4 | 0 0 0 1])",
+                            "xrSetInputDeviceLocationEXT(session1, /user/hand/right, "
+                            "/user/hand/right/input/grip/pose, STAGE, [0.2 1.2 -0.4 | 0 0 0 1])"));
+    EXPECT_THAT(log_.lines("WARNING"),
+                ElementsAre("WARNING Cannot query head pose: no frame timing data",
+                            "WARNING Cannot query left controller pose: no frame timing data",
+                            "WARNING Cannot query right controller pose: no frame timing data",
+                            "WARNING Skipping head pose restore: pose was not available before activation"));
+}
+
+struct RefusalCase {
+    int nth_device;
+    const char* path;
+};
+
+TEST_F(Activation, ReportsARefusalAndTriesTheWholeSequenceAgain) {
+    for (const RefusalCase& row : {RefusalCase{1, "/user/head"}, {2, "/user/hand/left"}, {3, "/user/hand/right"}}) {
+        SCOPED_TRACE(row.path);
+        runtime_.answer_call("xrSetInputDeviceActiveEXT", row.nth_device, XR_ERROR_FEATURE_UNSUPPORTED);
+        const OperationResult refused = EnsureConformanceAutomationActive(*context_);
+        EXPECT_FALSE(refused.ok);
+        EXPECT_EQ(refused.error,
+                  "Failed to activate conformance automation for " + std::string(row.path) + ". Error code: -8");
+        EXPECT_FALSE(context_->conformance_automation_active);
+        EXPECT_EQ(runtime_.calls("xrSetInputDeviceActiveEXT").size(), static_cast<std::size_t>(row.nth_device));
+        EXPECT_THAT(runtime_.calls("xrSetInputDeviceLocationEXT"), IsEmpty());
+        runtime_.take_calls();
+    }
+    EXPECT_TRUE(EnsureConformanceAutomationActive(*context_).ok);
+    EXPECT_EQ(DeviceCalls().size(), 3u + 5u);
+}
+
+TEST_F(Activation, SurvivesMissingFunctionsAndRefusedLocations) {
+    runtime_.answer("xrSetInputDeviceLocationEXT", XR_ERROR_PATH_UNSUPPORTED);
+    EXPECT_TRUE(EnsureConformanceAutomationActive(*context_).ok);
+    EXPECT_THAT(log_.lines("WARNING"),
+                ElementsAre("WARNING Failed to restore head pose after activation: xrSetInputDeviceLocationEXT failed "
+                            "for /user/head with error code: -22",
+                            "WARNING Failed to set left controller pose after activation: xrSetInputDeviceLocationEXT "
+                            "failed for /user/hand/left with error code: -22",
+                            "WARNING Failed to set right controller pose after activation: "
+                            "xrSetInputDeviceLocationEXT failed for /user/hand/right with error code: -22",
+                            "WARNING Failed to set left controller grip pose after activation: "
+                            "xrSetInputDeviceLocationEXT failed for /user/hand/left with error code: -22",
+                            "WARNING Failed to set right controller grip pose after activation: "
+                            "xrSetInputDeviceLocationEXT failed for /user/hand/right with error code: -22"));
+    context_->conformance_automation_active = false;
+    runtime_.lack("xrSetInputDeviceActiveEXT");
+    EXPECT_EQ(EnsureConformanceAutomationActive(*context_).error,
+              "Failed to activate conformance automation for /user/head. Error code: -7");
+}
+
+TEST_F(Activation, OfTwoFirstCallsAtOnceDoesNoHarm) {
+    std::thread other([&] { EXPECT_TRUE(EnsureConformanceAutomationActive(*context_).ok); });
+    EXPECT_TRUE(EnsureConformanceAutomationActive(*context_).ok);
+    other.join();
+    EXPECT_TRUE(context_->conformance_automation_active);
+}
+
+TEST_F(Activation, QueriesTellWhyADeviceHasNoPose) {
+    struct Case {
+        const char* name;
+        XrResult result;
+        XrSpaceLocationFlags flags;
+        const char* line;
+    };
+    const Case cases[] = {
+        {"refused", XR_ERROR_TIME_INVALID, 0xF,
+         "WARNING Cannot query head pose: xrLocateSpace failed with error code -30"},
+        {"position only", XR_SUCCESS, XR_SPACE_LOCATION_POSITION_VALID_BIT,
+         "WARNING Cannot query head pose: invalid location flags (position_valid=1, orientation_valid=0)"},
+        {"orientation only", XR_SUCCESS, XR_SPACE_LOCATION_ORIENTATION_VALID_BIT,
+         "WARNING Cannot query head pose: invalid location flags (position_valid=0, orientation_valid=1)"},
+    };
+    for (const Case& row : cases) {
+        SCOPED_TRACE(row.name);
+        runtime_.place("VIEW", kHead, row.flags);
+        if (XR_FAILED(row.result)) runtime_.answer_once("xrLocateSpace", row.result);
+        XrPosef pose = kIdentityPose;
+        EXPECT_FALSE(QueryDevicePose(context_->viewSpace, context_->stageSpace, kFrameTime, "head", pose));
+        EXPECT_EQ(pose.position.y, 0.0f);
+        EXPECT_THAT(log_.take(), ElementsAre(row.line));
+    }
+    XrPosef pose;
+    EXPECT_FALSE(QueryDevicePose(XR_NULL_HANDLE, context_->stageSpace, kFrameTime, "head", pose));
+    EXPECT_THAT(log_.take(), ElementsAre("WARNING Cannot query head pose: space handle is null"));
+}
+
+class Mirror : public SimulationTest {
+ protected:
+    XrVector3f Mirrored(int hand, int kind) {
+        const SimulatedPoseSlot slot = context_->GetSimulatedControllerPose(hand, kind);
+        EXPECT_TRUE(slot.valid);
+        return slot.pose.position;
+    }
+};
+
+constexpr char kRightAim[] = "/user/hand/right/input/aim/pose";
+
+TEST_F(Mirror, KeepsWhatTheAgentSetEvenIfTheRuntimeRefusesIt) {
+    runtime_.answer("xrSetInputDeviceLocationEXT", XR_ERROR_PATH_UNSUPPORTED);
+    const OperationResult refused = SetDeviceLocation("/user/hand/right", kRightAim, context_->stageSpace, kRight);
+    EXPECT_EQ(refused.error, "xrSetInputDeviceLocationEXT failed for /user/hand/right with error code: -22");
+    EXPECT_EQ(Mirrored(kRightHand, kAimKind).x, 0.25f);
+    EXPECT_THAT(runtime_.calls("xrLocateSpace"), IsEmpty()) << "a STAGE pose is kept as it came";
+    EXPECT_FALSE(context_->GetSimulatedControllerPose(kRightHand, kGripKind).valid);
+    EXPECT_FALSE(context_->GetSimulatedControllerPose(kLeftHand, kAimKind).valid);
+}
+
+TEST_F(Mirror, IsInStageSpaceWhereThatCanBeTold) {
+    // LOCAL stands a quarter turn to the left at (1, 0, 0) of STAGE: its -z points along -x.
+    runtime_.place("LOCAL", {{0, 0.70710678f, 0, 0.70710678f}, {1, 0, 0}});
+    SetDeviceLocation("/user/hand/right", kRightAim, context_->localSpace, {{0, 0, 0, 1}, {0, 1, -2}});
+    EXPECT_NEAR(Mirrored(kRightHand, kAimKind).x, -1.0f, 1e-6f);
+    EXPECT_NEAR(Mirrored(kRightHand, kAimKind).y, 1.0f, 1e-6f);
+    EXPECT_NEAR(Mirrored(kRightHand, kAimKind).z, 0.0f, 1e-6f);
+    log_.take();
+    runtime_.place("LOCAL", kIdentityPose, XR_SPACE_LOCATION_POSITION_VALID_BIT);
+    SetDeviceLocation("/user/hand/right", kRightAim, context_->localSpace, kRight);
+    EXPECT_EQ(Mirrored(kRightHand, kAimKind).x, 0.25f);
+    EXPECT_EQ(log_.take().front(),
+              "WARNING RecordSimulatedControllerPose: could not transform pose to STAGE space; storing as-is");
+}
+
+}  // namespace
+}  // namespace orvanic_xr

@@ -1,0 +1,188 @@
+#include <chrono>
+#include <string>
+#include <thread>
+
+#include "layer/dispatch/dispatch.h"
+#include "tests/tools/simulation/simulation_fixture.h"
+
+namespace orvanic_xr {
+namespace {
+
+using mcp::json;
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class ControllerInputTool : public SimulationTest {
+ protected:
+    std::string Set(const json& arguments) { return Call(make_openxr_set_controller_input_tool_entry, arguments); }
+
+    bool WaitFor(const std::string& line) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (std::chrono::steady_clock::now() < deadline) {
+            for (const std::string& seen : log_.lines()) {
+                if (seen == line) return true;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return false;
+    }
+};
+
+TEST_F(ControllerInputTool, RefusesInTheOrderOfItsChecks) {
+    ContextManager::instance().updateSessionState({});  // every refusal but the last comes before the session
+    struct Case {
+        json arguments;
+        const char* answer;
+    };
+    const Case cases[] = {
+        {json::array(), "Missing or invalid 'hand' parameter. Must be 'left' or 'right'."},
+        {{{"hand", "both"}}, "Invalid 'hand' parameter. Must be 'left' or 'right', got 'both'."},
+        {{{"hand", "left"}, {"component", 1}}, "Missing or invalid 'component' parameter. Must be a string."},
+        {{{"hand", "right"}, {"component", "Y"}},
+         "Component 'Y' is not valid for right controller. Valid components: 'A', 'B', 'System', 'Thumbstick', "
+         "'ThumbstickClick', 'Trigger', 'Grip'."},
+        {{{"hand", "left"}, {"component", "trigger"}},
+         "Component 'trigger' is not valid for left controller. Valid components: 'X', 'Y', 'Menu', 'Thumbstick', "
+         "'ThumbstickClick', 'Trigger', 'Grip'."},
+        {{{"hand", "left"}, {"component", "Trigger"}, {"sub_component", "X"}},
+         "'sub_component' is only valid for 'Thumbstick' component."},
+        {{{"hand", "left"}, {"component", "Thumbstick"}, {"sub_component", "x"}},
+         "'sub_component' must be 'X' or 'Y' for Thumbstick, got 'x'."},
+        {{{"hand", "left"}, {"component", "Thumbstick"}, {"sub_component", 1}},
+         "'sub_component' is required for 'Thumbstick'. Must be 'X' or 'Y'."},
+        {{{"hand", "left"}, {"component", "X"}, {"value", "1"}},
+         "Missing or invalid 'value' parameter. Must be a number."},
+        {{{"hand", "left"}, {"component", "X"}, {"value", 0.5}},
+         "Button value must be 0 (released) or 1 (pressed), got 0.500000"},
+        {{{"hand", "left"}, {"component", "Trigger"}, {"value", 1.01}},
+         "Trigger value must be between 0.0 and 1.0, got 1.010000"},
+        {{{"hand", "left"}, {"component", "Grip"}, {"value", -1}},
+         "Grip value must be between 0.0 and 1.0, got -1.000000"},
+        {{{"hand", "left"}, {"component", "Thumbstick"}, {"sub_component", "Y"}, {"value", -1.5}},
+         "Thumbstick value must be between -1.0 and 1.0, got -1.500000"},
+        {{{"hand", "left"}, {"component", "X"}, {"value", 1}}, "Error: No valid XR session is currently active."},
+    };
+    for (const Case& row : cases) {
+        SCOPED_TRACE(row.answer);
+        EXPECT_EQ(Set(row.arguments), std::string("Error: ") + row.answer);
+        EXPECT_EQ(log_.take().back(), std::string("ERROR openxr_set_controller_input: ") + row.answer);
+    }
+}
+
+TEST_F(ControllerInputTool, SetsTheStateOfEachComponent) {
+    Activate();
+    struct Case {
+        const char* hand;
+        const char* component;
+        const char* axis;
+        double value;
+        const char* call;
+    };
+    const Case cases[] = {
+        {"left", "X", nullptr, 1, "Bool(session1, /user/hand/left, /user/hand/left/input/x/click, 1)"},
+        {"left", "Y", nullptr, 0, "Bool(session1, /user/hand/left, /user/hand/left/input/y/click, 0)"},
+        {"left", "Menu", nullptr, 1, "Bool(session1, /user/hand/left, /user/hand/left/input/menu/click, 1)"},
+        {"right", "A", nullptr, 1, "Bool(session1, /user/hand/right, /user/hand/right/input/a/click, 1)"},
+        {"right", "B", nullptr, 1, "Bool(session1, /user/hand/right, /user/hand/right/input/b/click, 1)"},
+        {"right", "System", nullptr, 1, "Bool(session1, /user/hand/right, /user/hand/right/input/system/click, 1)"},
+        {"right", "ThumbstickClick", nullptr, 1,
+         "Bool(session1, /user/hand/right, /user/hand/right/input/thumbstick/click, 1)"},
+        {"left", "Thumbstick", "X", -1, "Float(session1, /user/hand/left, /user/hand/left/input/thumbstick/x, -1)"},
+        {"left", "Thumbstick", "Y", 0.5, "Float(session1, /user/hand/left, /user/hand/left/input/thumbstick/y, 0.5)"},
+        {"right", "Trigger", nullptr, 1, "Float(session1, /user/hand/right, /user/hand/right/input/trigger/value, 1)"},
+        {"right", "Grip", nullptr, 0.25,
+         "Float(session1, /user/hand/right, /user/hand/right/input/squeeze/value, 0.25)"},
+    };
+    for (const Case& row : cases) {
+        SCOPED_TRACE(row.call);
+        json arguments = {{"hand", row.hand}, {"component", row.component}, {"value", row.value}};
+        if (row.axis) arguments["sub_component"] = row.axis;
+        arguments["auto_release"] = "true";  // no boolean: nothing is released
+        EXPECT_EQ(Set(arguments), "{\n  \"success\": true,\n  \"auto_release\": false\n}");
+        const std::string call = row.call;
+        const std::string function =
+            call.starts_with("Bool") ? "xrSetInputDeviceStateBoolEXT" : "xrSetInputDeviceStateFloatEXT";
+        EXPECT_THAT(runtime_.calls(function), ElementsAre(function + call.substr(call.find('('))));
+        runtime_.take_calls();
+    }
+    runtime_.answer("xrSetInputDeviceStateBoolEXT", XR_ERROR_PATH_UNSUPPORTED);
+    EXPECT_EQ(Set({{"hand", "left"}, {"component", "X"}, {"value", 1}}),
+              "Error: xrSetInputDeviceStateBoolEXT failed with error code: -22");
+    runtime_.lack("xrSetInputDeviceStateFloatEXT");
+    EXPECT_EQ(Set({{"hand", "left"}, {"component", "Trigger"}, {"value", 1}}),
+              "Error: xrSetInputDeviceStateFloatEXT failed with error code: -7");
+}
+
+TEST_F(ControllerInputTool, ReleasesByItselfAfterTheHold) {
+    Activate();
+    EXPECT_EQ(Set({{"hand", "right"},
+                   {"component", "Trigger"},
+                   {"value", 1},
+                   {"auto_release", true},
+                   {"hold_duration", 0.001}}),
+              "{\n  \"success\": true,\n  \"auto_release\": true\n}");
+    ASSERT_TRUE(WaitFor("INFO Successfully set controller input: hand=right, component=Trigger, value=0.000000"));
+    EXPECT_THAT(runtime_.calls("xrSetInputDeviceStateFloatEXT"),
+                ElementsAre("xrSetInputDeviceStateFloatEXT(session1, /user/hand/right, "
+                            "/user/hand/right/input/trigger/value, 1)",
+                            "xrSetInputDeviceStateFloatEXT(session1, /user/hand/right, "
+                            "/user/hand/right/input/trigger/value, 0)"));
+    // Holds of any size start a thread and nothing else; these sleep until the end of the process.
+    for (const double hold : {1e308, 1e18, 9.3e9}) {
+        EXPECT_EQ(
+            Set({{"hand", "right"}, {"component", "A"}, {"value", 1}, {"auto_release", true}, {"hold_duration", hold}}),
+            "{\n  \"success\": true,\n  \"auto_release\": true\n}");
+    }
+}
+
+TEST_F(ControllerInputTool, LeavesASessionAloneThatEndedDuringTheHold) {
+    Activate();
+    Set({{"hand", "left"}, {"component", "X"}, {"value", 1}, {"auto_release", true}, {"hold_duration", 0.02}});
+    ContextManager::instance().removeSessionContext(session_);
+    runtime_.take_calls();
+    EXPECT_TRUE(WaitFor("ERROR openxr_set_controller_input auto-release skipped: session no longer valid"));
+    EXPECT_THAT(runtime_.take_calls(), IsEmpty());
+}
+
+TEST_F(ControllerInputTool, LeavesARuntimeAloneThatIsGone) {
+    Activate();
+    Set({{"hand", "left"}, {"component", "X"}, {"value", 1}, {"auto_release", true}, {"hold_duration", 0.02}});
+    DispatchHolder::instance().CloseRuntime(runtime_.instance());
+    runtime_.take_calls();
+    EXPECT_TRUE(WaitFor("ERROR openxr_set_controller_input auto-release skipped: session no longer valid"));
+    EXPECT_THAT(runtime_.take_calls(), IsEmpty());
+    DispatchHolder::instance().OpenRuntime();
+}
+
+class InteractionProfileTool : public SimulationTest {
+ protected:
+    std::string Get(const json& arguments) {
+        return Call(make_openxr_get_active_interaction_profile_tool_entry, arguments);
+    }
+};
+
+TEST_F(InteractionProfileTool, TellsOneEntryAHand) {
+    const XrPath profile = runtime_.path("/interaction_profiles/kest/pronto_controller_plus");
+    const XrPath left = runtime_.path("/user/hand/left");
+    runtime_.on("xrGetCurrentInteractionProfile",
+                [profile, left](XrSession, XrPath hand, XrInteractionProfileState* state) {
+                    state->interactionProfile = hand == left ? profile : XR_NULL_PATH;
+                    return XR_SUCCESS;
+                });
+    EXPECT_EQ(Get({{"hand", 5}}),
+              "{\n  \"left\": {\n    \"profile\": \"/interaction_profiles/kest/pronto_controller_plus\"\n  },\n"
+              "  \"right\": {\n    \"profile\": null,\n    \"note\": \"No interaction profile currently bound "
+              "(controller may be offline, or the runtime has not yet selected one).\"\n  }\n}");
+    runtime_.answer("xrGetCurrentInteractionProfile", XR_ERROR_ACTIONSET_NOT_ATTACHED);
+    EXPECT_EQ(Get({{"hand", "right"}}),
+              "{\n  \"right\": {\n    \"error\": \"xrGetCurrentInteractionProfile failed for /user/hand/right "
+              "(-46)\"\n  }\n}");
+    runtime_.lack("xrPathToString");
+    EXPECT_EQ(Get({{"hand", "left"}}),
+              "{\n  \"left\": {\n    \"error\": \"Runtime does not expose xrGetCurrentInteractionProfile\"\n  }\n}");
+    EXPECT_EQ(Get({{"hand", "Left"}}),
+              "Error: Invalid 'hand' parameter. Must be 'left', 'right', or 'both', got 'Left'.");
+}
+
+}  // namespace
+}  // namespace orvanic_xr

@@ -1,0 +1,147 @@
+#include "tests/tools/simulation/simulation_fixture.h"
+
+namespace orvanic_xr {
+namespace {
+
+using mcp::json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr char kSucceeded[] = "{\n  \"success\": true\n}";
+
+class ControllerPoseTools : public SimulationTest {
+ protected:
+    std::string Get(const json& arguments) { return Call(make_openxr_get_controller_pose_tool_entry, arguments); }
+    std::string Set(const json& arguments) { return Call(make_openxr_set_controller_pose_tool_entry, arguments); }
+};
+
+TEST_F(ControllerPoseTools, RefuseBadArgumentsBeforeTheSession) {
+    ContextManager::instance().updateSessionState({});
+    struct Case {
+        json arguments;
+        const char* answer;
+    };
+    const Case cases[] = {
+        {json::array(), "Error: Missing or invalid 'hand' parameter. Must be 'left' or 'right'."},
+        {{{"hand", 1}}, "Error: Missing or invalid 'hand' parameter. Must be 'left' or 'right'."},
+        {{{"hand", "LEFT"}}, "Error: Invalid 'hand' parameter. Must be 'left' or 'right', got 'LEFT'."},
+        {{{"hand", "left"}, {"pose_type", "palm"}},
+         "Error: Invalid 'pose_type' parameter. Must be 'aim' or 'grip', got 'palm'."},
+    };
+    for (const Case& row : cases) {
+        SCOPED_TRACE(row.answer);
+        EXPECT_EQ(Get(row.arguments), row.answer);
+        EXPECT_EQ(Set(row.arguments), row.answer);
+    }
+    EXPECT_EQ(Set({{"hand", "left"}, {"position", {1, 2, 3, 4}}}),
+              "Error: At least one of 'position' or 'orientation' must be provided.");
+    EXPECT_EQ(Get({{"hand", "left"}, {"pose_type", 5}}), "Error: No valid XR session is currently active.");
+    EXPECT_EQ(Set({{"hand", "left"}, {"position", {1, 2, 3}}}),
+              "Error: Error: No valid XR session is currently active.");
+}
+
+TEST_F(ControllerPoseTools, ReadTheRuntimeWhileTheUserHoldsTheController) {
+    runtime_.place("space(orvanic_xr_left_hand_aim_pose)", {{0, 0, 0, 1}, {-0.5f, 1, 0}}, 0x3);
+    const std::string answer = Get({{"hand", "left"}, {"pose_type", "aim"}, {"base_space", "local"}});
+    EXPECT_THAT(answer, HasSubstr("\"position\": [\n      -0.5,\n      1.0,\n      0.0\n    ]"));
+    EXPECT_THAT(answer, HasSubstr("\"position_tracked\": false"));
+    EXPECT_THAT(answer, HasSubstr("\"simulated\": false"));
+    EXPECT_THAT(runtime_.take_calls(),
+                ElementsAre("xrGetActionStatePose(session1, orvanic_xr_left_hand_aim_pose)",
+                            "xrLocateSpace(space(orvanic_xr_left_hand_aim_pose), LOCAL, 1000000000)"));
+    // A number from the runtime, a boolean from the mirror.
+    for (const XrBool32 active : {XR_FALSE, XR_TRUE}) {
+        runtime_.on("xrGetActionStatePose", [active](XrSession, const XrActionStateGetInfo*, XrActionStatePose* state) {
+            state->isActive = active;
+            return XR_SUCCESS;
+        });
+        EXPECT_THAT(Get({{"hand", "left"}}), HasSubstr(active ? "\"is_active\": 1" : "\"is_active\": 0"));
+    }
+    runtime_.answer("xrGetActionStatePose", XR_ERROR_ACTIONSET_NOT_ATTACHED);
+    EXPECT_EQ(Get({{"hand", "right"}}), "Error: xrGetActionStatePose failed (error code: -46).");
+}
+
+TEST_F(ControllerPoseTools, ReadTheMirrorOnceSimulated) {
+    Activate();
+    context_->SetSimulatedControllerPose(kRightHand, kGripKind, {{0, 0, 0, 1}, {1, 2, 3}});
+    EXPECT_EQ(Get({{"hand", "right"}, {"base_space", "stage"}}),
+              "{\n  \"pose\": {\n    \"position\": [\n      1.0,\n      2.0,\n      3.0\n    ],\n"
+              "    \"orientation\": [\n      0.0,\n      0.0,\n      0.0,\n      1.0\n    ]\n  },\n"
+              "  \"flags\": {\n    \"position_valid\": true,\n    \"orientation_valid\": true,\n"
+              "    \"position_tracked\": true,\n    \"orientation_tracked\": true\n  },\n"
+              "  \"is_active\": true,\n  \"simulated\": true\n}");
+    EXPECT_THAT(runtime_.take_calls(), IsEmpty()) << "STAGE is the mirror's own space";
+    runtime_.place("STAGE", {{0, 0, 0, 1}, {0, 10, 0}});
+    EXPECT_THAT(Get({{"hand", "right"}, {"base_space", "local"}}), HasSubstr("1.0,\n      12.0,\n      3.0"));
+    runtime_.place("STAGE", {{0, 0, 0, 1}, {0, 10, 0}}, 0x1);
+    EXPECT_THAT(Get({{"hand", "right"}, {"base_space", "local"}}), HasSubstr("1.0,\n      2.0,\n      3.0"));
+    EXPECT_EQ(log_.lines("WARNING").back(),
+              "WARNING openxr_get_controller_pose: could not transform simulated pose to base space; reporting "
+              "STAGE-space pose");
+    EXPECT_THAT(Get({{"hand", "left"}}), HasSubstr("\"simulated\": false")) << "never written: the runtime answers";
+}
+
+TEST_F(ControllerPoseTools, MoveOneInputAtOnce) {
+    Activate();
+    runtime_.place("space(orvanic_xr_right_hand_aim_pose)", {{0, 0.6f, 0, 0.8f}, {1, 1, 1}});
+    EXPECT_EQ(Set({{"hand", "right"}, {"pose_type", "aim"}, {"position", {0, 1, -1}}, {"base_space", "stage"}}),
+              kSucceeded);
+    EXPECT_EQ(Set({{"hand", "left"}, {"position", {0, 1, -1}}, {"orientation", {0, 0, 0, 1}}, {"base_space", "local"}}),
+              kSucceeded);
+    EXPECT_THAT(runtime_.calls("xrSetInputDeviceLocationEXT"),
+                ElementsAre("xrSetInputDeviceLocationEXT(session1, /user/hand/right, "
+                            "/user/hand/right/input/aim/pose, STAGE, [0 1 -1 | 0 0.6 0 0.8])",
+                            "xrSetInputDeviceLocationEXT(session1, /user/hand/left, /user/hand/left/input/grip/pose, "
+                            "LOCAL, [0 1 -1 | 0 0 0 1])"));
+    EXPECT_FALSE(context_->GetSimulatedControllerPose(kRightHand, kGripKind).valid);
+    runtime_.answer("xrSetInputDeviceLocationEXT", XR_ERROR_PATH_UNSUPPORTED);
+    EXPECT_EQ(Set({{"hand", "left"}, {"position", {0, 1, -1}}}), "Error: Failed to set left controller grip pose.");
+}
+
+TEST_F(ControllerPoseTools, RefuseToWalkFromAnUnknownPlace) {
+    Activate();
+    runtime_.place("space(orvanic_xr_left_hand_grip_pose)", kIdentityPose, 0);
+    EXPECT_EQ(Set({{"hand", "left"}, {"position", {0, 1, -1}}, {"duration_seconds", 1}}),
+              "Error: Cannot query current left controller pose for animation start.");
+    // At once it goes, with identity for what was not given.
+    EXPECT_EQ(Set({{"hand", "left"}, {"position", {0, 1, -1}}, {"duration_seconds", "1"}}), kSucceeded);
+    EXPECT_THAT(runtime_.calls("xrSetInputDeviceLocationEXT"),
+                ElementsAre(HasSubstr("LOCAL_FLOOR, [0 1 -1 | 0 0 0 1])")));
+}
+
+TEST_F(ControllerPoseTools, WalkUnderAKeyOfTheirOwn) {
+    Activate();
+    auto walk = std::async(std::launch::async, [&] {
+        return Set({{"hand", "left"}, {"pose_type", "aim"}, {"position", {0, 1, -1}}, {"duration_seconds", 1e9}});
+    });
+    const auto started = [&] {
+        for (const std::string& line : log_.lines()) {
+            if (line.find("Started animation for /user/hand/left/aim (duration=1000000000.000000s)") !=
+                std::string::npos) {
+                return true;
+            }
+        }
+        return false;
+    };
+    while (!started()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    PoseAnimationManager::instance().CancelAll();
+    EXPECT_EQ(walk.get(),
+              "{\n  \"success\": true,\n  \"note\": \"Animation was superseded by a newer set_controller_pose "
+              "call.\"\n}");
+}
+
+TEST_F(ControllerPoseTools, TellWhichActionOrSpaceIsMissing) {
+    runtime_.answer_call("xrCreateAction", 1, XR_ERROR_NAME_DUPLICATED);       // left grip
+    runtime_.answer_call("xrCreateActionSpace", 3, XR_ERROR_RUNTIME_FAILURE);  // right aim, as left grip makes none
+    BeginSession();
+    context_->RecordFrameTime(kFrameTime);
+    EXPECT_EQ(Get({{"hand", "left"}}), "Error: grip pose action is not available for left controller.");
+    EXPECT_EQ(Get({{"hand", "right"}, {"pose_type", "aim"}}),
+              "Error: aim pose action space is not available for right controller.");
+    EXPECT_EQ(Set({{"hand", "left"}, {"position", {0, 0, 0}}}),
+              "Error: grip pose action space is not available for left controller.");
+}
+
+}  // namespace
+}  // namespace orvanic_xr

@@ -1,0 +1,175 @@
+#include <chrono>
+#include <thread>
+
+#include "diagnostics/clock.h"
+#include "layer/dispatch/handles.h"
+#include "tests/tools/simulation/simulation_fixture.h"
+
+namespace orvanic_xr {
+namespace {
+
+using mcp::json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr char kSucceeded[] = "{\n  \"success\": true\n}";
+
+class HeadPoseTools : public SimulationTest {
+ protected:
+    std::string Get(const json& arguments) { return Call(make_openxr_get_head_pose_tool_entry, arguments); }
+    std::string Set(const json& arguments) { return Call(make_openxr_set_head_pose_tool_entry, arguments); }
+};
+
+TEST_F(HeadPoseTools, TellThePoseAndItsFlags) {
+    runtime_.place("VIEW", {{0, 0.5f, 0, 0.8660254f}, {1, 1.70006f, -0.00001f}}, 0x3);
+    EXPECT_EQ(Get(json::array()),
+              "{\n  \"pose\": {\n    \"position\": [\n      1.0,\n      1.7001,\n      0.0\n    ],\n"
+              "    \"orientation\": [\n      0.0,\n      0.5,\n      0.0,\n      0.866\n    ]\n  },\n"
+              "  \"flags\": {\n    \"position_valid\": true,\n    \"orientation_valid\": true,\n"
+              "    \"position_tracked\": false,\n    \"orientation_tracked\": false\n  }\n}");
+    EXPECT_THAT(runtime_.take_calls(), ElementsAre("xrLocateSpace(VIEW, LOCAL_FLOOR, 1000000000)"));
+}
+
+TEST_F(HeadPoseTools, RefuseToReadWhatIsNotThere) {
+    EXPECT_EQ(Get({{"base_space", "Stage"}}),
+              "Error: Invalid or unavailable base_space 'Stage'. Valid options: 'local', 'stage', 'local_floor', "
+              "'view'.");
+    runtime_.answer_once("xrLocateSpace", XR_ERROR_TIME_INVALID);
+    EXPECT_EQ(Get({{"base_space", 5}}), "Error: xrLocateSpace failed (error code: -30).");
+    context_->ConsumeFrameTime();
+    EXPECT_EQ(Get({}), "Error: No frame timing data available. No frames have been rendered yet.");
+    EXPECT_EQ(Get({{"session_handle", 0}}), "Error: Provided session handle is null.");
+    EXPECT_THAT(Get({{"session_handle", 1e300}}), HasSubstr("STALE SESSION HANDLE ERROR"));
+    ContextManager::instance().removeSessionContext(session_);
+    EXPECT_EQ(Get({}), "Error: SessionContext is not valid.");
+    ContextManager::instance().updateSessionState({});
+    EXPECT_EQ(Get({}), "Error: No valid XR session is currently active.");
+}
+
+TEST_F(HeadPoseTools, MoveTheHeadAndCarryTheControllersAlong) {
+    Activate();
+    // The head turns a quarter to the left and goes one metre to the right; what was in front of it is now where
+    // the new head looks, which is along -x.
+    runtime_.place("VIEW", {{0, 0, 0, 1}, {0, 1.5f, 0}});
+    runtime_.place("space(orvanic_xr_left_hand_aim_pose)", {{0, 0, 0, 1}, {0, 1.5f, -2}});
+    runtime_.place("space(orvanic_xr_right_hand_aim_pose)", kIdentityPose, 0);
+    EXPECT_EQ(Set({{"position", {1, 1.5, 0}}, {"orientation", {0, 1, 0, 1}}, {"base_space", "stage"}}), kSucceeded);
+    // The quaternion is taken as it comes, twice as long as a unit one: nothing is normalised on the way.
+    EXPECT_THAT(runtime_.calls("xrSetInputDeviceLocationEXT"),
+                ElementsAre("xrSetInputDeviceLocationEXT(session1, /user/head, /user/head/input/view_kest/pose, STAGE, "
+                            "[1 1.5 0 | 0 1 0 1])",
+                            "xrSetInputDeviceLocationEXT(session1, /user/hand/left, /user/hand/left/input/aim/pose, "
+                            "STAGE, [-3 1.5 0 | 0 1 0 1])"));
+    EXPECT_FALSE(context_->GetSimulatedControllerPose(kLeftHand, kGripKind).valid) << "the grip stays behind";
+}
+
+TEST_F(HeadPoseTools, KeepWhatWasNotGiven) {
+    Activate();
+    runtime_.place("VIEW", {{0, 0.6f, 0, 0.8f}, {3, 1.5f, 4}});
+    Set({{"position", {0, 2, 0}}, {"orientation", {1, 2, 3}}, {"base_space", "stage"}});
+    EXPECT_EQ(runtime_.calls("xrSetInputDeviceLocationEXT").front(),
+              "xrSetInputDeviceLocationEXT(session1, /user/head, /user/head/input/view_kest/pose, STAGE, "
+              "[0 2 0 | 0 0.6 0 0.8])");
+    runtime_.take_calls();
+    // With no pose known the rest is identity, the move is at once whatever the duration, and the hands stay.
+    runtime_.place("VIEW", kIdentityPose, 0);
+    EXPECT_EQ(Set({{"position", {0, 2, 0}}, {"duration_seconds", 9}, {"base_space", "stage"}}), kSucceeded);
+    EXPECT_THAT(runtime_.calls("xrSetInputDeviceLocationEXT"),
+                ElementsAre("xrSetInputDeviceLocationEXT(session1, /user/head, /user/head/input/view_kest/pose, STAGE, "
+                            "[0 2 0 | 0 0 0 1])"));
+    EXPECT_EQ(log_.lines("WARNING").back(),
+              "WARNING openxr_set_head_pose: Could not query old head pose, controllers will not be moved with the "
+              "head");
+}
+
+TEST_F(HeadPoseTools, RefuseToMoveInTheOrderOfTheirChecks) {
+    const json position = json::array({0, 1, 0});
+    EXPECT_EQ(Set({{"position", {1, 2}}}), "Error: At least one of 'position' or 'orientation' must be provided.");
+    EXPECT_EQ(Set({{"position", position}, {"session_handle", 0}}), "Error: Error: Provided session handle is null.");
+    runtime_.answer("xrSetInputDeviceActiveEXT", XR_ERROR_FEATURE_UNSUPPORTED);
+    EXPECT_EQ(Set({{"position", position}, {"base_space", "no"}}),
+              "Error: Failed to activate conformance automation for /user/head. Error code: -8");
+    runtime_.behave("xrSetInputDeviceActiveEXT");
+    EXPECT_EQ(Set({{"position", position}, {"base_space", "no"}}),
+              "Error: Invalid or unavailable base_space 'no'. Valid options: 'local', 'stage', 'local_floor', 'view'.");
+    EXPECT_TRUE(context_->conformance_automation_active) << "activation comes before the look at the space";
+    EXPECT_THROW(Set({{"position", {0, "1", 0}}}), json::type_error);
+    runtime_.answer("xrSetInputDeviceLocationEXT", XR_ERROR_PATH_UNSUPPORTED);
+    EXPECT_EQ(Set({{"position", position}}), "Error: Failed to set head pose.");
+    EXPECT_EQ(log_.lines("ERROR").back(), "ERROR openxr_set_head_pose: Failed to set head pose.");
+}
+
+// Drives frames while a tool waits for its animation.
+class FrameThread {
+ public:
+    FrameThread()
+        : thread_([this] {
+              while (!stop_) {
+                  PoseAnimationManager::instance().Tick();
+                  std::this_thread::sleep_for(std::chrono::milliseconds(1));
+              }
+          }) {}
+    ~FrameThread() {
+        stop_ = true;
+        thread_.join();
+    }
+
+ private:
+    std::atomic<bool> stop_ = false;
+    std::thread thread_;
+};
+
+TEST_F(HeadPoseTools, WalkSmoothlyAndReportTheEnd) {
+    Activate();
+    runtime_.place("VIEW", {{0, 0, 0, 1}, {0, 1.5f, 0}});
+    FrameThread frames;
+    EXPECT_EQ(Set({{"position", {2, 1.5, 0}}, {"duration_seconds", 0.05}, {"base_space", "stage"}}), kSucceeded);
+    const auto moves = runtime_.calls("xrSetInputDeviceLocationEXT");
+    ASSERT_GE(moves.size(), 3u);
+    EXPECT_EQ(moves.at(moves.size() - 3),
+              "xrSetInputDeviceLocationEXT(session1, /user/head, /user/head/input/view_kest/pose, STAGE, "
+              "[2 1.5 0 | 0 0 0 1])");
+}
+
+TEST_F(HeadPoseTools, SayWhenAWalkIsSupersededOrFails) {
+    Activate();
+    // 1e308 seconds: the wait ends with the animation, not with the clock.
+    auto superseded = std::async(std::launch::async, [&] {
+        return Set({{"position", {2, 1.5, 0}}, {"duration_seconds", 1e308}, {"base_space", "stage"}});
+    });
+    while (log_.lines().empty() || log_.lines().back().find("Started animation") == std::string::npos) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    PoseAnimationManager::instance().CancelAll();
+    EXPECT_EQ(superseded.get(),
+              "{\n  \"success\": true,\n  \"note\": \"Animation was superseded by a newer set_head_pose call.\"\n}");
+    runtime_.answer("xrSetInputDeviceLocationEXT", XR_ERROR_RUNTIME_FAILURE);
+    FrameThread frames;
+    EXPECT_EQ(Set({{"position", {2, 1.5, 0}}, {"duration_seconds", 60}}),
+              "Error: Animation failed while transitioning head pose.");
+}
+
+TEST_F(HeadPoseTools, DeclareThemselvesToTheLetter) {
+    const ToolEntry set = make_openxr_set_head_pose_tool_entry();
+    EXPECT_TRUE(set.predicate());
+    EXPECT_EQ(
+        mcp::dump_json(set.tool.input_schema),
+        R"({"properties":{"session_handle":{"type":"number","description":"The XR session handle. Optional — if )"
+        R"(not provided, uses the current active session."},"position":{"type":"array","description":"Position )"
+        R"([x, y, z] in meters relative to the base_space.","items":{"type":"number"},"minItems":3,"maxItems":3},)"
+        R"("orientation":{"type":"array","description":"Orientation as unit quaternion [x, y, z, w] relative to )"
+        R"(the base_space.","items":{"type":"number"},"minItems":4,"maxItems":4},"base_space":{"type":"string",)"
+        R"("description":"Reference space the pose is expressed in. Valid: 'local', 'stage', 'local_floor', )"
+        R"('view'. Default: 'local_floor'"},"duration_seconds":{"type":"number","description":"Optional duration )"
+        R"(in seconds for smooth movement. Position interpolates linearly; orientation via normalized quaternion )"
+        R"(lerp. Default: 0 (instant)."}},"type":"object","additionalProperties":false})");
+    InstanceState bare;
+    ContextManager::instance().setInstanceState(bare);
+    EXPECT_FALSE(set.predicate());
+    EXPECT_THAT(mcp::dump_json(make_openxr_get_head_pose_tool_entry().tool.input_schema),
+                HasSubstr("Default: 'local'\""));
+}
+
+}  // namespace
+}  // namespace orvanic_xr

@@ -1,0 +1,227 @@
+#include "tools/simulation/pose_animation_manager.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <future>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "diagnostics/clock.h"
+#include "tests/fakes/log_capture.h"
+
+namespace orvanic_xr {
+namespace {
+
+using testing::ElementsAre;
+using testing::FloatEq;
+using testing::FloatNear;
+
+constexpr XrPosef kStart = {{0, 0, 0, 1}, {0, 0, 0}};
+constexpr XrPosef kEnd = {{0, 0, 0, 1}, {2, 0, -4}};
+
+class PoseAnimations : public testing::Test {
+ protected:
+    std::future<AnimationResult> Start(const std::string& name, float duration, std::vector<float>& seen,
+                                       bool succeeds = true) {
+        ActiveAnimation animation;
+        animation.name = name;
+        animation.start_pose = kStart;
+        animation.end_pose = kEnd;
+        animation.duration_seconds = duration;
+        animation.apply = [&seen, succeeds](const XrPosef& pose) {
+            seen.push_back(pose.position.x);
+            return succeeds;
+        };
+        return manager_.StartAnimation(std::move(animation));
+    }
+
+    static bool Ready(const std::future<AnimationResult>& outcome) {
+        return outcome.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+    }
+
+    FakeClock clock_{0, 5'000'000'000};
+    LogCapture log_;
+    PoseAnimationManager manager_;
+};
+
+TEST_F(PoseAnimations, StepWithTheClockAndEndOnTheEndPose) {
+    std::vector<float> seen;
+    auto outcome = Start("/user/head", 2.0f, seen);
+    manager_.Tick();
+    clock_.Advance(500'000'000);
+    manager_.Tick();
+    EXPECT_FALSE(Ready(outcome));
+    clock_.Advance(9'000'000'000);  // far past the end: the end pose, once
+    manager_.Tick();
+    manager_.Tick();
+    EXPECT_THAT(seen, ElementsAre(FloatEq(0.0f), FloatEq(0.5f), FloatEq(2.0f)));
+    ASSERT_TRUE(Ready(outcome));
+    EXPECT_EQ(outcome.get(), AnimationCompleted);
+    EXPECT_THAT(log_.take(),
+                ElementsAre("INFO PoseAnimationManager: Started animation for /user/head (duration=2.000000s)",
+                            "INFO PoseAnimationManager: Animation completed for /user/head"));
+}
+
+TEST_F(PoseAnimations, WithoutDurationCompleteAtTheFirstTick) {
+    std::vector<float> seen;
+    auto outcome = Start("a", 0.0f, seen);
+    manager_.Tick();
+    EXPECT_THAT(seen, ElementsAre(2.0f));
+    EXPECT_EQ(outcome.get(), AnimationCompleted);
+}
+
+TEST_F(PoseAnimations, GiveWayToANewerOneOfTheSameNameOnly) {
+    std::vector<float> head, newer, hand;
+    auto first = Start("head", 1.0f, head);
+    auto other = Start("hand", 1.0f, hand);
+    log_.take();
+    auto second = Start("head", 1.0f, newer);
+    EXPECT_EQ(first.get(), AnimationSuperseded);
+    EXPECT_THAT(log_.take(), ElementsAre("INFO PoseAnimationManager: Cancelling existing animation for head",
+                                         "INFO PoseAnimationManager: Started animation for head (duration=1.000000s)"));
+    clock_.Advance(1'000'000'000);
+    manager_.Tick();
+    EXPECT_TRUE(head.empty());
+    EXPECT_EQ(second.get(), AnimationCompleted);
+    EXPECT_EQ(other.get(), AnimationCompleted);
+}
+
+TEST_F(PoseAnimations, EndWhenTheirPoseCannotBeApplied) {
+    std::vector<float> seen;
+    auto outcome = Start("head", 1.0f, seen, false);
+    manager_.Tick();
+    manager_.Tick();
+    EXPECT_EQ(seen.size(), 1u);
+    EXPECT_EQ(outcome.get(), AnimationFailed);
+    EXPECT_EQ(log_.take().back(), "ERROR PoseAnimationManager: Failed to apply pose for head");
+}
+
+TEST_F(PoseAnimations, StayForTheNextFrameWhenTheirPoseThrows) {
+    int calls = 0;
+    ActiveAnimation animation;
+    animation.name = "head";
+    animation.apply = [&](const XrPosef&) -> bool {
+        if (++calls == 1) throw std::runtime_error("busy");
+        return true;
+    };
+    auto outcome = manager_.StartAnimation(std::move(animation));
+    EXPECT_THROW(manager_.Tick(), std::runtime_error);
+    EXPECT_FALSE(Ready(outcome));
+    manager_.Tick();
+    EXPECT_EQ(outcome.get(), AnimationCompleted);
+}
+
+TEST_F(PoseAnimations, AllEndWhenCancelled) {
+    std::vector<float> seen;
+    auto head = Start("head", 1.0f, seen);
+    auto hand = Start("hand", 1.0f, seen);
+    log_.take();
+    manager_.CancelAll();
+    manager_.CancelAll();
+    manager_.Tick();
+    EXPECT_TRUE(seen.empty());
+    EXPECT_EQ(head.get(), AnimationSuperseded);
+    EXPECT_EQ(hand.get(), AnimationSuperseded);
+    EXPECT_THAT(log_.take(), ElementsAre("WARNING PoseAnimationManager: Cancelling 2 active animations"));
+}
+
+// The new animation takes the name while the old one, in its last step, is being applied: the tick then clears
+// the old one away and must leave the new one in its place.
+TEST_F(PoseAnimations, SurviveTheTickThatEndsTheirPredecessor) {
+    std::vector<float> seen;
+    std::future<AnimationResult> newer;
+    ActiveAnimation old;
+    old.name = "head";
+    old.apply = [&](const XrPosef&) {
+        newer = Start("head", 1.0f, seen);
+        return true;
+    };
+    auto outcome = manager_.StartAnimation(std::move(old));
+    manager_.Tick();
+    EXPECT_EQ(outcome.get(), AnimationSuperseded);
+    clock_.Advance(1'000'000'000);
+    manager_.Tick();
+    ASSERT_TRUE(Ready(newer));
+    EXPECT_EQ(newer.get(), AnimationCompleted);
+}
+
+TEST(PoseAnimationThreads, EveryStarterGetsOneResult) {
+    PoseAnimationManager manager;
+    std::atomic<bool> stop = false;
+    std::thread frames([&] {
+        while (!stop) manager.Tick();
+    });
+    std::vector<std::thread> starters;
+    std::atomic<int> results = 0;
+    for (int starter = 0; starter < 3; ++starter) {
+        starters.emplace_back([&, starter] {
+            for (int i = 0; i < 200; ++i) {
+                ActiveAnimation animation;
+                animation.name = i % 2 ? "shared" : "own" + std::to_string(starter);
+                animation.duration_seconds = 0.0001f;
+                animation.apply = [](const XrPosef&) { return true; };
+                auto outcome = manager.StartAnimation(std::move(animation));
+                if (i % 50 == 0) manager.CancelAll();
+                if (outcome.wait_for(std::chrono::seconds(10)) == std::future_status::ready) {
+                    outcome.get();
+                    ++results;
+                }
+            }
+        });
+    }
+    for (std::thread& starter : starters) starter.join();
+    stop = true;
+    frames.join();
+    EXPECT_EQ(results, 600);
+}
+
+struct InterpolationCase {
+    const char* name;
+    XrQuaternionf from, to;
+    float t;
+    XrQuaternionf expected;
+};
+
+TEST(InterpolatePose, TurnsAlongTheShorterArc) {
+    constexpr float kHalf = 0.70710678f;
+    const InterpolationCase cases[] = {
+        {"start", {0, 0, 0, 1}, {0, kHalf, 0, kHalf}, 0.0f, {0, 0, 0, 1}},
+        {"half of a quarter turn", {0, 0, 0, 1}, {0, kHalf, 0, kHalf}, 0.5f, {0, 0.38268343f, 0, 0.92387953f}},
+        {"end", {0, 0, 0, 1}, {0, kHalf, 0, kHalf}, 1.0f, {0, kHalf, 0, kHalf}},
+        {"beyond the end", {0, 0, 0, 1}, {0, kHalf, 0, kHalf}, 7.0f, {0, kHalf, 0, kHalf}},
+        {"before the start", {0, 0, 0, 1}, {0, kHalf, 0, kHalf}, -1.0f, {0, 0, 0, 1}},
+        {"negated end", {0, 0, 0, 1}, {0, 0, 0, -1}, 0.5f, {0, 0, 0, 1}},
+        {"negated end at the end", {0, 0, 0, 1}, {0, -kHalf, 0, -kHalf}, 1.0f, {0, kHalf, 0, kHalf}},
+        {"perpendicular counts as near", {0, 0, 0, 1}, {1, 0, 0, 0}, 1.0f, {1, 0, 0, 0}},
+        {"not of unit length", {0, 0, 0, 4}, {0, 0, 0, 2}, 0.25f, {0, 0, 0, 1}},
+        {"all zero", {0, 0, 0, 0}, {0, 0, 0, 0}, 0.5f, {0, 0, 0, 0}},
+    };
+    for (const InterpolationCase& row : cases) {
+        SCOPED_TRACE(row.name);
+        const XrQuaternionf q = InterpolatePose({row.from, {}}, {row.to, {}}, row.t).orientation;
+        EXPECT_THAT(q.x, FloatNear(row.expected.x, 1e-6f));
+        EXPECT_THAT(q.y, FloatNear(row.expected.y, 1e-6f));
+        EXPECT_THAT(q.z, FloatNear(row.expected.z, 1e-6f));
+        EXPECT_THAT(q.w, FloatNear(row.expected.w, 1e-6f));
+    }
+}
+
+TEST(AnimationDeadline, IsTheDurationAndFiveSecondsWithinTheClock) {
+    using std::chrono::milliseconds;
+    using Clock = std::chrono::steady_clock;
+    const auto before = Clock::now();
+    const auto deadline = AnimationDeadline(2.0f);
+    EXPECT_GE(deadline - before, milliseconds(7000));
+    EXPECT_LE(deadline - Clock::now(), milliseconds(7000));
+    for (const float endless : {1e12f, 3.4e38f, INFINITY})
+        EXPECT_EQ(AnimationDeadline(endless), Clock::time_point::max());
+}
+
+}  // namespace
+}  // namespace orvanic_xr
