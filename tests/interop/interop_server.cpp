@@ -1,0 +1,56 @@
+// A server with a tool for each kind of content, for clients that others wrote: prints its port, and serves
+// until its standard input ends.
+#include <unistd.h>
+
+#include <cstdio>
+#include <stdexcept>
+
+#include "mcp/server.h"
+
+namespace {
+
+mcp::tool Declare(const char* name, const char* description) {
+    mcp::tool tool;
+    tool.name = name;
+    tool.description = description;
+    tool.input_schema = {
+        {"properties", {{"message", {{"type", "string"}}}}}, {"type", "object"}, {"additionalProperties", false}};
+    return tool;
+}
+
+void RegisterTools(mcp::server& server) {
+    mcp::tool echo = Declare("echo", "Gives its message back.");
+    echo.title = "Echo";
+    echo.read_only_hint = true;
+    echo.destructive_hint = false;
+    echo.has_annotations = true;
+    server.register_tool(echo, [](const mcp::json& arguments, const std::string&) {
+        return mcp::json::array({{{"type", "text"}, {"text", arguments.value("message", "")}}});
+    });
+    server.register_tool(Declare("picture", "Gives a text and a picture."), [](const mcp::json&, const std::string&) {
+        return mcp::json::array({{{"type", "text"}, {"text", "one pixel"}},
+                                 {{"type", "image"}, {"data", "iVBORw0KGgo="}, {"mimeType", "image/png"}}});
+    });
+    server.register_tool(Declare("broken", "Throws."), [](const mcp::json&, const std::string&) -> mcp::json {
+        throw std::runtime_error("out of order");
+    });
+}
+
+}  // namespace
+
+int main() {
+    mcp::server_config config;
+    config.host = "0.0.0.0";
+    config.port = 0;
+    mcp::server server(config);
+    server.set_server_info("interop", "1.2.3");
+    server.set_capabilities({{"tools", mcp::json::object()}});
+    RegisterTools(server);
+    server.start(false);
+    if (!server.wait_until_listening(std::chrono::seconds(5))) return 1;
+    std::printf("port %d\n", server.port());
+    std::fflush(stdout);
+    char byte;
+    while (read(STDIN_FILENO, &byte, 1) > 0) {
+    }
+}
