@@ -1,0 +1,151 @@
+#include "tools/tool_entry.h"
+
+#include <gmock/gmock.h>
+
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "diagnostics/clock.h"
+#include "diagnostics/telemetry.h"
+
+namespace orvanic_xr {
+namespace {
+
+using testing::ElementsAre;
+
+TEST(ToolBuilder, WritesTheSchemaInWireOrder) {
+    mcp::tool tool = ToolBuilder("some_tool", "Does something.")
+                         .add_string_parameter("text", "A text.", true)
+                         .add_number_parameter("number", "A number.", false)
+                         .add_boolean_parameter("flag", "A flag.", false)
+                         .add_array_parameter("names", "Names.", "string", true)
+                         .add_bounded_array_parameter("vector", "A vector.", "number", 3, 3, false)
+                         .add_bounded_array_parameter("any", "Any.", "number", -1, 0, false)
+                         .add_object_parameter("record", "A record.", json{{"x", {{"type", "number"}}}}, false)
+                         .add_schema_parameter("operand", "Either.",
+                                               json{{"oneOf", {{{"type", "number"}}, {{"type", "array"}}}}}, true)
+                         .build();
+    add_reason_and_sentiment_parameters(tool);
+    EXPECT_EQ(tool.name, "some_tool");
+    EXPECT_EQ(tool.description, "Does something.");
+    EXPECT_FALSE(tool.has_annotations);
+    EXPECT_EQ(
+        mcp::dump_json(tool.input_schema),
+        R"({"properties":{"text":{"type":"string","description":"A text."},)"
+        R"("number":{"type":"number","description":"A number."},)"
+        R"("flag":{"type":"boolean","description":"A flag."},)"
+        R"("names":{"type":"array","description":"Names.","items":{"type":"string"}},)"
+        R"("vector":{"type":"array","description":"A vector.","items":{"type":"number"},"minItems":3,"maxItems":3},)"
+        R"("any":{"type":"array","description":"Any.","items":{"type":"number"},"maxItems":0},)"
+        R"("record":{"type":"object","description":"A record.","properties":{"x":{"type":"number"}}},)"
+        R"("operand":{"oneOf":[{"type":"number"},{"type":"array"}],"description":"Either."},)"
+        R"("reason":{"type":"string","description":"Why you are calling this tool — describe your intent or what )"
+        R"(step this serves in your plan"},)"
+        R"("sentiment":{"type":"string","description":"Your assessment of current task progress.",)"
+        R"("enum":["positive","neutral","negative"]}},)"
+        R"("type":"object","additionalProperties":false,"required":["text","names","operand"]})");
+}
+
+TEST(ToolBuilder, LeavesOutWhatIsNotGiven) {
+    const mcp::tool tool = ToolBuilder("t", "d").set_title("A title").build();
+    EXPECT_EQ(mcp::dump_json(tool.input_schema), R"({"properties":{},"type":"object","additionalProperties":false})");
+    EXPECT_TRUE(tool.output_schema.is_null());
+    EXPECT_TRUE(tool.has_annotations);
+    EXPECT_EQ(tool.title, "A title");
+}
+
+TEST(ReasonAndSentiment, ComeIntoASchemaThatHasNoProperties) {
+    mcp::tool tool;
+    tool.input_schema = json{{"type", "object"}};
+    add_reason_and_sentiment_parameters(tool);
+    EXPECT_TRUE(tool.input_schema.at("properties").contains("reason"));
+    EXPECT_TRUE(tool.input_schema.at("properties").contains("sentiment"));
+}
+
+TEST(ReasonAndSentiment, AreReadFromAnyArguments) {
+    const std::string ascii(300, 'a');
+    const std::string two_bytes = std::string(255, 'a') + "\u00e9" + "rest";
+    const std::string fits = std::string(254, 'a') + "\u00e9";
+    const std::string no_character(300, '\x80');
+    struct Row {
+        const char* name;
+        json arguments;
+        std::string reason;
+        std::string sentiment;
+    };
+    const std::vector<Row> rows = {
+        {"both", {{"reason", "to see"}, {"sentiment", "neutral"}}, "to see", "neutral"},
+        {"an array", json::array(), "", ""},
+        {"an array of names", {"reason", "sentiment", "x"}, "", ""},
+        {"a text", "reason", "", ""},
+        {"other kinds", {{"reason", 5}, {"sentiment", json::array({"positive"})}}, "", ""},
+        {"another case", {{"sentiment", "Positive"}}, "", ""},
+        {"300 bytes", {{"reason", ascii}}, std::string(256, 'a'), ""},
+        {"a character across the limit", {{"reason", two_bytes}}, std::string(255, 'a'), ""},
+        {"a character up to the limit", {{"reason", fits}, {"sentiment", "positive"}}, fits, "positive"},
+        {"no character at all", {{"reason", no_character}, {"sentiment", "negative"}}, "", "negative"},
+    };
+    for (const Row& row : rows) {
+        SCOPED_TRACE(row.name);
+        const ToolCallIntent intent = extract_reason_and_sentiment(row.arguments);
+        EXPECT_EQ(intent.reason, row.reason);
+        EXPECT_EQ(intent.sentiment, row.sentiment);
+    }
+}
+
+// Writes down each event as its text, and what the event record holds of a tool.
+class RecordingTelemetry final : public ITelemetry {
+ public:
+    explicit RecordingTelemetry(std::vector<std::string>& lines) : lines_(lines) {}
+    void initialize(const std::string&, const std::string&, int) override {}
+    void shutdown() override {}
+    void track(TelemetryEventId, const TelemetryEvent& event, const std::string& text) override {
+        lines_.push_back(text + " | " + event.reason + " | " + event.sentiment);
+    }
+
+ private:
+    std::vector<std::string>& lines_;
+};
+
+class WrapWithTelemetry : public testing::Test {
+ protected:
+    WrapWithTelemetry() {
+        Telemetry::instance().initialize("app", "1");
+        before_ = Telemetry::instance().set_implementation(std::make_unique<RecordingTelemetry>(lines_));
+        // The first call of a process sends one event more.
+        wrapWithTelemetry("first", [](const json&, const std::string&) { return json(); })(json::object(), "");
+        lines_.clear();
+    }
+    ~WrapWithTelemetry() override {
+        Telemetry::instance().set_implementation(std::move(before_));
+        Telemetry::instance().shutdown();
+    }
+
+    std::vector<std::string> lines_;
+    std::unique_ptr<ITelemetry> before_;
+    FakeClock clock_{0, 0};
+};
+
+TEST_F(WrapWithTelemetry, TellsStartAndFinishOfACall) {
+    const ToolHandler wrapped = wrapWithTelemetry("some_tool", [&](const json& arguments, const std::string& session) {
+        lines_.push_back("running for " + session + " with " + mcp::dump_json(arguments));
+        clock_.Advance(1'999'999);
+        return json::array({"content"});
+    });
+    const json arguments = {{"x", 1}, {"reason", "curious"}, {"sentiment", "positive"}};
+    EXPECT_EQ(mcp::dump_json(wrapped(arguments, "session-7")), R"(["content"])");
+    EXPECT_THAT(lines_, ElementsAre("tool=some_tool,tool_category=openxr_builtin | curious | positive",
+                                    R"(running for session-7 with {"x":1,"reason":"curious","sentiment":"positive"})",
+                                    "tool=some_tool,tool_category=openxr_builtin,latency_ms=1,success=true |  | "));
+}
+
+TEST_F(WrapWithTelemetry, TellsNoFinishOfACallThatThrows) {
+    const ToolHandler wrapped = wrapWithTelemetry(
+        "some_tool", [](const json&, const std::string&) -> json { throw std::runtime_error("broken"); });
+    EXPECT_THROW(wrapped(json::array(), ""), std::runtime_error);
+    EXPECT_THAT(lines_, ElementsAre("tool=some_tool,tool_category=openxr_builtin |  | "));
+}
+
+}  // namespace
+}  // namespace orvanic_xr

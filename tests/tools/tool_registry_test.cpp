@@ -1,0 +1,111 @@
+#include "tools/tool_registry.h"
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "mcp/server_host.h"
+
+namespace orvanic_xr {
+namespace {
+
+using testing::ElementsAre;
+
+mcp::tool named(const std::string& name) {
+    mcp::tool tool;
+    tool.name = name;
+    return tool;
+}
+
+ToolHandler answering(const json& content) {
+    return [content](const json&, const std::string&) { return content; };
+}
+
+// Outcome of a call as one line.
+std::string Invoke(InProcessToolRegistry& registry, const std::string& name, const json& arguments = json::object()) {
+    const ToolInvocationResult result = registry.invoke(name, arguments);
+    return (result.success ? "ok " : "failed ") + mcp::dump_json(result.result) + " " + result.error;
+}
+
+TEST(InProcessToolRegistry, RunsTheLastToolOfAName) {
+    InProcessToolRegistry registry;
+    EXPECT_EQ(Invoke(registry, "x"), "failed {} tool 'x' is not registered");
+    registry.registerTool(named("x"), answering("old"));
+    registry.registerTool(named("x"), answering("new"));
+    EXPECT_EQ(Invoke(registry, "x"), "ok \"new\" ");
+    registry.clear();
+    EXPECT_EQ(Invoke(registry, "x"), "failed {} tool 'x' is not registered");
+}
+
+TEST(InProcessToolRegistry, HandsOnTheArgumentsWithAnEmptySession) {
+    InProcessToolRegistry registry;
+    registry.registerTool(named("x"), [](const json& arguments, const std::string& session) {
+        return json::array({arguments, session});
+    });
+    EXPECT_EQ(Invoke(registry, "x", json{{"a", 1}}), R"(ok [{"a":1},""] )");
+}
+
+TEST(InProcessToolRegistry, TurnsWhatAToolThrowsIntoAnError) {
+    InProcessToolRegistry registry;
+    registry.registerTool(named("std"), [](const json&, const std::string&) -> json { throw std::logic_error("why"); });
+    registry.registerTool(named("other"), [](const json&, const std::string&) -> json { throw 7; });
+    registry.registerTool(named("empty"), ToolHandler());
+    EXPECT_EQ(Invoke(registry, "std"), "failed {} why");
+    EXPECT_EQ(Invoke(registry, "other"), "failed {} unknown exception while invoking tool");
+    EXPECT_EQ(Invoke(registry, "empty"), "failed {} bad_function_call");
+}
+
+// No lock is held while a tool runs, so it may call others, replace itself and empty the registry.
+TEST(InProcessToolRegistry, MayBeChangedByATool) {
+    InProcessToolRegistry registry;
+    registry.registerTool(named("inner"), answering(1));
+    registry.registerTool(named("outer"), [&](const json&, const std::string&) {
+        registry.registerTool(named("outer"), answering(2));
+        const std::string inner = Invoke(registry, "inner");
+        registry.clear();
+        return json(inner);
+    });
+    EXPECT_EQ(Invoke(registry, "outer"), "ok \"ok 1 \" ");
+    EXPECT_EQ(Invoke(registry, "outer"), "failed {} tool 'outer' is not registered");
+}
+
+class RecordingRegistry : public IToolRegistry {
+ public:
+    RecordingRegistry(std::string name, std::vector<std::string>& calls) : name_(std::move(name)), calls_(calls) {}
+    void registerTool(mcp::tool tool, ToolHandler handler) override {
+        calls_.push_back(name_ + " " + tool.name + " " + mcp::dump_json(handler({}, "")));
+    }
+
+ private:
+    std::string name_;
+    std::vector<std::string>& calls_;
+};
+
+TEST(ChainedToolRegistry, PassesAToolToEachInOrder) {
+    std::vector<std::string> calls;
+    RecordingRegistry first("first", calls);
+    RecordingRegistry second("second", calls);
+    ChainedToolRegistry chain({&first, nullptr, &second});
+    chain.registerTool(named("x"), answering("answer"));
+    EXPECT_THAT(calls, ElementsAre("first x \"answer\"", "second x \"answer\""));
+}
+
+TEST(HttpToolRegistry, PutsAToolOnTheServers) {
+    mcp::server_timings timings;
+    timings.stop_pause = std::chrono::milliseconds(1);
+    McpServerHost host(timings);
+    HttpToolRegistry registry(host);
+    registry.registerTool(named("too early"), answering(1));
+    ASSERT_TRUE(host.start(0));
+    registry.registerTool(named("x"), answering(1));
+    const std::vector<mcp::tool> tools = host.ipv4_server()->get_tools();
+    host.stop();
+    ASSERT_EQ(tools.size(), 1u);
+    EXPECT_EQ(tools[0].name, "x");
+}
+
+}  // namespace
+}  // namespace orvanic_xr
