@@ -7,12 +7,16 @@
 
 #include "context/context_manager.h"
 #include "context/session_context.h"
+#include "external/external_tool_manager.h"
 #include "layer/action_maps.h"
 #include "layer/binding_mirror.h"
 #include "layer/dispatch/dispatch.h"
+#include "layer/dispatch/handles.h"
 #include "tests/fakes/fake_runtime.h"
 #include "tests/fakes/log_capture.h"
 #include "tests/fakes/renew.h"
+#include "tests/layer/messages.h"
+#include "tools/simulation/pose_animation_manager.h"
 
 namespace orvanic_xr {
 
@@ -22,6 +26,8 @@ class HookFixture : public testing::Test {
         Renew(ActionMaps::instance());
         Renew(BindingMirror::instance());
         Renew(ContextManager::instance());
+        PoseAnimationManager::instance().Open();
+        ExternalToolManager::instance().Open();
         InstanceState state;
         state.valid = true;
         state.instance = runtime_.instance();

@@ -1,0 +1,375 @@
+#include "layer/frame_hooks.h"
+
+#include <array>
+#include <atomic>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "diagnostics/clock.h"
+#include "external/external_tool.h"
+#include "layer/pending_frames.h"
+#include "layer/session_hooks.h"
+#include "tests/fakes/allocation_counter.h"
+#include "tests/layer/hook_fixture.h"
+
+namespace orvanic_xr {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+class FrameHooks : public HookFixture {
+ protected:
+    FrameHooks() { Renew(PendingFrames::instance()); }
+
+    XrResult Wait() {
+        XrFrameState state{};
+        return OrvanicLayerXrWaitFrame(session_, nullptr, &state);
+    }
+    XrResult Begin() { return OrvanicLayerXrBeginFrame(session_, nullptr); }
+    XrResult End(XrTime display_time = 77) {
+        XrFrameEndInfo info{};
+        info.displayTime = display_time;
+        info.environmentBlendMode = XR_ENVIRONMENT_BLEND_MODE_ADDITIVE;
+        return OrvanicLayerXrEndFrame(session_, &info);
+    }
+    XrResult RunFrame() {
+        Wait();
+        Begin();
+        return End();
+    }
+    static FrameState Last() { return ContextManager::instance().getFrameState(); }
+    static std::vector<PendingFrame> Pending() { return PendingFrames::instance().frames(); }
+
+    const XrSession session_ = OpenSession();
+};
+
+TEST_F(FrameHooks, FrameIsMeasuredAndKept) {
+    FakeClock clock(100, 0);
+    runtime_.should_render = XR_FALSE;
+    runtime_.on("xrBeginFrame", [&](XrSession, const XrFrameBeginInfo*) {
+        clock.Advance(1);  // what comes after the entry does not count
+        return XR_SUCCESS;
+    });
+    Wait();
+    clock.Advance(10);
+    Begin();
+    clock.Advance(20);
+    EXPECT_EQ(End(1'000'000'005), XR_SUCCESS);
+
+    const FrameState frame = Last();
+    EXPECT_TRUE(frame.valid);
+    EXPECT_EQ(frame.session, session_);
+    EXPECT_EQ(frame.predictedDisplayTime, 1'000'000'000);
+    EXPECT_EQ(frame.predictedDisplayPeriod, 10'000'000);
+    EXPECT_EQ(frame.shouldRender, XrBool32{XR_FALSE});
+    EXPECT_EQ(frame.displayTime, 1'000'000'005);
+    EXPECT_EQ(frame.environmentBlendMode, XR_ENVIRONMENT_BLEND_MODE_ADDITIVE);
+    EXPECT_EQ(frame.waitFrameTime, 100);
+    EXPECT_EQ(frame.beginFrameTime, 110);
+    EXPECT_EQ(frame.endFrameTime, 131);
+    EXPECT_THAT(frame.layers, IsEmpty());
+    EXPECT_THAT(Pending(), IsEmpty());
+    EXPECT_THAT(runtime_.take_calls(), ElementsAre("xrWaitFrame(session1)", "xrBeginFrame(session1)",
+                                                   "xrEndFrame(session1, displayTime=1000000005, layers=0)"));
+    EXPECT_THAT(log_.take(), IsEmpty());
+}
+
+TEST_F(FrameHooks, LayersAreSummarisedWithoutTheNullOnes) {
+    XrCompositionLayerProjection projection{};
+    projection.type = XR_TYPE_COMPOSITION_LAYER_PROJECTION;
+    projection.layerFlags = XR_COMPOSITION_LAYER_BLEND_TEXTURE_SOURCE_ALPHA_BIT;
+    XrCompositionLayerQuad quad{};
+    quad.type = XR_TYPE_COMPOSITION_LAYER_QUAD;
+    const std::array<const XrCompositionLayerBaseHeader*, 3> layers = {
+        reinterpret_cast<const XrCompositionLayerBaseHeader*>(&projection), nullptr,
+        reinterpret_cast<const XrCompositionLayerBaseHeader*>(&quad)};
+    XrFrameEndInfo info{};
+    info.layerCount = 3;
+    info.layers = layers.data();
+    Wait();
+    EXPECT_EQ(OrvanicLayerXrEndFrame(session_, &info), XR_SUCCESS);
+    const FrameState frame = Last();
+    ASSERT_EQ(frame.layers.size(), 2u);
+    EXPECT_EQ(frame.layers[0].type, XR_TYPE_COMPOSITION_LAYER_PROJECTION);
+    EXPECT_EQ(frame.layers[0].layerFlags, XrCompositionLayerFlags{2});
+    EXPECT_EQ(frame.layers[1].type, XR_TYPE_COMPOSITION_LAYER_QUAD);
+
+    info.layers = nullptr;  // a count with no list behind it
+    Wait();
+    EXPECT_EQ(OrvanicLayerXrEndFrame(session_, &info), XR_SUCCESS);
+    EXPECT_THAT(Last().layers, IsEmpty());
+}
+
+TEST_F(FrameHooks, NullArgumentsAreTheRuntimesToJudge) {
+    EXPECT_EQ(OrvanicLayerXrWaitFrame(session_, nullptr, nullptr), XR_SUCCESS);
+    ASSERT_EQ(Pending().size(), 1u);
+    EXPECT_TRUE(Pending()[0].waited);
+    EXPECT_EQ(Context(session_).CurrentLocateTime(), 0);
+    EXPECT_EQ(OrvanicLayerXrEndFrame(session_, nullptr), XR_SUCCESS);
+    EXPECT_TRUE(Last().valid);
+    EXPECT_EQ(Last().displayTime, 0);
+    EXPECT_EQ(Last().environmentBlendMode, XR_ENVIRONMENT_BLEND_MODE_OPAQUE);
+}
+
+TEST_F(FrameHooks, FailedWaitKeepsItsRecordAndPromisesNoTime) {
+    runtime_.answer("xrWaitFrame", XR_ERROR_SESSION_NOT_RUNNING);
+    EXPECT_EQ(Wait(), XR_ERROR_SESSION_NOT_RUNNING);
+    ASSERT_EQ(Pending().size(), 1u);
+    EXPECT_TRUE(Pending()[0].waited);
+    EXPECT_EQ(Pending()[0].waitResult, XR_ERROR_SESSION_NOT_RUNNING);
+    EXPECT_EQ(Pending()[0].session, session_);
+    EXPECT_EQ(Context(session_).CurrentLocateTime(), 0);
+
+    runtime_.lack("xrWaitFrame");
+    EXPECT_EQ(Wait(), XR_ERROR_RUNTIME_FAILURE);
+    ASSERT_EQ(Pending().size(), 2u);
+    EXPECT_FALSE(Pending()[1].waited);
+}
+
+TEST_F(FrameHooks, FailedEndKeepsTheFrameInFlight) {
+    Wait();
+    runtime_.answer("xrEndFrame", XR_ERROR_TIME_INVALID);
+    EXPECT_EQ(End(), XR_ERROR_TIME_INVALID);
+    EXPECT_FALSE(Last().valid);
+    EXPECT_EQ(Context(session_).CurrentLocateTime(), 1'000'000'000);
+    runtime_.answer("xrEndFrame", XR_SESSION_LOSS_PENDING);  // a success
+    EXPECT_EQ(End(), XR_SESSION_LOSS_PENDING);
+    EXPECT_TRUE(Last().valid);
+    EXPECT_THAT(Pending(), IsEmpty());
+}
+
+TEST_F(FrameHooks, EndWithoutAFrameInFlightIsForwardedAndChangesNothing) {
+    EXPECT_EQ(End(), XR_SUCCESS);
+    EXPECT_EQ(Begin(), XR_SUCCESS);
+    EXPECT_FALSE(Last().valid);
+    EXPECT_EQ(runtime_.take_calls().size(), 2u);
+}
+
+TEST_F(FrameHooks, OverlappingFramesTakeTimesOfTheNewestAndEndTheOldest) {
+    FakeClock clock(100, 0);
+    Wait();
+    clock.Advance(1);
+    Begin();
+    clock.Advance(1);
+    Wait();
+    clock.Advance(1);
+    Begin();
+    clock.Advance(1);
+    End();
+    EXPECT_EQ(Last().waitFrameTime, 100);
+    EXPECT_EQ(Last().beginFrameTime, 101);
+    EXPECT_EQ(Last().endFrameTime, 104);
+    EXPECT_EQ(Last().predictedDisplayTime, 1'000'000'000);
+    ASSERT_EQ(Pending().size(), 1u);
+    EXPECT_EQ(Pending()[0].waitFrameTime, 102);
+    EXPECT_EQ(Pending()[0].beginFrameTime, 103);
+    EXPECT_EQ(Pending()[0].endFrameTime, 0);
+    EXPECT_EQ(Context(session_).CurrentLocateTime(), 1'010'000'000);
+}
+
+TEST_F(FrameHooks, LocateTimeGoesOnePeriodAheadOnceFramesHaveEnded) {
+    RunFrame();
+    EXPECT_EQ(Context(session_).CurrentLocateTime(), 0);
+    RunFrame();
+    EXPECT_EQ(Context(session_).CurrentLocateTime(), 1'020'000'000);
+}
+
+TEST_F(FrameHooks, AbandonedFrameEndsInTheNextSession) {
+    Wait();
+    OrvanicLayerXrDestroySession(session_);
+    const XrSession next = OpenSession();
+    XrFrameState state{};
+    OrvanicLayerXrWaitFrame(next, nullptr, &state);
+    OrvanicLayerXrEndFrame(next, nullptr);
+    EXPECT_EQ(Last().session, next);
+    EXPECT_EQ(Last().predictedDisplayTime, 1'000'000'000);
+    ASSERT_EQ(Pending().size(), 1u);
+    EXPECT_EQ(Pending()[0].session, next);
+}
+
+TEST_F(FrameHooks, ThirtyOneFramesLeaveThirty) {
+    for (int i = 0; i < 31; ++i) RunFrame();
+    const auto history = ContextManager::instance().getFrameHistory();
+    ASSERT_EQ(history.size(), 30u);
+    EXPECT_EQ(history.front().predictedDisplayTime, 1'010'000'000);
+    EXPECT_EQ(history.back().predictedDisplayTime, 1'300'000'000);
+    EXPECT_EQ(Last().predictedDisplayTime, 1'300'000'000);
+}
+
+TEST_F(FrameHooks, AnimationsStepAfterTheWaitWhateverItAnswered) {
+    std::size_t calls_before_step = 0;
+    ActiveAnimation animation;
+    animation.name = "/user/head";
+    animation.apply = [&](const XrPosef&) {
+        calls_before_step = runtime_.calls("xrWaitFrame").size();
+        return true;
+    };
+    auto done = PoseAnimationManager::instance().StartAnimation(std::move(animation));
+    runtime_.answer("xrWaitFrame", XR_ERROR_SESSION_NOT_RUNNING);
+    Wait();
+    EXPECT_EQ(calls_before_step, 1u);
+    EXPECT_EQ(done.get(), AnimationCompleted);
+}
+
+TEST_F(FrameHooks, ThrowingAnimationFailsTheWaitAndTriesAgain) {
+    ActiveAnimation animation;
+    animation.name = "/user/head";
+    int steps = 0;
+    animation.apply = [&](const XrPosef&) -> bool {
+        if (++steps == 1) throw 1;
+        return true;
+    };
+    auto done = PoseAnimationManager::instance().StartAnimation(std::move(animation));
+    log_.take();
+    EXPECT_EQ(Wait(), XR_ERROR_RUNTIME_FAILURE);
+    EXPECT_THAT(log_.take(), ElementsAre("ERROR Exception in OrvanicLayerXrWaitFrame"));
+    EXPECT_EQ(Context(session_).CurrentLocateTime(), 1'000'000'000);
+    EXPECT_EQ(Wait(), XR_SUCCESS);
+    EXPECT_EQ(done.get(), AnimationCompleted);
+}
+
+TEST_F(FrameHooks, BeginRunsTheCallbacksThatWaitForItAfterTheForward) {
+    static std::vector<std::string> order;
+    order.clear();
+    runtime_.on("xrBeginFrame", [](XrSession, const XrFrameBeginInfo*) {
+        order.emplace_back("runtime");
+        return XR_ERROR_CALL_ORDER_INVALID;
+    });
+    const auto note_run = [](char*, std::uint32_t, std::uint32_t*, const char*, void*) {
+        order.emplace_back("callback");
+        return XR_SUCCESS;
+    };
+    for (const std::uint32_t flags : {1u, 2u}) {
+        ExternalToolManager::instance().Enqueue(
+            std::make_shared<DeferredCallbackEntry>(ExternalTool{"tool", note_run, flags, nullptr}, "{}"));
+    }
+    EXPECT_EQ(Begin(), XR_ERROR_CALL_ORDER_INVALID);
+    EXPECT_THAT(order, ElementsAre("runtime", "callback"));
+    ExternalToolManager::instance().ClearAbandoned();
+}
+
+TEST_F(FrameHooks, FramesOfASessionWithoutAContextGoOn) {
+    OrvanicLayerXrDestroySession(session_);
+    log_.take();
+    EXPECT_EQ(RunFrame(), XR_SUCCESS);
+    EXPECT_TRUE(Last().valid);
+    EXPECT_THAT(log_.take(), ElementsAre("ERROR Session context not found for session %p0x2001",
+                                         "ERROR Session context not found for session %p0x2001"));
+}
+
+// Functions with no recording in them.
+XrResult XRAPI_CALL BareWait(XrSession, const XrFrameWaitInfo*, XrFrameState* state) {
+    state->predictedDisplayTime += 10;
+    state->predictedDisplayPeriod = 10;
+    return XR_SUCCESS;
+}
+XrResult XRAPI_CALL BareBegin(XrSession, const XrFrameBeginInfo*) {
+    return XR_SUCCESS;
+}
+XrResult XRAPI_CALL BareEnd(XrSession, const XrFrameEndInfo*) {
+    return XR_SUCCESS;
+}
+
+TEST_F(FrameHooks, SteadyFramesAllocateTheirLayerListAndNothingElse) {
+    auto table = std::make_unique<NextDispatchTable>();
+    table->WaitFrame = BareWait;
+    table->BeginFrame = BareBegin;
+    table->EndFrame = BareEnd;
+    DispatchHolder::instance().Replace(std::move(table), runtime_.instance(), nullptr);
+    XrCompositionLayerQuad quad{};
+    const auto* const layer = reinterpret_cast<const XrCompositionLayerBaseHeader*>(&quad);
+    const std::array<const XrCompositionLayerBaseHeader*, 2> layers = {layer, layer};
+    XrFrameEndInfo info{};
+    XrFrameState state{};
+    const auto allocations_of = [&](int frames, std::uint32_t layer_count) {
+        info.layerCount = layer_count;
+        info.layers = layers.data();
+        const std::size_t before = AllocationsOfThisThread();
+        for (int i = 0; i < frames; ++i) {
+            OrvanicLayerXrWaitFrame(session_, nullptr, &state);
+            OrvanicLayerXrBeginFrame(session_, nullptr);
+            OrvanicLayerXrEndFrame(session_, &info);
+        }
+        return AllocationsOfThisThread() - before;
+    };
+    allocations_of(100, 2);
+    EXPECT_EQ(allocations_of(1000, 2), 1000u);
+    EXPECT_EQ(allocations_of(1000, 0), 0u);
+}
+
+// The wait on one thread, begin and end on another, a tool that reads on a third.
+TEST_F(FrameHooks, FramesOverlapOnTwoThreadsWhileAToolReads) {
+    constexpr int kFrames = 2000;
+    std::atomic<int> waited = 0;
+    std::atomic<bool> done = false;
+    std::thread tool([&] {
+        while (!done) {
+            const FrameState frame = Last();
+            EXPECT_EQ(frame.predictedDisplayPeriod, frame.valid ? 10'000'000 : 0);
+            EXPECT_LE(ContextManager::instance().getFrameHistory().size(), 30u);
+            const XrTime time = Context(session_).CurrentLocateTime();
+            EXPECT_TRUE(time == 0 || time >= 1'000'000'000);
+        }
+    });
+    std::thread renderer([&] {
+        for (int ended = 0; ended < kFrames;) {
+            if (waited <= ended) {
+                std::this_thread::yield();
+                continue;
+            }
+            Begin();
+            EXPECT_EQ(End(), XR_SUCCESS);
+            ++ended;
+        }
+    });
+    for (int i = 0; i < kFrames; ++i) {
+        EXPECT_EQ(Wait(), XR_SUCCESS);
+        ++waited;
+    }
+    renderer.join();
+    done = true;
+    tool.join();
+    EXPECT_THAT(Pending(), IsEmpty());
+    EXPECT_EQ(Last().predictedDisplayTime, 1'000'000'000 + 10'000'000LL * (kFrames - 1));
+}
+
+// Sessions come and go on the application's thread while frames still run on the old one and a tool works with
+// whatever is current.
+TEST_F(FrameHooks, SessionsComeAndGoWhileFramesAndAToolRun) {
+    Logger::instance().set_level(kLogError + 1);
+    std::atomic<bool> done = false;
+    std::atomic<XrSession> current = session_;
+    std::thread frames([&] {
+        XrFrameState state{};
+        while (!done) {
+            OrvanicLayerXrWaitFrame(current, nullptr, &state);
+            OrvanicLayerXrBeginFrame(current, nullptr);
+            OrvanicLayerXrEndFrame(current, nullptr);
+        }
+    });
+    std::thread tool([&] {
+        while (!done) {
+            const SessionState state = ContextManager::instance().getSessionState();
+            const auto context = ContextManager::instance().getSessionContext(state.session);
+            context->SetSimulatedControllerPose(kLeftHand, kAimKind, {});
+            if (context->CurrentLocateTime() != 0) context->conformance_automation_active = true;
+        }
+    });
+    for (int i = 0; i < 100; ++i) {
+        EXPECT_EQ(OrvanicLayerXrDestroySession(current), XR_SUCCESS);
+        XrSession next = XR_NULL_HANDLE;
+        EXPECT_EQ(OrvanicLayerXrCreateSession(runtime_.instance(), nullptr, &next), XR_SUCCESS);
+        current = next;
+    }
+    done = true;
+    frames.join();
+    tool.join();
+    EXPECT_EQ(runtime_.calls("xrDestroyActionSet").size(), 100u);
+    EXPECT_EQ(runtime_.calls("xrDestroySpace").size(), 800u);
+}
+
+}  // namespace
+}  // namespace orvanic_xr

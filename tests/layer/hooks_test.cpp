@@ -1,0 +1,191 @@
+#include "layer/hooks.h"
+
+#include <cstdlib>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "diagnostics/telemetry.h"
+#include "diagnostics/verbose.h"
+#include "layer/binding_hooks.h"
+#include "layer/frame_hooks.h"
+#include "layer/instance_hooks.h"
+#include "layer/session_hooks.h"
+#include "layer/space_hooks.h"
+#include "tests/layer/hook_fixture.h"
+
+namespace orvanic_xr {
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::Not;
+
+// What a hook makes of a next layer that is not there or throws.
+struct HookRow {
+    std::string function;
+    XrResult (*call)();
+    bool tells_telemetry;  // the end of the instance would, but has closed it by then
+    XrResult failure = XR_ERROR_RUNTIME_FAILURE;
+};
+
+const HookRow kRows[] = {
+    {"DestroyInstance", [] { return OrvanicLayerXrDestroyInstance({}); }, false, XR_ERROR_HANDLE_INVALID},
+    {"CreateSession", [] { return OrvanicLayerXrCreateSession({}, nullptr, nullptr); }, true},
+    {"DestroySession", [] { return OrvanicLayerXrDestroySession({}); }, true},
+    {"BeginSession", [] { return OrvanicLayerXrBeginSession({}, nullptr); }, true},
+    {"EndSession", [] { return OrvanicLayerXrEndSession({}); }, true},
+    {"PollEvent", [] { return OrvanicLayerXrPollEvent({}, nullptr); }, true},
+    {"WaitFrame", [] { return OrvanicLayerXrWaitFrame({}, nullptr, nullptr); }, true},
+    {"BeginFrame", [] { return OrvanicLayerXrBeginFrame({}, nullptr); }, true},
+    {"EndFrame", [] { return OrvanicLayerXrEndFrame({}, nullptr); }, true},
+    {"SuggestInteractionProfileBindings",
+     [] {
+         const XrInteractionProfileSuggestedBinding info{};
+         return OrvanicLayerXrSuggestInteractionProfileBindings({}, &info);
+     },
+     true},
+    {"AttachSessionActionSets",
+     [] {
+         const XrSessionActionSetsAttachInfo info{};
+         return OrvanicLayerXrAttachSessionActionSets({}, &info);
+     },
+     true},
+    {"SyncActions",
+     [] {
+         const XrActionsSyncInfo info{};
+         return OrvanicLayerXrSyncActions({}, &info);
+     },
+     true},
+    {"CreateActionSpace", [] { return OrvanicLayerXrCreateActionSpace({}, nullptr, nullptr); }, false},
+    {"LocateSpace", [] { return OrvanicLayerXrLocateSpace({}, {}, 0, nullptr); }, false},
+    {"GetActionStatePose", [] { return OrvanicLayerXrGetActionStatePose({}, nullptr, nullptr); }, false},
+    {"DestroySpace", [] { return OrvanicLayerXrDestroySpace({}); }, false},
+    {"DestroyAction", [] { return OrvanicLayerXrDestroyAction({}); }, false},
+};
+
+class RecordingTelemetry final : public ITelemetry {
+ public:
+    explicit RecordingTelemetry(std::vector<std::string>& errors) : errors_(errors) {}
+    void initialize(const std::string&, const std::string&, int) override {}
+    void shutdown() override {}
+    void track(TelemetryEventId id, const TelemetryEvent& event, const std::string&) override {
+        if (id == TelemetryEventId::kError) errors_.push_back(event.error_category + " " + event.error_code);
+    }
+
+ private:
+    std::vector<std::string>& errors_;
+};
+
+class Hooks : public HookFixture {};
+
+TEST_F(Hooks, WithoutATableEveryOneFails) {
+    FakeRuntime::uninstall();
+    for (const HookRow& row : kRows) {
+        SCOPED_TRACE(row.function);
+        log_.take();
+        EXPECT_EQ(row.call(), row.failure);
+        EXPECT_THAT(MessagesOf(log_, "ERROR"), Contains("Next dispatch table is not valid"));
+    }
+    log_.take();
+    EXPECT_EQ(OrvanicLayerXrGetActionStateFloat({}, nullptr, nullptr), XR_ERROR_RUNTIME_FAILURE);
+    EXPECT_EQ(OrvanicLayerXrGetActionStateBoolean({}, nullptr, nullptr), XR_ERROR_RUNTIME_FAILURE);
+    EXPECT_THAT(log_.take(), IsEmpty());
+}
+
+TEST_F(Hooks, FunctionThatTheNextLayerLacksIsNamed) {
+    for (const HookRow& row : kRows) {
+        SCOPED_TRACE(row.function);
+        runtime_.lack("xr" + row.function);
+        log_.take();
+        EXPECT_EQ(row.call(), row.failure);
+        EXPECT_THAT(MessagesOf(log_, "ERROR"), Contains("Next xr" + row.function + " is null"));
+        runtime_.offer("xr" + row.function);
+    }
+}
+
+TEST_F(Hooks, ExceptionEndsInTheHook) {
+    std::vector<std::string> errors;
+    const auto before = Telemetry::instance().set_implementation(std::make_unique<RecordingTelemetry>(errors));
+    for (const HookRow& row : kRows) {
+        SCOPED_TRACE(row.function);
+        Telemetry::instance().initialize("application", "1");
+        errors.clear();
+        log_.take();
+        runtime_.throw_from("xr" + row.function);
+        EXPECT_EQ(row.call(), row.failure);
+        EXPECT_THAT(MessagesOf(log_, "ERROR"), Contains("Exception in OrvanicLayerXr" + row.function));
+        EXPECT_EQ(errors, std::vector<std::string>(row.tells_telemetry ? 1 : 0, "layer hook_exception"));
+        runtime_.behave("xr" + row.function);
+    }
+    Telemetry::instance().shutdown();
+    Telemetry::instance().set_implementation(std::make_unique<NoopTelemetryImpl>());
+}
+
+XrResult Lookup(const char* name, PFN_xrVoidFunction& function) {
+    function = nullptr;
+    return OrvanicLayerXrGetInstanceProcAddr(XR_NULL_HANDLE, name, &function);
+}
+
+TEST_F(Hooks, LookupFindsEveryHookByItsExactName) {
+    ScopedVerboseAnswer verbose(true);
+    std::vector<std::string> names = {"GetInstanceProcAddr", "GetActionStateFloat", "GetActionStateBoolean",
+                                      "OrvanicRegisterExternalToolKESTX1"};
+    for (const HookRow& row : kRows) names.push_back(row.function);
+    EXPECT_EQ(names.size(), 21u);
+    PFN_xrVoidFunction function = nullptr;
+    for (const std::string& name : names) {
+        EXPECT_EQ(Lookup(("xr" + name).c_str(), function), XR_SUCCESS) << name;
+        EXPECT_NE(function, nullptr) << name;
+        EXPECT_EQ(FindHook("XR" + name), nullptr);
+        EXPECT_EQ(FindHook("xr" + name + "EXT"), nullptr);
+    }
+    EXPECT_THAT(runtime_.take_lookups(), IsEmpty());
+    EXPECT_EQ(FindHook("xrWaitFrame"), reinterpret_cast<PFN_xrVoidFunction>(OrvanicLayerXrWaitFrame));
+    EXPECT_EQ(FindHook("xrLocateSpace"), reinterpret_cast<PFN_xrVoidFunction>(OrvanicLayerXrLocateSpace));
+}
+
+TEST_F(Hooks, OtherNamesAreTheNextLayersToAnswer) {
+    ScopedVerboseAnswer verbose(false);
+    PFN_xrVoidFunction function = nullptr;
+    EXPECT_EQ(Lookup("xrGetSystemProperties", function), XR_SUCCESS);
+    EXPECT_EQ(function, reinterpret_cast<PFN_xrVoidFunction>(Next(&NextDispatchTable::GetSystemProperties)));
+    EXPECT_EQ(Lookup("xrGetActionStateFloat", function), XR_SUCCESS);
+    EXPECT_EQ(function, reinterpret_cast<PFN_xrVoidFunction>(Next(&NextDispatchTable::GetActionStateFloat)));
+    EXPECT_EQ(Lookup("xrNoSuchFunction", function), XR_ERROR_FUNCTION_UNSUPPORTED);
+    EXPECT_THAT(runtime_.take_lookups(),
+                ElementsAre("xrGetSystemProperties", "xrGetActionStateFloat", "xrNoSuchFunction"));
+    EXPECT_EQ(Lookup(nullptr, function), XR_ERROR_VALIDATION_FAILURE);
+    EXPECT_EQ(OrvanicLayerXrGetInstanceProcAddr(XR_NULL_HANDLE, "xrWaitFrame", nullptr), XR_ERROR_VALIDATION_FAILURE);
+    FakeRuntime::uninstall();
+    EXPECT_EQ(Lookup("xrGetSystem", function), XR_ERROR_HANDLE_INVALID);
+    EXPECT_EQ(function, nullptr);
+    EXPECT_EQ(Lookup("xrCreateSession", function), XR_SUCCESS);
+    EXPECT_THAT(log_.take(), IsEmpty());
+}
+
+TEST_F(Hooks, LookupCatchesWhatTheNextLayerThrows) {
+    auto table = std::make_unique<NextDispatchTable>();
+    table->GetInstanceProcAddr = [](XrInstance, const char*, PFN_xrVoidFunction*) -> XrResult { throw 1; };
+    DispatchHolder::instance().Replace(std::move(table), XR_NULL_HANDLE, nullptr);
+    PFN_xrVoidFunction function = nullptr;
+    EXPECT_EQ(Lookup("xrGetSystem", function), XR_ERROR_VALIDATION_FAILURE);
+    EXPECT_THAT(log_.take(), IsEmpty());
+}
+
+TEST(VerboseSwitch, IsReadByTheFirstLookupThatGetsPastThePoseState) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process in which nobody read it
+    EXPECT_EXIT(
+        {
+            setenv("ORVANICXR_VERBOSE", "1", 1);
+            FindHook("xrGetActionStatePose");
+            const bool was_unread = Logger::instance().level() == kLogInfo;
+            FindHook("xrDestroySpace");
+            std::_Exit(was_unread && Logger::instance().level() == kLogDebug ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+}  // namespace
+}  // namespace orvanic_xr

@@ -1,0 +1,450 @@
+#include "layer/instance_hooks.h"
+
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <functional>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "context/context_manager.h"
+#include "diagnostics/clock.h"
+#include "diagnostics/log_file_sink.h"
+#include "diagnostics/telemetry.h"
+#include "external/external_tool_manager.h"
+#include "layer/dispatch/handles.h"
+#include "layer/hooks.h"
+#include "layer/instance_extensions.h"
+#include "layer/mcp_server_lifecycle.h"
+#include "layer/space_hooks.h"
+#include "mcp/server_host.h"
+#include "tests/fakes/fake_runtime.h"
+#include "tests/fakes/log_capture.h"
+#include "tests/fakes/renew.h"
+#include "tests/fakes/scratch.h"
+#include "tests/layer/messages.h"
+#include "tools/simulation/pose_animation_manager.h"
+#include "tools/tool_registry.h"
+#include "tools/tool_registry_lifetime.h"
+
+namespace orvanic_xr {
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::SizeIs;
+
+constexpr const char* kVelmoor = "XR_APILAYER_KESTX_velmoor";
+constexpr const char* kOrvanic = "XR_APILAYER_KESTX_orvanic";
+
+class RecordingTelemetry final : public ITelemetry {
+ public:
+    explicit RecordingTelemetry(std::vector<std::string>& events) : events_(events) {}
+    void initialize(const std::string&, const std::string&, int) override {}
+    void shutdown() override {}
+    void track(TelemetryEventId id, const TelemetryEvent&, const std::string& text) override {
+        events_.push_back(std::to_string(static_cast<int>(id)) + " " + text);
+    }
+
+ private:
+    std::vector<std::string>& events_;
+};
+
+XrApiLayerNextInfo NextInfo(const char* layer, PFN_xrGetInstanceProcAddr get_instance_proc_addr,
+                            PFN_xrCreateApiLayerInstance create, XrApiLayerNextInfo* next) {
+    XrApiLayerNextInfo info = {
+        XR_LOADER_INTERFACE_STRUCT_API_LAYER_NEXT_INFO, 1, 296, {}, get_instance_proc_addr, create, next};
+    std::strcpy(info.layerName, layer);
+    return info;
+}
+
+// The loader's side of one creation, and the process as new. The server takes a free port.
+class InstanceHooks : public testing::Test {
+ protected:
+    InstanceHooks() {
+        Renew(ContextManager::instance());
+        Telemetry::instance().set_implementation(std::make_unique<RecordingTelemetry>(events_));
+        std::strcpy(create_info_.applicationInfo.applicationName, "Demo");
+        create_info_.applicationInfo.applicationVersion = 7;
+        std::strcpy(create_info_.applicationInfo.engineName, "Forge");
+        create_info_.applicationInfo.engineVersion = 9;
+        create_info_.applicationInfo.apiVersion = XR_MAKE_VERSION(1, 0, 34);
+        layer_info_.nextInfo = &next_info_;
+    }
+    ~InstanceHooks() override {
+        DestroyOrvanicMcpServer();
+        LogFileSink::instance().end_session();
+        Telemetry::instance().shutdown();
+        Telemetry::instance().set_implementation(std::make_unique<NoopTelemetryImpl>());
+    }
+
+    void Enable(ExtensionNames names) {
+        enabled_ = std::move(names);
+        create_info_.enabledExtensionCount = static_cast<std::uint32_t>(enabled_.size());
+        create_info_.enabledExtensionNames = enabled_.data();
+    }
+    XrResult Create() { return OrvanicLayerXrCreateApiLayerInstance(&create_info_, &layer_info_, &instance_); }
+
+    std::vector<std::string> LinesWithoutTools() {
+        std::vector<std::string> lines = log_.take();
+        std::erase_if(lines, [](const std::string& line) {
+            return line.starts_with("INFO Registered '") || line.starts_with("INFO Skipping '");
+        });
+        return lines;
+    }
+    std::string LogFile() const {
+        const std::vector<std::string> files = FilesBelow(state_home_.path());
+        return files.size() == 1 ? ReadFile(state_home_.path() + "/" + files[0]) : "not one file";
+    }
+
+    ScratchDirectory state_home_;
+    ScopedVariable variable_{"XDG_STATE_HOME", state_home_.path()};
+    ScopedMcpServerPort port_{0};
+    std::vector<std::string> events_;
+    FakeRuntime runtime_{FakeRuntime::Installed::kNo};
+    LogCapture log_;
+    ExtensionNames enabled_;
+    XrInstanceCreateInfo create_info_ = {XR_TYPE_INSTANCE_CREATE_INFO, nullptr, 0, {}, 0, nullptr, 0, nullptr};
+    XrApiLayerNextInfo next_info_ = NextInfo(kVelmoor, FakeRuntime::next_get_instance_proc_addr(),
+                                             FakeRuntime::next_create_api_layer_instance(), nullptr);
+    XrApiLayerCreateInfo layer_info_ = {XR_LOADER_INTERFACE_STRUCT_API_LAYER_CREATE_INFO, 1, 544, nullptr, {}, nullptr};
+    XrInstance instance_ = XR_NULL_HANDLE;
+};
+
+TEST_F(InstanceHooks, CreationGoesThroughItsSteps) {
+    FakeClock clock(1234, 0);
+    const char* const layers[] = {"XR_APILAYER_KESTX_velmoor", nullptr};
+    create_info_.enabledApiLayerCount = 2;
+    create_info_.enabledApiLayerNames = layers;
+    Enable({"XR_MND_headless", "XR_KESTX1_orvanic_external_tool"});
+    runtime_.extensions = {"XR_MND_headless", "XR_EXT_local_floor", "XR_EXT_conformance_automation"};
+    ASSERT_EQ(Create(), XR_SUCCESS);
+    EXPECT_EQ(runtime_.name_of(HandleValue(instance_)), "instance1");
+
+    EXPECT_THAT(runtime_.take_calls(), ElementsAre("xrEnumerateInstanceExtensionProperties(null, 0)",
+                                                   "xrEnumerateInstanceExtensionProperties(null, 3)",
+                                                   "xrCreateApiLayerInstance(Demo, [XR_MND_headless XR_EXT_local_floor "
+                                                   "XR_EXT_conformance_automation])"));
+    const std::vector<std::string> lookups = runtime_.take_lookups();
+    ASSERT_EQ(lookups.size(), 404u);
+    EXPECT_EQ(lookups[0], "xrEnumerateInstanceExtensionProperties");
+    EXPECT_EQ(lookups[1], "xrCreateInstance");
+    EXPECT_EQ(lookups[403], "xrUnpersistSpatialEntityCompleteEXT");
+    EXPECT_THAT(LinesWithoutTools(),
+                ElementsAre("INFO Queried available extensions, count: 3",
+                            "INFO Adding extension to instance create info: XR_EXT_local_floor",
+                            "WARNING Extension not available: XR_KESTX1_simulator_compositor_output_capture",
+                            "INFO Adding extension to instance create info: XR_EXT_conformance_automation",
+                            "WARNING Extension not available: XR_KEST_pronto_controller_plus",
+                            "INFO Application enabled XR_KESTX1_orvanic_external_tool",
+                            "INFO Filtered out API layer extension, passing 3 extensions downstream",
+                            "INFO Cached application info, data: Demo (v7), Engine: Forge (v9)",
+                            "INFO Telemetry initialized for: Demo", "INFO Initializing Orvanic MCP Server...",
+                            "INFO MCP Server started successfully on port 0 (IPv4 and IPv6)"));
+    EXPECT_THAT(LogFile(), HasSubstr("Queried available extensions, count: 3"));
+
+    const InstanceState state = ContextManager::instance().getInstanceState();
+    EXPECT_TRUE(state.valid);
+    EXPECT_EQ(state.applicationName, "Demo");
+    EXPECT_EQ(state.applicationVersion, 7u);
+    EXPECT_EQ(state.engineName, "Forge");
+    EXPECT_EQ(state.engineVersion, 9u);
+    EXPECT_EQ(state.apiVersion, XR_MAKE_VERSION(1, 0, 34));
+    EXPECT_EQ(state.createdAt, 1234);
+    EXPECT_THAT(state.enabledApiLayers, ElementsAre("XR_APILAYER_KESTX_velmoor"));
+    EXPECT_THAT(state.enabledExtensions,
+                ElementsAre("XR_EXT_conformance_automation", "XR_EXT_local_floor", "XR_MND_headless"));
+    EXPECT_THAT(state.availableExtensions, SizeIs(3));
+    EXPECT_TRUE(state.externalToolExtensionEnabled);
+    EXPECT_EQ(state.instance, instance_);
+    EXPECT_NE(state.toolRegistry, nullptr);
+    EXPECT_EQ(DispatchHolder::instance().xr_instance(), instance_);
+}
+
+TEST_F(InstanceHooks, RecordGoesDownAsItCameWhereNothingChanges) {
+    runtime_.extensions = {"XR_MND_headless"};
+    runtime_.on("xrCreateApiLayerInstance",
+                [&](const XrInstanceCreateInfo* info, const XrApiLayerCreateInfo* layer_info, XrInstance* instance) {
+                    EXPECT_EQ(info, &create_info_);
+                    EXPECT_EQ(layer_info->nextInfo, nullptr) << "the chain has moved on";
+                    EXPECT_EQ(*instance, HandleFromValue<XrInstance>(0x77)) << "what the caller's held";
+                    return XR_SUCCESS;
+                });
+    instance_ = HandleFromValue<XrInstance>(0x77);
+    EXPECT_EQ(Create(), XR_SUCCESS);
+    EXPECT_FALSE(ContextManager::instance().getInstanceState().externalToolExtensionEnabled);
+}
+
+TEST_F(InstanceHooks, OwnExtensionAloneLeavesAnEmptyList) {
+    Enable({"XR_KESTX1_orvanic_external_tool"});
+    runtime_.extensions = {};
+    EXPECT_EQ(Create(), XR_SUCCESS);
+    EXPECT_THAT(runtime_.calls("xrCreateApiLayerInstance"), ElementsAre("xrCreateApiLayerInstance(Demo, [])"));
+    EXPECT_THAT(MessagesOf(log_, "INFO"), testing::Contains("No instance extensions available"));
+    EXPECT_TRUE(ContextManager::instance().getInstanceState().externalToolExtensionEnabled);
+}
+
+TEST_F(InstanceHooks, RecordsThatDoNotFitAreRefusedWithoutAWord) {
+    const struct {
+        const char* what;
+        std::function<void()> change;
+    } kRows[] = {
+        {"create info's type", [&] { layer_info_.structType = XR_LOADER_INTERFACE_STRUCT_LOADER_INFO; }},
+        {"create info's version", [&] { layer_info_.structVersion = 0; }},
+        {"create info's size", [&] { layer_info_.structSize = 543; }},
+        {"no next info", [&] { layer_info_.nextInfo = nullptr; }},
+        {"next info's type", [&] { next_info_.structType = XR_LOADER_INTERFACE_STRUCT_API_LAYER_CREATE_INFO; }},
+        {"next info's version", [&] { next_info_.structVersion = 0; }},
+        {"next info's size", [&] { next_info_.structSize = 295; }},
+        {"another layer's name", [&] { std::strcpy(next_info_.layerName, "XR_APILAYER_KESTX_velmoor_2"); }},
+        {"a name without an end", [&] { std::memset(next_info_.layerName, 'x', sizeof next_info_.layerName); }},
+        {"no lookup", [&] { next_info_.nextGetInstanceProcAddr = nullptr; }},
+        {"no create function", [&] { next_info_.nextCreateApiLayerInstance = nullptr; }},
+    };
+    const XrApiLayerCreateInfo layer_info = layer_info_;
+    const XrApiLayerNextInfo next_info = next_info_;
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.what);
+        layer_info_ = layer_info;
+        next_info_ = next_info;
+        row.change();
+        EXPECT_EQ(Create(), XR_ERROR_INITIALIZATION_FAILED);
+    }
+    EXPECT_EQ(OrvanicLayerXrCreateApiLayerInstance(&create_info_, nullptr, &instance_), XR_ERROR_INITIALIZATION_FAILED);
+    EXPECT_EQ(OrvanicLayerXrCreateApiLayerInstance(nullptr, &layer_info, &instance_), XR_ERROR_INITIALIZATION_FAILED);
+    EXPECT_THAT(runtime_.take_calls(), IsEmpty());
+    EXPECT_THAT(runtime_.take_lookups(), IsEmpty());
+    EXPECT_THAT(log_.take(), IsEmpty());
+}
+
+TEST_F(InstanceHooks, LargerRecordsAndTheOtherNameAreAccepted) {
+    layer_info_.structSize = 1000;
+    next_info_.structSize = 1000;
+    std::strcpy(next_info_.layerName, kOrvanic);
+    EXPECT_EQ(Create(), XR_SUCCESS);
+}
+
+TEST_F(InstanceHooks, RuntimeThatDoesNotTellItsExtensionsCostsAWarning) {
+    const auto warnings_of_creation = [&] {
+        EXPECT_EQ(Create(), XR_SUCCESS);
+        const auto warnings = MessagesOf(log_, "WARNING");
+        log_.take();
+        EXPECT_THAT(ContextManager::instance().getInstanceState().availableExtensions, IsEmpty());
+        return warnings.empty() ? "" : warnings.front();
+    };
+    runtime_.lack("xrEnumerateInstanceExtensionProperties");
+    EXPECT_EQ(warnings_of_creation(), "xrEnumerateInstanceExtensionProperties function is not available");
+    runtime_.offer("xrEnumerateInstanceExtensionProperties");
+    runtime_.answer_once("xrEnumerateInstanceExtensionProperties", XR_ERROR_RUNTIME_FAILURE);
+    EXPECT_EQ(warnings_of_creation(), "Failed to enumerate instance extensions (first call), result: -2");
+    runtime_.answer_call("xrEnumerateInstanceExtensionProperties", 2, XR_ERROR_SIZE_INSUFFICIENT);
+    EXPECT_EQ(warnings_of_creation(), "Failed to enumerate instance extensions (second call), result: -11");
+}
+
+TEST_F(InstanceHooks, RefusedInstanceStillLeavesTableStateAndTools) {
+    runtime_.answer("xrCreateApiLayerInstance", XR_ERROR_LIMIT_REACHED);
+    instance_ = HandleFromValue<XrInstance>(0x77);
+    EXPECT_EQ(Create(), XR_ERROR_LIMIT_REACHED);
+    EXPECT_EQ(instance_, HandleFromValue<XrInstance>(0x77));
+    EXPECT_TRUE(DispatchHolder::instance().has_table());
+    EXPECT_EQ(ContextManager::instance().getInstanceState().instance, instance_);
+    EXPECT_NE(McpServerHost::instance().ipv4_server(), nullptr);
+    EXPECT_TRUE(InProcessToolRegistry::instance().invoke("openxr_get_instance_info", json::object()).success);
+}
+
+TEST_F(InstanceHooks, ExceptionOfTheNextLayerGoesNoFurther) {
+    runtime_.throw_from("xrCreateApiLayerInstance");
+    EXPECT_EQ(Create(), XR_ERROR_RUNTIME_FAILURE);
+    EXPECT_THAT(MessagesOf(log_, "ERROR"), ElementsAre("Exception in OrvanicLayerXrCreateApiLayerInstance"));
+    EXPECT_FALSE(DispatchHolder::instance().has_table());
+}
+
+TEST_F(InstanceHooks, LastInstanceWins) {
+    ASSERT_EQ(Create(), XR_SUCCESS);
+    IToolRegistry* const first = ContextManager::instance().getInstanceState().toolRegistry;
+    const auto server = McpServerHost::instance().ipv4_server();
+    std::strcpy(create_info_.applicationInfo.applicationName, "Second");
+    ASSERT_EQ(Create(), XR_SUCCESS);
+    const InstanceState state = ContextManager::instance().getInstanceState();
+    EXPECT_EQ(state.applicationName, "Second");
+    EXPECT_EQ(runtime_.name_of(HandleValue(state.instance)), "instance2");
+    EXPECT_EQ(DispatchHolder::instance().xr_instance(), state.instance);
+    EXPECT_NE(state.toolRegistry, first);
+    EXPECT_EQ(McpServerHost::instance().ipv4_server(), server);
+    EXPECT_THAT(FilesBelow(state_home_.path()), SizeIs(1));
+}
+
+TEST_F(InstanceHooks, TelemetryHearsOfApplicationServerAndEnd) {
+    ASSERT_EQ(Create(), XR_SUCCESS);
+    const std::size_t tools = McpServerHost::instance().ipv4_server()->get_tools().size();
+    EXPECT_THAT(events_, ElementsAre("0 app=Demo,engine=Forge,engine_ver=9,api_ver=281474976710690",
+                                     "4 port=0,tools_registered=" + std::to_string(tools) + ",ipv4=true,ipv6=true"));
+    events_.clear();
+    EXPECT_EQ(OrvanicLayerXrDestroyInstance(instance_), XR_SUCCESS);
+    EXPECT_THAT(events_, ElementsAre("1 "));
+}
+
+TEST_F(InstanceHooks, DestructionGoesThroughItsSteps) {
+    ASSERT_EQ(Create(), XR_SUCCESS);
+    runtime_.take_calls();
+    log_.take();
+    EXPECT_EQ(OrvanicLayerXrDestroyInstance(instance_), XR_SUCCESS);
+    EXPECT_THAT(runtime_.take_calls(), ElementsAre("xrDestroyInstance(instance1)"));
+    EXPECT_THAT(log_.take(),
+                ElementsAre("INFO OrvanicLayerXrDestroyInstance called", "INFO Telemetry shut down",
+                            "INFO Destroying Orvanic MCP Server...", "INFO MCP Server stopped successfully",
+                            "INFO OrvanicLayerXrDestroyInstance succeeded"));
+    EXPECT_THAT(LogFile(), HasSubstr("==== session ended at "));
+    const InstanceState state = ContextManager::instance().getInstanceState();
+    EXPECT_TRUE(state.valid);
+    EXPECT_EQ(state.applicationName, "Demo");
+    EXPECT_EQ(state.toolRegistry, nullptr);
+    EXPECT_TRUE(DispatchHolder::instance().has_table());
+    EXPECT_FALSE(DispatchHolder::instance().LeaseRuntime());
+    EXPECT_EQ(McpServerHost::instance().ipv4_server(), nullptr);
+    EXPECT_EQ(InProcessToolRegistry::instance().invoke("math_calc", json::object()).error,
+              "tool 'math_calc' is not registered");
+}
+
+TEST_F(InstanceHooks, RefusedDestructionGoesBackAndTheRuntimeStaysOpen) {
+    ASSERT_EQ(Create(), XR_SUCCESS);
+    runtime_.answer("xrDestroyInstance", XR_ERROR_RUNTIME_FAILURE);
+    EXPECT_EQ(OrvanicLayerXrDestroyInstance(instance_), XR_ERROR_RUNTIME_FAILURE);
+    EXPECT_THAT(MessagesOf(log_, "ERROR"), ElementsAre("OrvanicLayerXrDestroyInstance failed"));
+    EXPECT_THAT(LogFile(), HasSubstr("==== session ended at "));
+    EXPECT_TRUE(DispatchHolder::instance().LeaseRuntime());
+}
+
+TEST_F(InstanceHooks, DestructionThatCannotBeForwardedLeavesTheLogFileOpen) {
+    ASSERT_EQ(Create(), XR_SUCCESS);
+    runtime_.lack("xrDestroyInstance");
+    EXPECT_EQ(OrvanicLayerXrDestroyInstance(instance_), XR_ERROR_HANDLE_INVALID);
+    EXPECT_THAT(LogFile(), testing::Not(HasSubstr("==== session ended at ")));
+    runtime_.offer("xrDestroyInstance");
+    runtime_.throw_from("xrDestroyInstance");
+    EXPECT_EQ(OrvanicLayerXrDestroyInstance(instance_), XR_ERROR_HANDLE_INVALID);
+    EXPECT_THAT(LogFile(), HasSubstr("Exception in OrvanicLayerXrDestroyInstance\n==== session ended at "));
+}
+
+TEST_F(InstanceHooks, NobodyIsLeftWaitingAtTheEnd) {
+    ASSERT_EQ(Create(), XR_SUCCESS);
+    const auto start_long_animation = [] {
+        ActiveAnimation animation;
+        animation.name = "head";
+        animation.duration_seconds = 1e6f;
+        animation.apply = [](const XrPosef&) { return true; };
+        return PoseAnimationManager::instance().StartAnimation(std::move(animation));
+    };
+    const auto enqueue_callback = [] {
+        auto entry = std::make_shared<DeferredCallbackEntry>(ExternalTool{"tool", nullptr, 1, nullptr}, "{}");
+        auto done = entry->completion.get_future();
+        ExternalToolManager::instance().Enqueue(std::move(entry));
+        return done;
+    };
+    std::future<AnimationResult> animations[2] = {start_long_animation(), {}};
+    std::future<void> callbacks[2] = {enqueue_callback(), {}};
+    // What calls that still run come up with while the server is being stopped.
+    runtime_.on("xrDestroyInstance", [&](XrInstance) {
+        animations[1] = start_long_animation();
+        callbacks[1] = enqueue_callback();
+        return XR_SUCCESS;
+    });
+    EXPECT_EQ(OrvanicLayerXrDestroyInstance(instance_), XR_SUCCESS);
+    for (int i = 0; i < 2; ++i) {
+        SCOPED_TRACE(i);
+        ASSERT_EQ(animations[i].wait_for(std::chrono::seconds(0)), std::future_status::ready);
+        EXPECT_EQ(animations[i].get(), AnimationSuperseded);
+        EXPECT_EQ(callbacks[i].wait_for(std::chrono::seconds(0)), std::future_status::ready);
+    }
+}
+
+TEST_F(InstanceHooks, RegistriesOutliveARegistrationThroughThem) {
+    ASSERT_EQ(Create(), XR_SUCCESS);
+    std::shared_lock registration(ToolRegistryLifetime());
+    IToolRegistry* const registry = ContextManager::instance().getInstanceState().toolRegistry;
+    auto destruction = std::async(std::launch::async, [&] { return OrvanicLayerXrDestroyInstance(instance_); });
+    EXPECT_EQ(destruction.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    mcp::tool tool;
+    tool.name = "late";
+    registry->registerTool(tool, [](const json&, const std::string&) { return json(); });
+    registration.unlock();
+    EXPECT_EQ(destruction.get(), XR_SUCCESS);
+    EXPECT_FALSE(InProcessToolRegistry::instance().invoke("late", json::object()).success);
+}
+
+// A layer between two copies of ours.
+struct Middle {
+    static inline std::vector<std::string> calls;
+    static inline PFN_xrGetInstanceProcAddr next = nullptr;
+    static inline PFN_xrDestroySpace next_destroy_space = nullptr;
+
+    static XrResult Create(const XrInstanceCreateInfo* info, const XrApiLayerCreateInfo* layer_info,
+                           XrInstance* instance) {
+        calls.push_back("create as " + std::string(layer_info->nextInfo->layerName));
+        const XrApiLayerNextInfo& own = *layer_info->nextInfo;
+        XrApiLayerCreateInfo moved_on = *layer_info;
+        moved_on.nextInfo = own.next;
+        next = own.nextGetInstanceProcAddr;
+        const XrResult result = own.nextCreateApiLayerInstance(info, &moved_on, instance);
+        next(*instance, "xrDestroySpace", reinterpret_cast<PFN_xrVoidFunction*>(&next_destroy_space));
+        return result;
+    }
+    static XrResult GetInstanceProcAddr(XrInstance instance, const char* name, PFN_xrVoidFunction* function) {
+        *function = nullptr;
+        if (!next) return XR_ERROR_HANDLE_INVALID;
+        if (std::string(name) != "xrDestroySpace") return next(instance, name, function);
+        *function = reinterpret_cast<PFN_xrVoidFunction>(DestroySpace);
+        return XR_SUCCESS;
+    }
+    static XrResult DestroySpace(XrSpace space) {
+        calls.push_back("xrDestroySpace");
+        return next_destroy_space(space);
+    }
+};
+
+class BothNames : public InstanceHooks {
+ protected:
+    void ExpectOneCopyAtWork() {
+        const std::vector<XrApiLayerNextInfo> before = {next_info_, lower_};
+        ASSERT_EQ(Create(), XR_SUCCESS);
+        EXPECT_EQ(std::memcmp(&before[0], &next_info_, 296), 0) << "the loader's own records stay";
+        EXPECT_EQ(std::memcmp(&before[1], &lower_, 296), 0);
+        EXPECT_THAT(runtime_.calls("xrCreateApiLayerInstance"), SizeIs(1));
+        EXPECT_THAT(MessagesOf(log_, "INFO"),
+                    testing::Contains("Another copy of this layer lies below and is left out"));
+        EXPECT_EQ(OrvanicLayerXrDestroySpace(HandleFromValue<XrSpace>(0x5)), XR_SUCCESS);
+        EXPECT_THAT(runtime_.calls("xrDestroySpace"), ElementsAre("xrDestroySpace(0x5)"));
+        EXPECT_EQ(OrvanicLayerXrDestroyInstance(instance_), XR_SUCCESS);
+        EXPECT_THAT(runtime_.calls("xrDestroyInstance"), ElementsAre("xrDestroyInstance(instance1)"));
+    }
+
+    XrApiLayerNextInfo lower_ = NextInfo(kOrvanic, FakeRuntime::next_get_instance_proc_addr(),
+                                         FakeRuntime::next_create_api_layer_instance(), nullptr);
+};
+
+TEST_F(BothNames, OneOverTheOther) {
+    next_info_ = NextInfo(kVelmoor, OrvanicLayerXrGetInstanceProcAddr, OrvanicLayerXrCreateApiLayerInstance, &lower_);
+    ExpectOneCopyAtWork();
+    EXPECT_THAT(runtime_.calls("xrEnumerateInstanceExtensionProperties"), SizeIs(2));
+}
+
+TEST_F(BothNames, WithAnotherLayerBetweenThem) {
+    Middle::calls.clear();
+    Middle::next = nullptr;
+    XrApiLayerNextInfo middle =
+        NextInfo("XR_APILAYER_OTHER", OrvanicLayerXrGetInstanceProcAddr, OrvanicLayerXrCreateApiLayerInstance, &lower_);
+    next_info_ = NextInfo(kVelmoor, Middle::GetInstanceProcAddr, Middle::Create, &middle);
+    ExpectOneCopyAtWork();
+    EXPECT_THAT(Middle::calls, ElementsAre("create as XR_APILAYER_OTHER", "xrDestroySpace"));
+}
+
+}  // namespace
+}  // namespace orvanic_xr
