@@ -1,0 +1,236 @@
+#include "scene/scene_context.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "layer/dispatch/handles.h"
+#include "scene/scene_tools.h"
+#include "tests/scene/fake_room.h"
+
+namespace orvanic_xr {
+namespace {
+
+using mcp::json;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+
+class Scene : public SceneTest {
+ protected:
+    std::map<std::string, const SceneEntity*> ByName(const SceneContext& scene) {
+        std::map<std::string, const SceneEntity*> entities;
+        for (const auto& [uuid, entity] : scene.entities()) entities[entity.name] = &entity;
+        return entities;
+    }
+    std::vector<std::string> Names(const SceneContext& scene) {
+        std::vector<std::string> names;
+        for (const auto& [name, entity] : ByName(scene)) names.push_back(name);
+        return names;
+    }
+};
+
+TEST_F(Scene, ContainersAreOpenedAndTheRestBecomesEntities) {
+    room_.container_with({"TABLE", "TABLE", "", "FLOOR"});
+    room_.loose("LAMP");
+    SceneContext scene(session_);
+    EXPECT_EQ(scene.state(), QueryingContainers);
+    room_.deliver_results(scene);
+    EXPECT_EQ(scene.state(), QueryingRemainingUuids);
+    room_.deliver_results(scene);
+    EXPECT_EQ(scene.state(), WaitingForComponents);
+    EXPECT_FALSE(scene.is_ready());
+    log_.take();
+    room_.deliver_components(scene);
+    EXPECT_TRUE(scene.is_ready());
+    EXPECT_THAT(Names(scene), ElementsAre("FLOOR 1", "LAMP 1", "TABLE 1", "TABLE 2", "UNKNOWN 1"));
+    EXPECT_EQ(log_.lines().front(), "INFO Scene query complete, found 5 entities.");
+    EXPECT_THAT(log_.lines(),
+                testing::Contains("INFO Entity 00000000-0000-0000-0000-000000000003: name=\"UNKNOWN 1\" label=<none> "
+                                  "bbox2D=[offset:(-1, -2), extent:(2, 4)] "
+                                  "bbox3D=[offset:(-0.5, 0, -0.25), extent:(1, 0.75, 0.5)]"));
+    EXPECT_THAT(room_.queries(), ElementsAre("component 7, local, at most 100", "4 uuids, local, at most 1000"));
+}
+
+TEST_F(Scene, AnEmptyRoomIsCompleteWithAWarning) {
+    SceneContext scene(session_);
+    room_.deliver_results(scene);
+    EXPECT_TRUE(scene.is_ready());
+    EXPECT_TRUE(scene.entities().empty());
+    EXPECT_THAT(log_.lines("WARNING"), ElementsAre("WARNING Failed to start remaining UUIDs query"));
+}
+
+TEST_F(Scene, StaysSilentWithoutSessionAndWarnsWithoutFunctions) {
+    SceneContext standby(XR_NULL_HANDLE);
+    EXPECT_THAT(log_.take(), IsEmpty());
+    for (const char* function : {"xrQuerySpacesKS", "xrGetSpaceContainerKS", "xrDestroySpace"}) {
+        SCOPED_TRACE(function);
+        log_.take();
+        runtime_.lack(function);
+        SceneContext scene(session_);
+        EXPECT_EQ(scene.state(), NotStarted);
+        EXPECT_THAT(log_.take(),
+                    ElementsAre("WARNING Required scene query extensions not enabled. Is the application a "
+                                "mixed-reality one?"));
+        runtime_.offer(function);
+    }
+}
+
+struct FailureCase {
+    const char* function;
+    int nth;
+    SceneQueryState left_in;
+};
+
+TEST_F(Scene, AFailureLeavesTheQueryWhereItWas) {
+    const FailureCase cases[] = {
+        {"xrQuerySpacesKS", 1, Failed},
+        {"xrRetrieveSpaceQueryResultsKS", 1, QueryingContainers},
+        {"xrRetrieveSpaceQueryResultsKS", 2, QueryingContainers},
+        {"xrRetrieveSpaceQueryResultsKS", 3, QueryingRemainingUuids},
+        {"xrQuerySpacesKS", 2, WaitingForComponents},
+    };
+    room_.container_with({"TABLE"});
+    room_.loose("LAMP");
+    for (const FailureCase& row : cases) {
+        SCOPED_TRACE(std::string(row.function) + " call " + std::to_string(row.nth));
+        room_.reset_requests();
+        runtime_.behave(row.function);
+        room_.install();
+        room_.fail(row.function, row.nth);
+        SceneContext scene(session_);
+        room_.deliver_results(scene);
+        room_.deliver_results(scene);
+        EXPECT_EQ(scene.state(), row.left_in);
+        EXPECT_FALSE(scene.is_ready());
+    }
+}
+
+TEST_F(Scene, WhatTheRuntimeCannotTellIsLeftOut) {
+    room_.loose("CHAIR");
+    room_.fail("xrGetSpaceSemanticLabelsKS", 2);
+    room_.fail("xrGetSpaceBoundingBox2DKS", 1);
+    room_.fail("xrGetSpaceBoundingBox3DKS", 1);
+    SceneContext scene(session_);
+    room_.deliver_results(scene);
+    EXPECT_TRUE(scene.is_ready()) << "without a box nothing waits for the locatable component";
+    ASSERT_THAT(Names(scene), ElementsAre("UNKNOWN 1"));
+    EXPECT_FALSE(ByName(scene).begin()->second->bounding_box_2d);
+    EXPECT_FALSE(ByName(scene).begin()->second->bounding_box_3d);
+    EXPECT_THAT(runtime_.calls("xrSetSpaceComponentStatusKS"), IsEmpty());
+}
+
+TEST_F(Scene, AnAnchorWhoseStatusCannotBeToldIsAnEntity) {
+    room_.container_with({"TABLE"});
+    room_.fail("xrGetSpaceComponentStatusKS", 1);
+    SceneContext scene(session_);
+    room_.deliver_results(scene);
+    EXPECT_THAT(Names(scene), ElementsAre("UNKNOWN 1"));
+}
+
+TEST_F(Scene, ARequestThatFailedNeverCompletes) {
+    room_.loose("TABLE");
+    SceneContext scene(session_);
+    room_.deliver_results(scene);
+    room_.deliver_components(scene, XR_ERROR_RUNTIME_FAILURE);
+    EXPECT_EQ(scene.state(), WaitingForComponents);
+    room_.deliver_unknown_request(scene);
+    EXPECT_EQ(scene.state(), WaitingForComponents);
+    room_.deliver_components(scene);
+    EXPECT_TRUE(scene.is_ready());
+}
+
+TEST_F(Scene, ForeignRequestsAndAbsurdCountsChangeNothing) {
+    room_.loose("TABLE");
+    SceneContext scene(session_);
+    room_.deliver_unknown_request(scene);
+    EXPECT_EQ(scene.state(), QueryingContainers);
+    room_.claim_count(0xFFFFFFFFu);
+    room_.deliver_results(scene);
+    EXPECT_THAT(Names(scene), ElementsAre("TABLE 1"));
+}
+
+TEST_F(Scene, TheContextDestroysTheSpacesItWasGiven) {
+    room_.container_with({"TABLE", "LAMP"});
+    {
+        SceneContext scene(session_);
+        room_.deliver_results(scene);
+        room_.deliver_results(scene);
+        runtime_.take_calls();
+    }
+    EXPECT_EQ(runtime_.calls("xrDestroySpace").size(), 2u);
+    EXPECT_EQ(log_.lines().back(), "INFO SceneContext destroyed");
+}
+
+class SpatialEntitiesTool : public SceneTest {
+ protected:
+    SpatialEntitiesTool() {
+        ContextManager::instance().setSceneContextFactory(MakeSceneContext);
+        ContextManager::instance().createSessionContext(session_);
+        context_ = ContextManager::instance().getSessionContext(session_);
+    }
+    void Query() {
+        ContextManager::instance().createSceneContext(session_);
+        const auto scene = ContextManager::instance().getSceneContext(session_);
+        room_.deliver_results(*scene);
+        room_.deliver_results(*scene);
+        room_.deliver_components(*scene);
+    }
+    std::string List(const json& arguments) {
+        return make_openxr_list_spatial_entities_tool_entry().handler(arguments, "").at(0).at("text");
+    }
+
+    std::shared_ptr<SessionContext> context_;
+};
+
+TEST_F(SpatialEntitiesTool, RefusesInTheOrderOfItsChecks) {
+    EXPECT_EQ(List({{"base_space", "no"}}),
+              "Scene query is still in progress. Please try again in a moment when the scene data is ready.");
+    Query();
+    EXPECT_EQ(List({{"base_space", "no"}}),
+              "Error: Invalid or unavailable base_space 'no'. Valid options: 'local', 'stage', 'local_floor', 'view'.");
+    EXPECT_EQ(List({{"base_space", 7}}), "Error: No frame timing data available. No frames have been rendered yet.");
+    context_->RecordFrameTime(1'000'000'000);
+    EXPECT_EQ(List(json::array()), "{\n  \"base_space\": \"local\",\n  \"entity_count\": 0,\n  \"entities\": []\n}");
+}
+
+TEST_F(SpatialEntitiesTool, PutsTheBoxesWhereTheBaseSpaceSeesThem) {
+    room_.loose("TABLE");
+    Query();
+    context_->RecordFrameTime(1'000'000'000);
+    // Half a turn about the vertical, two metres up: the box's middle comes to the other side.
+    runtime_.on("xrLocateSpace", [](XrSpace, XrSpace, XrTime, XrSpaceLocation* location) {
+        location->locationFlags = 0;
+        location->pose = {{0, 1, 0, 0}, {10, 2, 0}};
+        return XR_SUCCESS;
+    });
+    const json listed = mcp::parse_json(List({{"base_space", "stage"}}));
+    ASSERT_EQ(listed["entity_count"], 1);
+    EXPECT_EQ(mcp::dump_json(listed["entities"][0]),
+              R"({"name":"TABLE 1","semantic_label":"TABLE","bounding_box_2d":{"center":{"position":[10.0,2.0,0.0],)"
+              R"("orientation":[0.0,1.0,0.0,0.0]},"size":{"width":2.0,"height":4.0}},"bounding_box_3d":{"center":)"
+              R"({"position":[10.0,2.375,0.0],"orientation":[0.0,1.0,0.0,0.0]},"size":{"width":1.0,"height":0.75,)"
+              R"("depth":0.5}}})");
+}
+
+TEST_F(SpatialEntitiesTool, KeepsAnEntityThatCannotBeLocated) {
+    room_.loose("TABLE");
+    Query();
+    context_->RecordFrameTime(1'000'000'000);
+    runtime_.answer("xrLocateSpace", XR_ERROR_TIME_INVALID);
+    const json listed = mcp::parse_json(List({}));
+    EXPECT_EQ(mcp::dump_json(listed["entities"][0]),
+              R"({"name":"TABLE 1","semantic_label":"TABLE","bounding_box_2d":null,"bounding_box_3d":null})");
+    EXPECT_EQ(log_.lines("WARNING").back(),
+              "WARNING openxr_list_spatial_entities: xrLocateSpace failed for entity 'TABLE 1' with result: "
+              "XR_ERROR_TIME_INVALID");
+}
+
+}  // namespace
+}  // namespace orvanic_xr
