@@ -1,6 +1,7 @@
 #include "mcp/event_dispatcher.h"
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 #include "diagnostics/clock.h"
@@ -11,7 +12,10 @@ namespace {
 // Small answers go out together up to this size, so that many calls in flight cost few writes.
 constexpr std::size_t kBatchBytes = 64u << 10;
 
-// What a writer's buffer may keep for the next time.
+// A stream with room has room for this much.
+constexpr std::size_t kLentBytes = 16u << 10;
+
+// What the buffer of what goes out may keep for the next time.
 constexpr std::size_t kKeptBytes = 256u << 10;
 
 }  // namespace
@@ -36,55 +40,84 @@ bool event_dispatcher::post_frame(const std::string& text) {
 }
 
 event_dispatcher::post_result event_dispatcher::post_answer(std::string text) {
-    {
-        const std::lock_guard lock(mutex_);
-        if (closed_) return post_result::closed;
-        if (untaken_bytes_ > 0 && text.size() > untaken_limit_ - std::min(untaken_bytes_, untaken_limit_)) {
-            return post_result::too_much;
-        }
-        untaken_bytes_ += text.size();
-        answers_.push_back(std::move(text));
+    std::unique_lock lock(mutex_);
+    if (closed_) return post_result::closed;
+    if (untaken_bytes_ > 0 && text.size() > untaken_limit_ - std::min(untaken_bytes_, untaken_limit_)) {
+        return post_result::too_much;
     }
-    posted_.notify_all();
+    untaken_bytes_ += text.size();
+    answers_.push_back(std::move(text));
+    if (writing_) return post_result::stored;  // who writes looks again
+    if (lent_sink_) write_for_reader(lock);
+    if (is_due_locked()) posted_.notify_all();
     return post_result::stored;
 }
 
-bool event_dispatcher::await_frame(const frame_sink& sink, std::chrono::milliseconds timeout) {
+void event_dispatcher::write_for_reader(std::unique_lock<std::mutex>& lock) {
+    while (!closed_ && !answers_.empty() && answers_.front().size() <= kLentBytes && lent_sink_->has_room()) {
+        take_answers_locked(kLentBytes);
+        write_outgoing(lock, *lent_sink_);
+    }
+}
+
+bool event_dispatcher::is_due_locked() const {
+    return !answers_.empty() || posted_id_ == target_ || closed_ || reader_released_ || reader_leaves_;
+}
+
+bool event_dispatcher::await_frame(frame_sink* sink, std::chrono::milliseconds timeout) {
     if (!sink || closed_) return false;
     std::unique_lock lock(mutex_);
-    const std::int32_t target = next_id_;
-    const auto frame_posted = [&] { return posted_id_ == target; };
-    posted_.wait_for(lock, timeout, [&] { return !answers_.empty() || frame_posted() || closed_ || reader_released_; });
-    if (closed_ || (answers_.empty() && !frame_posted())) return false;
-    outgoing_.clear();
-    const std::size_t answer_bytes = take_answers_locked();
-    if (frame_posted()) {
+    target_ = next_id_;
+    lent_sink_ = sink;
+    posted_.wait_for(lock, timeout, [this] { return is_due_locked() && !writing_; });
+    reader_leaves_ = true;
+    posted_.wait(lock, [this] { return !writing_; });
+    reader_leaves_ = false;
+    lent_sink_ = nullptr;
+    if (closed_ || (answers_.empty() && posted_id_ != target_)) return false;
+    take_answers_locked(kBatchBytes);
+    if (posted_id_ == target_) {
         outgoing_ += frame_;
         frame_.clear();
     }
-    if (outgoing_.empty()) return true;
-    lock.unlock();
-    const bool written = sink(outgoing_);
-    if (outgoing_.capacity() > kKeptBytes) outgoing_ = {};
-    lock.lock();
-    untaken_bytes_ -= answer_bytes;
-    if (!written) close_locked();
-    return written;
+    return outgoing_.empty() || write_outgoing(lock, *sink);
 }
 
-std::size_t event_dispatcher::take_answers_locked() {
-    if (answers_.empty()) return 0;
-    std::size_t bytes = answers_.front().size();
-    if (bytes >= kBatchBytes) {
-        outgoing_ = std::move(answers_.front());
+void event_dispatcher::take_answers_locked(std::size_t most_bytes) {
+    outgoing_.clear();
+    outgoing_answer_bytes_ = 0;
+    while (!answers_.empty()) {
+        std::string& next = answers_.front();
+        if (outgoing_.empty() && next.size() >= most_bytes) {
+            outgoing_ = std::move(next);
+            outgoing_answer_bytes_ = outgoing_.size();
+            answers_.pop_front();
+            return;
+        }
+        if (outgoing_.size() + next.size() > most_bytes) return;
+        outgoing_ += next;
+        outgoing_answer_bytes_ += next.size();
         answers_.pop_front();
-        return bytes;
     }
-    for (bytes = 0; !answers_.empty() && bytes + answers_.front().size() <= kBatchBytes; answers_.pop_front()) {
-        bytes += answers_.front().size();
-        outgoing_ += answers_.front();
+}
+
+bool event_dispatcher::write_outgoing(std::unique_lock<std::mutex>& lock, frame_sink& sink) {
+    writing_ = true;
+    lock.unlock();
+    bool written = false;
+    std::exception_ptr thrown;
+    try {
+        written = sink.write(outgoing_);
+    } catch (...) {
+        thrown = std::current_exception();
     }
-    return bytes;
+    if (outgoing_.capacity() > kKeptBytes) outgoing_ = {};
+    lock.lock();
+    writing_ = false;
+    untaken_bytes_ -= outgoing_answer_bytes_;
+    if (!written) close_locked();
+    if (thrown) std::rethrow_exception(thrown);
+    return written;
 }
 
 void event_dispatcher::close() {

@@ -6,19 +6,29 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
-#include <functional>
 #include <mutex>
 #include <string>
 #include <string_view>
 
 namespace mcp {
 
-// Writes bytes to an open stream; false if that failed. Blocks while the client doesn't read.
-using frame_sink = std::function<bool(std::string_view bytes)>;
+// The writing end of an open stream.
+class frame_sink {
+ public:
+    virtual ~frame_sink() = default;
 
-// What one session has to tell its client, between the threads that tell it and the one HTTP worker that writes
-// it. A frame sits in a single slot and is lost if the writer was busy, which is good enough for heartbeats. An
-// answer is queued, and never lost or reordered while the stream lives.
+    // False if that failed. Waits while the client doesn't read.
+    virtual bool write(std::string_view bytes) = 0;
+    // True if write() would not wait, for a few kilobytes.
+    virtual bool has_room() = 0;
+};
+
+// What one session has to tell its client, between the threads that tell it and the one HTTP worker that holds
+// the stream. A frame sits in a single slot and is lost if the worker was busy, which is good enough for
+// heartbeats. An answer is queued, and never lost or reordered while the stream lives.
+//
+// While the worker waits it lends its sink: who posts a small answer then writes it in its place, if that needs
+// no waiting, which spares the client the time that waking the worker takes.
 class event_dispatcher {
  public:
     enum class post_result { stored, closed, too_much };
@@ -35,8 +45,8 @@ class event_dispatcher {
     // Waits for something to write, and writes it: all queued answers, or the first part of them if they are
     // many, and a frame that was posted during this wait. True if the stream goes on with no keepalive needed;
     // false if the time ran out, the dispatcher is closed, or writing failed, which closes it. Only one thread
-    // at a time may wait.
-    bool await_frame(const frame_sink& sink, std::chrono::milliseconds timeout);
+    // at a time may wait; without a sink it doesn't.
+    bool await_frame(frame_sink* sink, std::chrono::milliseconds timeout);
 
     // Nothing can be posted any more, and what is queued is dropped.
     void close();
@@ -53,7 +63,10 @@ class event_dispatcher {
     std::int64_t last_activity_ns() const;  // by the monotonic clock
 
  private:
-    std::size_t take_answers_locked();
+    bool is_due_locked() const;
+    void take_answers_locked(std::size_t most_bytes);
+    bool write_outgoing(std::unique_lock<std::mutex>& lock, frame_sink& sink);
+    void write_for_reader(std::unique_lock<std::mutex>& lock);
     void close_locked();
 
     const std::size_t untaken_limit_;
@@ -67,10 +80,18 @@ class event_dispatcher {
     std::deque<std::string> answers_;
     std::size_t untaken_bytes_ = 0;  // of answers_ and of those being written
     std::atomic<bool> closed_{false};
-    bool reader_released_ = false;
     std::int64_t last_activity_ns_;
 
-    std::string outgoing_;  // what is being written; the waiting thread's own
+    // Of the waiting worker, "the reader" of the queue.
+    frame_sink* lent_sink_ = nullptr;
+    std::int32_t target_ = 0;  // the id of a frame that is posted during its wait
+    bool reader_leaves_ = false;
+    bool reader_released_ = false;
+
+    // Of the thread that writes, which alone touches outgoing_, without the lock.
+    bool writing_ = false;
+    std::string outgoing_;
+    std::size_t outgoing_answer_bytes_ = 0;
 };
 
 }  // namespace mcp

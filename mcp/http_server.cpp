@@ -11,6 +11,7 @@
 
 #include "diagnostics/mcp_logger.h"
 #include "mcp/body_budget.h"
+#include "mcp/connection.h"
 #include "mcp/connection_workers.h"
 
 // Without these the library raises SIGPIPE in the host application, and makes connections wait when many come
@@ -42,27 +43,6 @@ class kept_sigpipe {
     struct sigaction before_ {};
 };
 
-// A socket that any thread may shut down, while its worker has not closed it.
-class connection {
- public:
-    explicit connection(int socket) : socket_(socket) {}
-
-    void cut() {
-        const std::lock_guard lock(mutex_);
-        if (socket_ >= 0) shutdown(socket_, SHUT_RDWR);
-    }
-
-    // From now on the number may be another file's.
-    void forget_socket() {
-        const std::lock_guard lock(mutex_);
-        socket_ = -1;
-    }
-
- private:
-    std::mutex mutex_;  // socket_
-    int socket_;
-};
-
 // The connection that this worker serves.
 thread_local std::shared_ptr<connection> served_connection;
 
@@ -75,8 +55,32 @@ class task_queue final : public httplib::TaskQueue {
     connection_workers workers_{default_connection_limits()};
 };
 
-// The library's server, with connections that can be cut. It also waits for the next request of a connection
-// without looking a hundred times a second whether it is to stop, and keeps what it has read beyond a request.
+// A connection as the library sees it. Reading and writing wait by themselves, so no call asks whether they may.
+class connection_stream final : public httplib::Stream {
+ public:
+    explicit connection_stream(connection& served) : connection_(served) {}
+
+    bool is_readable() const override { return connection_.has_buffered(); }
+    bool wait_readable() const override { return true; }
+    bool wait_writable() const override { return true; }
+    bool is_peer_alive() const override { return connection_.peer_is_alive(); }
+    ssize_t read(char* bytes, size_t size) override { return connection_.read(bytes, size); }
+    ssize_t write(const char* bytes, size_t size) override { return connection_.write(bytes, size); }
+    void get_remote_ip_and_port(std::string& ip, int& port) const override {
+        httplib::detail::get_remote_ip_and_port(socket(), ip, port);
+    }
+    void get_local_ip_and_port(std::string& ip, int& port) const override {
+        httplib::detail::get_local_ip_and_port(socket(), ip, port);
+    }
+    socket_t socket() const override { return connection_.socket(); }
+    time_t duration() const override { return 0; }
+
+ private:
+    connection& connection_;
+};
+
+// The library's server, with connections that can be cut. Waiting for the next request of one is a read like any
+// other: the library would look a hundred times a second whether it is to stop.
 class cuttable_server final : public httplib::Server {
  public:
     void cut_connections() {
@@ -89,15 +93,17 @@ class cuttable_server final : public httplib::Server {
     bool process_and_close_socket(socket_t socket) noexcept override {
         try {
             served_connection = std::make_shared<connection>(socket);
-            if (enter()) serve_requests(socket);
+            if (enter()) serve_requests(*served_connection);
         } catch (const std::exception& e) {
             log_error("Exception while serving a connection: ", e.what());
         } catch (...) {
             log_error("Unknown exception while serving a connection");
         }
-        leave();
-        httplib::detail::shutdown_socket(socket);
-        httplib::detail::close_socket(socket);
+        if (served_connection) {
+            leave();
+        } else {
+            httplib::detail::close_socket(socket);
+        }
         return true;
     }
 
@@ -108,28 +114,25 @@ class cuttable_server final : public httplib::Server {
     }
 
     void leave() {
-        if (!served_connection) return;
-        served_connection->forget_socket();
-        const std::lock_guard lock(mutex_);
-        connections_.erase(served_connection);
+        {
+            const std::lock_guard lock(mutex_);
+            connections_.erase(served_connection);
+        }
+        served_connection->close();
         served_connection.reset();
     }
 
-    void serve_requests(socket_t socket) {
+    void serve_requests(connection& served) {
+        connection_stream stream(served);
         std::string remote_address;
         std::string local_address;
         int remote_port = 0;
         int local_port = 0;
-        httplib::detail::get_remote_ip_and_port(socket, remote_address, remote_port);
-        httplib::detail::get_local_ip_and_port(socket, local_address, local_port);
-        httplib::detail::SocketStream stream(socket, read_timeout_sec_, read_timeout_usec_, write_timeout_sec_,
-                                             write_timeout_usec_);
+        stream.get_remote_ip_and_port(remote_address, remote_port);
+        stream.get_local_ip_and_port(local_address, local_port);
         bool closed = false;
-        for (std::size_t left = keep_alive_max_count_; left > 0 && !closed; --left) {
-            const bool has_request =
-                stream.is_readable() || httplib::detail::select_read(socket, keep_alive_timeout_sec_, 0) > 0;
-            if (!has_request || svr_sock_ == INVALID_SOCKET ||
-                !process_request(stream, remote_address, remote_port, local_address, local_port, left == 1, closed,
+        for (std::size_t left = keep_alive_max_count_; left > 0 && !closed && svr_sock_ != INVALID_SOCKET; --left) {
+            if (!process_request(stream, remote_address, remote_port, local_address, local_port, left == 1, closed,
                                  nullptr)) {
                 return;
             }
@@ -173,6 +176,18 @@ ssize_t write_headers(httplib::Stream& stream, httplib::Headers& headers) {
     return stream.write(text);
 }
 
+class stream_sink final : public frame_sink {
+ public:
+    stream_sink(httplib::DataSink& chunks, const connection& on) : chunks_(chunks), connection_(on) {}
+
+    bool write(std::string_view bytes) override { return chunks_.write(bytes.data(), bytes.size()); }
+    bool has_room() override { return connection_.has_room(); }
+
+ private:
+    httplib::DataSink& chunks_;
+    const connection& connection_;
+};
+
 header_map lower_case_headers(const httplib::Request& from) {
     header_map headers;
     for (const auto& [name, value] : from.headers) {
@@ -201,9 +216,11 @@ void fill_response(http_answer answer, httplib::Response& response) {
     for (const http_header& header : answer.headers) response.set_header(header.name, header.value);
     if (answer.stream) {
         const auto source = std::make_shared<stream_source>(std::move(answer.stream));
-        response.set_chunked_content_provider(answer.content_type, [source](std::size_t, httplib::DataSink& sink) {
-            return (*source)([&sink](std::string_view bytes) { return sink.write(bytes.data(), bytes.size()); });
-        });
+        response.set_chunked_content_provider(answer.content_type,
+                                              [source, on = served_connection](std::size_t, httplib::DataSink& chunks) {
+                                                  stream_sink sink(chunks, *on);
+                                                  return (*source)(sink);
+                                              });
     } else {
         response.set_header("Content-Type", answer.content_type);
         response.body = std::move(answer.body);

@@ -37,7 +37,7 @@ struct http_request {
 
 // Called again and again to write to an open stream, for as long as it returns true. It is destroyed when the
 // stream has ended, for whatever reason.
-using stream_source = std::function<bool(const frame_sink& sink)>;
+using stream_source = std::function<bool(frame_sink& sink)>;
 
 struct http_answer {
     int status = 200;

@@ -36,7 +36,7 @@ stream_source session_table::open_session(std::function<void()> cut_connection) 
         opened.thread.ended = body.get_future();
         opened.thread.thread = std::thread(std::move(body));
     }
-    return [table, session_id, dispatcher, closes_session](const frame_sink& sink) {
+    return [table, session_id, dispatcher, closes_session](frame_sink& sink) {
         return table->write_stream(session_id, *dispatcher, sink);
     };
 }
@@ -84,7 +84,7 @@ void session_table::send_heartbeats(const std::string& session_id, event_dispatc
 }
 
 bool session_table::write_stream(const std::string& session_id, event_dispatcher& dispatcher,
-                                 const frame_sink& sink) noexcept {
+                                 frame_sink& sink) noexcept {
     try {
         if (continue_stream(session_id, dispatcher, sink)) return true;
     } catch (const std::exception& e) {
@@ -96,17 +96,16 @@ bool session_table::write_stream(const std::string& session_id, event_dispatcher
     return false;
 }
 
-bool session_table::continue_stream(const std::string& session_id, event_dispatcher& dispatcher,
-                                    const frame_sink& sink) {
+bool session_table::continue_stream(const std::string& session_id, event_dispatcher& dispatcher, frame_sink& sink) {
     if (dispatcher.is_closed()) return false;
     dispatcher.touch();
-    if (!dispatcher.await_frame(sink, timings_.keepalive_after)) {
+    if (!dispatcher.await_frame(&sink, timings_.keepalive_after)) {
         if (dispatcher.is_closed()) {
             log_info("SSE session closed by dispatcher: ", session_id);
             return false;
         }
         if (!running_) return false;
-        if (!sink(kKeepaliveComment)) {
+        if (!sink.write(kKeepaliveComment)) {
             log_warning("SSE keepalive write failed, closing connection: ", session_id);
             return false;
         }

@@ -70,8 +70,8 @@ class session_table : public std::enable_shared_from_this<session_table> {
     static void run_session(const std::shared_ptr<session_table>& table, const std::string& session_id,
                             event_dispatcher& dispatcher) noexcept;
     void send_heartbeats(const std::string& session_id, event_dispatcher& dispatcher);
-    bool write_stream(const std::string& session_id, event_dispatcher& dispatcher, const frame_sink& sink) noexcept;
-    bool continue_stream(const std::string& session_id, event_dispatcher& dispatcher, const frame_sink& sink);
+    bool write_stream(const std::string& session_id, event_dispatcher& dispatcher, frame_sink& sink) noexcept;
+    bool continue_stream(const std::string& session_id, event_dispatcher& dispatcher, frame_sink& sink);
     void join_or_detach(std::vector<session_thread> threads) const;
 
     const server_timings timings_;

@@ -1,0 +1,51 @@
+#include "mcp/json_rpc.h"
+
+#include <gtest/gtest.h>
+
+namespace mcp {
+namespace {
+
+TEST(JsonRpc, ResponsesOnTheWire) {
+    const struct {
+        const char* name;
+        json_rpc_response response;
+        const char* text;
+    } rows[] = {
+        {"result", make_result_response(7, {{"b", 1}, {"a", 2}}), R"({"jsonrpc":"2.0","id":7,"result":{"b":1,"a":2}})"},
+        {"null result", make_result_response("x", nullptr), R"({"jsonrpc":"2.0","id":"x","result":null})"},
+        {"id 0", make_result_response(0, json::object()), R"({"jsonrpc":"2.0","id":0,"result":{}})"},
+        {"id of any type", make_result_response({{"n", 1.5}}, true),
+         R"({"jsonrpc":"2.0","id":{"n":1.5},"result":true})"},
+        {"error", make_error_response(1, kInvalidParams, "no"),
+         R"({"jsonrpc":"2.0","id":1,"error":{"code":-32602,"message":"no"}})"},
+        {"error with data", make_error_response(1, kInternalError, "no", {{"k", "v"}}),
+         R"({"jsonrpc":"2.0","id":1,"error":{"code":-32603,"message":"no","data":{"k":"v"}}})"},
+        {"data {} is left out", make_error_response(1, kInternalError, "no", json::object()),
+         R"({"jsonrpc":"2.0","id":1,"error":{"code":-32603,"message":"no"}})"},
+        {"data [] is left out", make_error_response(1, kInternalError, "no", json::array()),
+         R"({"jsonrpc":"2.0","id":1,"error":{"code":-32603,"message":"no"}})"},
+        {"data 0 is not", make_error_response(1, kInternalError, "no", 0),
+         R"({"jsonrpc":"2.0","id":1,"error":{"code":-32603,"message":"no","data":0}})"},
+        {"error {} is none", {.id = 1, .result = 5, .error = json::object()}, R"({"jsonrpc":"2.0","id":1,"result":5})"},
+        {"error [] is none", {.id = 1, .result = 5, .error = json::array()}, R"({"jsonrpc":"2.0","id":1,"result":5})"},
+        {"no UTF-8", make_result_response(1, "a\xff"), "{\"jsonrpc\":\"2.0\",\"id\":1,\"result\":\"a\xEF\xBF\xBD\"}"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        EXPECT_EQ(dump_json(to_json(row.response)), row.text);
+        std::string text = "before ";
+        append_text(text, row.response);
+        EXPECT_EQ(text, std::string("before ") + row.text);
+    }
+}
+
+TEST(JsonRpc, GivenResultTextIsUsedUnlessThereIsAnError) {
+    std::string text;
+    append_text(text, make_result_response(1, nullptr), "[1]");
+    append_text(text, make_error_response(1, kInternalError, "no"), "[1]");
+    EXPECT_EQ(text, R"({"jsonrpc":"2.0","id":1,"result":[1]})"
+                    R"({"jsonrpc":"2.0","id":1,"error":{"code":-32603,"message":"no"}})");
+}
+
+}  // namespace
+}  // namespace mcp
