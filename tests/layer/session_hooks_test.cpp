@@ -264,7 +264,7 @@ TEST_F(SessionHooks, RefusedOrImpossibleDestructionLeavesALiveSessionWithoutCont
         EXPECT_EQ(State().session, session);
         EXPECT_EQ(runtime_.calls("xrDestroySpace").size(), 8u);
     }
-    EXPECT_THAT(MessagesOf(log_, "ERROR"), Contains("ERROR Next xrDestroySession is null"));
+    EXPECT_THAT(MessagesOf(log_, "ERROR"), Contains("Next xrDestroySession is null"));
 }
 
 TEST_F(SessionHooks, EndOfAnOlderSessionMarksTheNewerOneInvalid) {
