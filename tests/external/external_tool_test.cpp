@@ -1,0 +1,320 @@
+#include "external/external_tool.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <cstring>
+#include <functional>
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "diagnostics/clock.h"
+#include "external/external_result.h"
+#include "external/external_tool_manager.h"
+#include "tests/fakes/log_capture.h"
+
+namespace orvanic_xr {
+namespace {
+
+using mcp::json;
+using testing::Contains;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+struct ShapeCase {
+    const char* text;
+    const char* content;
+};
+
+TEST(ShapeExternalToolResult, TurnsAnyTextIntoContent) {
+    const ShapeCase cases[] = {
+        {R"([{"type":"text","text":"a"},{"type":"text","text":"b"}])",
+         R"([{"type":"text","text":"a"},{"type":"text","text":"b"}])"},
+        {R"({"type":"text","text":"a","more":1})", R"([{"type":"text","text":"a","more":1}])"},
+        {R"([{"type":"text","text":"a"},1])",
+         R"([{"type":"text","text":"[\n  {\n    \"type\": \"text\",\n    \"text\": \"a\"\n  },\n  1\n]"}])"},
+        {R"({"type":"image","text":"a"})",
+         R"([{"type":"text","text":"{\n  \"type\": \"image\",\n  \"text\": \"a\"\n}"}])"},
+        {R"({"score":7})", R"([{"type":"text","text":"{\n  \"score\": 7\n}"}])"},
+        {"[]", R"([{"type":"text","text":"[]"}])"},
+        {"{}", R"([{"type":"text","text":"{}"}])"},
+        {"null", R"([{"type":"text","text":"null"}])"},
+        {"42", R"([{"type":"text","text":"42"}])"},
+        {"true", R"([{"type":"text","text":"true"}])"},
+        {R"("hi")", R"([{"type":"text","text":"\"hi\""}])"},
+        {"plain words", R"([{"type":"text","text":"plain words"}])"},
+        {"", R"([{"type":"text","text":""}])"},
+        {"\xff", "[{\"type\":\"text\",\"text\":\"\xEF\xBF\xBD\"}]"},
+    };
+    for (const ShapeCase& row : cases) {
+        SCOPED_TRACE(row.text);
+        EXPECT_EQ(mcp::dump_json(ShapeExternalToolResult(row.text)), row.content);
+    }
+    const std::string deep = std::string(300, '[') + std::string(300, ']');
+    EXPECT_EQ(ShapeExternalToolResult(deep)[0]["text"], deep);
+}
+
+// The callback of a test's own making: what it does stands in `body`.
+struct Script {
+    std::function<XrResult(char* buffer, std::uint32_t capacity, std::uint32_t* size, const std::string& arguments)>
+        body;
+    std::atomic<int> calls = 0;
+};
+
+XrResult XRAPI_CALL RunScript(char* buffer, std::uint32_t capacity, std::uint32_t* size, const char* arguments,
+                              void* user_data) {
+    auto& script = *static_cast<Script*>(user_data);
+    ++script.calls;
+    return script.body(buffer, capacity, size, arguments);
+}
+
+class ExternalTools : public testing::Test {
+ protected:
+    ExternalTool Tool(std::uint32_t flags) { return {"game_tool", RunScript, flags, &script_}; }
+
+    std::string Run(std::uint32_t flags = 0, const json& arguments = json::object()) {
+        return ExecuteExternalTool(Tool(flags), arguments, manager_).at(0).at("text");
+    }
+    std::future<std::string> RunWaiting(std::uint32_t flags) {
+        return std::async(std::launch::async, [this, flags] { return Run(flags); });
+    }
+    // Waits until `count` calls are queued.
+    void AwaitQueued(std::size_t count) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (queued_lines() < count && std::chrono::steady_clock::now() < deadline) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        // The line comes just before the entry.
+        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    }
+    std::size_t queued_lines() {
+        const auto lines = log_.lines();
+        return static_cast<std::size_t>(std::count(lines.begin(), lines.end(), "INFO  ... waiting"));
+    }
+    void Answer(const std::string& text, XrResult result = XR_SUCCESS) {
+        script_.body = [text, result](char* buffer, std::uint32_t capacity, std::uint32_t* size, const std::string&) {
+            *size = static_cast<std::uint32_t>(text.size());
+            if (text.size() >= capacity) return XR_ERROR_SIZE_INSUFFICIENT;
+            text.copy(buffer, text.size());
+            return result;
+        };
+    }
+
+    Script script_;
+    LogCapture log_;
+    ExternalToolManager manager_;
+};
+
+TEST_F(ExternalTools, RunAtOnceWithoutDeferralFlags) {
+    script_.body = [](char* buffer, std::uint32_t capacity, std::uint32_t* size, const std::string& arguments) {
+        EXPECT_EQ(capacity, 65536u);
+        EXPECT_EQ(*size, 0u);
+        EXPECT_EQ(std::count(buffer, buffer + capacity, '\0'), 65536);
+        *size = static_cast<std::uint32_t>(arguments.copy(buffer, capacity));
+        return XR_SUCCESS;
+    };
+    EXPECT_EQ(Run(0, json::array()), "[]");
+    EXPECT_EQ(Run(4, {{"a", 1}}), "{\n  \"a\": 1\n}") << "other bits are no deferral";
+    EXPECT_EQ(log_.take().front(), "INFO Immediately revoke tool: game_tool");
+}
+
+TEST_F(ExternalTools, TellWhichResultAnImmediateCallbackFailedWith) {
+    for (const XrResult result : {XR_ERROR_RUNTIME_FAILURE, XR_TIMEOUT_EXPIRED}) {
+        Answer("ignored", result);
+        const std::string number = std::to_string(static_cast<int>(result));
+        EXPECT_EQ(Run(), "Error: External tool callback failed: " + number);
+        EXPECT_EQ(log_.take().back(), "ERROR External tool callback failed: " + number);
+    }
+}
+
+TEST_F(ExternalTools, GiveALongResultTheRoomItAsksFor) {
+    const std::string text(100000, 'x');
+    Answer(text);
+    EXPECT_EQ(Run(), text);
+    EXPECT_EQ(script_.calls, 2);
+    EXPECT_EQ(log_.lines("WARNING").front(), "WARNING External tool result may have been truncated (buffer full)");
+}
+
+struct SizeCase {
+    std::uint32_t asked;
+    int calls;
+};
+
+TEST_F(ExternalTools, RefuseAbsurdRequestsForRoom) {
+    for (const SizeCase& row : {SizeCase{0xFFFFFFFFu, 1}, {268435456u, 1}, {0u, 2}, {10u, 2}}) {
+        SCOPED_TRACE(row.asked);
+        script_.calls = 0;
+        script_.body = [&](char*, std::uint32_t, std::uint32_t* size, const std::string&) {
+            *size = row.asked;
+            return XR_ERROR_SIZE_INSUFFICIENT;
+        };
+        EXPECT_EQ(Run(), "Error: External tool callback failed: -11");
+        EXPECT_EQ(script_.calls, row.calls);
+    }
+}
+
+TEST_F(ExternalTools, StopAtTheBufferWhateverTheCallbackClaims) {
+    script_.body = [](char* buffer, std::uint32_t capacity, std::uint32_t* size, const std::string&) {
+        std::memset(buffer, 'y', capacity);  // no terminator anywhere
+        *size = 5;
+        return XR_SUCCESS;
+    };
+    EXPECT_EQ(Run().size(), 65536u);
+    EXPECT_THAT(log_.lines("WARNING"),
+                ElementsAre("WARNING External tool result may have been truncated (buffer full)",
+                            "WARNING External tool result length doesn't match (outputSize: 5, resultStrLen: 65536)",
+                            HasSubstr("non-JSON result")));
+}
+
+TEST_F(ExternalTools, SurviveWhatCallbacksThrow) {
+    script_.body = [](auto...) -> XrResult { throw std::runtime_error("no such cube"); };
+    EXPECT_EQ(Run(), "Internal error: no such cube");
+    EXPECT_EQ(log_.lines().back(), "ERROR Exception in external tool wrapper: no such cube");
+    script_.body = [](auto...) -> XrResult { throw 7; };
+    EXPECT_EQ(Run(), "Internal error: unknown exception");
+    auto waiting = RunWaiting(1);
+    AwaitQueued(1);
+    manager_.ProcessDeferredCallbacks(1);
+    EXPECT_EQ(waiting.get(), "Error: Unknown exception");
+    script_.body = [](auto...) -> XrResult { throw std::runtime_error(std::string(70000, 'e')); };
+    waiting = RunWaiting(1);
+    AwaitQueued(2);
+    manager_.ProcessDeferredCallbacks(1);
+    EXPECT_EQ(waiting.get(), "Error: " + std::string(65535 - 7, 'e')) << "cut to the buffer";
+}
+
+TEST_F(ExternalTools, WaitForTheThreadThatTheirFlagsName) {
+    std::thread::id ran_on;
+    script_.body = [&](char* buffer, std::uint32_t, std::uint32_t*, const std::string&) {
+        ran_on = std::this_thread::get_id();
+        std::strcpy(buffer, "done");
+        return XR_ERROR_RUNTIME_FAILURE;  // not looked at here: what stands in the buffer counts
+    };
+    auto waiting = RunWaiting(2);
+    AwaitQueued(1);
+    log_.take();
+    manager_.ProcessDeferredCallbacks(1);
+    EXPECT_THAT(log_.take(), ElementsAre("INFO Processing 1 deferred external tool callbacks for invokeBitMask 0x1",
+                                         "INFO ... Processing tool game_tool callbackFlags 0x2", "INFO  ... skipped",
+                                         "INFO Remaining queue size 1"));
+    manager_.ProcessDeferredCallbacks(2);
+    EXPECT_EQ(waiting.get(), "done");
+    EXPECT_EQ(ran_on, std::this_thread::get_id());
+    log_.take();
+    manager_.ProcessDeferredCallbacks(2);
+    EXPECT_THAT(log_.take(), IsEmpty());
+}
+
+TEST_F(ExternalTools, KeepTheOrderOfTheSkipped) {
+    std::vector<std::string> order;
+    script_.body = [&](char*, std::uint32_t, std::uint32_t*, const std::string& arguments) {
+        order.push_back(arguments);
+        return XR_SUCCESS;
+    };
+    for (const char* arguments : {"first", "second", "third"}) {
+        manager_.Enqueue(std::make_shared<DeferredCallbackEntry>(Tool(2), arguments));
+    }
+    manager_.ProcessDeferredCallbacks(1);
+    manager_.ProcessDeferredCallbacks(2);
+    EXPECT_THAT(order, ElementsAre("first", "second", "third"));
+}
+
+TEST_F(ExternalTools, GrowTheDeferredBufferOnce) {
+    const std::string text(100000, 'x');
+    Answer(text);
+    auto waiting = RunWaiting(3);
+    AwaitQueued(1);
+    manager_.ProcessDeferredCallbacks(2);
+    EXPECT_EQ(waiting.get(), text);
+    EXPECT_EQ(script_.calls, 2);
+    EXPECT_THAT(log_.lines(), Contains("INFO  ... re-execute callback (size inefficient)"));
+}
+
+TEST_F(ExternalTools, AreGivenUpInTheQueueAtSixSeconds) {
+    FakeClock clock(0, 1'000'000'000);
+    Answer("late");
+    auto entry = std::make_shared<DeferredCallbackEntry>(Tool(1), "{}");
+    manager_.Enqueue(entry);
+    clock.Advance(5'999'999'999);
+    manager_.ProcessDeferredCallbacks(2);
+    EXPECT_FALSE(entry->timedOutInQueue);
+    clock.Advance(1);
+    manager_.ProcessDeferredCallbacks(2);  // by either pump, whatever the flags
+    EXPECT_TRUE(entry->timedOutInQueue);
+    EXPECT_EQ(script_.calls, 0);
+    EXPECT_THAT(log_.lines("WARNING"),
+                ElementsAre("WARNING External tool callback timed out in queue (elapsed: 6s, limit: 5s)"));
+}
+
+TEST_F(ExternalTools, ReportAnApplicationThatStoppedCallingOpenXr) {
+    ExternalToolManager impatient(0);
+    Answer("late");
+    EXPECT_EQ(ExecuteExternalTool(Tool(2), json::object(), impatient)[0]["text"],
+              "Error: External tool callback timed out waiting for main thread");
+    EXPECT_THAT(log_.lines("ERROR"),
+                ElementsAre("ERROR External tool call timed out waiting for main thread (timeout: 0s)"));
+    impatient.ProcessDeferredCallbacks(2);
+    EXPECT_EQ(script_.calls, 1) << "the entry stayed in the queue and still runs";
+}
+
+TEST_F(ExternalTools, AreToldAtOnceThatTheInstanceEnds) {
+    auto waiting = RunWaiting(2);
+    AwaitQueued(1);
+    manager_.ClearAbandoned();
+    EXPECT_EQ(waiting.get(), "Error: External tool callback timed out in processing queue");
+    EXPECT_THAT(log_.lines("WARNING"), ElementsAre("WARNING Clearing 1 abandoned deferred callbacks (session ending)"));
+    log_.take();
+    manager_.ClearAbandoned();
+    EXPECT_THAT(log_.take(), IsEmpty());
+}
+
+TEST_F(ExternalTools, CannotMakeACallbackWaitForItself) {
+    std::string inner;
+    script_.body = [&](char* buffer, std::uint32_t, std::uint32_t*, const std::string&) {
+        if (inner.empty()) {
+            inner = "called";
+            inner = Run(1);
+            manager_.ProcessDeferredCallbacks(1);
+        }
+        std::strcpy(buffer, "outer");
+        return XR_SUCCESS;
+    };
+    auto waiting = RunWaiting(1);
+    AwaitQueued(1);
+    manager_.ProcessDeferredCallbacks(1);
+    EXPECT_EQ(waiting.get(), "outer");
+    EXPECT_EQ(inner, "Internal error: a deferred tool callback cannot wait for another one");
+}
+
+TEST_F(ExternalTools, TakeTurnsOnTwoPumpingThreads) {
+    std::atomic<int> inside = 0;
+    std::atomic<bool> overlapped = false;
+    script_.body = [&](char* buffer, std::uint32_t, std::uint32_t*, const std::string&) {
+        if (++inside > 1) overlapped = true;
+        std::strcpy(buffer, "1");
+        --inside;
+        return XR_SUCCESS;
+    };
+    std::atomic<bool> stop = false;
+    std::thread poll([&] {
+        while (!stop) manager_.ProcessDeferredCallbacks(1);
+    });
+    std::thread frame([&] {
+        while (!stop) manager_.ProcessDeferredCallbacks(2);
+    });
+    std::vector<std::future<std::string>> calls;
+    for (int i = 0; i < 30; ++i) calls.push_back(RunWaiting(static_cast<std::uint32_t>(1 + i % 3)));
+    for (auto& call : calls) EXPECT_EQ(call.get(), "1");
+    stop = true;
+    poll.join();
+    frame.join();
+    EXPECT_EQ(script_.calls, 30);
+    EXPECT_FALSE(overlapped);
+}
+
+}  // namespace
+}  // namespace orvanic_xr
