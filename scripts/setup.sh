@@ -1,0 +1,104 @@
+# Sourced by ./run: brings what a job needs, and says what it does. Quick when everything is there.
+
+build_tools=(cmake:cmake ninja:ninja-build c++:g++ pkg-config:pkg-config)
+build_packages=(nlohmann-json3-dev libfmt-dev libstb-dev libopenxr-loader1 libgtest-dev libgmock-dev libbenchmark-dev)
+
+say() { echo "run: $*" >&2; }
+fail() { say "$@"; exit 1; }
+
+as_root() {
+  if [ "$(id -u)" = 0 ]; then
+    "$@"
+  elif command -v sudo >/dev/null; then
+    sudo "$@"
+  else
+    fail "this needs root: $*"
+  fi
+}
+
+update_package_lists() {
+  say "apt-get update"
+  as_root apt-get update -qq >/dev/null || fail "apt-get update failed"
+}
+
+try_install() {
+  as_root env DEBIAN_FRONTEND=noninteractive apt-get install -qq -y --no-install-recommends "$@" >/dev/null </dev/null
+}
+
+install_packages() {
+  [ $# -gt 0 ] || return 0
+  command -v apt-get >/dev/null || fail "missing, and there is no apt-get to bring it: $*"
+  say "apt-get install $*"
+  # Old or absent package lists are the usual reason for a first failure.
+  try_install "$@" 2>/dev/null || { update_package_lists; try_install "$@"; } || fail "apt-get install $* failed"
+}
+
+# need_tools COMMAND:PACKAGE...: installs the package of each command that is not there.
+need_tools() {
+  local pair wanted=()
+  for pair in "$@"; do
+    command -v "${pair%%:*}" >/dev/null || wanted+=("${pair#*:}")
+  done
+  install_packages "${wanted[@]}"
+}
+
+need_packages() {
+  if ! command -v dpkg-query >/dev/null; then
+    say "this is no Debian; CMake looks for the counterparts of $*"
+    return
+  fi
+  local package installed wanted=()
+  installed=$(dpkg-query --show --showformat '${db:Status-Status} ${Package}\n' "$@" 2>/dev/null || true)
+  for package in "$@"; do
+    grep -qx "installed $package" <<<"$installed" || wanted+=("$package")
+  done
+  install_packages "${wanted[@]}"
+}
+
+# need_build_set: all that configuring and building takes.
+need_build_set() {
+  need_tools "${build_tools[@]}"
+  need_packages "${build_packages[@]}"
+  # cmake/fetch-dependencies.sh asks apt for its mirror, which apt knows once it has lists.
+  if [ ! -d .deps ] && command -v apt-get >/dev/null; then
+    [ -n "$(apt-get indextargets 'Created-By: Packages')" ] || update_package_lists
+  fi
+}
+
+# configure PRESET [CMAKE_OPTION...]
+configure() {
+  local directory=build/$1
+  need_build_set
+  [ ! -f "$directory/build.ninja" ] || [ CMakePresets.json -nt "$directory/build.ninja" ] || return 0
+  say "configure $directory"
+  command -v ccache >/dev/null && set -- "$@" -DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache
+  cmake --preset "$@" >/dev/null || fail "configuring $directory failed"
+}
+
+# build PRESET [TARGET...]
+build() {
+  local directory=build/$1
+  configure "$1"
+  shift
+  say "build $directory"
+  cmake --build "$directory" --parallel "$(nproc)" ${1:+--target "$@"} >&2 || fail "building $directory failed"
+}
+
+# The interop test's clients. Where they can't be had the test is skipped; CI insists where it has Node.js.
+need_interop_clients() {
+  local directory=tests/interop
+  if ! command -v node >/dev/null && command -v apt-cache >/dev/null; then
+    local offered
+    offered=$(apt-cache policy nodejs 2>/dev/null | awk '$1 == "Candidate:" { print $2 + 0 }')
+    [ "${offered:-0}" -lt 20 ] || install_packages nodejs npm
+  fi
+  if ! command -v npm >/dev/null || [ "$(node -p 'parseInt(process.versions.node)')" -lt 20 ]; then
+    say "no Node.js 20 or newer: the interop test will be skipped"
+    return
+  fi
+  [ "$directory/package-lock.json" -nt "$directory/node_modules/.package-lock.json" ] || return 0
+  say "npm ci in $directory"
+  (cd "$directory" && npm ci --ignore-scripts --no-audit --no-fund >/dev/null </dev/null) && return
+  [ "${CI:-}" != true ] || fail "npm ci failed"
+  say "npm ci failed: the interop test will be skipped"
+}
