@@ -1,13 +1,18 @@
 // openxr_capture_composited_image shows the agent what the user sees: one eye's composited frame as a PNG.
 #include <chrono>
+#include <cstdint>
 #include <memory>
+#include <string>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "capture/capture_tools.h"
 #include "capture/image_encoding.h"
 #include "capture/screen_capture_manager.h"
-#include "capture/simulator_compositor_capture.h"
+#include "capture/simulator_capture_records.h"
 #include "context/context_manager.h"
+#include "diagnostics/clock.h"
 #include "diagnostics/logger.h"
 #include "tools/arguments.h"
 #include "tools/session_tools.h"
@@ -28,7 +33,7 @@ constexpr char kPermissionPending[] =
     "approve it, then call openxr_capture_composited_image again. This is not an error; retry once the user has "
     "granted permission.";
 
-constexpr std::chrono::seconds kPermissionWait{5};
+constexpr std::int64_t kPermissionWaitNs = 5'000'000'000;
 constexpr std::chrono::milliseconds kPermissionPoll{100};
 
 // Asks for permission and waits a while for it. True if a capture can be made now.
@@ -36,8 +41,8 @@ bool WaitUntilReady(ScreenCaptureBackend& backend) {
     if (backend.is_ready()) return true;
     LogInfo(kName, ": Capture backend not ready, requesting permission");
     backend.request_permission();
-    const auto deadline = std::chrono::steady_clock::now() + kPermissionWait;
-    while (!backend.is_ready() && std::chrono::steady_clock::now() < deadline) {
+    const std::int64_t asked_ns = MonotonicNanoseconds();
+    while (!backend.is_ready() && MonotonicNanoseconds() - asked_ns < kPermissionWaitNs) {
         std::this_thread::sleep_for(kPermissionPoll);
     }
     if (backend.is_ready()) return true;

@@ -10,7 +10,7 @@
 namespace orvanic_xr {
 
 // The PNG file of `pixels`, width times height times 4 bytes, RGBA, first row at the top. Nothing if memory
-// runs out.
+// runs out, if there are no pixels or fewer than told, or above some 350 million of them.
 std::optional<std::vector<std::uint8_t>> encode_png(const std::vector<std::uint8_t>& pixels, std::uint32_t width,
                                                     std::uint32_t height);
 

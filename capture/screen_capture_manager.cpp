@@ -1,5 +1,6 @@
 #include "capture/screen_capture_manager.h"
 
+#include "capture/simulator_capture_records.h"
 #include "capture/simulator_compositor_capture.h"
 #include "context/context_manager.h"
 #include "diagnostics/logger.h"

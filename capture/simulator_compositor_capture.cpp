@@ -2,6 +2,7 @@
 
 #include <exception>
 
+#include "capture/simulator_capture_records.h"
 #include "diagnostics/logger.h"
 #include "layer/dispatch/dispatch.h"
 
@@ -38,9 +39,8 @@ bool OpenXRSimulatorCompositorCaptureBackend::start(XrSession session) {
     session_ = session;
     const XrResult result = start_capture(session, kBothEyes);
     if (XR_FAILED(result)) {
-        LogError("SimulatorCompositorCapture: Failed to start, result: ", static_cast<int>(result));
         session_ = XR_NULL_HANDLE;
-        return false;
+        return Refuse("Failed to start, result: ", static_cast<int>(result));
     }
     active_ = true;
     LogInfo("SimulatorCompositorCapture: Started");
@@ -71,16 +71,18 @@ bool OpenXRSimulatorCompositorCaptureBackend::capture(std::vector<std::uint8_t>&
         Resolve<PFN_xrCaptureSimulatorCompositorOutputKESTX1>("xrCaptureSimulatorCompositorOutputKESTX1");
     if (!capture_output) return Refuse("xrCaptureSimulatorCompositorOutputKESTX1 unavailable");
 
-    std::uint32_t captured_width = 0;
-    std::uint32_t captured_height = 0;
-    SimulatorCompositorCaptureInfo info{kSimulatorCompositorCaptureInfoType,
-                                        nullptr,
-                                        eye == "left" ? 1u : 2u,
-                                        &captured_width,
-                                        &captured_height,
-                                        nullptr};
+    std::uint32_t width_told = 0;
+    std::uint32_t height_told = 0;
+    SimulatorCompositorCaptureInfo info = {};
+    info.type = kSimulatorCompositorCaptureInfoType;
+    info.eye = eye == "left" ? 1 : 2;
+    info.width_output = &width_told;
+    info.height_output = &height_told;
     XrResult result = capture_output(session, &info);
     if (XR_FAILED(result)) return Refuse("Failed to query dimensions, result: ", static_cast<int>(result));
+    // The second call may tell another size; the buffer is of the first, and so is the picture.
+    const std::uint32_t captured_width = width_told;
+    const std::uint32_t captured_height = height_told;
     if (captured_width == 0 || captured_height == 0) {
         return Refuse("Invalid dimensions ", captured_width, "x", captured_height);
     }
@@ -93,11 +95,6 @@ bool OpenXRSimulatorCompositorCaptureBackend::capture(std::vector<std::uint8_t>&
     } catch (const std::exception&) {
         return Refuse("Failed to allocate ", byte_count, " bytes");
     }
-    // The second answer may name another size; the buffer is of the first, and so is the picture.
-    std::uint32_t later_width = captured_width;
-    std::uint32_t later_height = captured_height;
-    info.width_output = &later_width;
-    info.height_output = &later_height;
     info.pixels = pixels.data();
     result = capture_output(session, &info);
     if (XR_FAILED(result)) return Refuse("Failed to capture frame, result: ", static_cast<int>(result));

@@ -45,6 +45,10 @@ find_package(nlohmann_json 3.11 REQUIRED)
 
 find_package(fmt 9 REQUIRED)
 
+find_path(VELMOOR_STB_INCLUDE_DIR NAMES stb_image_write.h PATH_SUFFIXES stb REQUIRED)
+add_library(velmoor_stb INTERFACE)
+target_include_directories(velmoor_stb SYSTEM INTERFACE ${VELMOOR_STB_INCLUDE_DIR})
+
 # re2 is compiled here: the thread-local of Debian's libre2.a is not position-independent, so no shared library
 # can hold it, and the shared libre2 has another name in each release.
 file(GLOB re2_sources ${VELMOOR_RE2_SOURCE_DIR}/re2/*.cc)
@@ -63,6 +67,8 @@ find_library(VELMOOR_OPENXR_LOADER NAMES openxr_loader libopenxr_loader.so.1 REQ
 
 if(VELMOOR_BUILD_TESTS)
   find_package(GTest REQUIRED)
+  # Decodes what the layer encodes.
+  find_package(PNG REQUIRED)
   include(GoogleTest)
 endif()
 if(VELMOOR_BUILD_BENCH)
