@@ -50,9 +50,9 @@ struct http_answer {
 using http_handler = std::function<http_answer(http_request& request)>;
 
 struct http_limits {
-    std::chrono::seconds write_timeout{5};
-    std::size_t body_bytes = 16u << 20;        // of one request; a larger one is refused with 413
-    std::size_t all_bodies_bytes = 64u << 20;  // of all requests in hand; more are refused with 503
+    std::chrono::seconds write_timeout;
+    std::size_t body_bytes;        // of one request; a larger one is refused with 413
+    std::size_t all_bodies_bytes;  // of all requests in hand; those beyond are refused with 503
 };
 
 // Handlers run on workers of the server, one connection each; an open stream holds its worker. What a handler

@@ -34,7 +34,9 @@ void log_access(const http_request& request, const char* method, const http_answ
 server::server(const server_config& config)
     : config_(config),
       sessions_(std::make_shared<session_table>(config)),
-      http_(http_limits{.write_timeout = std::chrono::seconds(config.write_timeout_seconds)}),
+      http_({.write_timeout = std::chrono::seconds(config.write_timeout_seconds),
+             .body_bytes = config.body_limit,
+             .all_bodies_bytes = config.all_bodies_limit}),
       name_(config.name),
       version_(config.version),
       workers_(config.threadpool_size) {}

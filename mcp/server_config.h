@@ -31,6 +31,8 @@ struct server_config {
     std::string msg_endpoint = "/message";
     std::uint32_t threadpool_size = std::thread::hardware_concurrency();
     std::int32_t write_timeout_seconds = 5;
+    std::size_t body_limit = 16u << 20;            // bytes of one request; a larger one gets 413
+    std::size_t all_bodies_limit = 64u << 20;      // bytes of all requests in hand; those beyond get 503
     std::size_t untaken_answer_limit = 64u << 20;  // bytes a session may leave unread before its stream is closed
     server_timings timings;
 };

@@ -99,6 +99,11 @@ bool raw_socket::ends_within(std::chrono::milliseconds patience) {
     }
 }
 
+bool raw_socket::is_open() const {
+    char byte;
+    return !received_.empty() || recv(socket_, &byte, 1, MSG_PEEK | MSG_DONTWAIT) != 0;
+}
+
 void raw_socket::vanish() {
     const linger at_once{.l_onoff = 1, .l_linger = 0};
     setsockopt(socket_, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
@@ -152,14 +157,16 @@ sse_event sse_client::next_event(std::chrono::milliseconds patience) {
 }
 
 std::string sse_client::next_message() {
-    for (;;) {
+    const auto deadline = std::chrono::steady_clock::now() + kClientPatience;
+    while (std::chrono::steady_clock::now() < deadline) {
         sse_event event = next_event();
         if (event.type == "message") return event.data;
     }
+    throw std::runtime_error("no message came in time");
 }
 
 http_reply sse_client::post(const std::string& body) {
-    if (!posts_) posts_ = std::make_unique<raw_socket>(port_, address_.c_str());
+    if (!posts_ || !posts_->is_open()) posts_ = std::make_unique<raw_socket>(port_, address_.c_str());
     http_reply reply = http_exchange(*posts_, post_request(session_uri_, body));
     if (reply.header("Connection") == "close") posts_.reset();
     return reply;

@@ -23,6 +23,8 @@ class raw_socket {
     std::string read_bytes(std::size_t count);
     // Waits for the peer to end the connection, over whatever still comes.
     bool ends_within(std::chrono::milliseconds patience);
+    // False once the peer has ended the connection and all it sent was read.
+    bool is_open() const;
     // The peer learns it by a reset, as when a process is killed with unread data.
     void vanish();
 

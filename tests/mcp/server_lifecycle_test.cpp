@@ -1,0 +1,345 @@
+// Starting and stopping, on good days and on bad ones.
+#include <gmock/gmock.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "diagnostics/clock.h"
+#include "diagnostics/telemetry.h"
+#include "mcp/server_host.h"
+#include "tests/mcp/server_fixture.h"
+
+namespace mcp {
+namespace {
+
+using namespace std::chrono_literals;
+using orvanic_xr::McpServerHost;
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsSupersetOf;
+
+using Lifecycle = ServerTest;
+
+// A port that another program has, on IPv4, IPv6 or both.
+class taken_port {
+ public:
+    taken_port(bool ipv4, bool ipv6) {
+        if (ipv4) {
+            sockaddr_in address{.sin_family = AF_INET, .sin_port = 0, .sin_addr = {INADDR_ANY}, .sin_zero = {}};
+            socklen_t size = sizeof address;
+            ipv4_ = socket(AF_INET, SOCK_STREAM, 0);
+            bind(ipv4_, reinterpret_cast<sockaddr*>(&address), size);
+            getsockname(ipv4_, reinterpret_cast<sockaddr*>(&address), &size);
+            port_ = address.sin_port;
+            listen(ipv4_, 1);
+        }
+        if (ipv6) {
+            sockaddr_in6 address{.sin6_family = AF_INET6,
+                                 .sin6_port = port_,
+                                 .sin6_flowinfo = 0,
+                                 .sin6_addr = in6addr_any,
+                                 .sin6_scope_id = 0};
+            socklen_t size = sizeof address;
+            const int only = 1;
+            ipv6_ = socket(AF_INET6, SOCK_STREAM, 0);
+            setsockopt(ipv6_, IPPROTO_IPV6, IPV6_V6ONLY, &only, sizeof only);
+            bind(ipv6_, reinterpret_cast<sockaddr*>(&address), size);
+            getsockname(ipv6_, reinterpret_cast<sockaddr*>(&address), &size);
+            port_ = address.sin6_port;
+            listen(ipv6_, 1);
+        }
+    }
+    ~taken_port() {
+        close(ipv4_);
+        close(ipv6_);
+    }
+    int port() const { return ntohs(port_); }
+
+ private:
+    int ipv4_ = -1;
+    int ipv6_ = -1;
+    in_port_t port_ = 0;
+};
+
+std::chrono::milliseconds time_of(const std::function<void()>& work) {
+    const auto start = std::chrono::steady_clock::now();
+    work();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::steady_clock::now() - start);
+}
+
+TEST_F(Lifecycle, StopEndsStreamsAndIdleConnectionsAtOnce) {
+    Start();
+    sse_client client(Port());
+    client.shake_hands();
+    raw_socket idle(Port());
+    raw_socket half_a_request(Port());
+    half_a_request.send("POST /message HTTP/1.1\r\nContent-Length: 100\r\n\r\n{");
+    log_.take();
+    EXPECT_LT(time_of([&] { server_->stop(); }), 2s);
+    EXPECT_FALSE(server_->is_running());
+    EXPECT_TRUE(client.stream().ends_within(1s));
+    EXPECT_TRUE(idle.ends_within(1s));
+    std::vector<std::string> lines = log_.take();
+    std::erase_if(lines, [](const std::string& line) { return line.find("HTTP/1.1") != std::string::npos; });
+    EXPECT_THAT(lines, ElementsAre("INFO Stopping MCP server on 127.0.0.1:0", "INFO Maintenance thread exiting",
+                                   "INFO MCP server stopped"));
+    EXPECT_LT(time_of([&] { server_.reset(); }), 1s);
+    EXPECT_THAT(log_.take(), ElementsAre());
+}
+
+TEST_F(Lifecycle, DestructorWaitsForTheRunningCall) {
+    Start();
+    sse_client client(Port());
+    client.shake_hands();
+    client.post(R"({"id":1,"method":"tools/call","params":{"name":"wait"}})");
+    waiting_.get_future().wait();
+    EXPECT_LT(time_of([&] { server_->stop(); }), 2s);
+    auto destroyed = std::async(std::launch::async, [&] { server_.reset(); });
+    EXPECT_EQ(destroyed.wait_for(50ms), std::future_status::timeout);
+    go_on_.set_value();
+    EXPECT_EQ(destroyed.wait_for(10s), std::future_status::ready);
+}
+
+TEST_F(Lifecycle, CallThatEndsDuringTheStopIsStillAnswered) {
+    auto config = local_config();
+    config.timings.stop_pause = 300ms;
+    Start(config);
+    sse_client client(Port());
+    client.shake_hands();
+    client.post(R"({"id":1,"method":"tools/call","params":{"name":"wait"}})");
+    waiting_.get_future().wait();
+    auto stopped = std::async(std::launch::async, [&] { server_->stop(); });
+    ASSERT_TRUE(log_.has("Stopping MCP server"));
+    go_on_.set_value();
+    EXPECT_THAT(client.next_message(), HasSubstr("waited"));
+    stopped.get();
+}
+
+TEST_F(Lifecycle, StopIsNotHeldUpByAClientThatDoesNotRead) {
+    Start();
+    server_->register_tool(tool_named("big"),
+                           [](const json&, const std::string&) { return text_content(std::string(8 << 20, 'x')); });
+    sse_client client(Port());
+    client.shake_hands();
+    client.post(R"({"id":1,"method":"tools/call","params":{"name":"big"}})");
+    ASSERT_TRUE(log_.has("Method call successful: tools/call name=big"));
+    std::this_thread::sleep_for(100ms);  // the stream's worker is in the middle of its write now
+    EXPECT_LT(time_of([&] { server_->stop(); }), 2s);
+}
+
+TEST_F(Lifecycle, TakenPortShowsInTheLogAndLeavesAServerThatCanBeDestroyed) {
+    const taken_port taken(true, false);
+    auto config = local_config();
+    config.port = taken.port();
+    server_ = std::make_unique<server>(config);
+    EXPECT_TRUE(server_->start(false));
+    EXPECT_FALSE(server_->wait_until_listening(10s));
+    EXPECT_FALSE(server_->is_running());
+    server_->stop();
+    server_.reset();
+    EXPECT_THAT(log_.take(), IsSupersetOf({"ERROR Failed to start server on 127.0.0.1:" + std::to_string(config.port),
+                                           std::string("INFO Starting server in separate thread"),
+                                           std::string("INFO Maintenance thread exiting")}));
+
+    server blocking(config);
+    EXPECT_FALSE(blocking.start(true));
+    EXPECT_FALSE(blocking.is_running());
+}
+
+TEST_F(Lifecycle, BlockingStartServesUntilStopped) {
+    server_ = std::make_unique<server>(local_config());
+    auto served = std::async(std::launch::async, [&] { return server_->start(true); });
+    ASSERT_TRUE(server_->wait_until_listening(10s));
+    sse_client client(Port());
+    server_->stop();
+    EXPECT_TRUE(served.get());
+    EXPECT_FALSE(server_->start(false));  // once stopped it stays so
+}
+
+TEST_F(Lifecycle, StopRightAfterStart) {
+    for (int i = 0; i < 20; ++i) {
+        server one(local_config());
+        one.start(false);
+        one.stop();
+    }
+}
+
+TEST_F(Lifecycle, SweepClosesSessionsIdleForMoreThanAnHour) {
+    Start();
+    sse_client client(Port());
+    const std::int64_t now_ns = orvanic_xr::MonotonicNanoseconds();
+    {
+        const orvanic_xr::FakeClock clock(0, now_ns + 3'590'000'000'000);
+        server_->sweep_inactive_sessions();
+        EXPECT_EQ(client.post(R"({"method":"x"})").status, 202);  // touches it, an hour later
+        server_->sweep_inactive_sessions();
+        EXPECT_EQ(client.post(R"({"method":"x"})").status, 202);
+    }
+    log_.take();
+    const orvanic_xr::FakeClock clock(0, now_ns + 3'590'000'000'000 + 3'601'000'000'000);
+    server_->sweep_inactive_sessions();
+    EXPECT_TRUE(client.stream().ends_within(5s));
+    EXPECT_TRUE(log_.has("INFO Closing inactive session: " + client.session_id()));
+    EXPECT_EQ(client.post(R"({"method":"x"})").status, 404);
+}
+
+TEST_F(Lifecycle, MaintenanceSweepsByItself) {
+    auto config = local_config();
+    config.timings.sweep_interval = 10ms;
+    config.timings.inactive_after = 100ms;
+    Start(config);
+    sse_client client(Port());
+    EXPECT_TRUE(client.stream().ends_within(5s));
+}
+
+// A guest leaves signals as the host has them, and what it writes to a client that is gone raises none.
+TEST_F(Lifecycle, SigpipeStaysWithTheHost) {
+    for (const auto disposition : {SIG_DFL, SIG_IGN}) {
+        signal(SIGPIPE, disposition);
+        auto config = local_config();
+        config.timings.heartbeat_pause = 5ms;
+        config.timings.heartbeat_spread = 1ms;
+        Start(config);
+        sse_client client(Port());
+        struct sigaction now {};
+        sigaction(SIGPIPE, nullptr, &now);
+        EXPECT_EQ(now.sa_handler, disposition);
+        const std::string session_id = client.session_id();
+        client.stream().vanish();
+        for (int tries = 0; tries < 1000 && client.post(R"({"method":"x"})").status != 404; ++tries) {
+            std::this_thread::sleep_for(5ms);
+        }
+        EXPECT_EQ(client.post(R"({"method":"x"})").status, 404);
+        server_.reset();
+    }
+    signal(SIGPIPE, SIG_DFL);
+}
+
+class Host : public testing::Test {
+ protected:
+    log_lines log_;
+    McpServerHost host_{short_timings()};
+};
+
+TEST_F(Host, ServesBothFamiliesWithTheSameTools) {
+    host_.register_tool(tool_named("early"), {});
+    EXPECT_TRUE(host_.start(0));
+    EXPECT_TRUE(host_.start(0));
+    EXPECT_THAT(log_.take(), IsSupersetOf({"WARNING Cannot register tool: no server initialized",
+                                           "INFO MCP server IPv4 started successfully at 0.0.0.0:0",
+                                           "INFO MCP server IPv6 started successfully at [::]:0",
+                                           "INFO MCP server singleton started on port 0",
+                                           "WARNING MCP server singleton already started"}));
+    host_.register_tool(tool_named("late"), [](const json&, const std::string&) { return text_content("hi"); });
+    EXPECT_THAT(log_.take(), IsSupersetOf({"INFO Tool registered: late",
+                                           "INFO Tools list changed - clients should refresh via tools/list"}));
+    ASSERT_TRUE(host_.ipv4_server()->wait_until_listening(10s));
+    ASSERT_TRUE(host_.ipv6_server()->wait_until_listening(10s));
+    sse_client ipv4(host_.ipv4_server()->port(), "127.0.0.1");
+    sse_client ipv6(host_.ipv6_server()->port(), "::1");
+    for (sse_client* client : {&ipv4, &ipv6}) {
+        client->shake_hands();
+        EXPECT_THAT(client->call_tool(1, "late"), HasSubstr("hi"));
+    }
+    EXPECT_THAT(
+        ipv4.call(R"({"id":1,"method":"initialize","params":{"protocolVersion":"2025-11-25"}})"),
+        HasSubstr(R"("capabilities":{"tools":{}},"serverInfo":{"name":"OrvanicXR_MCP_Server","version":"1.0.0"})"));
+    log_.take();
+    host_.stop();
+    EXPECT_THAT(log_.take(), IsSupersetOf({"INFO MCP server IPv4 stopped", "INFO MCP server IPv6 stopped"}));
+    EXPECT_EQ(host_.ipv4_server(), nullptr);
+    host_.stop();
+    EXPECT_THAT(log_.take(), ElementsAre());
+}
+
+TEST_F(Host, TakenPortOnOneFamilyOrBothStillCountsAsStarted) {
+    for (const bool ipv6_too : {false, true}) {
+        SCOPED_TRACE(ipv6_too);
+        const taken_port taken(true, ipv6_too);
+        EXPECT_TRUE(host_.start(taken.port()));
+        // The socket of :: takes IPv4 as well, and so finds the port taken on either.
+        EXPECT_FALSE(host_.ipv4_server()->wait_until_listening(10s));
+        EXPECT_FALSE(host_.ipv6_server()->wait_until_listening(10s));
+        EXPECT_TRUE(log_.has("ERROR Failed to start server on 0.0.0.0:" + std::to_string(taken.port())));
+        EXPECT_TRUE(log_.has("ERROR Failed to start server on :::" + std::to_string(taken.port())));
+        host_.stop();
+        log_.take();
+    }
+    const taken_port taken(false, true);
+    EXPECT_TRUE(host_.start(taken.port()));
+    EXPECT_TRUE(host_.ipv4_server()->wait_until_listening(10s));
+    sse_client(taken.port()).shake_hands();
+    host_.stop();
+}
+
+class TelemetryRecord final : public orvanic_xr::ITelemetry {
+ public:
+    void initialize(const std::string&, const std::string&, int) override {}
+    void shutdown() override {}
+    void track(orvanic_xr::TelemetryEventId, const orvanic_xr::TelemetryEvent& event, const std::string&) override {
+        client_name = event.client_name;
+        annotations = event.annotations;
+    }
+    std::string client_name;
+    std::string annotations;
+};
+
+TEST_F(Host, InitializeTellsTelemetryOfClientAndProxy) {
+    auto& telemetry = orvanic_xr::Telemetry::instance();
+    auto record = std::make_unique<TelemetryRecord>();
+    const TelemetryRecord& seen = *record;
+    auto before = telemetry.set_implementation(std::move(record));
+    telemetry.initialize("test", "1");
+    std::string connected;
+    host_.set_client_connected_callback(
+        [&](const std::string& name, const std::string& version) { connected += name + " " + version + "; "; });
+    ASSERT_TRUE(host_.start(0));
+    ASSERT_TRUE(host_.ipv4_server()->wait_until_listening(10s));
+    sse_client client(host_.ipv4_server()->port());
+    const auto initialize = [&](const std::string& name, const std::string& header) {
+        const std::string body =
+            R"({"id":1,"method":"initialize","params":{"protocolVersion":"2025-11-25","clientInfo":{"name":")" + name +
+            R"(","version":"2"}}})";
+        raw_socket socket(host_.ipv4_server()->port());
+        std::string request = post_request(client.session_uri(), body);
+        http_exchange(socket, request.insert(request.find("\r\n") + 2, header));
+        client.next_message();
+        telemetry.session_created();
+    };
+    initialize("Claire", "");
+    EXPECT_EQ(seen.client_name, "Claire");
+    EXPECT_THAT(seen.annotations, HasSubstr(R"("proxy_used":false)"));
+    initialize("OrvanicXR_MCP_Proxy", "X-OrvanicXR-Proxy:\r\n");
+    EXPECT_EQ(seen.client_name, "Claire");
+    EXPECT_THAT(seen.annotations, HasSubstr(R"("proxy_used":true)"));
+    initialize("", "");
+    EXPECT_EQ(seen.client_name, "Claire");
+    EXPECT_EQ(connected, "Claire 2; OrvanicXR_MCP_Proxy 2;  2; ");
+    telemetry.set_proxy_used(false);
+    telemetry.set_client_name("");
+    telemetry.shutdown();
+    telemetry.set_implementation(std::move(before));
+}
+
+// Static destructors run beside the threads of a host that nobody stopped.
+TEST(HostDeathTest, ProcessExitsAtOnceWithoutStop) {
+    testing::GTEST_FLAG(death_test_style) = "threadsafe";
+    EXPECT_EXIT(
+        {
+            McpServerHost& host = McpServerHost::instance();
+            host.start(0);
+            host.ipv4_server()->wait_until_listening(10s);
+            sse_client client(host.ipv4_server()->port());
+            client.shake_hands();
+            client.post(R"({"id":1,"method":"ping"})");
+            alarm(5);
+            std::exit(7);
+        },
+        testing::ExitedWithCode(7), "");
+}
+
+}  // namespace
+}  // namespace mcp
