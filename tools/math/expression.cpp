@@ -99,10 +99,11 @@ class ExpressionParser {
     }
 
     bool parse_expression(double& value) {
-        if (TopIs(Pending::kAdd))
+        if (TopIs(Pending::kAdd)) {
             value = Pop().left + value;
-        else if (TopIs(Pending::kSubtract))
+        } else if (TopIs(Pending::kSubtract)) {
             value = Pop().left - value;
+        }
         return !Defer("+", Pending::kAdd, value) && !Defer("-", Pending::kSubtract, value);
     }
 

@@ -1,9 +1,12 @@
 // Quaternion and pose algebra in 32-bit floats, once for the hooks, the animations, the conversions and the
-// scene. Quaternions multiply by the Hamilton product; nothing is normalised, and conjugation stands for the
-// inverse, so unit quaternions are assumed where a rotation is meant.
+// scene. Quaternions multiply by the Hamilton product; nothing is normalised unasked, and conjugation stands for
+// the inverse, so unit quaternions are assumed where a rotation is meant.
 #pragma once
 
 #include <openxr/openxr.h>
+
+#include <cmath>
+#include <limits>
 
 namespace orvanic_xr {
 
@@ -19,6 +22,34 @@ constexpr XrVector3f Negate(const XrVector3f& v) {
 
 constexpr XrVector3f Cross(const XrVector3f& a, const XrVector3f& b) {
     return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};
+}
+
+constexpr float Dot(const XrVector3f& a, const XrVector3f& b) {
+    return a.x * b.x + a.y * b.y + a.z * b.z;
+}
+
+constexpr float Dot(const XrQuaternionf& a, const XrQuaternionf& b) {
+    return a.x * b.x + a.y * b.y + a.z * b.z + a.w * b.w;
+}
+
+inline float Length(const XrVector3f& v) {
+    return std::sqrt(Dot(v, v));
+}
+
+// Scaled to unit length. What is so short that its squared length is no normal float comes back unchanged, so
+// nothing is divided by zero.
+inline XrVector3f safe_normalize(const XrVector3f& v) {
+    const float squared_length = Dot(v, v);
+    if (squared_length < std::numeric_limits<float>::min()) return v;
+    const float scale = 1.0f / std::sqrt(squared_length);
+    return {v.x * scale, v.y * scale, v.z * scale};
+}
+
+inline XrQuaternionf safe_normalize(const XrQuaternionf& q) {
+    const float squared_length = Dot(q, q);
+    if (squared_length < std::numeric_limits<float>::min()) return q;
+    const float scale = 1.0f / std::sqrt(squared_length);
+    return {q.x * scale, q.y * scale, q.z * scale, q.w * scale};
 }
 
 constexpr XrQuaternionf Multiply(const XrQuaternionf& a, const XrQuaternionf& b) {

@@ -1,42 +1,10 @@
 #include "tools/math/quaternion_basis.h"
 
 #include <cmath>
-#include <limits>
 
 #include "tools/math/pose_math.h"
 
 namespace orvanic_xr {
-namespace {
-
-constexpr float kSafeNormalizeFloor = std::numeric_limits<float>::min();  // the smallest normal float
-
-float SquaredLength(const XrVector3f& v) {
-    return v.x * v.x + v.y * v.y + v.z * v.z;
-}
-
-float SquaredLength(const XrQuaternionf& q) {
-    return q.x * q.x + q.y * q.y + q.z * q.z + q.w * q.w;
-}
-
-}  // namespace
-
-float Length(const XrVector3f& v) {
-    return std::sqrt(SquaredLength(v));
-}
-
-XrVector3f safe_normalize(const XrVector3f& v) {
-    const float squared = SquaredLength(v);
-    if (squared < kSafeNormalizeFloor) return v;
-    const float scale = 1.0f / std::sqrt(squared);
-    return {v.x * scale, v.y * scale, v.z * scale};
-}
-
-XrQuaternionf safe_normalize(const XrQuaternionf& q) {
-    const float squared = SquaredLength(q);
-    if (squared < kSafeNormalizeFloor) return q;
-    const float scale = 1.0f / std::sqrt(squared);
-    return {q.x * scale, q.y * scale, q.z * scale, q.w * scale};
-}
 
 XrQuaternionf quaternion_from_basis(const XrVector3f& right, const XrVector3f& up, const XrVector3f& front) {
     // The columns of the rotation matrix are right, up and back.

@@ -1,7 +1,6 @@
 #include "tools/simulation/pose_animation_manager.h"
 
 #include <algorithm>
-#include <cfloat>
 #include <cmath>
 #include <limits>
 #include <utility>
@@ -10,6 +9,7 @@
 #include "diagnostics/clock.h"
 #include "diagnostics/logger.h"
 #include "diagnostics/number_text.h"
+#include "tools/math/pose_math.h"
 
 namespace orvanic_xr {
 namespace {
@@ -119,18 +119,12 @@ XrPosef InterpolatePose(const XrPosef& start, const XrPosef& end, float t) {
     t = std::clamp(t, 0.0f, 1.0f);
     const XrQuaternionf& a = start.orientation;
     const XrQuaternionf& b = end.orientation;
-    const float dot = a.x * b.x + a.y * b.y + a.z * b.z + a.w * b.w;
     const float start_weight = 1.0f - t;
-    const float end_weight = dot < 0.0f ? -t : t;
-    XrQuaternionf q = {a.x * start_weight + b.x * end_weight, a.y * start_weight + b.y * end_weight,
-                       a.z * start_weight + b.z * end_weight, a.w * start_weight + b.w * end_weight};
-    const float squared_length = q.x * q.x + q.y * q.y + q.z * q.z + q.w * q.w;
-    if (squared_length >= FLT_MIN) {
-        const float scale = 1.0f / std::sqrt(squared_length);
-        q = {q.x * scale, q.y * scale, q.z * scale, q.w * scale};
-    }
+    const float end_weight = Dot(a, b) < 0.0f ? -t : t;
+    const XrQuaternionf q = {a.x * start_weight + b.x * end_weight, a.y * start_weight + b.y * end_weight,
+                             a.z * start_weight + b.z * end_weight, a.w * start_weight + b.w * end_weight};
     const auto blend = [t](float from, float to) { return std::fma(to - from, t, from); };
-    return {q,
+    return {safe_normalize(q),
             {blend(start.position.x, end.position.x), blend(start.position.y, end.position.y),
              blend(start.position.z, end.position.z)}};
 }

@@ -8,7 +8,7 @@
 #include "tests/fakes/log_capture.h"
 #include "tests/tools/tool_answer.h"
 #include "tools/math/math_tools.h"
-#include "tools/math/quaternion_basis.h"
+#include "tools/math/pose_math.h"
 
 namespace orvanic_xr {
 namespace {
@@ -119,7 +119,7 @@ TEST(MultiplyQuat, GivesTheHamiltonProductNormalised) {
     });
 }
 
-TEST(QuaternionBasis, LeavesWhatIsTooShortAsItIs) {
+TEST(SafeNormalize, LeavesWhatIsTooShortAsItIs) {
     const XrVector3f short_vector = safe_normalize(XrVector3f{1e-20f, 0.0f, 0.0f});
     EXPECT_EQ(short_vector.x, 1e-20f);
     EXPECT_EQ(safe_normalize(XrVector3f{0.0f, 1.1e-19f, 0.0f}).y, 1.0f);
