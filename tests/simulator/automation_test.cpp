@@ -1,8 +1,10 @@
 // Devices that are worked by calls: what they refuse, and what an application's actions and spaces make of them.
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <cmath>
 #include <cstring>
+#include <future>
 
 #include "tests/simulator/simulator_fixture.h"
 
@@ -115,7 +117,7 @@ TEST_F(SimulatorAutomation, SourcesAreThoseOfTheActiveDevice) {
         SCOPED_TRACE(row.name);
         EXPECT_EQ(row.result, row.expected);
     }
-    EXPECT_EQ(SetInputDeviceStateBoolEXT(session_, Path(kLeft), Path("/user/hand/right/input/a/click"), XR_TRUE),
+    EXPECT_EQ(SetInputDeviceStateFloatEXT(session_, Path(kLeft), Path("/user/hand/right/input/trigger/value"), 1.0f),
               XR_ERROR_PATH_UNSUPPORTED);
     EXPECT_EQ(Activate(kProntoProfile, kLeft, XR_FALSE), XR_SUCCESS);
     EXPECT_EQ(SetFloat(kLeft, "input/trigger/value", 1.0f), XR_ERROR_PATH_UNSUPPORTED);
@@ -186,6 +188,10 @@ TEST_F(SimulatorAutomation, ValuesReachTheActionsAndStay) {
     EXPECT_EQ(Float(session_, fire, kRight).lastChangeTime, changed);
     EXPECT_EQ(Vector(move).x, -0.5f) << "one axis leaves the other alone";
     EXPECT_EQ(Vector(move).y, 1.0f);
+    SetVector(kLeft, "input/thumbstick", {0.25f, -0.75f});
+    Sync(session_, {set});
+    EXPECT_EQ(Vector(move).x, 0.25f);
+    EXPECT_EQ(Vector(move).y, -0.75f);
 
     EXPECT_EQ(Sync(session_, {}), XR_SUCCESS);
     EXPECT_EQ(Float(session_, fire, kRight).isActive, XrBool32{XR_FALSE}) << "its set was not synced";
@@ -265,6 +271,24 @@ TEST_F(SimulatorAutomation, HeadMovesWhereItIsTold) {
     EXPECT_NEAR(location.pose.position.z, -1.5f, 1e-6);
     Activate(kHeadProfile, kHead, XR_FALSE);
     EXPECT_NEAR(Locate(view, stage_).pose.position.z, 0.5f, 0.02f) << "and sways again by itself";
+}
+
+TEST_F(SimulatorAutomation, CallsComeFromManyThreads) {
+    const XrSpace view = MakeSpace(session_, XR_REFERENCE_SPACE_TYPE_VIEW);
+    Activate(kHeadProfile, kHead);
+    std::atomic<bool> done = false;
+    const auto repeat = [&](auto call) {
+        return std::async(std::launch::async, [&done, call] {
+            while (!done) call();
+        });
+    };
+    const auto mover = repeat([&] { Place(kHead, "input/view_kest/pose", stage_, {{0, 0, 0, 1}, {1, 2, 3}}); });
+    const auto looker = repeat([&] { Locate(view, stage_); });
+    const auto poller = repeat([&] { NextEvent(); });
+    for (int i = 0; i < 10; ++i) RunFrame(session_);
+    done = true;
+    mover.wait();
+    EXPECT_NEAR(Locate(view, stage_).pose.position.y, 2.0f, 1e-6);
 }
 
 TEST_F(SimulatorAutomation, BoundSourcesAndTheirNamesAreTold) {
