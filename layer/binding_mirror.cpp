@@ -66,6 +66,11 @@ SuggestedBindingsByProfile BindingMirror::ToMirror() const {
     return appSuggestedProntoBindings ? SuggestedBindingsByProfile() : suggestedBindingsByProfile;
 }
 
+void BindingMirror::ForgetBindings() {
+    std::lock_guard lock(mutex_);
+    suggestedBindingsByProfile.clear();
+}
+
 void EnsureProntoControllerPlusBindingsSuggested() {
     const SuggestedBindingsByProfile by_profile = BindingMirror::instance().ToMirror();
     if (by_profile.empty()) {

@@ -15,7 +15,7 @@ namespace orvanic_xr {
 
 using SuggestedBindingsByProfile = std::map<std::string, std::vector<XrActionSuggestedBinding>>;
 
-// What the application suggested, for the life of the process. Any thread.
+// What the application suggested, across sessions. Any thread.
 class BindingMirror {
  public:
     static BindingMirror& instance();
@@ -25,6 +25,9 @@ class BindingMirror {
 
     // What there is to mirror: nothing if the application suggested for the mirrored profile itself.
     SuggestedBindingsByProfile ToMirror() const;
+
+    // The actions are gone with their instance, and must not be handed to the runtime of another.
+    void ForgetBindings();
 
  private:
     // Guards both.

@@ -16,6 +16,8 @@
 #include "diagnostics/logger.h"
 #include "diagnostics/telemetry.h"
 #include "external/external_tool_manager.h"
+#include "layer/action_maps.h"
+#include "layer/binding_mirror.h"
 #include "layer/dispatch/dispatch.h"
 #include "layer/hook_support.h"
 #include "layer/instance_extensions.h"
@@ -157,6 +159,12 @@ XrResult CreateInstance(const XrInstanceCreateInfo& info, const XrApiLayerCreate
     return result;
 }
 
+// Another instance's handles may have the same numbers.
+void ForgetHandles() {
+    ActionMaps::instance().Clear();
+    BindingMirror::instance().ForgetBindings();
+}
+
 XrResult DestroyInstance(XrInstance instance) {
     LogInfo("OrvanicLayerXrDestroyInstance called");
     // The server waits for running tools, and these for callbacks and animations, which nobody moves on any more.
@@ -175,6 +183,7 @@ XrResult DestroyInstance(XrInstance instance) {
         if (closed) DispatchHolder::instance().OpenRuntime();
         LogError("OrvanicLayerXrDestroyInstance failed");
     } else {
+        if (closed) ForgetHandles();
         LogInfo("OrvanicLayerXrDestroyInstance succeeded");
     }
     LogFileSink::instance().end_session();

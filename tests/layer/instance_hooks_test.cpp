@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <shared_mutex>
+#include <span>
 #include <string>
 #include <utility>
 #include <vector>
@@ -19,6 +20,8 @@
 #include "diagnostics/log_file_sink.h"
 #include "diagnostics/telemetry.h"
 #include "external/external_tool_manager.h"
+#include "layer/action_maps.h"
+#include "layer/binding_mirror.h"
 #include "layer/dispatch/handles.h"
 #include "layer/hooks.h"
 #include "layer/instance_extensions.h"
@@ -312,6 +315,23 @@ TEST_F(InstanceHooks, DestructionGoesThroughItsSteps) {
     EXPECT_EQ(McpServerHost::instance().ipv4_server(), nullptr);
     EXPECT_EQ(InProcessToolRegistry::instance().invoke("math_calc", json::object()).error,
               "tool 'math_calc' is not registered");
+}
+
+TEST_F(InstanceHooks, HandlesGoWithTheirInstance) {
+    ASSERT_EQ(Create(), XR_SUCCESS);
+    const XrInstance first = instance_;
+    ASSERT_EQ(Create(), XR_SUCCESS);
+    const XrAction action = HandleFromValue<XrAction>(0x11);
+    const XrSpace space = HandleFromValue<XrSpace>(0x12);
+    ActionMaps::instance().AddSpace(space, {action, 0});
+    const XrActionSuggestedBinding binding = {action, 5};
+    BindingMirror::instance().Note("profile", std::span(&binding, 1));
+    EXPECT_EQ(OrvanicLayerXrDestroyInstance(first), XR_SUCCESS);
+    EXPECT_TRUE(ActionMaps::instance().FindSpace(space, false)) << "another instance's";
+    EXPECT_THAT(BindingMirror::instance().ToMirror(), SizeIs(1));
+    EXPECT_EQ(OrvanicLayerXrDestroyInstance(instance_), XR_SUCCESS);
+    EXPECT_FALSE(ActionMaps::instance().FindSpace(space, false));
+    EXPECT_THAT(BindingMirror::instance().ToMirror(), IsEmpty());
 }
 
 TEST_F(InstanceHooks, RefusedDestructionGoesBackAndTheRuntimeStaysOpen) {

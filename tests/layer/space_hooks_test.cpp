@@ -1,9 +1,9 @@
 #include "layer/space_hooks.h"
 
-#include <cmath>
-#include <functional>
+#include <atomic>
 #include <limits>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "diagnostics/verbose.h"
@@ -251,6 +251,27 @@ TEST_F(SpaceHooks, PoseActionUnderAutomationIsActive) {
         return XR_SUCCESS;
     });
     EXPECT_TRUE(is_active(other)) << "the runtime's own word";
+}
+
+TEST_F(SpaceHooks, LocateAndStateMeetTheApplicationsOtherThreads) {
+    SimulateLeftGrip();
+    std::atomic<bool> done = false;
+    std::thread frame_thread([&] {
+        const XrActionStateGetInfo info = {XR_TYPE_ACTION_STATE_GET_INFO, nullptr, hand_, XR_NULL_PATH};
+        XrActionStatePose state = {XR_TYPE_ACTION_STATE_POSE, nullptr, XR_FALSE};
+        while (!done) {
+            Locate(space_);
+            OrvanicLayerXrGetActionStatePose(session_, &info, &state);
+        }
+    });
+    for (int i = 0; i < 200; ++i) {
+        OrvanicLayerXrDestroySpace(MakeSpace(session_, hand_, "/user/hand/right"));
+        Context(session_).conformance_automation_active = i % 2 == 0;
+        Context(session_).SetSimulatedControllerPose(kLeftHand, kGripKind, {{0, 0, 0, 1}, {0, 0, 1.0f}});
+        if (i % 50 == 0) OrvanicLayerXrDestroyAction(hand_);
+    }
+    done = true;
+    frame_thread.join();
 }
 
 TEST_F(SpaceHooks, ActionStatesAreToldWhenTheyChange) {
