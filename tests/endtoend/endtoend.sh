@@ -1,0 +1,156 @@
+#!/usr/bin/env bash
+# The built layer under the real loader, on the simulator.
+#
+#   endtoend.sh CASE BUILD_DIRECTORY      CASE is the name of a function below
+set -euo pipefail
+build=$2
+port=8720
+scratch=$(mktemp -d)
+state=$scratch/state
+pids=()
+
+export XR_RUNTIME_JSON=$build/lib/velmoor_simulator.json
+export XR_API_LAYER_PATH=$build/layers
+export XR_ENABLE_API_LAYERS=XR_APILAYER_KESTX_velmoor
+export XDG_STATE_HOME=$state XDG_CONFIG_HOME=$scratch/config
+
+clean_up() {
+  for pid in "${pids[@]}"; do kill -KILL "$pid" 2>/dev/null || true; done
+  rm -rf "$scratch"
+}
+trap clean_up EXIT
+
+fail() {
+  echo "FAILED: $1"
+  tail -n 200 "$scratch"/*.txt
+  exit 1
+}
+
+# start NAME PROGRAM [ARGUMENT...]: what it prints goes to NAME.txt; `pid` is its process. Its standard input is
+# descriptor 9, which the script holds.
+start() {
+  local name=$1
+  shift
+  [ -p "$scratch/stdin" ] || { mkfifo "$scratch/stdin"; exec 9<>"$scratch/stdin"; }
+  "$@" <"$scratch/stdin" >"$scratch/$name.txt" 2>&1 9>&- &
+  pid=$!
+  pids+=("$pid")
+}
+
+wait_for_line() {
+  for _ in $(seq 200); do
+    ! grep -q "$2" "$scratch/$1.txt" || return 0
+    sleep 0.05
+  done
+  fail "$1 does not say: $2"
+}
+
+# ended_well NAME: the process ends by itself, soon, and with 0.
+ended_well() {
+  for _ in $(seq 200); do
+    kill -0 "$pid" 2>/dev/null || break
+    sleep 0.05
+  done
+  ! kill -0 "$pid" 2>/dev/null || fail "$1 does not end"
+  wait "$pid" || fail "$1 ended with $?"
+}
+
+answers() { (exec 3<>"/dev/tcp/$1/$port") 2>/dev/null; }
+
+port_is_free() { ! answers 127.0.0.1 && ! answers ::1; }
+
+# Opens the event stream as descriptor 4 and waits until the session has its address.
+open_stream() {
+  local line
+  exec 4<>"/dev/tcp/127.0.0.1/$port"
+  printf 'GET /sse HTTP/1.1\r\nHost: 127.0.0.1\r\n\r\n' >&4
+  while read -r -t 10 line <&4; do
+    [[ $line != "data: /message?session_id="* ]] || return 0
+  done
+  fail "the stream does not name its address"
+}
+
+make_tour() { "$build/bin/velmoor_agent" >"$scratch/agent.txt" 2>&1 || fail "the tour ended with $?"; }
+
+layer_log() { cat "$state"/velmoor/logs/*/api_layer.log; }
+
+# From the application's start to its end, with a look at what is left behind.
+demo_with_tour() {
+  start demo "$build/bin/velmoor_demo"
+  make_tour
+  kill -INT "$pid"
+  ended_well demo
+  grep -q "Goodbye" "$scratch/demo.txt" || fail "the application was cut short"
+  port_is_free || fail "the port is still served"
+}
+
+tour() {
+  demo_with_tour
+  [ "$(layer_log | grep -c '==== session ended')" = 1 ] || fail "the log file has no end"
+}
+
+both_names() {
+  local names=XR_APILAYER_KESTX_velmoor:XR_APILAYER_KESTX_orvanic
+  for XR_ENABLE_API_LAYERS in "$names" XR_APILAYER_KESTX_orvanic:XR_APILAYER_KESTX_velmoor; do
+    demo_with_tour
+    layer_log | grep -q 'Another copy of this layer lies below' || fail "the library was created once only"
+    rm -rf "$state"
+  done
+}
+
+other_name() {
+  XR_ENABLE_API_LAYERS=XR_APILAYER_KESTX_orvanic demo_with_tour
+}
+
+unwritable_log_home() {
+  XDG_STATE_HOME=/dev/null/nowhere demo_with_tour
+}
+
+# Somebody else has the port on both families: no server, but the application does not notice.
+port_taken() {
+  start holder "$build/bin/port_holder" "$port"
+  wait_for_line holder ready
+  start demo "$build/bin/velmoor_demo" --seconds 2
+  ended_well demo
+  grep -q 'FOCUSED, [0-9.]* frames a second' "$scratch/demo.txt" || fail "the application did not run"
+  [ "$(layer_log | grep -c 'Failed to start server on ')" = 2 ] || fail "the log does not tell of both"
+}
+
+port_taken_on_ipv6() {
+  start holder "$build/bin/port_holder" "$port" ipv6
+  wait_for_line holder ready
+  start demo "$build/bin/velmoor_demo"
+  make_tour
+  kill -INT "$pid"
+  ended_well demo
+}
+
+# A client is connected while the process ends without ceremony.
+abandoned_instance() {
+  start odd "$build/bin/odd_application" abandon
+  wait_for_line odd ready
+  open_stream
+  exec 9>&-
+  ended_well odd
+}
+
+# The loader lets go of the library while its threads run; the server stays for as long as the process does.
+refused_instance() {
+  start odd "$build/bin/odd_application" refused
+  wait_for_line odd ready
+  open_stream
+  exec 9>&-
+  ended_well odd
+}
+
+second_life() {
+  start odd "$build/bin/odd_application" again
+  wait_for_line odd ready
+  open_stream
+  exec 9>&-
+  ended_well odd
+  [ "$(layer_log | grep -c '==== session ended')" = 2 ] || fail "there were not two sessions of the log"
+}
+
+port_is_free || fail "port $port is in use: end what runs with the layer, then test again"
+"$1"
