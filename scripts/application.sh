@@ -13,14 +13,13 @@ need_free_port() {
   done
 }
 
-# run_application BUILD_DIRECTORY [OPTION...]: becomes the application. What it and the layer write of their own
-# accord stays below the build directory.
+# run_application BUILD_DIRECTORY [OPTION...]: becomes the application. The layer's log stays below that directory.
 run_application() {
   local directory=$PWD/$1
   shift
   exec env XR_RUNTIME_JSON="$directory/lib/velmoor_simulator.json" \
     XR_API_LAYER_PATH="$directory/layers" XR_ENABLE_API_LAYERS=XR_APILAYER_KESTX_velmoor \
-    XDG_STATE_HOME="$directory/demo" XDG_CONFIG_HOME="$directory/demo" \
+    XDG_STATE_HOME="$directory/demo" \
     "$directory/bin/velmoor_demo" "$@"
 }
 

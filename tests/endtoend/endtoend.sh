@@ -12,7 +12,7 @@ pids=()
 export XR_RUNTIME_JSON=$build/lib/velmoor_simulator.json
 export XR_API_LAYER_PATH=$build/layers
 export XR_ENABLE_API_LAYERS=XR_APILAYER_KESTX_velmoor
-export XDG_STATE_HOME=$state XDG_CONFIG_HOME=$scratch/config
+export XDG_STATE_HOME=$state
 
 clean_up() {
   for pid in "${pids[@]}"; do kill -KILL "$pid" 2>/dev/null || true; done
@@ -104,6 +104,15 @@ other_name() {
 
 unwritable_log_home() {
   XDG_STATE_HOME=/dev/null/nowhere demo_with_tour
+}
+
+# From an installed place, as the loader finds it there.
+installed() {
+  local prefix=$scratch/prefix
+  cmake --install "$build" --prefix "$prefix" >"$scratch/install.txt" 2>&1 || fail "cmake --install"
+  unset XR_API_LAYER_PATH
+  XDG_DATA_DIRS=$prefix/share XR_RUNTIME_JSON=$prefix/share/velmoor/velmoor_simulator.json demo_with_tour
+  layer_log | grep -q '==== session ended' || fail "the layer was not there"
 }
 
 # Somebody else has the port on both families: no server, but the application does not notice.
