@@ -2,12 +2,13 @@
 
 #include <ostream>
 #include <sstream>
+#include <vector>
 
 namespace agent {
 namespace {
 
 constexpr std::size_t kWidth = 100;
-constexpr int kMaxLines = 16;
+constexpr std::size_t kMaxLines = 16;
 
 std::string OneLine(const json& value) {
     if (!value.is_structured()) return value.dump(-1, ' ', false, json::error_handler_t::replace);
@@ -39,13 +40,13 @@ void Fit(const json& value, std::size_t indent, std::size_t used, std::size_t wi
 
 // `text` line by line, each led in by an arrow or by blanks of its width.
 void PrintLines(std::ostream& out, const std::string& text) {
-    std::istringstream lines(text);
-    const char* lead = "   <- ";
-    int count = 0;
-    for (std::string line; std::getline(lines, line); lead = "      ") {
-        if (++count <= kMaxLines) out << lead << line << "\n";
-    }
-    if (count > kMaxLines) out << "      ... (" << count - kMaxLines << " more lines)\n";
+    std::istringstream stream(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);) lines.push_back(line);
+    // A remark on what was cut should not take the place of the last line or two.
+    const std::size_t shown = lines.size() <= kMaxLines + 2 ? lines.size() : kMaxLines;
+    for (std::size_t i = 0; i < shown; ++i) out << (i == 0 ? "   <- " : "      ") << lines[i] << "\n";
+    if (shown < lines.size()) out << "      ... (" << lines.size() - shown << " more lines)\n";
 }
 
 }  // namespace
