@@ -73,6 +73,25 @@ void ResolveAll(const Instance& instance, Input& input) {
     }
 }
 
+// Grip and aim mean the same on every hand controller. A pose action that names one of them in the suggestion for
+// any profile follows it on the others, too, where those leave the action without a source for that hand.
+void ShareHandPoses(const Instance& instance, Input& input) {
+    for (auto& [profile, bindings] : input.bindings_by_profile) {
+        for (const auto& [other, suggestions] : instance.suggestions) {
+            for (const SuggestedBinding& suggestion : suggestions) {
+                if (suggestion.action->type != XR_ACTION_TYPE_POSE_INPUT) continue;
+                if (!input.IsAttached(*suggestion.action->set)) continue;
+                auto shared = Resolve(*profile, suggestion);
+                if (!shared || (shared->top != TopLevel::kLeftHand && shared->top != TopLevel::kRightHand)) continue;
+                const bool has_source = std::any_of(bindings.begin(), bindings.end(), [&](const Binding& binding) {
+                    return binding.action == shared->action && binding.top == shared->top;
+                });
+                if (!has_source) bindings.push_back(std::move(*shared));
+            }
+        }
+    }
+}
+
 std::string SourcePath(const Input& input, const Binding& binding) {
     const auto top = static_cast<std::size_t>(binding.top);
     return std::string(kTopLevelPaths[top]) + "/" + std::string(input.profiles[top]->sources[binding.source].path);
@@ -137,6 +156,7 @@ XrResult AttachSessionActionSets(XrSession session, const XrSessionActionSetsAtt
         for (const auto& set : sets) set->attached = true;
         owner.input.attached = std::move(sets);
         ResolveAll(*owner.instance, owner.input);
+        ShareHandPoses(*owner.instance, owner.input);
         return XR_SUCCESS;
     });
 }

@@ -1,12 +1,15 @@
 // An agent of a few lines: connects to the MCP server in a running XR application, shakes hands, and makes a
 // tour of what the application tells.
 //
-//     velmoor_agent [http://127.0.0.1:8720]
+//     velmoor_agent [--exit] [--pictures DIRECTORY] [http://127.0.0.1:8720]
+//
+// --exit ends the application in the last step. Pictures go to the present directory unless said otherwise.
 //
 // Exit code: 0 if all went well, 1 if a step of the tour failed, 2 if there was nobody to talk to.
 
 #include <exception>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 
 #include "examples/velmoor_agent/mcp_client.h"
@@ -16,21 +19,45 @@ namespace {
 
 constexpr auto kServerComesUp = std::chrono::seconds(20);
 
-int Run(const std::string& url) {
+struct Options {
+    std::string url = "http://127.0.0.1:8720";
+    std::string pictures = ".";
+    bool exit_at_end = false;
+};
+
+Options ReadOptions(int argc, char** argv) {
+    Options options;
+    for (int i = 1; i < argc; ++i) {
+        const std::string option = argv[i];
+        if (option == "--exit") {
+            options.exit_at_end = true;
+        } else if (option == "--pictures" && i + 1 < argc) {
+            options.pictures = argv[++i];
+        } else if (!option.empty() && option[0] != '-') {
+            options.url = option;
+        } else {
+            throw std::invalid_argument("usage: velmoor_agent [--exit] [--pictures DIRECTORY] [URL]");
+        }
+    }
+    return options;
+}
+
+int Run(const Options& options) {
+    const std::string& url = options.url;
     agent::McpClient client(url);
     client.Connect(kServerComesUp);
     const agent::json told = client.Initialize("velmoor_agent", "1.0");
     const agent::json server = told.value("serverInfo", agent::json::object());
     std::cout << "Connected to " << url << ": " << server.value("name", "?") << " " << server.value("version", "?")
               << ", protocol " << told.value("protocolVersion", "?") << "\n";
-    return agent::RunTour(client, agent::MakeTour(), std::cout) ? 0 : 1;
+    return agent::RunTour(client, agent::MakeTour(options.pictures, options.exit_at_end), std::cout) ? 0 : 1;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     try {
-        return Run(argc > 1 ? argv[1] : "http://127.0.0.1:8720");
+        return Run(ReadOptions(argc, argv));
     } catch (const std::exception& problem) {
         std::cerr << "velmoor_agent: " << problem.what() << "\n";
         return 2;

@@ -1,45 +1,17 @@
 #include "examples/velmoor_agent/tour.h"
 
-#include <memory>
+#include <fstream>
 #include <ostream>
 #include <set>
 #include <thread>
 
+#include "examples/velmoor_agent/base64.h"
 #include "examples/velmoor_agent/transcript.h"
 
 namespace agent {
 namespace {
 
-constexpr auto kComingUp = std::chrono::seconds(10);
 constexpr auto kBetweenTries = std::chrono::milliseconds(100);
-
-std::string Expect(bool holds, const char* otherwise) {
-    return holds ? "" : otherwise;
-}
-
-std::string IsRunning(const json& answer) {
-    const std::string state = answer.at("state").at("name");
-    return Expect(state == "XR_SESSION_STATE_FOCUSED", "the session does not have the focus");
-}
-
-// Two steps that look at the frame share the time of the one that came first.
-std::vector<TourStep> FrameSteps() {
-    const auto first_time = std::make_shared<std::int64_t>(0);
-    const auto display_time = [](const json& answer) -> std::int64_t {
-        return answer.at("frame_state").at("predicted_display_time").at("XrTime");
-    };
-    const auto remember = [=](const json& answer) {
-        *first_time = display_time(answer);
-        return Expect(*first_time > 0, "the frame has no display time");
-    };
-    const auto went_by = [=](const json& answer) {
-        return Expect(display_time(answer) > *first_time, "no frame went by since");
-    };
-    return {
-        {"See the last frame", "openxr_get_frame_info", json::object(), remember, kComingUp},
-        {"See that frames go by", "openxr_get_frame_info", json::object(), went_by, kComingUp},
-    };
-}
 
 // A check reads keys that a wrong answer lacks; that is a complaint too.
 std::string Complain(const TourStep& step, const ToolAnswer& answer) {
@@ -52,37 +24,36 @@ std::string Complain(const TourStep& step, const ToolAnswer& answer) {
     }
 }
 
+// Says why the picture could not be kept, or nothing.
+std::string SavePicture(const ToolAnswer& answer, const std::string& file, std::ostream& out) {
+    if (answer.images.empty()) return "there is no picture in the answer";
+    const std::string png = DecodeBase64(answer.images.front());
+    std::ofstream stream(file, std::ios::binary);
+    stream.write(png.data(), static_cast<std::streamsize>(png.size()));
+    stream.close();
+    if (!stream) return "cannot write " + file;
+    out << "      saved as " << file << "\n";
+    return "";
+}
+
 bool TakeStep(McpClient& client, const TourStep& step, std::ostream& out) {
-    PrintCall(out, step.tool, step.arguments);
+    const json arguments = step.late_arguments ? step.late_arguments() : step.arguments;
+    PrintCall(out, step.tool, arguments);
     const auto give_up = std::chrono::steady_clock::now() + step.patience;
-    ToolAnswer answer = client.CallTool(step.tool, step.arguments);
+    ToolAnswer answer = client.CallTool(step.tool, arguments);
     std::string complaint = Complain(step, answer);
     while (!complaint.empty() && std::chrono::steady_clock::now() < give_up) {
         std::this_thread::sleep_for(kBetweenTries);
-        answer = client.CallTool(step.tool, step.arguments);
+        answer = client.CallTool(step.tool, arguments);
         complaint = Complain(step, answer);
     }
     PrintAnswer(out, answer);
+    if (complaint.empty() && !step.picture_file.empty()) complaint = SavePicture(answer, step.picture_file, out);
     if (!complaint.empty()) out << "   FAILED: " << complaint << "\n";
     return complaint.empty();
 }
 
 }  // namespace
-
-std::vector<TourStep> MakeTour() {
-    std::vector<TourStep> tour = {
-        {"Ask which application this is",
-         "openxr_get_instance_info",
-         {{"include_enabled_extensions", true}},
-         [](const json& answer) { return Expect(answer.at("application").at("name") != "", "it has no name"); },
-         kComingUp},
-        {"Wait until its session has the focus", "openxr_get_session_info", json::object(), IsRunning, kComingUp},
-        {"Ask what device it runs on", "openxr_get_system_info", json::object(),
-         [](const json& answer) { return Expect(answer.at("system_name") != "", "it has no name"); }, kComingUp},
-    };
-    for (TourStep& step : FrameSteps()) tour.push_back(std::move(step));
-    return tour;
-}
 
 bool RunTour(McpClient& client, const std::vector<TourStep>& steps, std::ostream& out) {
     std::set<std::string> offered;

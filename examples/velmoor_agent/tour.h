@@ -20,10 +20,15 @@ struct TourStep {
     std::function<std::string(const json& answer)> complaint = nullptr;
     // A step that fails its check is taken again for so long: an application needs a moment to come up.
     std::chrono::milliseconds patience{0};
+    // Arguments that an earlier answer decides, in place of `arguments`.
+    std::function<json()> late_arguments = nullptr;
+    // Where the picture of the answer goes, as a PNG file; an answer without one then fails the step.
+    std::string picture_file = {};
 };
 
-// The steps of the tour, in order.
-std::vector<TourStep> MakeTour();
+// The steps of the tour, in order. Pictures go to `picture_directory`; the last step ends the application if
+// `exit_at_end` is set. In tour_steps.cpp.
+std::vector<TourStep> MakeTour(const std::string& picture_directory, bool exit_at_end);
 
 // Takes the steps one after the other and prints what is asked and answered. A step whose tool the server does
 // not offer is skipped with a line that says so. True if no step failed.

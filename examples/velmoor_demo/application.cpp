@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "examples/velmoor_demo/check.h"
+#include "examples/velmoor_demo/game_tools.h"
 
 namespace demo {
 namespace {
@@ -25,6 +26,9 @@ constexpr const char* kSceneExtensions[] = {
     "XR_KS_spatial_entity_container",
     "XR_KS_scene",
 };
+
+// With it the game offers tools to an agent; without the layer nobody lists it.
+constexpr char kExternalTools[] = "XR_KESTX1_orvanic_external_tool";
 
 std::set<std::string> OfferedExtensions() {
     std::uint32_t count = 0;
@@ -64,6 +68,7 @@ void Application::CreateInstance() {
     for (const char* name : kSceneExtensions) {
         if (offered.count(name) > 0) extensions.push_back(name);
     }
+    if (offered.count(kExternalTools) > 0) extensions.push_back(kExternalTools);
     XrInstanceCreateInfo info = {};
     info.type = XR_TYPE_INSTANCE_CREATE_INFO;
     std::strcpy(info.applicationInfo.applicationName, "velmoor_demo");
@@ -79,6 +84,9 @@ void Application::CreateInstance() {
     properties.type = XR_TYPE_INSTANCE_PROPERTIES;
     Check(xrGetInstanceProperties(instance_, &properties), "xrGetInstanceProperties");
     Report::Line(std::string("Running on ") + properties.runtimeName);
+    if (const int tools = RegisterGameTools(instance_, game_)) {
+        Report::Line("Offering " + std::to_string(tools) + " tools to agents");
+    }
 }
 
 void Application::CreateSession() {
@@ -174,6 +182,7 @@ void Application::RunFrame() {
     frame.type = XR_TYPE_FRAME_STATE;
     Check(xrWaitFrame(session_, nullptr, &frame), "xrWaitFrame");
     Check(xrBeginFrame(session_, nullptr), "xrBeginFrame");
+    game_.AdvanceFrame();
 
     report_.Frame(LocateHead(frame.predictedDisplayTime), controls_->Update(stage_, frame.predictedDisplayTime));
 

@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "examples/velmoor_demo/controls.h"
+#include "examples/velmoor_demo/game.h"
 #include "examples/velmoor_demo/report.h"
 
 namespace demo {
@@ -39,6 +40,7 @@ class Application {
     double SecondsSinceStart() const;
 
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    Game game_;  // outlives the instance, whose tools use it
     XrInstance instance_ = XR_NULL_HANDLE;
     XrSession session_ = XR_NULL_HANDLE;
     XrSpace stage_ = XR_NULL_HANDLE;

@@ -1,0 +1,76 @@
+// What there is to play with in the demo: a score, the weather, cubes, and timed sequences of steps that the
+// frame loop carries out. The frame loop advances it; anybody may ask and wait from any thread.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace demo {
+
+struct Cube {
+    float position[3];  // metres in the stage
+    float size;         // metres
+    std::string color;
+};
+
+struct SequenceStep {
+    std::int64_t at_ms;   // since the sequence began
+    std::string action;   // "add_score" or "set_weather"
+    int amount;           // for add_score
+    std::string weather;  // for set_weather
+};
+
+// What became of a step: in which frame, counted from the game's first, and when.
+struct SequenceEvent {
+    std::string action;
+    std::uint64_t frame;
+    std::int64_t at_ms;
+};
+
+class Game {
+ public:
+    // The frame loop's part: steps of a sequence that are due happen in this frame.
+    void AdvanceFrame();
+
+    int score() const;
+    std::string weather() const;
+    // The number of the cube, from 1.
+    std::size_t SpawnCube(const Cube& cube);
+    // The weather changes at once and settles within half a second.
+    void SetWeather(const std::string& weather);
+
+    // The conditions that WaitUntil knows, for who asks for another.
+    static const std::vector<std::string>& ConditionNames();
+    // Waits for a condition, at most for `limit`. False if it did not come to hold; nothing if there is no such
+    // condition. Not on the frame thread, which would wait for itself.
+    std::optional<bool> WaitUntil(const std::string& condition, std::chrono::milliseconds limit);
+
+    // Has the frame loop carry out `steps`, and waits for the last; an earlier sequence is waited for first. The
+    // events are fewer than the steps if `limit` ran out. Not on the frame thread.
+    std::vector<SequenceEvent> PlaySequence(std::vector<SequenceStep> steps, std::chrono::milliseconds limit);
+
+ private:
+    using Clock = std::chrono::steady_clock;
+
+    void TakeStepLocked(const SequenceStep& step, std::int64_t now_ms);
+    bool HoldsLocked(const std::string& condition) const;
+
+    mutable std::mutex mutex_;  // guards all below
+    std::condition_variable changed_;
+    std::uint64_t frame_ = 0;
+    int score_ = 0;
+    std::string weather_ = "sun";
+    Clock::time_point weather_changed_{};
+    std::vector<Cube> cubes_;
+    bool playing_ = false;
+    Clock::time_point sequence_began_{};
+    std::vector<SequenceStep> upcoming_;
+    std::vector<SequenceEvent> happened_;
+};
+
+}  // namespace demo
