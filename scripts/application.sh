@@ -48,7 +48,7 @@ run_demo() {
   pid=$!
   trap 'end_application "$pid"' EXIT
 
-  "$directory/bin/velmoor_agent" || outcome=$?
+  "$directory/bin/velmoor_agent" --exit --pictures "$directory/demo" || outcome=$?
   trap - EXIT
   end_application "$pid" || { outcome=$?; say "the application ended with $outcome"; }
   [ "$outcome" = 0 ] || fail "the demo failed; see $log"

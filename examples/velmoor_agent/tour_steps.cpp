@@ -84,6 +84,14 @@ Steps TakeOver() {
          "openxr_set_head_pose",
          {{"position", {0.0, 1.6, 1.0}}, {"orientation", {0, 0, 0, 1}}, {"base_space", "stage"}},
          Succeeded},
+        {"Wait until the simulated controllers drive the application's input", "openxr_get_active_interaction_profile",
+         json::object(),
+         [](const json& answer) {
+             const json profile = "/interaction_profiles/kest/pronto_controller_plus";
+             return Expect(answer.at("left").at("profile") == profile && answer.at("right").at("profile") == profile,
+                           "it is not the simulated controllers' profile");
+         },
+         kComingUp},
         {"Walk two metres forward in two seconds, the controllers carried along",
          "openxr_set_head_pose",
          {{"position", after_the_walk}, {"base_space", "stage"}, {"duration_seconds", 2}},
@@ -116,13 +124,6 @@ Steps TakeOver() {
          "openxr_get_controller_pose",
          {{"hand", "right"}, {"pose_type", "aim"}, {"base_space", "stage"}},
          [](const json& answer) { return Expect(answer.at("simulated") == true, "it is not simulated"); }},
-        {"Ask which profile drives the application's input", "openxr_get_active_interaction_profile", json::object(),
-         [](const json& answer) {
-             const json profile = "/interaction_profiles/kest/pronto_controller_plus";
-             return Expect(answer.at("left").at("profile") == profile && answer.at("right").at("profile") == profile,
-                           "it is not the simulated controllers' profile");
-         },
-         kComingUp},
     };
 }
 
