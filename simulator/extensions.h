@@ -15,6 +15,7 @@ inline constexpr char kSpatialEntityQuery[] = "XR_KS_spatial_entity_query";
 inline constexpr char kSpatialEntityStorage[] = "XR_KS_spatial_entity_storage";
 inline constexpr char kSpatialEntityContainer[] = "XR_KS_spatial_entity_container";
 inline constexpr char kScene[] = "XR_KS_scene";
+inline constexpr char kCompositorCapture[] = "XR_KESTX1_simulator_compositor_output_capture";
 inline constexpr char kHeadless[] = "XR_MND_headless";
 
 struct Extension {
@@ -29,6 +30,7 @@ inline constexpr Extension kExtensions[] = {
     {kLocalFloor, 1, nullptr},
     {kConformanceAutomation, 3, nullptr},
     {kProntoProfile, 1, nullptr},
+    {kCompositorCapture, 1, nullptr},
     {kSpatialEntity, 1, nullptr},
     {kSpatialEntityQuery, 1, kSpatialEntity},
     {kSpatialEntityStorage, 1, kSpatialEntity},

@@ -5,6 +5,7 @@
 #include "simulator/actions.h"
 #include "simulator/automation.h"
 #include "simulator/bindings.h"
+#include "simulator/capture.h"
 #include "simulator/events.h"
 #include "simulator/extensions.h"
 #include "simulator/frames.h"
@@ -93,6 +94,9 @@ const Function kFunctions[] = {
     VELMOOR_ROW(SetInputDeviceStateFloatEXT, kConformanceAutomation),
     VELMOOR_ROW(SetInputDeviceStateVector2fEXT, kConformanceAutomation),
     VELMOOR_ROW(SetInputDeviceLocationEXT, kConformanceAutomation),
+    VELMOOR_ROW(StartSimulatorCompositorOutputCaptureKESTX1, kCompositorCapture),
+    VELMOOR_ROW(StopSimulatorCompositorOutputCaptureKESTX1, kCompositorCapture),
+    VELMOOR_ROW(CaptureSimulatorCompositorOutputKESTX1, kCompositorCapture),
     VELMOOR_ROW(GetSpaceComponentStatusKS, kSpatialEntity),
     VELMOOR_ROW(SetSpaceComponentStatusKS, kSpatialEntity),
     VELMOOR_ROW(EnumerateSpaceSupportedComponentsKS, kSpatialEntity),

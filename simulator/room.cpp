@@ -13,8 +13,8 @@ constexpr XrQuaternionf kFacingLeft = {0, -kHalf, 0, kHalf};
 constexpr XrQuaternionf kFacingUp = {-kHalf, 0, 0, kHalf};
 constexpr XrQuaternionf kFacingDown = {kHalf, 0, 0, kHalf};
 
-constexpr Colour kWood = {150, 105, 65};
-constexpr Colour kWall = {214, 208, 196};
+constexpr Colour kWood = {170, 112, 62};
+constexpr Colour kWall = {226, 212, 178};
 
 constexpr std::size_t kManyContainers = 130;
 constexpr std::size_t kLongLabel = 4096;
@@ -61,17 +61,17 @@ std::vector<Thing> Furnishings() {
     constexpr float kZ = kRoomDepth / 2;
     constexpr float kMid = kRoomHeight / 2;
     return {
-        Surface("FLOOR", kFacingUp, {0, 0, 0}, kRoomWidth, kRoomDepth, {120, 110, 100}),
+        Surface("FLOOR", kFacingUp, {0, 0, 0}, kRoomWidth, kRoomDepth, {164, 146, 124}),
         Surface("CEILING", kFacingDown, {0, kRoomHeight, 0}, kRoomWidth, kRoomDepth, {235, 235, 230}),
         Surface("WALL", kFacingAhead, {0, kMid, -kZ}, kRoomWidth, kRoomHeight, kWall),
-        Surface("WALL", kFacingBack, {0, kMid, kZ}, kRoomWidth, kRoomHeight, {190, 200, 205}),
-        Surface("WALL", kFacingRight, {-kX, kMid, 0}, kRoomDepth, kRoomHeight, {205, 190, 180}),
-        Surface("WALL", kFacingLeft, {kX, kMid, 0}, kRoomDepth, kRoomHeight, {190, 205, 185}),
+        Surface("WALL", kFacingBack, {0, kMid, kZ}, kRoomWidth, kRoomHeight, {146, 182, 208}),
+        Surface("WALL", kFacingRight, {-kX, kMid, 0}, kRoomDepth, kRoomHeight, {214, 150, 128}),
+        Surface("WALL", kFacingLeft, {kX, kMid, 0}, kRoomDepth, kRoomHeight, {150, 198, 152}),
         WithTop(Furniture("TABLE", -1.3f, -1.2f, {1.2f, 0.8f, 0.75f}, kWood)),
         WithTop(Furniture("TABLE", 1.5f, -0.4f, {0.6f, 0.6f, 0.45f}, kWood)),
-        Furniture("COUCH", 0.2f, 1.5f, {2.0f, 0.9f, 0.8f}, {70, 95, 140}),
-        Furniture("LAMP", 2.1f, -1.6f, {0.3f, 0.3f, 1.6f}, {240, 205, 110}),
-        Furniture("", -2.0f, 1.2f, {0.5f, 0.5f, 0.6f}, {110, 140, 90}),
+        Furniture("COUCH", 0.2f, 1.5f, {2.0f, 0.9f, 0.8f}, {62, 92, 160}),
+        Furniture("LAMP", 2.1f, -1.6f, {0.3f, 0.3f, 1.6f}, {250, 196, 104}),
+        Furniture("", -2.0f, 1.2f, {0.5f, 0.5f, 0.6f}, {122, 84, 158}),
     };
 }
 

@@ -85,6 +85,7 @@ XrResult EndSession(XrSession session) {
         if (!ended.running) Refuse(XR_ERROR_SESSION_NOT_RUNNING);
         if (ended.state != XR_SESSION_STATE_STOPPING) Refuse(XR_ERROR_SESSION_NOT_STOPPING);
         ended.running = false;
+        ended.capture.eyes = 0;
         ended.Enter(XR_SESSION_STATE_IDLE);
         ended.Enter(ended.exit_requested ? XR_SESSION_STATE_EXITING : XR_SESSION_STATE_READY);
         runtime.frame_changed.notify_all();

@@ -10,6 +10,7 @@
 
 #include <memory>
 
+#include "simulator/capture.h"
 #include "simulator/devices.h"
 #include "simulator/frames.h"
 #include "simulator/head.h"
@@ -35,6 +36,7 @@ struct Session {
     Devices devices;
     Input input;
     Scene scene;
+    Capture capture;
 };
 
 XRAPI_ATTR XrResult XRAPI_CALL CreateSession(XrInstance instance, const XrSessionCreateInfo* info, XrSession* session);

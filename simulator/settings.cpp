@@ -33,11 +33,31 @@ constexpr struct {
     {"foreign_event", SceneMode::kForeignEvent},
 };
 
-SceneMode SceneModeOf(std::string_view name) {
-    for (const auto& row : kSceneModes) {
+constexpr struct {
+    std::string_view name;
+    CaptureMode mode;
+} kCaptureModes[] = {
+    {"no_size", CaptureMode::kNoSize},
+    {"too_large", CaptureMode::kTooLarge},
+    {"growing", CaptureMode::kGrowing},
+};
+
+template <class Rows, class Mode>
+Mode ModeOf(const Rows& rows, std::string_view name, Mode otherwise) {
+    for (const auto& row : rows) {
         if (row.name == name) return row.mode;
     }
-    return SceneMode::kFurnished;
+    return otherwise;
+}
+
+Settings::EyeSize EyeSizeOr(std::string_view text, Settings::EyeSize fallback) {
+    constexpr std::uint32_t kMost = 16384;
+    const std::size_t cross = text.find('x');
+    if (cross == std::string_view::npos) return fallback;
+    const Settings::EyeSize size = {NumberOr(text.substr(0, cross), std::uint32_t{0}),
+                                    NumberOr(text.substr(cross + 1), std::uint32_t{0})};
+    const bool is_good = size.width >= 1 && size.width <= kMost && size.height >= 1 && size.height <= kMost;
+    return is_good ? size : fallback;
 }
 
 }  // namespace
@@ -47,7 +67,9 @@ Settings ReadSettings() {
     const double rate = NumberOr(Environment("VELMOOR_SIM_HZ"), settings.frames_per_second);
     if (std::isfinite(rate)) settings.frames_per_second = std::clamp(rate, 1.0, 1000.0);
     settings.seed = NumberOr(Environment("VELMOOR_SIM_SEED"), settings.seed);
-    settings.scene = SceneModeOf(Environment("VELMOOR_SIM_SCENE"));
+    settings.scene = ModeOf(kSceneModes, Environment("VELMOOR_SIM_SCENE"), settings.scene);
+    settings.eye_size = EyeSizeOr(Environment("VELMOOR_SIM_EYE_SIZE"), settings.eye_size);
+    settings.capture = ModeOf(kCaptureModes, Environment("VELMOOR_SIM_CAPTURE"), settings.capture);
     return settings;
 }
 

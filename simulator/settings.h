@@ -1,8 +1,11 @@
 // What the environment asks of the simulator, read once for each instance.
 //
-//   VELMOOR_SIM_HZ     frames a second, 1 to 1000; 72 when unset or no number
-//   VELMOOR_SIM_SEED   whole number that the head's sway depends on; 0 when unset
-//   VELMOOR_SIM_SCENE  what is wrong with the room, by the names below; nothing when unset
+//   VELMOOR_SIM_HZ         frames a second, 1 to 1000; 72 when unset or no number
+//   VELMOOR_SIM_SEED       whole number that the head's sway depends on; 0 when unset
+//   VELMOOR_SIM_SCENE      what is wrong with the room, by the names below; nothing when unset
+//   VELMOOR_SIM_EYE_SIZE   "<width>x<height>" of a captured picture, in pixels, each 1 to 16384; 1024x1024 when unset
+//                          or of another form
+//   VELMOOR_SIM_CAPTURE    what is wrong with captures, by the names below; nothing when unset
 #pragma once
 
 #include <cstdint>
@@ -25,10 +28,28 @@ enum class SceneMode : std::uint8_t {
     kForeignEvent,
 };
 
+enum class CaptureMode : std::uint8_t {
+    kTruthful,
+    // "no_size": 0 by 0.
+    kNoSize,
+    // "too_large": 16385 by 1.
+    kTooLarge,
+    // "growing": the call for the pixels tells twice the width and height that the call for the size told, and writes
+    // as many pixels as that one told.
+    kGrowing,
+};
+
 struct Settings {
+    struct EyeSize {
+        std::uint32_t width;
+        std::uint32_t height;
+    };
+
     double frames_per_second = 72.0;
     std::uint32_t seed = 0;
     SceneMode scene = SceneMode::kFurnished;
+    EyeSize eye_size = {1024, 1024};
+    CaptureMode capture = CaptureMode::kTruthful;
 };
 
 Settings ReadSettings();

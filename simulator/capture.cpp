@@ -1,0 +1,116 @@
+#include "simulator/capture.h"
+
+#include <mutex>
+#include <optional>
+
+#include "simulator/instance.h"
+#include "simulator/renderer/picture.h"
+#include "simulator/runtime.h"
+#include "simulator/session.h"
+#include "simulator/world.h"
+
+namespace simulator {
+
+// Its light takes a while to work out: the first picture does it, and others wait for that.
+struct RoomToDraw {
+    const LitRoom& Lit(const std::vector<Thing>& things) {
+        std::call_once(lit, [&] { room.emplace(things); });
+        return *room;
+    }
+
+    std::once_flag lit;
+    std::optional<LitRoom> room;
+};
+
+namespace {
+
+constexpr std::uint32_t kBothEyes = 3;
+
+// What has to be known for one call, taken with the mutex locked.
+struct Shot {
+    WorldView world;
+    std::shared_ptr<RoomToDraw> room;
+    Settings::EyeSize size;
+};
+
+std::shared_ptr<Session> RunningSession(const Runtime& runtime, XrSession handle) {
+    auto session = runtime.Get(handle);
+    if (!session->running) Refuse(XR_ERROR_SESSION_NOT_RUNNING);
+    return session;
+}
+
+void CheckInfo(const SimulatorCompositorCaptureInfo* info) {
+    Require(info && info->type == orvanic_xr::kSimulatorCompositorCaptureInfoType && !info->next);
+    Require(info->eye == 1 || info->eye == 2);
+    Require(info->width_output && info->height_output);
+}
+
+// The size that the call tells, which is not always the true one.
+Settings::EyeSize ToldSize(const Settings& settings, bool for_pixels) {
+    const auto [width, height] = settings.eye_size;
+    switch (settings.capture) {
+        case CaptureMode::kNoSize:
+            return {0, 0};
+        case CaptureMode::kTooLarge:
+            return {16385, 1};
+        case CaptureMode::kGrowing:
+            return for_pixels ? Settings::EyeSize{2 * width, 2 * height} : settings.eye_size;
+        default:
+            return settings.eye_size;
+    }
+}
+
+Shot Take(Session& session, SimulatorCompositorCaptureInfo& info) {
+    Capture& capture = session.capture;
+    const auto eye = static_cast<std::uint32_t>(info.eye);
+    if ((capture.eyes & eye) == 0) Refuse(XR_ERROR_CALL_ORDER_INVALID);
+    if (info.pixels && (capture.measured & eye) == 0) Refuse(XR_ERROR_CALL_ORDER_INVALID);
+    capture.measured |= eye;
+    const Settings& settings = session.instance->settings;
+    const Settings::EyeSize told = ToldSize(settings, info.pixels != nullptr);
+    *info.width_output = told.width;
+    *info.height_output = told.height;
+    return {LookAtWorld(session, session.frames.LatestDisplayTime(Now())), capture.room, settings.eye_size};
+}
+
+}  // namespace
+
+XrResult StartSimulatorCompositorOutputCaptureKESTX1(XrSession session, std::uint32_t eyes) {
+    return Guarded([&](Runtime& runtime) {
+        Capture& capture = RunningSession(runtime, session)->capture;
+        Require(eyes != 0 && (eyes & ~kBothEyes) == 0);
+        if (capture.eyes != 0) Refuse(XR_ERROR_CALL_ORDER_INVALID);
+        if (!capture.room) capture.room = std::make_shared<RoomToDraw>();
+        capture.eyes = eyes;
+        capture.measured = 0;
+        return XR_SUCCESS;
+    });
+}
+
+XrResult StopSimulatorCompositorOutputCaptureKESTX1(XrSession session) {
+    return Guarded([&](Runtime& runtime) {
+        Capture& capture = RunningSession(runtime, session)->capture;
+        if (capture.eyes == 0) Refuse(XR_ERROR_CALL_ORDER_INVALID);
+        capture.eyes = 0;
+        return XR_SUCCESS;
+    });
+}
+
+XrResult CaptureSimulatorCompositorOutputKESTX1(XrSession session, SimulatorCompositorCaptureInfo* info) {
+    Shot shot;
+    const XrResult result = Guarded([&](Runtime& runtime) {
+        const auto captured = RunningSession(runtime, session);
+        CheckInfo(info);
+        shot = Take(*captured, *info);
+        return XR_SUCCESS;
+    });
+    if (XR_FAILED(result) || !info->pixels) return result;
+    return WithoutThrowing([&] {
+        const std::size_t eye = info->eye == 1 ? 0 : 1;
+        const LitRoom& room = shot.room->Lit(shot.world.things);
+        DrawPicture(shot.world, room, eye, shot.size.width, shot.size.height, info->pixels);
+        return XR_SUCCESS;
+    });
+}
+
+}  // namespace simulator

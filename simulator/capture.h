@@ -1,0 +1,38 @@
+// XR_KESTX1_simulator_compositor_output_capture: a picture of what an eye sees at this moment, drawn when it is asked
+// for. Checks are strict, in this order: handle, session running, record, capture started.
+#pragma once
+
+#include <openxr/openxr.h>
+
+#include <cstdint>
+#include <memory>
+
+#include "capture/simulator_capture_records.h"
+
+namespace simulator {
+
+using orvanic_xr::PFN_xrCaptureSimulatorCompositorOutputKESTX1;
+using orvanic_xr::PFN_xrStartSimulatorCompositorOutputCaptureKESTX1;
+using orvanic_xr::PFN_xrStopSimulatorCompositorOutputCaptureKESTX1;
+using orvanic_xr::SimulatorCompositorCaptureInfo;
+
+struct RoomToDraw;
+
+// A session's.
+struct Capture {
+    // Bits: 1 left, 2 right. None while it is not started.
+    std::uint32_t eyes = 0;
+    // Those whose size was asked for since the start, as it must be before the pixels are.
+    std::uint32_t measured = 0;
+    // Shared with the calls that draw.
+    std::shared_ptr<RoomToDraw> room;
+};
+
+// XR_ERROR_CALL_ORDER_INVALID when it was started already, for the other two when it was not.
+XRAPI_ATTR XrResult XRAPI_CALL StartSimulatorCompositorOutputCaptureKESTX1(XrSession session, std::uint32_t eyes);
+XRAPI_ATTR XrResult XRAPI_CALL StopSimulatorCompositorOutputCaptureKESTX1(XrSession session);
+// Also for pixels of an eye whose size was not asked for. The drawing is done with the runtime's mutex open.
+XRAPI_ATTR XrResult XRAPI_CALL CaptureSimulatorCompositorOutputKESTX1(XrSession session,
+                                                                      SimulatorCompositorCaptureInfo* info);
+
+}  // namespace simulator
