@@ -3,9 +3,12 @@
 //
 //     velmoor_agent [--exit] [--pictures DIRECTORY] [http://127.0.0.1:8720]
 //
-// --exit ends the application in the last step. Pictures go to the present directory unless said otherwise.
+//     velmoor_agent --call TOOL [ARGUMENTS] [http://127.0.0.1:8720]
 //
-// Exit code: 0 if all went well, 1 if a step of the tour failed, 2 if there was nobody to talk to.
+// --exit ends the application in the last step. Pictures go to the present directory unless said otherwise. --call
+// makes no tour: it calls one tool, with ARGUMENTS as a JSON object, and prints the text of the answer.
+//
+// Exit code: 0 if all went well, 1 if a step of the tour or the tool failed, 2 if there was nobody to talk to.
 
 #include <exception>
 #include <iostream>
@@ -23,6 +26,8 @@ struct Options {
     std::string url = "http://127.0.0.1:8720";
     std::string pictures = ".";
     bool exit_at_end = false;
+    std::string tool;  // to call instead of the tour
+    agent::json arguments = agent::json::object();
 };
 
 Options ReadOptions(int argc, char** argv) {
@@ -33,13 +38,23 @@ Options ReadOptions(int argc, char** argv) {
             options.exit_at_end = true;
         } else if (option == "--pictures" && i + 1 < argc) {
             options.pictures = argv[++i];
+        } else if (option == "--call" && i + 1 < argc) {
+            options.tool = argv[++i];
+            if (i + 1 < argc && argv[i + 1][0] == '{') options.arguments = agent::json::parse(argv[++i]);
         } else if (!option.empty() && option[0] != '-') {
             options.url = option;
         } else {
-            throw std::invalid_argument("usage: velmoor_agent [--exit] [--pictures DIRECTORY] [URL]");
+            throw std::invalid_argument(
+                "usage: velmoor_agent [--exit] [--pictures DIRECTORY] [--call TOOL [JSON]] [URL]");
         }
     }
     return options;
+}
+
+int CallOnce(agent::McpClient& client, const Options& options) {
+    const agent::ToolAnswer answer = client.CallTool(options.tool, options.arguments);
+    std::cout << answer.text << "\n";
+    return answer.is_error ? 1 : 0;
 }
 
 int Run(const Options& options) {
@@ -47,6 +62,7 @@ int Run(const Options& options) {
     agent::McpClient client(url);
     client.Connect(kServerComesUp);
     const agent::json told = client.Initialize("velmoor_agent", "1.0");
+    if (!options.tool.empty()) return CallOnce(client, options);
     const agent::json server = told.value("serverInfo", agent::json::object());
     std::cout << "Connected to " << url << ": " << server.value("name", "?") << " " << server.value("version", "?")
               << ", protocol " << told.value("protocolVersion", "?") << "\n";
