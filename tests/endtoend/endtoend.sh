@@ -70,7 +70,8 @@ open_stream() {
   fail "the stream does not name its address"
 }
 
-make_tour() { "$build/bin/velmoor_agent" >"$scratch/agent.txt" 2>&1 || fail "the tour ended with $?"; }
+# make_tour [OPTION...]
+make_tour() { "$build/bin/velmoor_agent" --pictures "$scratch" "$@" >"$scratch/agent.txt" 2>&1 || fail "the tour ended with $?"; }
 
 layer_log() { cat "$state"/velmoor/logs/*/api_layer.log; }
 
@@ -87,6 +88,14 @@ demo_with_tour() {
 tour() {
   demo_with_tour
   [ "$(layer_log | grep -c '==== session ended')" = 1 ] || fail "the log file has no end"
+}
+
+# The application ends because the agent asked it to.
+tour_with_exit() {
+  start demo "$build/bin/velmoor_demo"
+  make_tour --exit
+  ended_well demo
+  grep -q "session is EXITING" "$scratch/demo.txt" || fail "the session did not exit"
 }
 
 both_names() {
@@ -159,6 +168,39 @@ second_life() {
   exec 9>&-
   ended_well odd
   [ "$(layer_log | grep -c '==== session ended')" = 2 ] || fail "there were not two sessions of the log"
+}
+
+# call TOOL [ARGUMENTS]: the answer, which has to hold PATTERN.
+expect_of() {
+  local pattern=$1
+  shift
+  "$build/bin/velmoor_agent" --call "$@" >"$scratch/answer.txt" 2>&1 || fail "the call of $1 ended with $?"
+  grep -q "$pattern" "$scratch/answer.txt" || fail "the answer of $1 lacks: $pattern"
+}
+
+# An application in C, with a tool for each thread.
+tools_in_c() {
+  start c_application "$build/bin/external_tools_c"
+  wait_for_line c_application '3 tools are offered'
+  expect_of '"x": 1.5' describe_layout '{"sizes": [1, 2], "place": {"x": 1.5}}'
+  expect_of '"events_polled": [1-9]' count_events
+  expect_of '"frame": [1-9]' dump_heights
+  [ "$(wc -c <"$scratch/answer.txt")" -gt 80000 ] || fail "the long answer was cut"
+  expect_of 'requested successfully' openxr_exit_session
+  ended_well c_application
+}
+
+# Another project finds the installed package, by CMake and by pkg-config.
+package() {
+  local prefix=$scratch/prefix source
+  source=$(dirname "${BASH_SOURCE[0]}")/../package
+  cmake --install "$build" --prefix "$prefix" >"$scratch/install.txt" 2>&1 || fail "cmake --install"
+  cmake -S "$source" -B "$scratch/package" -DCMAKE_PREFIX_PATH="$prefix" -DOPENXR_INCLUDE_DIR="$OPENXR_INCLUDE_DIR" \
+    >"$scratch/configure.txt" 2>&1 || fail "the package is not found"
+  cmake --build "$scratch/package" >"$scratch/build.txt" 2>&1 || fail "the package does not build"
+  XDG_STATE_HOME=$state "$scratch/package/links_the_functions" >"$scratch/links.txt" 2>&1 || fail "the functions do not link"
+  PKG_CONFIG_PATH=$(dirname "$(find "$prefix" -name velmoor.pc)") pkg-config --cflags --libs velmoor \
+    >"$scratch/flags.txt" 2>&1 || fail "pkg-config does not find the package"
 }
 
 port_is_free || fail "port $port is in use: end what runs with the layer, then test again"

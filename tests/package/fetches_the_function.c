@@ -1,0 +1,6 @@
+#include <velmoor/external_tool.h>
+
+int main(void) {
+    PFN_xrOrvanicRegisterExternalToolKESTX1 register_tool = NULL;
+    return register_tool != NULL;
+}
