@@ -209,12 +209,12 @@ using PFN_xrRetrieveSpaceQueryResultsKS = XrResult(XRAPI_PTR*)(XrSession session
                                                                XrSpaceQueryResultsKS* results);
 using PFN_xrGetSpaceComponentStatusKS = XrResult(XRAPI_PTR*)(XrSpace space, XrSpaceComponentTypeKS componentType,
                                                              XrSpaceComponentStatusKS* status);
-using PFN_xrSetSpaceComponentStatusKS = XrResult(XRAPI_PTR*)(XrSpace space,
-                                                             const XrSpaceComponentStatusSetInfoKS* info,
+using PFN_xrSetSpaceComponentStatusKS = XrResult(XRAPI_PTR*)(XrSpace space, const XrSpaceComponentStatusSetInfoKS* info,
                                                              XrAsyncRequestIdKS* requestId);
-using PFN_xrEnumerateSpaceSupportedComponentsKS =
-    XrResult(XRAPI_PTR*)(XrSpace space, std::uint32_t componentTypeCapacityInput,
-                         std::uint32_t* componentTypeCountOutput, XrSpaceComponentTypeKS* componentTypes);
+using PFN_xrEnumerateSpaceSupportedComponentsKS = XrResult(XRAPI_PTR*)(XrSpace space,
+                                                                       std::uint32_t componentTypeCapacityInput,
+                                                                       std::uint32_t* componentTypeCountOutput,
+                                                                       XrSpaceComponentTypeKS* componentTypes);
 using PFN_xrGetSpaceBoundingBox2DKS = XrResult(XRAPI_PTR*)(XrSession session, XrSpace space, XrRect2Df* boundingBox);
 using PFN_xrGetSpaceBoundingBox3DKS = XrResult(XRAPI_PTR*)(XrSession session, XrSpace space, XrRect3DfKS* boundingBox);
 using PFN_xrGetSpaceSemanticLabelsKS = XrResult(XRAPI_PTR*)(XrSession session, XrSpace space,
