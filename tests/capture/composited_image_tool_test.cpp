@@ -1,0 +1,167 @@
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+#include "capture/capture_tools.h"
+#include "diagnostics/clock.h"
+#include "tests/capture/capture_fixture.h"
+#include "tests/capture/decoded_png.h"
+#include "tests/tools/tool_answer.h"
+
+namespace orvanic_xr {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr char kPending[] =
+    "Screen capture permission is pending. A system consent dialog is now shown in the headset — ask the user to "
+    "approve it, then call openxr_capture_composited_image again. This is not an error; retry once the user has "
+    "granted permission.";
+
+std::vector<std::uint8_t> Base64Decoded(const std::string& text) {
+    const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::vector<std::uint8_t> bytes;
+    std::uint32_t bits = 0;
+    int count = 0;
+    for (const char character : text) {
+        if (character == '=') break;
+        bits = bits << 6 | static_cast<std::uint32_t>(alphabet.find(character));
+        count += 6;
+        if (count >= 8) bytes.push_back(static_cast<std::uint8_t>(bits >> (count -= 8)));
+    }
+    return bytes;
+}
+
+class CompositedImageTool : public CaptureTest {
+ protected:
+    CompositedImageTool() {
+        SessionState state;
+        state.valid = true;
+        state.session = Session();
+        ContextManager::instance().updateSessionState(state);
+    }
+
+    void StartCapture() {
+        ScreenCaptureManager::instance().initialize();
+        ScreenCaptureManager::instance().backend()->start(Session());
+        log_.take();
+    }
+    static json Content(const json& arguments) {
+        return make_openxr_capture_composited_image_tool_entry().handler(arguments, "");
+    }
+    static std::string Text(const json& arguments) { return Content(arguments).at(0).at("text").get<std::string>(); }
+};
+
+TEST_F(CompositedImageTool, IsOfferedWithTheExtensionOnly) {
+    const ToolEntry entry = make_openxr_capture_composited_image_tool_entry();
+    EXPECT_TRUE(entry.predicate());
+    InstanceState without;
+    without.valid = true;
+    ContextManager::instance().setInstanceState(without);
+    EXPECT_FALSE(entry.predicate());
+}
+
+TEST_F(CompositedImageTool, AnswersOneImageItem) {
+    StartCapture();
+    Show({3, 2}, {3, 2});
+    json content = Content({{"eye", "right"}});
+    ASSERT_EQ(content.size(), 1u);
+    const std::string data = content[0]["data"].get<std::string>();
+    EXPECT_TRUE(data.starts_with("iVBORw0KGgo")) << data;
+    const DecodedPng decoded(Base64Decoded(data));
+    EXPECT_THAT(decoded.pixels, ElementsAre(32, 33, 34, 35, 36, 37, 38, 39, 40, 41, 42, 43, 44, 45, 46, 47, 48, 49, 50,
+                                            51, 52, 53, 54, 55));
+    const std::size_t file_size = Base64Decoded(data).size();
+    content[0]["data"] = "";
+    EXPECT_EQ(mcp::dump_json(content),
+              R"([{"type":"image","data":"","mimeType":"image/png","annotations":{"width":3,"height":2}}])");
+    EXPECT_THAT(log_.take(), ElementsAre("INFO openxr_capture_composited_image tool called",
+                                         "INFO SimulatorCompositorCapture: Captured frame 3x2 (24 bytes)",
+                                         "INFO openxr_capture_composited_image: Successfully captured 3x2 image, PNG "
+                                         "size: " +
+                                             std::to_string(file_size) + " bytes"));
+}
+
+TEST_F(CompositedImageTool, LeftEyeIsTheDefault) {
+    StartCapture();
+    for (const json& arguments : {json::object(), json{{"eye", "left"}}, json()}) {
+        EXPECT_EQ(Content(arguments)[0]["type"], "image");
+        EXPECT_EQ(records_.back().eye, 1u);
+    }
+}
+
+TEST_F(CompositedImageTool, EyeIsCheckedBeforeTheBackendIsLookedAt) {
+    ToolEntry (*const make)() = make_openxr_capture_composited_image_tool_entry;
+    ExpectRefusals({
+        {make, R"({"eye":5})", "Invalid 'hand' parameter. Expected a string value.", "Invalid 'eye' parameter"},
+        {make, R"({"eye":null})", "Invalid 'hand' parameter. Expected a string value.", "Invalid 'eye' parameter"},
+        {make, R"({"eye":"Left"})", "Invalid 'eye' parameter. Must be 'left' or 'right'.",
+         "Invalid 'eye' parameter: Left"},
+        {make, R"({"eye":""})", "Invalid 'eye' parameter. Must be 'left' or 'right'.", "Invalid 'eye' parameter: "},
+        {make, "{}", "Compositor capture is not available on this platform.",
+         "No capture method available on this platform"},
+    });
+}
+
+TEST_F(CompositedImageTool, SessionIsCheckedFirst) {
+    StartCapture();
+    Renew(ContextManager::instance());
+    const std::string without_session = Text({{"eye", 5}});
+    EXPECT_TRUE(without_session.starts_with("Error: ")) << without_session;
+    EXPECT_EQ(without_session.find("parameter"), std::string::npos) << without_session;
+    EXPECT_THAT(records_, IsEmpty());
+}
+
+TEST_F(CompositedImageTool, FailedCaptureIsTold) {
+    StartCapture();
+    runtime_.answer(kCapture, XR_ERROR_RUNTIME_FAILURE);
+    EXPECT_EQ(Text({}), "Error: Failed to capture frame.");
+    EXPECT_EQ(log_.take().back(), "ERROR openxr_capture_composited_image: Screen capture failed");
+}
+
+TEST_F(CompositedImageTool, WithoutARunningSessionItWaitsFiveSecondsAndTellsToRetry) {
+    ScreenCaptureManager::instance().initialize();
+    log_.take();
+    FakeClock clock(0, 1'000'000'000);
+    std::atomic<bool> answered = false;
+    std::string text;
+    std::thread tool([&] {
+        text = Text({});
+        answered = true;
+    });
+    const std::string asked = "INFO openxr_capture_composited_image: Capture backend not ready, requesting permission";
+    const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    const auto wait_until = [&](auto condition) {
+        while (!condition() && std::chrono::steady_clock::now() < give_up) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+    };
+    wait_until([&] { return log_.lines().size() == 2; });
+    EXPECT_THAT(log_.lines(), ElementsAre("INFO openxr_capture_composited_image tool called", asked));
+    // Long enough for a poll or two; time itself stands short of the end.
+    clock.Advance(4'999'999'999);
+    std::this_thread::sleep_for(std::chrono::milliseconds(250));
+    EXPECT_FALSE(answered);
+    wait_until([&] {
+        clock.Advance(100'000'000);
+        return answered.load();
+    });
+    tool.join();
+    EXPECT_EQ(text, kPending);
+    EXPECT_EQ(log_.take().back(),
+              "INFO openxr_capture_composited_image: Permission not yet granted, returning pending status");
+}
+
+TEST_F(CompositedImageTool, SessionThatBeginsDuringTheWaitIsCaptured) {
+    ScreenCaptureManager::instance().initialize();
+    json content;
+    std::thread tool([&] { content = Content({}); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    ScreenCaptureManager::instance().backend()->start(Session());
+    tool.join();
+    EXPECT_EQ(content.at(0).at("type"), "image");
+}
+
+}  // namespace
+}  // namespace orvanic_xr
