@@ -18,16 +18,18 @@ inline constexpr bool kMemoryCanBeLimited = !__has_feature(address_sanitizer) &&
 inline constexpr bool kMemoryCanBeLimited = true;
 #endif
 
-// What `body` returns, 0 to 255, or -1 if the child did not end by itself. The child may take `spare_bytes` more
-// address space than it has already.
+// What `body` returns, 0 to 255, or -1 if the child did not end by itself. The child may write to
+// `spare_bytes` more than it has already.
 inline int WithLittleMemory(std::size_t spare_bytes, const std::function<int()>& body) {
     const pid_t child = fork();
     if (child == 0) {
+        // The sixth number is the pages that can be written; address space alone is also held by idle arenas.
         std::size_t pages = 0;
-        std::ifstream("/proc/self/statm") >> pages;
+        std::ifstream numbers("/proc/self/statm");
+        for (int i = 0; i < 6; ++i) numbers >> pages;
         const rlim_t limit = pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) + spare_bytes;
         const rlimit limits = {limit, RLIM_INFINITY};
-        setrlimit(RLIMIT_AS, &limits);
+        setrlimit(RLIMIT_DATA, &limits);
         _exit(body());
     }
     int status = 0;
