@@ -2,6 +2,7 @@
 // controllers. With `auto_release` a short-lived thread lets go again after the hold, so that a press is one call.
 #include <algorithm>
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -129,13 +130,16 @@ void SleepFor(std::chrono::milliseconds hold) {
 }
 
 // The body of a release thread, which nobody joins: it may wake after the session, the instance or the runtime
-// is gone, so it asks for each before it calls down.
-void ReleaseAfter(const ControllerInput& input, std::chrono::milliseconds hold) noexcept {
+// is gone, so it asks for each before it calls down. `runtime_number` is DispatchHolder's: a later instance may
+// have a session with the same handle.
+void ReleaseAfter(const ControllerInput& input, std::chrono::milliseconds hold, std::uint64_t runtime_number) noexcept {
     try {
         if (hold.count() > 0) SleepFor(hold);
-        const auto lease = DispatchHolder::instance().LeaseRuntime();
-        const std::shared_ptr<SessionContext> context =
-            lease ? ContextManager::instance().getSessionContext(input.session) : nullptr;
+        // Outlives the lease: if the session ends meanwhile, this is the last reference, and its end takes a lease
+        // of its own.
+        std::shared_ptr<SessionContext> context;
+        const auto lease = DispatchHolder::instance().LeaseRuntime(runtime_number);
+        if (lease) context = ContextManager::instance().getSessionContext(input.session);
         if (!context || context->session == XR_NULL_HANDLE) {
             LogError(kName, " auto-release skipped: session no longer valid");
             return;
@@ -184,7 +188,7 @@ bool StartAutoRelease(const json& arguments, const ControllerInput& input) {
     double hold_seconds = 0.2;
     const json* hold = find_argument(arguments, "hold_duration");
     if (hold && hold->is_number() && hold->get<double>() > 0.0) hold_seconds = hold->get<double>();
-    std::thread(ReleaseAfter, input, HoldTime(hold_seconds)).detach();
+    std::thread(ReleaseAfter, input, HoldTime(hold_seconds), DispatchHolder::instance().runtime_number()).detach();
     return true;
 }
 

@@ -115,16 +115,7 @@ TEST_F(ControllerPoseTools, WalkUnderAKeyOfTheirOwn) {
     auto walk = std::async(std::launch::async, [&] {
         return Set({{"hand", "left"}, {"pose_type", "aim"}, {"position", {0, 1, -1}}, {"duration_seconds", 1e9}});
     });
-    const auto started = [&] {
-        for (const std::string& line : log_.lines()) {
-            if (line.find("Started animation for /user/hand/left/aim (duration=1000000000.000000s)") !=
-                std::string::npos) {
-                return true;
-            }
-        }
-        return false;
-    };
-    while (!started()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_TRUE(WaitFor("Started animation for /user/hand/left/aim (duration=1000000000.000000s)"));
     PoseAnimationManager::instance().CancelAll();
     EXPECT_EQ(walk.get(),
               "{\n  \"success\": true,\n  \"note\": \"Animation was superseded by a newer set_controller_pose "

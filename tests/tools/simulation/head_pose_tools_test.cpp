@@ -138,9 +138,7 @@ TEST_F(HeadPoseTools, SayWhenAWalkIsSupersededOrFails) {
     auto superseded = std::async(std::launch::async, [&] {
         return Set({{"position", {2, 1.5, 0}}, {"duration_seconds", 1e308}, {"base_space", "stage"}});
     });
-    while (log_.lines().empty() || log_.lines().back().find("Started animation") == std::string::npos) {
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
+    EXPECT_TRUE(WaitFor("Started animation for /user/head"));
     PoseAnimationManager::instance().CancelAll();
     EXPECT_EQ(superseded.get(),
               "{\n  \"success\": true,\n  \"note\": \"Animation was superseded by a newer set_head_pose call.\"\n}");

@@ -5,8 +5,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "context/context_manager.h"
 #include "context/session_context.h"
@@ -70,6 +72,18 @@ class SimulationTest : public testing::Test {
         const mcp::json content = make().handler(arguments, "");
         EXPECT_EQ(content.size(), 1u);
         return content.at(0).at("text").get<std::string>();
+    }
+
+    // Whether a line that holds `text` comes into the log, within ten seconds.
+    bool WaitFor(const std::string& text) {
+        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+        while (std::chrono::steady_clock::now() < deadline) {
+            for (const std::string& line : log_.lines()) {
+                if (line.find(text) != std::string::npos) return true;
+            }
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        return false;
     }
 
     void Activate() { context_->conformance_automation_active = true; }
