@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Sourced by ./run: the demo application on the simulator, with the layer between them.
 
 readonly port=8720

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Sourced by ./run: brings what a job needs, and says what it does. Quick when everything is there.
 
 build_tools=(cmake:cmake ninja:ninja-build c++:g++ pkg-config:pkg-config)
@@ -59,10 +60,12 @@ need_packages() {
 need_build_set() {
   need_tools "${build_tools[@]}"
   need_packages "${build_packages[@]}"
-  # cmake/fetch-dependencies.sh asks apt for its mirror, which apt knows once it has lists.
-  if [ ! -d .deps ] && command -v apt-get >/dev/null; then
-    [ -n "$(apt-get indextargets 'Created-By: Packages')" ] || update_package_lists
-  fi
+}
+
+# cmake/fetch-dependencies.sh, which configuring runs, asks apt for its mirror; apt knows it once it has lists.
+need_package_lists() {
+  command -v apt-get >/dev/null || return 0
+  [ -n "$(apt-get indextargets 'Created-By: Packages')" ] || update_package_lists
 }
 
 # configure PRESET [CMAKE_OPTION...]
@@ -70,6 +73,7 @@ configure() {
   local directory=build/$1
   need_build_set
   [ ! -f "$directory/build.ninja" ] || [ CMakePresets.json -nt "$directory/build.ninja" ] || return 0
+  need_package_lists
   say "configure $directory"
   command -v ccache >/dev/null && set -- "$@" -DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache
   cmake --preset "$@" >/dev/null || fail "configuring $directory failed"

@@ -38,14 +38,14 @@ void Fit(const json& value, std::size_t indent, std::size_t used, std::size_t wi
     text.append(indent, ' ').append(value.is_object() ? "}" : "]");
 }
 
-// `text` line by line, each led in by an arrow or by blanks of its width.
-void PrintLines(std::ostream& out, const std::string& text) {
+// `text` line by line, the first led in by an arrow, the others by blanks of its width.
+void PrintLines(std::ostream& out, const char* arrow, const std::string& text) {
     std::istringstream stream(text);
     std::vector<std::string> lines;
     for (std::string line; std::getline(stream, line);) lines.push_back(line);
     // A remark on what was cut should not take the place of the last line or two.
     const std::size_t shown = lines.size() <= kMaxLines + 2 ? lines.size() : kMaxLines;
-    for (std::size_t i = 0; i < shown; ++i) out << (i == 0 ? "   <- " : "      ") << lines[i] << "\n";
+    for (std::size_t i = 0; i < shown; ++i) out << (i == 0 ? arrow : "      ") << lines[i] << "\n";
     if (shown < lines.size()) out << "      ... (" << lines.size() - shown << " more lines)\n";
 }
 
@@ -77,12 +77,12 @@ void PrintTools(std::ostream& out, const std::set<std::string>& names) {
 }
 
 void PrintCall(std::ostream& out, const std::string& tool, const json& arguments) {
-    out << "   -> " << tool << " " << FitJson(arguments, kWidth) << "\n";
+    PrintLines(out, "   -> ", tool + " " + FitJson(arguments, kWidth));
 }
 
 void PrintAnswer(std::ostream& out, const ToolAnswer& answer) {
     const json value = ParseAnswer(answer);
-    PrintLines(out, value.is_string() ? value.get<std::string>() : FitJson(value, kWidth));
+    PrintLines(out, "   <- ", value.is_string() ? value.get<std::string>() : FitJson(value, kWidth));
     for (const std::string& image : answer.images) {
         out << "   <- a picture, " << image.size() * 3 / 4 << " bytes\n";
     }
