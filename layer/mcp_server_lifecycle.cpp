@@ -61,7 +61,6 @@ class OwnedToolRegistries {
 };
 
 void TellClientConnected(const std::string& name, const std::string& version) {
-    Telemetry::instance().set_client_name(name);
     Telemetry::instance().client_connected(name, version);
 }
 
