@@ -278,10 +278,13 @@ http_server::http_server(const http_limits& limits) {
 http_server::~http_server() = default;
 
 void http_server::on_options(http_handler handler) {
-    implementation_->server.Options(
-        ".*", [handler = std::move(handler)](const httplib::Request& from, httplib::Response& response) {
+    // Not as a route of ".*": the library would match that by recursion, as deep as the path is long.
+    implementation_->server.set_pre_routing_handler(
+        [handler = std::move(handler)](const httplib::Request& from, httplib::Response& response) {
+            if (from.method != "OPTIONS") return httplib::Server::HandlerResponse::Unhandled;
             http_request request = to_request(from);
             fill_response(handler(request), response);
+            return httplib::Server::HandlerResponse::Handled;
         });
 }
 

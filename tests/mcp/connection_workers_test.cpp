@@ -13,12 +13,12 @@ using namespace std::chrono_literals;
 
 // A stream holds its worker: of a burst of streams each must get one, though all workers were idle at its start.
 TEST(ConnectionWorkers, BurstOfStreamsIsServedAtOnce) {
-    connection_workers workers({.kept_workers = 4, .workers = 40, .connections = 100});
-    workers.enqueue([] {});
     std::atomic<int> served = 0;
     std::promise<void> all_served;
     std::promise<void> end;
     const std::shared_future<void> ended = end.get_future().share();
+    connection_workers workers({.kept_workers = 4, .workers = 40, .connections = 100});
+    workers.enqueue([] {});
     for (int i = 0; i < 40; ++i) {
         ASSERT_TRUE(workers.enqueue([&] {
             if (++served == 40) all_served.set_value();
@@ -31,10 +31,10 @@ TEST(ConnectionWorkers, BurstOfStreamsIsServedAtOnce) {
 
 TEST(ConnectionWorkers, WaitBeyondTheWorkersAndAreTurnedAwayBeyondTheLimit) {
     std::atomic<int> served = 0;
+    std::promise<void> end;
+    const std::shared_future<void> ended = end.get_future().share();
     {
         connection_workers workers({.kept_workers = 1, .workers = 2, .connections = 5});
-        std::promise<void> end;
-        const std::shared_future<void> ended = end.get_future().share();
         const auto serve = [&] {
             ended.wait();
             ++served;
