@@ -70,49 +70,45 @@ open_stream() {
   fail "the stream does not name its address"
 }
 
-# make_tour [OPTION...]
-make_tour() { "$build/bin/velmoor_agent" --pictures "$scratch" "$@" >"$scratch/agent.txt" 2>&1 || fail "the tour ended with $?"; }
-
 layer_log() { cat "$state"/velmoor/logs/*/api_layer.log; }
 
-# From the application's start to its end, with a look at what is left behind.
-demo_with_tour() {
+# The demo comes up, frames go by, the layer answers, and the demo ends on a signal.
+demo_runs_and_answers() {
   start demo "$build/bin/velmoor_demo"
-  make_tour
+  wait_for_line demo 'FOCUSED, [0-9.]* frames a second'
+  open_stream
+  exec 4>&-
   kill -INT "$pid"
   ended_well demo
   grep -q "Goodbye" "$scratch/demo.txt" || fail "the application was cut short"
-  port_is_free || fail "the port is still served"
+  ! answers 127.0.0.1 || fail "the port is still served"
 }
 
+# The agent does all that it can, and at last has the application end.
 tour() {
-  demo_with_tour
-  [ "$(layer_log | grep -c '==== session ended')" = 1 ] || fail "the log file has no end"
-}
-
-# The application ends because the agent asked it to.
-tour_with_exit() {
   start demo "$build/bin/velmoor_demo"
-  make_tour --exit
+  "$build/bin/velmoor_agent" --exit --pictures "$scratch" >"$scratch/agent.txt" 2>&1 || fail "the tour ended with $?"
   ended_well demo
   grep -q "session is EXITING" "$scratch/demo.txt" || fail "the session did not exit"
+  port_is_free || fail "the port is still served"
+  [ "$(layer_log | grep -c '==== session ended')" = 1 ] || fail "the log file has no end"
 }
 
 both_names() {
   local names=XR_APILAYER_KESTX_velmoor:XR_APILAYER_KESTX_orvanic
   for XR_ENABLE_API_LAYERS in "$names" XR_APILAYER_KESTX_orvanic:XR_APILAYER_KESTX_velmoor; do
-    demo_with_tour
+    demo_runs_and_answers
     layer_log | grep -q 'Another copy of this layer lies below' || fail "the library was created once only"
     rm -rf "$state"
   done
 }
 
 other_name() {
-  XR_ENABLE_API_LAYERS=XR_APILAYER_KESTX_orvanic demo_with_tour
+  XR_ENABLE_API_LAYERS=XR_APILAYER_KESTX_orvanic demo_runs_and_answers
 }
 
 unwritable_log_home() {
-  XDG_STATE_HOME=/dev/null/nowhere demo_with_tour
+  XDG_STATE_HOME=/dev/null/nowhere demo_runs_and_answers
 }
 
 # From an installed place, as the loader finds it there.
@@ -120,7 +116,7 @@ installed() {
   local prefix=$scratch/prefix
   cmake --install "$build" --prefix "$prefix" >"$scratch/install.txt" 2>&1 || fail "cmake --install"
   unset XR_API_LAYER_PATH
-  XDG_DATA_DIRS=$prefix/share XR_RUNTIME_JSON=$prefix/share/velmoor/velmoor_simulator.json demo_with_tour
+  XDG_DATA_DIRS=$prefix/share XR_RUNTIME_JSON=$prefix/share/velmoor/velmoor_simulator.json demo_runs_and_answers
   layer_log | grep -q '==== session ended' || fail "the layer was not there"
 }
 
@@ -137,40 +133,30 @@ port_taken() {
 port_taken_on_ipv6() {
   start holder "$build/bin/port_holder" "$port" ipv6
   wait_for_line holder ready
-  start demo "$build/bin/velmoor_demo"
-  make_tour
-  kill -INT "$pid"
-  ended_well demo
+  demo_runs_and_answers
 }
 
-# A client is connected while the process ends without ceremony.
-abandoned_instance() {
-  start odd "$build/bin/odd_application" abandon
+# odd_application KIND: a client is connected when it ends.
+odd_application() {
+  start odd "$build/bin/odd_application" "$1"
   wait_for_line odd ready
   open_stream
   exec 9>&-
   ended_well odd
 }
+
+# The process ends without ceremony.
+abandoned_instance() { odd_application abandon; }
 
 # The loader lets go of the library while its threads run; the server stays for as long as the process does.
-refused_instance() {
-  start odd "$build/bin/odd_application" refused
-  wait_for_line odd ready
-  open_stream
-  exec 9>&-
-  ended_well odd
-}
+refused_instance() { odd_application refused; }
 
 second_life() {
-  start odd "$build/bin/odd_application" again
-  wait_for_line odd ready
-  open_stream
-  exec 9>&-
-  ended_well odd
+  odd_application again
   [ "$(layer_log | grep -c '==== session ended')" = 2 ] || fail "there were not two sessions of the log"
 }
 
-# call TOOL [ARGUMENTS]: the answer, which has to hold PATTERN.
+# expect_of PATTERN TOOL [ARGUMENTS]: calls the tool; its answer has to hold the pattern.
 expect_of() {
   local pattern=$1
   shift
