@@ -1,0 +1,119 @@
+// What a capture costs after the runtime has given its pixels: base64 by each path beside a plain copy, and PNG of a
+// picture of the simulator's room; and what that picture costs the simulator.
+#include <benchmark/benchmark.h>
+
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include "capture/base64.h"
+#include "capture/image_encoding.h"
+#include "simulator/renderer/picture.h"
+
+namespace orvanic_xr {
+namespace {
+
+using Bytes = std::vector<std::uint8_t>;
+
+Bytes Noise(std::size_t size) {
+    std::mt19937 random(1);
+    Bytes bytes(size);
+    for (std::uint8_t& byte : bytes) byte = static_cast<std::uint8_t>(random());
+    return bytes;
+}
+
+// Bytes a second are those that go in.
+void CountBytes(benchmark::State& state, std::size_t bytes_each) {
+    state.SetBytesProcessed(state.iterations() * static_cast<std::int64_t>(bytes_each));
+}
+
+constexpr std::int64_t kInCache = 16 << 10;
+constexpr std::int64_t kPictureSize = 4 << 20;
+
+void BM_Copy(benchmark::State& state) {
+    const Bytes bytes = Noise(static_cast<std::size_t>(state.range(0)));
+    Bytes target(bytes.size());
+    for ([[maybe_unused]] auto _ : state) {
+        std::memcpy(target.data(), bytes.data(), bytes.size());
+        benchmark::ClobberMemory();
+    }
+    CountBytes(state, bytes.size());
+}
+BENCHMARK(BM_Copy)->Arg(kInCache)->Arg(kPictureSize);
+
+void BM_Base64Path(benchmark::State& state, const Base64Path& path) {
+    const Bytes bytes = Noise(static_cast<std::size_t>(state.range(0)));
+    std::vector<char> text(base64_length(bytes.size()));
+    for ([[maybe_unused]] auto _ : state) {
+        path.encode(bytes.data(), bytes.size(), text.data());
+        benchmark::ClobberMemory();
+    }
+    CountBytes(state, bytes.size());
+}
+
+// With the allocation of the text.
+void BM_Base64(benchmark::State& state) {
+    const Bytes bytes = Noise(static_cast<std::size_t>(state.range(0)));
+    for ([[maybe_unused]] auto _ : state) benchmark::DoNotOptimize(encode_base64(bytes.data(), bytes.size()));
+    CountBytes(state, bytes.size());
+}
+BENCHMARK(BM_Base64)->Arg(kInCache)->Arg(kPictureSize);
+
+simulator::WorldView SomeView() {
+    simulator::WorldView world;
+    for (const simulator::Thing& thing : simulator::Furnish(simulator::SceneMode::kFurnished)) {
+        if (thing.surface || thing.body) world.things.push_back(thing);
+    }
+    const XrPosef head = {{-0.113f, -0.466f, -0.060f, 0.875f}, {0.0f, 1.6f, 0.5f}};
+    const simulator::EyeView eye = {head, {-0.7854f, 0.7854f, 0.7854f, -0.7854f}};
+    world.eyes = {eye, eye};
+    world.controllers[0].grip = world.controllers[0].aim = XrPosef{{0, 0, 0, 1}, {0.2f, 1.2f, 0.3f}};
+    return world;
+}
+
+void BM_Draw(benchmark::State& state) {
+    const simulator::WorldView world = SomeView();
+    const simulator::LitRoom room(world.things);
+    const auto width = static_cast<std::uint32_t>(state.range(0));
+    const auto height = static_cast<std::uint32_t>(state.range(1));
+    Bytes pixels(std::size_t{width} * height * 4);
+    for ([[maybe_unused]] auto _ : state) simulator::DrawPicture(world, room, 0, width, height, pixels.data());
+    CountBytes(state, pixels.size());
+}
+BENCHMARK(BM_Draw)->Args({1024, 1024})->Args({1832, 1920})->Unit(benchmark::kMillisecond);
+
+void BM_LightRoom(benchmark::State& state) {
+    const simulator::WorldView world = SomeView();
+    for ([[maybe_unused]] auto _ : state) benchmark::DoNotOptimize(simulator::LitRoom(world.things));
+}
+BENCHMARK(BM_LightRoom)->Unit(benchmark::kMillisecond);
+
+void BM_Png(benchmark::State& state) {
+    const simulator::WorldView world = SomeView();
+    const auto width = static_cast<std::uint32_t>(state.range(0));
+    const auto height = static_cast<std::uint32_t>(state.range(1));
+    Bytes pixels(std::size_t{width} * height * 4);
+    simulator::DrawPicture(world, simulator::LitRoom(world.things), 0, width, height, pixels.data());
+    std::size_t file_size = 0;
+    for ([[maybe_unused]] auto _ : state) file_size = encode_png(pixels, width, height).value().size();
+    CountBytes(state, pixels.size());
+    state.counters["file_bytes"] = static_cast<double>(file_size);
+}
+BENCHMARK(BM_Png)->Args({1024, 1024})->Args({1832, 1920})->Unit(benchmark::kMillisecond);
+
+void RegisterPaths() {
+    for (const Base64Path& path : base64_paths()) {
+        if (!path.is_supported()) continue;
+        const std::string name = std::string("BM_Base64Path/") + path.name;
+        benchmark::RegisterBenchmark(name.c_str(), BM_Base64Path, path)->Arg(kInCache)->Arg(kPictureSize);
+    }
+}
+
+}  // namespace
+}  // namespace orvanic_xr
+
+int main(int argc, char** argv) {
+    benchmark::Initialize(&argc, argv);
+    orvanic_xr::RegisterPaths();
+    benchmark::RunSpecifiedBenchmarks();
+}
