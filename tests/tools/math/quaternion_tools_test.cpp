@@ -107,6 +107,8 @@ TEST(MultiplyQuat, GivesTheHamiltonProductNormalised) {
          R"({"success":true,"result":[0.5,0.5,-0.5,0.5]})"},
         {kMultiply, R"({"quaternion1":[0,0,1,1],"quaternion2":[0,5,0,5]})",
          R"({"success":true,"result":[-0.5,0.5,0.5,0.5]})"},
+        {kMultiply, R"({"quaternion1":[0,0,0,1e-10],"quaternion2":[1e-12,0,0,0]})",
+         R"({"success":true,"result":[1.0,0.0,0.0,0.0]})"},
         {kMultiply, R"({"quaternion1":[0,0,0,0],"quaternion2":[0,0,0,1]})",
          R"({"success":true,"result":[0.0,0.0,0.0,0.0]})"},
     });
