@@ -112,6 +112,16 @@ void ContextManager::updateSessionStateLocked(const SessionState& state) {
     current.generationStartTime = SystemNanoseconds();
 }
 
+void ContextManager::forgetSessions() {
+    scene_contexts_.Clear();
+    session_contexts_.Clear();
+    std::lock_guard lock(session_mutex_);
+    if (!session_state_->valid) return;
+    SessionState none;
+    none.timestamp = SystemNanoseconds();
+    updateSessionStateLocked(none);
+}
+
 void ContextManager::createSessionContext(XrSession session) {
     // On purpose made inside the lock, runtime calls and all: whoever asks meanwhile waits for the whole context.
     session_contexts_.Create(session, [session] { return std::make_shared<SessionContext>(session); });

@@ -56,8 +56,11 @@ class ContextManager {
     // empty. False, and nothing changes, if another session or none is current.
     bool updateCurrentSession(XrSession session, std::optional<XrSessionState> state, std::int64_t now_ns);
 
-    // Makes the context of `session`, inside the lock. An entry that exists stays, unless it is left of an earlier
-    // instance that ended without xrDestroySession.
+    // The instance is gone, and with it every session that the application did not destroy: none is current, none
+    // has a context. The next instance's handles may have the same numbers.
+    void forgetSessions();
+
+    // Makes the context of `session`, inside the lock. An entry that exists stays.
     void createSessionContext(XrSession session);
     void removeSessionContext(XrSession session);
     // Never null: an unknown session gives an empty context, whose `session` is null.

@@ -3,13 +3,9 @@
 
 #include <openxr/openxr.h>
 
-#include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
-#include <utility>
-
-#include "layer/dispatch/dispatch.h"
 
 namespace orvanic_xr {
 
@@ -20,37 +16,38 @@ class SessionMap {
     // Null if the session is unknown.
     std::shared_ptr<Context> Find(XrSession session) const {
         std::lock_guard lock(mutex_);
-        const auto found = entries_.find(session);
-        return found != entries_.end() ? found->second.context : nullptr;
+        const auto found = contexts_.find(session);
+        return found != contexts_.end() ? found->second : nullptr;
     }
 
-    // Adds what `make` gives, called with the mutex held. An entry that exists stays and the new context goes;
-    // but one that is left of an instance which ended without xrDestroySession only shares the handle's number.
+    // Adds what `make` gives, called with the mutex held. An entry that exists stays, and the new context goes.
     template <typename Make>
     void Create(XrSession session, const Make& make) {
-        const std::uint64_t runtime = DispatchHolder::instance().runtime_number();
-        Entry made;
+        std::shared_ptr<Context> made;
         std::lock_guard lock(mutex_);
-        made = {make(), runtime};
-        const auto [entry, added] = entries_.try_emplace(session, made);
-        if (!added && entry->second.runtime != runtime) std::swap(entry->second, made);
+        made = make();
+        contexts_.try_emplace(session, made);
     }
 
     void Remove(XrSession session) {
-        typename std::map<XrSession, Entry>::node_type removed;
+        Node removed;
         std::lock_guard lock(mutex_);
-        removed = entries_.extract(session);
+        removed = contexts_.extract(session);
+    }
+
+    void Clear() {
+        Map removed;
+        std::lock_guard lock(mutex_);
+        removed.swap(contexts_);
     }
 
  private:
-    struct Entry {
-        std::shared_ptr<Context> context;
-        std::uint64_t runtime = 0;  // DispatchHolder's number of the runtime that it was made in
-    };
+    using Map = std::map<XrSession, std::shared_ptr<Context>>;
+    using Node = typename Map::node_type;
 
-    // Guards entries_. Ordered by the handle's value.
+    // Guards contexts_. Ordered by the handle's value.
     mutable std::mutex mutex_;
-    std::map<XrSession, Entry> entries_;
+    Map contexts_;
 };
 
 }  // namespace orvanic_xr

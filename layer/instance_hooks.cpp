@@ -163,6 +163,7 @@ XrResult CreateInstance(const XrInstanceCreateInfo& info, const XrApiLayerCreate
 void ForgetHandles() {
     ActionMaps::instance().Clear();
     BindingMirror::instance().ForgetBindings();
+    ContextManager::instance().forgetSessions();
 }
 
 XrResult DestroyInstance(XrInstance instance) {

@@ -74,6 +74,7 @@ bool SceneContext::Functions::complete() const {
 
 SceneContext::SceneContext(XrSession session) : session_(session) {
     if (session_ == XR_NULL_HANDLE) return;
+    runtime_number_ = DispatchHolder::instance().runtime_number();
     next_ = Functions::FromNextLayer();
     if (!next_.complete()) {
         LogWarning("Required scene query extensions not enabled. Is the application a mixed-reality one?");
@@ -86,7 +87,7 @@ SceneContext::SceneContext(XrSession session) : session_(session) {
 SceneContext::~SceneContext() {
     if (session_ == XR_NULL_HANDLE) return;
     // A tool may hold the last reference past the end of the instance: then the runtime took the spaces along.
-    if (const auto lease = DispatchHolder::instance().LeaseRuntime()) {
+    if (const auto lease = DispatchHolder::instance().LeaseRuntime(runtime_number_)) {
         for (auto& [uuid, entity] : entities_) {
             if (entity.space != XR_NULL_HANDLE) next_.destroy_space(entity.space);
             entity.space = XR_NULL_HANDLE;

@@ -90,6 +90,7 @@ class SceneContext {
     std::optional<XrAsyncRequestIdKS> remaining_request_;
     std::unordered_set<XrAsyncRequestIdKS> pending_locatable_requests_;
     XrSession session_ = XR_NULL_HANDLE;
+    std::uint64_t runtime_number_ = 0;  // DispatchHolder's, of the runtime in which the spaces live
     std::unordered_map<std::string, SceneEntity> entities_;
     std::unordered_map<std::string, std::uint32_t> label_counts_;
 };

@@ -136,7 +136,9 @@ void CallText::add(const XrInteractionProfileSuggestedBinding* info) {
 
 std::string CallText::join_action_sets(std::uint32_t count, const XrActionSet* sets) const {
     std::string text;
-    for (std::uint32_t i = 0; sets && i < count; ++i) text += (i == 0 ? "" : ", ") + names_.handle(HandleValue(sets[i]));
+    for (std::uint32_t i = 0; sets && i < count; ++i) {
+        text += (i == 0 ? "" : ", ") + names_.handle(HandleValue(sets[i]));
+    }
     return "[" + text + "]";
 }
 

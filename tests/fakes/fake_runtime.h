@@ -92,7 +92,7 @@ class FakeRuntime {
     std::vector<std::string> calls(const std::string& name) const;
     // The names that were looked up since the last take; tables being filled are not counted.
     std::vector<std::string> take_lookups();
-    // Names of the handles that were created and not destroyed, in the order of creation.
+    // Names of the handles that were created and not destroyed, in the order of creation; actions go with their set.
     std::vector<std::string> live_handles() const;
     std::string name_of(std::uint64_t handle) const;
     XrPath path(const std::string& text);

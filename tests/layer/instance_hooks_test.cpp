@@ -22,6 +22,7 @@
 #include "external/external_tool_manager.h"
 #include "layer/action_maps.h"
 #include "layer/binding_mirror.h"
+#include "layer/dispatch/dispatch.h"
 #include "layer/dispatch/handles.h"
 #include "layer/hooks.h"
 #include "layer/instance_extensions.h"
@@ -326,12 +327,15 @@ TEST_F(InstanceHooks, HandlesGoWithTheirInstance) {
     ActionMaps::instance().AddSpace(space, {action, 0});
     const XrActionSuggestedBinding binding = {action, 5};
     BindingMirror::instance().Note("profile", std::span(&binding, 1));
+    ContextManager::instance().updateSessionState({true, HandleFromValue<XrSession>(0x13), XR_SESSION_STATE_IDLE, 1});
     EXPECT_EQ(OrvanicLayerXrDestroyInstance(first), XR_SUCCESS);
     EXPECT_TRUE(ActionMaps::instance().FindSpace(space, false)) << "another instance's";
+    EXPECT_TRUE(ContextManager::instance().getSessionState().valid);
     EXPECT_THAT(BindingMirror::instance().ToMirror(), SizeIs(1));
     EXPECT_EQ(OrvanicLayerXrDestroyInstance(instance_), XR_SUCCESS);
     EXPECT_FALSE(ActionMaps::instance().FindSpace(space, false));
     EXPECT_THAT(BindingMirror::instance().ToMirror(), IsEmpty());
+    EXPECT_FALSE(ContextManager::instance().getSessionState().valid);
 }
 
 TEST_F(InstanceHooks, RefusedDestructionGoesBackAndTheRuntimeStaysOpen) {
