@@ -2,7 +2,8 @@
 # Sourced by ./run: brings what a job needs, and says what it does. Quick when everything is there.
 
 build_tools=(cmake:cmake ninja:ninja-build c++:g++ pkg-config:pkg-config xz:xz-utils)
-build_packages=(nlohmann-json3-dev libfmt-dev libstb-dev libopenxr-loader1 libgtest-dev libgmock-dev libbenchmark-dev)
+build_packages=(nlohmann-json3-dev libfmt-dev libstb-dev libopenxr-loader1 libgtest-dev libgmock-dev libbenchmark-dev
+  libpng-dev)
 
 say() { echo "run: $*" >&2; }
 fail() { say "$@"; exit 1; }
@@ -93,7 +94,7 @@ need_interop_clients() {
   local directory=tests/interop
   if ! command -v node >/dev/null && command -v apt-cache >/dev/null; then
     local offered
-    offered=$(apt-cache policy nodejs 2>/dev/null | awk '$1 == "Candidate:" { print $2 + 0 }')
+    offered=$(apt-cache policy nodejs 2>/dev/null | awk '$1 == "Candidate:" { print int($2) }')
     [ "${offered:-0}" -lt 20 ] || install_packages nodejs npm
   fi
   if ! command -v npm >/dev/null || [ "$(node -p 'parseInt(process.versions.node)')" -lt 20 ]; then
