@@ -4,6 +4,7 @@
 
 #include <cstring>
 #include <random>
+#include <string>
 #include <vector>
 
 #include "capture/base64.h"
@@ -51,13 +52,23 @@ void BM_Base64Path(benchmark::State& state, const Base64Path& path) {
     CountBytes(state, bytes.size());
 }
 
-// With the allocation of the text.
+// With the allocation of the text, beside a copy of as many characters into a new text.
 void BM_Base64(benchmark::State& state) {
     const Bytes bytes = Noise(static_cast<std::size_t>(state.range(0)));
     for ([[maybe_unused]] auto _ : state) benchmark::DoNotOptimize(encode_base64(bytes.data(), bytes.size()));
     CountBytes(state, bytes.size());
 }
 BENCHMARK(BM_Base64)->Arg(kInCache)->Arg(kPictureSize);
+
+void BM_CopyToNewText(benchmark::State& state) {
+    const auto size = static_cast<std::size_t>(state.range(0));
+    const std::vector<char> characters(base64_length(size), 'A');
+    for ([[maybe_unused]] auto _ : state) {
+        benchmark::DoNotOptimize(std::string(characters.data(), characters.size()));
+    }
+    CountBytes(state, size);
+}
+BENCHMARK(BM_CopyToNewText)->Arg(kInCache)->Arg(kPictureSize);
 
 simulator::WorldView SomeView() {
     simulator::WorldView world;
