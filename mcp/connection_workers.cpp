@@ -71,7 +71,12 @@ void connection_workers::shutdown() {
 void connection_workers::run_worker() noexcept {
     std::unique_lock lock(mutex_);
     for (;;) {
-        const bool has_work = wake_.wait_for(lock, kIdleTime, [this] { return stopped_ || !queue_.empty(); });
+        const auto woken = [this] { return stopped_ || !queue_.empty(); };
+        if (workers_.size() <= limits_.kept_workers) {
+            wake_.wait(lock, woken);
+        } else {
+            wake_.wait_for(lock, kIdleTime, woken);
+        }
         if (!queue_.empty()) {
             const std::function<void()> serve = std::move(queue_.front());
             queue_.pop_front();
@@ -82,7 +87,7 @@ void connection_workers::run_worker() noexcept {
             ++idle_;
         } else if (stopped_) {
             return;
-        } else if (!has_work && workers_.size() > limits_.kept_workers) {
+        } else if (workers_.size() > limits_.kept_workers) {
             --idle_;
             const auto self = std::find_if(workers_.begin(), workers_.end(), [](const std::thread& worker) {
                 return worker.get_id() == std::this_thread::get_id();

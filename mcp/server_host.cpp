@@ -70,23 +70,26 @@ void McpServerHost::StartLocked(Listener& listener, int port) {
 }
 
 void McpServerHost::stop() {
+    // Destroyed without the mutex, which waits for running tools: one of them may be about to call the host.
+    std::shared_ptr<mcp::server> stopped_ipv4;
+    std::shared_ptr<mcp::server> stopped_ipv6;
     const std::lock_guard lock(mutex_);
     if (!ipv4_.running && !ipv6_.running) return;
-    StopLocked(ipv4_);
-    StopLocked(ipv6_);
+    stopped_ipv4 = StopLocked(ipv4_);
+    stopped_ipv6 = StopLocked(ipv6_);
 }
 
-void McpServerHost::StopLocked(Listener& listener) {
-    if (!listener.server) return;
+std::shared_ptr<mcp::server> McpServerHost::StopLocked(Listener& listener) {
+    if (!listener.server) return nullptr;
     try {
         listener.server->stop();
         mcp::log_info("MCP server ", listener.family, " stopped");
     } catch (const std::exception& e) {
         mcp::log_error("Exception stopping MCP server ", listener.family, ": ", e.what());
     }
-    listener.server.reset();
     listener.config.reset();
     listener.running = false;
+    return std::move(listener.server);
 }
 
 void McpServerHost::register_tool(const mcp::tool& tool, const mcp::tool_handler& handler) {

@@ -9,8 +9,8 @@
 
 namespace orvanic_xr {
 
-// Any thread. The mutex is held through all of start() and stop(): a tool that runs while stop() waits for it
-// must not call back into the host.
+// Any thread. The mutex is held while servers are started and stopped, but not while stop() waits for tools that
+// still run.
 class McpServerHost {
  public:
     explicit McpServerHost(mcp::server_timings timings = {});
@@ -49,7 +49,8 @@ class McpServerHost {
     };
 
     void StartLocked(Listener& listener, int port);
-    static void StopLocked(Listener& listener);
+    // Gives the stopped server, to be destroyed.
+    static std::shared_ptr<mcp::server> StopLocked(Listener& listener);
 
     const mcp::server_timings timings_;
 

@@ -255,6 +255,25 @@ TEST_F(Host, ServesBothFamiliesWithTheSameTools) {
     EXPECT_THAT(log_.take(), ElementsAre());
 }
 
+TEST_F(Host, ToolThatCallsTheHostDoesNotBlockItsStop) {
+    host_.start(0);
+    std::promise<void> running;
+    host_.register_tool(tool_named("registrar"), [&](const json&, const std::string&) {
+        running.set_value();
+        log_.has("MCP server IPv6 stopped");
+        host_.register_tool(tool_named("late"), {});
+        return json();
+    });
+    ASSERT_TRUE(host_.ipv4_server()->wait_until_listening(10s));
+    sse_client client(host_.ipv4_server()->port());
+    client.shake_hands();
+    client.post(R"({"id":1,"method":"tools/call","params":{"name":"registrar"}})");
+    running.get_future().wait();
+    auto stopped = std::async(std::launch::async, [&] { host_.stop(); });
+    ASSERT_EQ(stopped.wait_for(10s), std::future_status::ready);
+    EXPECT_TRUE(log_.has("WARNING Cannot register tool: no server initialized"));
+}
+
 TEST_F(Host, TakenPortOnOneFamilyOrBothStillCountsAsStarted) {
     for (const bool ipv6_too : {false, true}) {
         SCOPED_TRACE(ipv6_too);
