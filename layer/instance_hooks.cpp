@@ -119,7 +119,7 @@ InstanceState DescribeApplication(const XrInstanceCreateInfo& record) {
     return state;
 }
 
-void CacheApplication(InstanceState state) {
+void CacheApplication(const InstanceState& state) {
     ContextManager::instance().setInstanceState(state);
     LogInfo("Cached application info, data: ", state.applicationName, " (v", state.applicationVersion,
             "), Engine: ", state.engineName, " (v", state.engineVersion, ")");

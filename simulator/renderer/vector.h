@@ -12,6 +12,7 @@ namespace simulator {
 struct Vec3 {
     constexpr Vec3() = default;
     constexpr Vec3(float x_, float y_, float z_) : x(x_), y(y_), z(z_) {}
+    // NOLINTNEXTLINE(google-explicit-constructor): the same vector under the API's name
     constexpr Vec3(const XrVector3f& v) : x(v.x), y(v.y), z(v.z) {}
 
     float x = 0.0f;
