@@ -49,7 +49,7 @@ TEST_F(Contexts, EverySessionThatBecomesCurrentIsAGeneration) {
     Update(0xab, XR_SESSION_STATE_FOCUSED, 3);
     EXPECT_EQ(manager_.getSessionState().generation, 1u);
     EXPECT_EQ(manager_.getSessionState().generationStartTime, 5'000);
-    Update(0, XR_SESSION_STATE_UNKNOWN, 4);
+    manager_.updateSessionState({false, Session(0xab), XR_SESSION_STATE_UNKNOWN, 4});
     EXPECT_EQ(manager_.getSessionState().generation, 1u);
     Update(0xab, XR_SESSION_STATE_IDLE, 5);
     Update(0xcd, XR_SESSION_STATE_IDLE, 6);

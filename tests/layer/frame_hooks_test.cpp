@@ -115,9 +115,13 @@ TEST_F(FrameHooks, NullArgumentsAreTheRuntimesToJudge) {
 }
 
 TEST_F(FrameHooks, FailedWaitKeepsItsRecordAndPromisesNoTime) {
-    runtime_.answer("xrWaitFrame", XR_ERROR_SESSION_NOT_RUNNING);
+    runtime_.on("xrWaitFrame", [](XrSession, const XrFrameWaitInfo*, XrFrameState* state) {
+        state->predictedDisplayTime = 5;  // what a failed call leaves there means nothing
+        return XR_ERROR_SESSION_NOT_RUNNING;
+    });
     EXPECT_EQ(Wait(), XR_ERROR_SESSION_NOT_RUNNING);
     ASSERT_EQ(Pending().size(), 1u);
+    EXPECT_EQ(Pending()[0].predictedDisplayTime, 0);
     EXPECT_TRUE(Pending()[0].waited);
     EXPECT_EQ(Pending()[0].waitResult, XR_ERROR_SESSION_NOT_RUNNING);
     EXPECT_EQ(Pending()[0].session, session_);
@@ -238,16 +242,16 @@ TEST_F(FrameHooks, BeginRunsTheCallbacksThatWaitForItAfterTheForward) {
         order.emplace_back("runtime");
         return XR_ERROR_CALL_ORDER_INVALID;
     });
-    const auto note_run = [](char*, std::uint32_t, std::uint32_t*, const char*, void*) {
-        order.emplace_back("callback");
+    const auto note_run = [](char*, std::uint32_t, std::uint32_t*, const char* arguments, void*) {
+        order.emplace_back(arguments);
         return XR_SUCCESS;
     };
     for (const std::uint32_t flags : {1u, 2u}) {
-        ExternalToolManager::instance().Enqueue(
-            std::make_shared<DeferredCallbackEntry>(ExternalTool{"tool", note_run, flags, nullptr}, "{}"));
+        ExternalToolManager::instance().Enqueue(std::make_shared<DeferredCallbackEntry>(
+            ExternalTool{"tool", note_run, flags, nullptr}, "flags " + std::to_string(flags)));
     }
     EXPECT_EQ(Begin(), XR_ERROR_CALL_ORDER_INVALID);
-    EXPECT_THAT(order, ElementsAre("runtime", "callback"));
+    EXPECT_THAT(order, ElementsAre("runtime", "flags 2"));
     ExternalToolManager::instance().ClearAbandoned();
 }
 
