@@ -149,7 +149,7 @@ XrResult CreateInstance(const XrInstanceCreateInfo& info, const XrApiLayerCreate
     state.availableExtensions = std::move(available);
     state.externalToolExtensionEnabled = downstream.has_external_tool_extension();
     state.instance = handle;
-    CacheApplication(std::move(state));
+    CacheApplication(state);
 
     ContextManager::instance().setSceneContextFactory(
         [](XrSession session) { return std::make_shared<SceneContext>(session); });

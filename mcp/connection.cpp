@@ -1,7 +1,10 @@
 #include "mcp/connection.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/time.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -22,7 +25,17 @@ ssize_t retry_when_interrupted(const Call& call) {
 
 }  // namespace
 
-connection::connection(int socket) : socket_(socket) {}
+connection::connection(int socket) : socket_(socket) {
+    const int on = 1;
+    setsockopt(socket_, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+}
+
+void connection::set_time_limits(time_t read_seconds, time_t write_seconds) {
+    const timeval reading{.tv_sec = read_seconds, .tv_usec = 0};
+    const timeval writing{.tv_sec = write_seconds, .tv_usec = 0};
+    setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &reading, sizeof reading);
+    setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &writing, sizeof writing);
+}
 
 ssize_t connection::read(char* bytes, std::size_t size) {
     if (!has_buffered()) {

@@ -4,17 +4,22 @@
 
 #include <array>
 #include <cstddef>
+#include <ctime>
 #include <mutex>
 
 namespace mcp {
 
-// One client's socket, blocking, with the time limits that are set on it. Its worker reads, writes and closes it;
+// One client's socket. Its worker reads, writes and closes it;
 // any thread may cut it.
 class connection {
  public:
+    // Has small writes go out at once: otherwise two of them can wait 40 ms for each other.
     explicit connection(int socket);
     connection(const connection&) = delete;
     connection& operator=(const connection&) = delete;
+
+    // For each single read and write.
+    void set_time_limits(time_t read_seconds, time_t write_seconds);
 
     // Both as the system calls: the number of bytes, or -1 on failure and when the time limit has passed; read
     // gives 0 at the end. What comes beyond the bytes asked for is kept for the next read.

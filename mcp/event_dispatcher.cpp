@@ -13,7 +13,7 @@ namespace {
 constexpr std::size_t kBatchBytes = 64u << 10;
 
 // A stream with room has room for this much.
-constexpr std::size_t kLentBytes = 16u << 10;
+constexpr std::size_t kLentBytes = 8u << 10;
 
 // What the buffer of what goes out may keep for the next time.
 constexpr std::size_t kKeptBytes = 256u << 10;

@@ -1,12 +1,18 @@
 #include "mcp/http_server.h"
 
 #include <httplib.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
 #include <csignal>
 #include <mutex>
 #include <set>
+#include <thread>
 #include <utility>
 
 #include "diagnostics/mcp_logger.h"
@@ -20,6 +26,8 @@ static_assert((CPPHTTPLIB_SEND_FLAGS & MSG_NOSIGNAL) != 0 && CPPHTTPLIB_LISTEN_B
 
 namespace mcp {
 namespace {
+
+constexpr std::chrono::milliseconds kPauseAfterFailedAccept{10};
 
 // Per request, so that many small bodies count as well.
 constexpr std::size_t kRequestOverheadBytes = 1024;
@@ -46,15 +54,6 @@ class kept_sigpipe {
 // The connection that this worker serves.
 thread_local std::shared_ptr<connection> served_connection;
 
-class task_queue final : public httplib::TaskQueue {
- public:
-    bool enqueue(std::function<void()> serve) override { return workers_.enqueue(std::move(serve)); }
-    void shutdown() override { workers_.shutdown(); }
-
- private:
-    connection_workers workers_{default_connection_limits()};
-};
-
 // A connection as the library sees it. Reading and writing wait by themselves, so no call asks whether they may.
 class connection_stream final : public httplib::Stream {
  public:
@@ -79,20 +78,50 @@ class connection_stream final : public httplib::Stream {
     connection& connection_;
 };
 
-// The library's server, with connections that can be cut. Waiting for the next request of one is a read like any
-// other: the library would look a hundred times a second whether it is to stop.
-class cuttable_server final : public httplib::Server {
+bool is_lasting_accept_error(int error) {
+    return error == EBADF || error == EINVAL || error == ENOTSOCK || error == EOPNOTSUPP || error == EFAULT;
+}
+
+// The library's server with accept and connection loops of its own. The library's loops give up for good when the
+// system is out of descriptors or memory, look a hundred times a second whether a silent connection is to end,
+// and let streams that come at the same time wait for each other; nor can a stop cut off who doesn't read.
+class connection_server final : public httplib::Server {
  public:
-    void cut_connections() {
+    // Serves the bound socket until stop_serving(), and returns when the last connection is closed. False if
+    // the socket failed.
+    bool serve() {
+        bool failed = false;
+        while (!stopping_ && !failed) {
+            const int socket = accept4(svr_sock_, nullptr, nullptr, SOCK_CLOEXEC);
+            if (socket >= 0) {
+                if (!workers_.enqueue([this, socket] { serve_connection(socket); })) close(socket);
+            } else if (!stopping_) {
+                failed = is_lasting_accept_error(errno);
+                if (errno != EINTR) std::this_thread::sleep_for(kPauseAfterFailedAccept);
+            }
+        }
+        stop_serving();
+        workers_.shutdown();
+        return !failed;
+    }
+
+    // Any thread. Also keeps serve() from starting.
+    void stop_serving() {
         const std::lock_guard lock(mutex_);
-        cutting_ = true;
+        stopping_ = true;
+        if (svr_sock_ != INVALID_SOCKET) shutdown(svr_sock_, SHUT_RDWR);
         for (const auto& open : connections_) open->cut();
     }
 
+    ~connection_server() override {
+        if (svr_sock_ != INVALID_SOCKET) close(svr_sock_);
+    }
+
  private:
-    bool process_and_close_socket(socket_t socket) noexcept override {
+    void serve_connection(int socket) noexcept {
         try {
             served_connection = std::make_shared<connection>(socket);
+            served_connection->set_time_limits(read_timeout_sec_, write_timeout_sec_);
             if (enter()) serve_requests(*served_connection);
         } catch (const std::exception& e) {
             log_error("Exception while serving a connection: ", e.what());
@@ -102,15 +131,14 @@ class cuttable_server final : public httplib::Server {
         if (served_connection) {
             leave();
         } else {
-            httplib::detail::close_socket(socket);
+            close(socket);
         }
-        return true;
     }
 
     bool enter() {
         const std::lock_guard lock(mutex_);
-        if (!cutting_) connections_.insert(served_connection);
-        return !cutting_;
+        if (!stopping_) connections_.insert(served_connection);
+        return !stopping_;
     }
 
     void leave() {
@@ -131,7 +159,7 @@ class cuttable_server final : public httplib::Server {
         stream.get_remote_ip_and_port(remote_address, remote_port);
         stream.get_local_ip_and_port(local_address, local_port);
         bool closed = false;
-        for (std::size_t left = keep_alive_max_count_; left > 0 && !closed && svr_sock_ != INVALID_SOCKET; --left) {
+        for (std::size_t left = keep_alive_max_count_; left > 0 && !closed && !stopping_; --left) {
             if (!process_request(stream, remote_address, remote_port, local_address, local_port, left == 1, closed,
                                  nullptr)) {
                 return;
@@ -139,9 +167,10 @@ class cuttable_server final : public httplib::Server {
         }
     }
 
-    std::mutex mutex_;  // all below
+    std::atomic<bool> stopping_{false};
+    std::mutex mutex_;  // all below, and what stopping_ means for them
     std::set<std::shared_ptr<connection>> connections_;
-    bool cutting_ = false;
+    connection_workers workers_{default_connection_limits()};  // its own lock; the last, since it uses the others
 };
 
 // These go out first and in this order, each once, though the library keeps headers unordered and adds a second
@@ -235,9 +264,7 @@ class http_server::implementation {
         : budget_(std::make_shared<body_budget>(limits.all_bodies_bytes)) {
         server.set_write_timeout(limits.write_timeout.count(), 0);
         server.set_payload_max_length(limits.body_bytes);
-        server.set_tcp_nodelay(true);  // without, two small frames can wait 40 ms for each other
         server.set_header_writer(write_headers);
-        server.new_task_queue = [] { return new task_queue; };
         server.set_error_handler([](const httplib::Request&, httplib::Response& response) {
             if (response.status != 413) return httplib::Server::HandlerResponse::Unhandled;
             response.body = R"({"error":"Payload too large"})";  // the library has emptied it
@@ -264,7 +291,7 @@ class http_server::implementation {
         }
     }
 
-    cuttable_server server;
+    connection_server server;
 
  private:
     const std::shared_ptr<body_budget> budget_;
@@ -314,14 +341,11 @@ int http_server::bind(const std::string& host, int port) {
 }
 
 bool http_server::serve() {
-    return implementation_->server.listen_after_bind();
+    return implementation_->server.serve();
 }
 
 void http_server::stop() {
-    cuttable_server& server = implementation_->server;
-    server.wait_until_ready();  // or stop() would miss a server that has not begun to listen
-    server.stop();
-    server.cut_connections();
+    implementation_->server.stop_serving();
 }
 
 }  // namespace mcp

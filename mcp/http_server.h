@@ -75,8 +75,7 @@ class http_server {
     // Serves on the calling thread until stop(), and returns when the last handler has. False if serving failed.
     bool serve();
 
-    // Ends serve(), or keeps it from starting, and cuts all connections. To be called once, after bind() was
-    // begun on some thread.
+    // Ends serve(), or keeps it from starting, and cuts all connections.
     void stop();
 
  private:

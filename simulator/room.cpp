@@ -86,8 +86,9 @@ Thing Container(std::size_t number, std::vector<XrUuidEXT> contents) {
 void AddCrates(std::vector<Thing>& things) {
     constexpr float kSize = 0.15f;
     for (std::size_t i = 1; i < kManyContainers; ++i) {
+        const std::size_t row = i / 20;
         const float x = -2.3f + 0.2f * static_cast<float>(i % 20);
-        const float z = 0.6f + 0.2f * static_cast<float>(i / 20);
+        const float z = 0.6f + 0.2f * static_cast<float>(row);
         Thing crate = Furniture("CRATE", x, z, {kSize, kSize, kSize}, kWood);
         crate.uuid = UuidOf(0x1000 + i);
         things.push_back(Container(0x2000 + i, {crate.uuid}));

@@ -116,8 +116,10 @@ float LightFrom(const Vec3& light, const Vec3& point, const Vec3& normal, const 
 float PanelLight(const Vec3& point, const Vec3& normal, const Blockers& blockers) {
     float sum = 0.0f;
     for (int i = 0; i < kPanelSteps * kPanelSteps; ++i) {
-        const float x = (static_cast<float>(i % kPanelSteps) + 0.5f) / kPanelSteps - 0.5f;
-        const float z = (static_cast<float>(i / kPanelSteps) + 0.5f) / kPanelSteps - 0.5f;
+        const int column = i % kPanelSteps;
+        const int row = i / kPanelSteps;
+        const float x = (static_cast<float>(column) + 0.5f) / kPanelSteps - 0.5f;
+        const float z = (static_cast<float>(row) + 0.5f) / kPanelSteps - 0.5f;
         const Vec3 light = kPanelMiddle + Vec3{x * kPanelWidth, 0.0f, z * kPanelDepth};
         // It shines downwards, and most strongly straight down.
         const Vec3 down = light - point;

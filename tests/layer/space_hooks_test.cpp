@@ -1,6 +1,7 @@
 #include "layer/space_hooks.h"
 
 #include <atomic>
+#include <functional>
 #include <limits>
 #include <string>
 #include <thread>
@@ -136,56 +137,54 @@ TEST_F(SpaceHooks, PoseOfTheActionsOwnKindComesFirst) {
     }
 }
 
-class SpaceHooksForwarding : public SpaceHooks {
- public:
-    struct Row {
-        const char* what;
-        void (*change)(SpaceHooksForwarding& test);
-        std::vector<std::string> calls;
-    };
-    using HookFixture::Context;
-    using HookFixture::runtime_;
-    using SpaceHooks::hand_;
-    using SpaceHooks::session_;
-    using SpaceHooks::space_;
-};
-
-class SpaceHooksForwardingRows : public SpaceHooksForwarding,
-                                 public testing::WithParamInterface<SpaceHooksForwarding::Row> {};
-
-TEST_P(SpaceHooksForwardingRows, LocateGivesWhatTheRuntimeGave) {
-    SCOPED_TRACE(GetParam().what);
+TEST_F(SpaceHooks, LocateIsForwardedWhereTheSimulationHasNoSay) {
     SimulateLeftGrip();
-    GetParam().change(*this);
-    const XrSpaceLocation location = Locate(space_);
-    EXPECT_EQ(Numbers(location.pose), Numbers(kElsewhere));
-    EXPECT_EQ(location.locationFlags, XR_SPACE_LOCATION_POSITION_VALID_BIT);
-    EXPECT_EQ(runtime_.take_calls(), GetParam().calls);
+    SessionContext& context = Context(session_);
+    const SessionState current = ContextManager::instance().getSessionState();
+    const XrSpace stage = context.stageSpace;
+    const auto place_stage = [&](XrSpaceLocationFlags flags) { runtime_.place("STAGE", {}, flags); };
+    const auto nothing = [] {};
+    const struct {
+        const char* what;
+        std::function<void()> change, undo;
+        std::vector<std::string> calls;
+    } kRows[] = {
+        {"automation off",
+         [&] { context.conformance_automation_active = false; },
+         [&] { context.conformance_automation_active = true; },
+         {kForwarded}},
+        {"no current session",
+         [] { ContextManager::instance().updateSessionState({}); },
+         [&] { ContextManager::instance().updateSessionState(current); },
+         {kForwarded}},
+        {"no stage space",
+         [&] { context.stageSpace = XR_NULL_HANDLE; },
+         [&] { context.stageSpace = stage; },
+         {kForwarded}},
+        {"stage can't be located",
+         [&] { runtime_.answer_once("xrLocateSpace", XR_ERROR_TIME_INVALID); },
+         nothing,
+         {kStageLocated, kForwarded}},
+        {"stage without an orientation",
+         [&] { place_stage(XR_SPACE_LOCATION_POSITION_VALID_BIT); },
+         nothing,
+         {kStageLocated, kForwarded}},
+        {"stage without a position",
+         [&] { place_stage(XR_SPACE_LOCATION_ORIENTATION_VALID_BIT); },
+         [&] { place_stage(0xF); },
+         {kStageLocated, kForwarded}},
+        {"space forgotten", [&] { ActionMaps::instance().ForgetSpace(space_); }, nothing, {kForwarded}},
+    };
+    for (const auto& row : kRows) {
+        SCOPED_TRACE(row.what);
+        row.change();
+        const XrSpaceLocation location = Locate(space_);
+        EXPECT_EQ(Numbers(location.pose), Numbers(kElsewhere));
+        EXPECT_EQ(location.locationFlags, XR_SPACE_LOCATION_POSITION_VALID_BIT);
+        EXPECT_EQ(runtime_.take_calls(), row.calls);
+        row.undo();
+    }
 }
-
-using Test = SpaceHooksForwarding;
-INSTANTIATE_TEST_SUITE_P(
-    NoSay, SpaceHooksForwardingRows,
-    testing::Values(
-        Test::Row{"automation off",
-                  [](Test& test) { Test::Context(test.session_).conformance_automation_active = false; },
-                  {kForwarded}},
-        Test::Row{"no current session", [](Test&) { ContextManager::instance().updateSessionState({}); }, {kForwarded}},
-        Test::Row{"no stage space",
-                  [](Test& test) { Test::Context(test.session_).stageSpace = XR_NULL_HANDLE; },
-                  {kForwarded}},
-        Test::Row{"stage can't be located",
-                  [](Test& test) { test.runtime_.answer_once("xrLocateSpace", XR_ERROR_TIME_INVALID); },
-                  {kStageLocated, kForwarded}},
-        Test::Row{"stage without an orientation",
-                  [](Test& test) { test.runtime_.place("STAGE", {}, XR_SPACE_LOCATION_POSITION_VALID_BIT); },
-                  {kStageLocated, kForwarded}},
-        Test::Row{"stage without a position",
-                  [](Test& test) { test.runtime_.place("STAGE", {}, XR_SPACE_LOCATION_ORIENTATION_VALID_BIT); },
-                  {kStageLocated, kForwarded}},
-        Test::Row{"action destroyed",
-                  [](Test& test) { OrvanicLayerXrDestroyAction(test.hand_); },
-                  {"xrDestroyAction(hand)", kForwarded}}));
 
 TEST_F(SpaceHooks, LocateIsForwardedWhileNoPoseOfTheHandIsRecorded) {
     SimulateLeftGrip();
