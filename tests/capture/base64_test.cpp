@@ -94,7 +94,7 @@ TEST(Base64, EachPathWritesEachCharacterAtEachPlace) {
 }
 
 TEST(Base64, LongInputIsJoinedFromItsPiecesWithoutASeam) {
-    for (const std::size_t length : {12287, 12288, 12289, 24576, 100001}) {
+    for (const std::size_t length : {12287u, 12288u, 12289u, 24576u, 100001u}) {
         const Bytes bytes = Random(length, 7);
         EXPECT_TRUE(encode_base64(bytes.data(), length) == Reference(bytes)) << length;
     }

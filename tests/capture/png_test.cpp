@@ -65,8 +65,8 @@ TEST(Png, FileIsLaidOutAsTold) {
     EXPECT_TRUE(std::equal(head.begin(), head.end(), file->begin()));
     // Behind the checksum of IHDR and the length of the one IDAT.
     EXPECT_EQ(std::memcmp(file->data() + 37, "IDAT\x78\x5E", 6), 0);
-    const std::uint32_t data_length =
-        std::uint32_t{(*file)[33]} << 24 | (*file)[34] << 16 | (*file)[35] << 8 | (*file)[36];
+    const std::uint32_t data_length = std::uint32_t{(*file)[33]} << 24 | std::uint32_t{(*file)[34]} << 16 |
+                                      std::uint32_t{(*file)[35]} << 8 | (*file)[36];
     ASSERT_EQ(file->size(), 41 + data_length + 4 + 12);
     EXPECT_EQ(std::memcmp(file->data() + 41 + data_length + 8, "IEND", 4), 0);
 }
@@ -93,7 +93,7 @@ TEST(Png, WhereverMemoryRunsOutNothingIsGivenAndNothingLeaks) {
     mallopt(M_MMAP_THRESHOLD, 64 * 1024);
     int encoded = 0;
     int refused = 0;
-    for (const std::size_t spare : {0, 200'000, 400'000, 600'000, 800'000, 1'000'000, 1'400'000, 30'000'000}) {
+    for (const std::size_t spare : {0u, 200'000u, 400'000u, 600'000u, 800'000u, 1'000'000u, 1'400'000u, 30'000'000u}) {
         const int outcome = WithLittleMemory(spare, [&] {
             const auto in_use = [] { return mallinfo2().uordblks + mallinfo2().hblkhd; };
             const std::size_t before = in_use();
