@@ -22,6 +22,7 @@ connection_limits default_connection_limits() {
         .kept_workers = std::max<std::size_t>(8, cores - std::min<std::size_t>(cores, 1)),
         .workers = 512,
         .connections = std::clamp<std::size_t>(descriptors.rlim_cur / 3, 64, 4096),
+        .patience = std::chrono::seconds(5),  // as long as a silent connection lasts
     };
 }
 
@@ -33,11 +34,12 @@ connection_workers::~connection_workers() {
 
 bool connection_workers::enqueue(std::function<void()> serve) {
     {
-        const std::lock_guard lock(mutex_);
-        const std::size_t served = workers_.size() - idle_;
-        if (stopped_ || served + queue_.size() >= limits_.connections) return false;
+        std::unique_lock lock(mutex_);
+        const auto has_room = [this] { return stopped_ || connections_locked() < limits_.connections; };
+        if (!room_.wait_until(lock, full_since_ + limits_.patience, has_room) || stopped_) return false;
         if (queue_.size() >= idle_ && workers_.size() < limits_.workers && !start_worker_locked()) return false;
         queue_.push_back(std::move(serve));
+        if (!has_room()) full_since_ = std::chrono::steady_clock::now();
     }
     wake_.notify_one();
     return true;
@@ -65,6 +67,7 @@ void connection_workers::shutdown() {
         workers.splice(workers.end(), ended_);
     }
     wake_.notify_all();
+    room_.notify_all();
     for (std::thread& worker : workers) worker.join();
 }
 
@@ -85,6 +88,7 @@ void connection_workers::run_worker() noexcept {
             serve();
             lock.lock();
             ++idle_;
+            room_.notify_one();
         } else if (stopped_) {
             return;
         } else if (workers_.size() > limits_.kept_workers) {

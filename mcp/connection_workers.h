@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <condition_variable>
 #include <cstddef>
 #include <deque>
@@ -11,9 +12,10 @@
 namespace mcp {
 
 struct connection_limits {
-    std::size_t kept_workers;  // stay once they were started; the others end after idling for a while
-    std::size_t workers;       // run at once
-    std::size_t connections;   // run or wait for a worker; more are turned away
+    std::size_t kept_workers;            // stay once they were started; the others end after idling for a while
+    std::size_t workers;                 // run at once
+    std::size_t connections;             // run or wait for a worker; the next one waits until one of them has ended
+    std::chrono::milliseconds patience;  // but when none has for that long, it and those behind it are turned away
 };
 
 // For this machine and this process: a flood of connections must neither take all threads nor all descriptors
@@ -29,7 +31,7 @@ class connection_workers {
     connection_workers(const connection_workers&) = delete;
     connection_workers& operator=(const connection_workers&) = delete;
 
-    // False if `serve` is not going to be run. It must not throw.
+    // False if `serve` is not going to be run. It must not throw. Waits while there are too many. For one thread.
     bool enqueue(std::function<void()> serve);
 
     // Runs what is queued, and joins all workers.
@@ -38,11 +40,14 @@ class connection_workers {
  private:
     void run_worker() noexcept;
     bool start_worker_locked();
+    std::size_t connections_locked() const { return workers_.size() - idle_ + queue_.size(); }
 
     const connection_limits limits_;
 
     std::mutex mutex_;  // all below
     std::condition_variable wake_;
+    std::condition_variable room_;
+    std::chrono::steady_clock::time_point full_since_;
     std::deque<std::function<void()>> queue_;
     std::size_t idle_ = 0;
     bool stopped_ = false;

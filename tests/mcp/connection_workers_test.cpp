@@ -5,6 +5,7 @@
 #include <atomic>
 #include <chrono>
 #include <future>
+#include <thread>
 
 namespace mcp {
 namespace {
@@ -17,7 +18,7 @@ TEST(ConnectionWorkers, BurstOfStreamsIsServedAtOnce) {
     std::promise<void> all_served;
     std::promise<void> end;
     const std::shared_future<void> ended = end.get_future().share();
-    connection_workers workers({.kept_workers = 4, .workers = 40, .connections = 100});
+    connection_workers workers({.kept_workers = 4, .workers = 40, .connections = 100, .patience = 0ms});
     workers.enqueue([] {});
     for (int i = 0; i < 40; ++i) {
         ASSERT_TRUE(workers.enqueue([&] {
@@ -29,12 +30,12 @@ TEST(ConnectionWorkers, BurstOfStreamsIsServedAtOnce) {
     end.set_value();
 }
 
-TEST(ConnectionWorkers, WaitBeyondTheWorkersAndAreTurnedAwayBeyondTheLimit) {
+TEST(ConnectionWorkers, ConnectionWaitsBeyondTheWorkersAndIsTurnedAwayBeyondTheLimit) {
     std::atomic<int> served = 0;
     std::promise<void> end;
     const std::shared_future<void> ended = end.get_future().share();
     {
-        connection_workers workers({.kept_workers = 1, .workers = 2, .connections = 5});
+        connection_workers workers({.kept_workers = 1, .workers = 2, .connections = 5, .patience = 1ms});
         const auto serve = [&] {
             ended.wait();
             ++served;
@@ -46,8 +47,23 @@ TEST(ConnectionWorkers, WaitBeyondTheWorkersAndAreTurnedAwayBeyondTheLimit) {
     EXPECT_EQ(served, 5);
 }
 
+// A client that calls hundreds of tools at once opens as many connections; each is served in its turn.
+TEST(ConnectionWorkers, ConnectionBeyondTheLimitIsTakenAsSoonAsOneHasEnded) {
+    std::atomic<int> served = 0;
+    {
+        connection_workers workers({.kept_workers = 1, .workers = 2, .connections = 3, .patience = 20s});
+        for (int i = 0; i < 50; ++i) {
+            EXPECT_TRUE(workers.enqueue([&] {
+                std::this_thread::sleep_for(1ms);
+                ++served;
+            }));
+        }
+    }
+    EXPECT_EQ(served, 50);
+}
+
 TEST(ConnectionWorkers, ShutDownTakeNothingMore) {
-    connection_workers workers({.kept_workers = 1, .workers = 2, .connections = 5});
+    connection_workers workers({.kept_workers = 1, .workers = 2, .connections = 5, .patience = 0ms});
     workers.shutdown();
     EXPECT_FALSE(workers.enqueue([] {}));
 }
