@@ -93,6 +93,20 @@ SessionResolution validate_session_handle(XrSession session, const std::string& 
     return unresolved(stale_handle_report(provided, active, current, tool_name));
 }
 
+SessionLookup find_session_context(const json& arguments, const std::string& tool_name) {
+    const SessionResolution resolution = resolve_session_from_arguments(arguments, tool_name);
+    if (!resolution.valid) return {nullptr, make_text_tool_result(resolution.error)};
+    std::shared_ptr<SessionContext> context = ContextManager::instance().getSessionContext(resolution.session);
+    if (!context) {
+        return {nullptr,
+                refuse(tool_name, "SessionContext not found", "SessionContext not found for the active session.")};
+    }
+    if (context->session == XR_NULL_HANDLE) {
+        return {nullptr, refuse(tool_name, "SessionContext is not valid", "SessionContext is not valid.")};
+    }
+    return {std::move(context), {}};
+}
+
 XrSpace reference_space_for_name(const std::string& name, const SessionContext& context) {
     if (name == "local") return context.localSpace;
     if (name == "stage") return context.stageSpace;

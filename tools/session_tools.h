@@ -26,6 +26,13 @@ struct SessionResolution {
 SessionResolution resolve_session_from_arguments(const json& arguments, const std::string& tool_name);
 SessionResolution validate_session_handle(XrSession session, const std::string& tool_name);
 
+// What the tools that read poses work on, or what they answer, already logged, where there is none.
+struct SessionLookup {
+    std::shared_ptr<SessionContext> context;
+    json refusal;
+};
+SessionLookup find_session_context(const json& arguments, const std::string& tool_name);
+
 // Space of `context` for "local", "stage", "local_floor" or "view", by exact name; null for any other name and
 // for a space that the context does not hold.
 XrSpace reference_space_for_name(const std::string& name, const SessionContext& context);

@@ -57,6 +57,13 @@ class DispatchHolder {
         return table_ ? (*table_).*slot : nullptr;
     }
 
+    // Calls the function of a slot; one that is not there answers as a runtime would that doesn't know it.
+    template <typename... Parameters, typename... Arguments>
+    XrResult Call(XrResult (XRAPI_PTR* NextDispatchTable::*slot)(Parameters...), Arguments... arguments) const {
+        const auto function = Slot(slot);
+        return function ? function(arguments...) : XR_ERROR_FUNCTION_UNSUPPORTED;
+    }
+
     // A function that the table does not hold (extensions), asked of the next layer under the mutex. Null if it
     // is not to be had.
     template <typename Function>

@@ -1,9 +1,7 @@
 // Moves a pose from one reference space of the running session to another, as the runtime sees them at the time
 // that is displayed next. 32-bit floats, metres.
-#include <memory>
 #include <string>
 
-#include "context/context_manager.h"
 #include "context/session_context.h"
 #include "diagnostics/logger.h"
 #include "layer/dispatch/dispatch.h"
@@ -61,29 +59,22 @@ json handle_convert_pose_between_spaces(const json& arguments, const std::string
     const std::string source_name = string_argument(arguments, "source_space", default_base_space());
     const std::string target_name = string_argument(arguments, "target_space", "stage");
     LogInfo(kName, ": source_space=", source_name, ", target_space=", target_name);
-    const SessionResolution resolution = resolve_session_from_arguments(arguments, kName);
-    if (!resolution.valid) return make_text_tool_result(resolution.error);
-    const std::shared_ptr<SessionContext> context = ContextManager::instance().getSessionContext(resolution.session);
-    if (!context) {
-        return refuse(kName, "SessionContext not found", "SessionContext not found for the active session.");
-    }
-    if (context->session == XR_NULL_HANDLE) {
-        return refuse(kName, "SessionContext is not valid", "SessionContext is not valid.");
-    }
-    const XrSpace source = reference_space_for_name(source_name, *context);
+    const SessionLookup found = find_session_context(arguments, kName);
+    if (!found.context) return found.refusal;
+    const SessionContext& context = *found.context;
+    const XrSpace source = reference_space_for_name(source_name, context);
     if (source == XR_NULL_HANDLE) return refuse_space("source_space", source_name);
-    const XrSpace target = reference_space_for_name(target_name, *context);
+    const XrSpace target = reference_space_for_name(target_name, context);
     if (target == XR_NULL_HANDLE) return refuse_space("target_space", target_name);
-    const XrTime time = context->CurrentLocateTime();
+    const XrTime time = context.CurrentLocateTime();
     if (time == 0) {
         LogWarning(kName, ": No frame timing data available");
         return make_text_tool_result("Error: No frame timing data available. No frames have been rendered yet.");
     }
 
-    const auto locate_space = DispatchHolder::instance().Slot(&NextDispatchTable::LocateSpace);
     XrSpaceLocation location{XR_TYPE_SPACE_LOCATION, nullptr, 0, {}};
     const XrResult result =
-        locate_space ? locate_space(source, target, time, &location) : XR_ERROR_FUNCTION_UNSUPPORTED;
+        DispatchHolder::instance().Call(&NextDispatchTable::LocateSpace, source, target, time, &location);
     if (XR_FAILED(result)) {
         const std::string code = xr_result_to_string(result);
         return refuse(kName, "xrLocateSpace failed with result: " + code,

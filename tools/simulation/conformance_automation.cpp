@@ -120,10 +120,10 @@ void RestoreControllers(const Snapshot& snapshot, XrSpace base) {
 XrPosef InStageSpace(const SessionContext& context, XrSpace base_space, const XrPosef& pose) {
     const XrTime time = context.CurrentLocateTime();
     if (base_space == context.stageSpace || context.stageSpace == XR_NULL_HANDLE || time == 0) return pose;
-    const auto locate_space = DispatchHolder::instance().Slot(&NextDispatchTable::LocateSpace);
     XrSpaceLocation location{XR_TYPE_SPACE_LOCATION, nullptr, 0, {}};
-    if (!locate_space || XR_FAILED(locate_space(base_space, context.stageSpace, time, &location)) ||
-        !HasValidPose(location.locationFlags)) {
+    const XrResult result = DispatchHolder::instance().Call(&NextDispatchTable::LocateSpace, base_space,
+                                                            context.stageSpace, time, &location);
+    if (XR_FAILED(result) || !HasValidPose(location.locationFlags)) {
         LogWarning("RecordSimulatedControllerPose: could not transform pose to STAGE space; storing as-is");
         return pose;
     }
@@ -182,10 +182,9 @@ bool QueryDevicePose(XrSpace space, XrSpace base_space, XrTime time, const std::
     };
     if (space == XR_NULL_HANDLE || base_space == XR_NULL_HANDLE) return cannot("space handle is null");
     if (time == 0) return cannot("no frame timing data");
-    const auto locate_space = DispatchHolder::instance().Slot(&NextDispatchTable::LocateSpace);
     XrSpaceLocation location{XR_TYPE_SPACE_LOCATION, nullptr, 0, {}};
     const XrResult result =
-        locate_space ? locate_space(space, base_space, time, &location) : XR_ERROR_FUNCTION_UNSUPPORTED;
+        DispatchHolder::instance().Call(&NextDispatchTable::LocateSpace, space, base_space, time, &location);
     if (XR_FAILED(result)) return cannot("xrLocateSpace failed with error code ", static_cast<int>(result));
     if (!HasValidPose(location.locationFlags)) {
         const bool position_valid = (location.locationFlags & XR_SPACE_LOCATION_POSITION_VALID_BIT) != 0;

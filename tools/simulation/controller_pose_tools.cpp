@@ -1,10 +1,8 @@
 // openxr_get_controller_pose tells where a controller is: from the runtime while the user holds it, from the
 // mirror of the simulated poses once automation has taken over, because what the runtime then reports through
 // the layer's action spaces is not what the agent set. openxr_set_controller_pose moves a simulated controller.
-#include <future>
-#include <memory>
+#include <utility>
 
-#include "context/context_manager.h"
 #include "context/session_context.h"
 #include "diagnostics/logger.h"
 #include "layer/dispatch/dispatch.h"
@@ -14,6 +12,7 @@
 #include "tools/simulation/conformance_automation.h"
 #include "tools/simulation/pose_animation_manager.h"
 #include "tools/simulation/pose_arguments.h"
+#include "tools/simulation/pose_moves.h"
 #include "tools/simulation/simulation_tools.h"
 #include "tools/tool_results.h"
 
@@ -68,12 +67,11 @@ json ControllerPoseResult(const XrPosef& pose, XrSpaceLocationFlags flags, json 
                                   {"simulated", simulated}});
 }
 
-json RuntimePose(const SessionContext& context, XrSession session, const ControllerInput& input, XrSpace base_space,
-                 XrTime time) {
+json RuntimePose(const SessionContext& context, const ControllerInput& input, XrSpace base_space, XrTime time) {
+    const DispatchHolder& next = DispatchHolder::instance();
     const XrActionStateGetInfo info{XR_TYPE_ACTION_STATE_GET_INFO, nullptr, PoseAction(context, input), XR_NULL_PATH};
     XrActionStatePose state{XR_TYPE_ACTION_STATE_POSE, nullptr, XR_FALSE};
-    const auto get_state = DispatchHolder::instance().Slot(&NextDispatchTable::GetActionStatePose);
-    XrResult result = get_state ? get_state(session, &info, &state) : XR_ERROR_FUNCTION_UNSUPPORTED;
+    XrResult result = next.Call(&NextDispatchTable::GetActionStatePose, context.session, &info, &state);
     if (XR_FAILED(result)) {
         const std::string number = std::to_string(static_cast<int>(result));
         return refuse(kGetName, "xrGetActionStatePose failed with result: " + number,
@@ -83,10 +81,8 @@ json RuntimePose(const SessionContext& context, XrSession session, const Control
         LogWarning(kGetName, ": ", input.pose_type, " pose action is not active for ", input.hand, " controller");
     }
     LogInfo(kGetName, ": Calling xrLocateSpace with time=", time);
-    const auto locate_space = DispatchHolder::instance().Slot(&NextDispatchTable::LocateSpace);
     XrSpaceLocation location{XR_TYPE_SPACE_LOCATION, nullptr, 0, {}};
-    result = locate_space ? locate_space(PoseSpace(context, input), base_space, time, &location)
-                          : XR_ERROR_FUNCTION_UNSUPPORTED;
+    result = next.Call(&NextDispatchTable::LocateSpace, PoseSpace(context, input), base_space, time, &location);
     if (XR_FAILED(result)) {
         const std::string number = std::to_string(static_cast<int>(result));
         return refuse(kGetName, "xrLocateSpace failed with result: " + number,
@@ -102,10 +98,10 @@ json MirrorPose(const SessionContext& context, const ControllerInput& input, con
                 XrSpace base_space, XrTime time) {
     XrPosef pose = mirrored;
     if (context.stageSpace != XR_NULL_HANDLE && context.stageSpace != base_space) {
-        const auto locate_space = DispatchHolder::instance().Slot(&NextDispatchTable::LocateSpace);
         XrSpaceLocation location{XR_TYPE_SPACE_LOCATION, nullptr, 0, {}};
-        if (!locate_space || XR_FAILED(locate_space(context.stageSpace, base_space, time, &location)) ||
-            !HasValidPose(location.locationFlags)) {
+        const XrResult result = DispatchHolder::instance().Call(&NextDispatchTable::LocateSpace, context.stageSpace,
+                                                                base_space, time, &location);
+        if (XR_FAILED(result) || !HasValidPose(location.locationFlags)) {
             LogWarning(kGetName, ": could not transform simulated pose to base space; reporting STAGE-space pose");
         } else {
             pose = Compose(location.pose, mirrored);
@@ -127,38 +123,32 @@ json handle_get_controller_pose(const json& arguments, const std::string& /*sess
         return refuse(kGetName, "Invalid pose_type value: " + input.pose_type, InvalidPoseTypeText(input.pose_type));
     }
     LogInfo(kGetName, ": hand=", input.hand, ", pose_type=", input.pose_type, ", base_space=", base_name);
-    const SessionResolution resolution = resolve_session_from_arguments(arguments, kGetName);
-    if (!resolution.valid) return make_text_tool_result(resolution.error);
-    const std::shared_ptr<SessionContext> context = ContextManager::instance().getSessionContext(resolution.session);
-    if (!context) {
-        return refuse(kGetName, "SessionContext not found", "SessionContext not found for the active session.");
-    }
-    if (context->session == XR_NULL_HANDLE) {
-        return refuse(kGetName, "SessionContext is not valid", "SessionContext is not valid.");
-    }
-    const XrSpace base_space = reference_space_for_name(base_name, *context);
+    const SessionLookup found = find_session_context(arguments, kGetName);
+    if (!found.context) return found.refusal;
+    const SessionContext& context = *found.context;
+    const XrSpace base_space = reference_space_for_name(base_name, context);
     if (base_space == XR_NULL_HANDLE) {
         return refuse(kGetName, "Invalid or unavailable base_space: " + base_name, invalid_base_space_text(base_name));
     }
-    if (PoseAction(*context, input) == XR_NULL_HANDLE) {
+    if (PoseAction(context, input) == XR_NULL_HANDLE) {
         return refuse(kGetName, input.pose_type + " pose action is null for " + input.hand + " controller",
                       input.pose_type + " pose action is not available for " + input.hand + " controller.");
     }
-    if (PoseSpace(*context, input) == XR_NULL_HANDLE) {
+    if (PoseSpace(context, input) == XR_NULL_HANDLE) {
         return refuse(kGetName, input.pose_type + " pose action space is null for " + input.hand + " controller",
                       input.pose_type + " pose action space is not available for " + input.hand + " controller.");
     }
-    const XrTime time = context->CurrentLocateTime();
+    const XrTime time = context.CurrentLocateTime();
     if (time == 0) {
         LogWarning(kGetName, ": No frame timing data available");
         return make_text_tool_result("Error: No frame timing data available. No frames have been rendered yet.");
     }
-    if (context->conformance_automation_active) {
+    if (context.conformance_automation_active) {
         const int kind = input.pose_type == "aim" ? kAimKind : kGripKind;
-        const SimulatedPoseSlot slot = context->GetSimulatedControllerPose(hand_index(input.hand), kind);
-        if (slot.valid) return MirrorPose(*context, input, slot.pose, base_space, time);
+        const SimulatedPoseSlot slot = context.GetSimulatedControllerPose(hand_index(input.hand), kind);
+        if (slot.valid) return MirrorPose(context, input, slot.pose, base_space, time);
     }
-    return RuntimePose(*context, resolution.session, input, base_space, time);
+    return RuntimePose(context, input, base_space, time);
 }
 
 // One input of one controller, as the runtime names it.
@@ -178,20 +168,7 @@ json MoveControllerOverTime(const InputTarget& target, const ControllerInput& in
     animation.apply = [target](const XrPosef& pose) {
         return SetDeviceLocation(target.top_level_path, target.input_source_path, target.base_space, pose).ok;
     };
-    std::future<AnimationResult> outcome = PoseAnimationManager::instance().StartAnimation(std::move(animation));
-    if (outcome.wait_until(AnimationDeadline(duration_seconds)) == std::future_status::timeout) {
-        PoseAnimationManager::instance().CancelAll();
-        return refuse(kSetName, kAnimationTimedOut);
-    }
-    switch (outcome.get()) {
-        case AnimationFailed:
-            return refuse(kSetName, "Animation failed while transitioning " + input.hand + " controller pose.");
-        case AnimationSuperseded:
-            return pose_set_result("Animation was superseded by a newer set_controller_pose call.");
-        case AnimationCompleted:
-            break;
-    }
-    return pose_set_result();
+    return play_pose_animation(std::move(animation), kSetName, input.hand + " controller", "set_controller_pose");
 }
 
 json handle_set_controller_pose(const json& arguments, const std::string& /*session_id*/) {
@@ -207,26 +184,21 @@ json handle_set_controller_pose(const json& arguments, const std::string& /*sess
     }
     LogInfo(kSetName, ": hand=", input.hand, ", pose_type=", input.pose_type, ", base_space=", base_name,
             ", has_position=", int{given.has_position()}, ", has_orientation=", int{given.has_orientation()});
-    const SessionResolution resolution = resolve_session_from_arguments(arguments, kSetName);
-    if (!resolution.valid) return refuse(kSetName, resolution.error);
-    const std::shared_ptr<SessionContext> context = ContextManager::instance().getSessionContext(resolution.session);
-    if (!context) return refuse(kSetName, "SessionContext not found for the active session.");
-    if (context->session == XR_NULL_HANDLE) return refuse(kSetName, "SessionContext is not valid.");
-    const OperationResult active = EnsureConformanceAutomationActive(*context);
-    if (!active.ok) return refuse(kSetName, active.error);
+    const SessionLookup found = find_session_to_move(arguments, kSetName);
+    if (!found.context) return found.refusal;
+    const SessionContext& context = *found.context;
 
     const std::string top_level_path = "/user/hand/" + input.hand;
     const InputTarget target{top_level_path, top_level_path + "/input/" + input.pose_type + "/pose",
-                             reference_space_for_name(base_name, *context)};
+                             reference_space_for_name(base_name, context)};
     if (target.base_space == XR_NULL_HANDLE) return refuse(kSetName, invalid_base_space_text(base_name));
-    const XrSpace space = PoseSpace(*context, input);
+    const XrSpace space = PoseSpace(context, input);
     if (space == XR_NULL_HANDLE) {
         return refuse(kSetName,
                       input.pose_type + " pose action space is not available for " + input.hand + " controller.");
     }
     const auto query_current = [&](XrPosef& pose) {
-        return QueryDevicePose(space, target.base_space, context->CurrentLocateTime(), input.hand + " controller",
-                               pose);
+        return QueryDevicePose(space, target.base_space, context.CurrentLocateTime(), input.hand + " controller", pose);
     };
     XrPosef current = kIdentityPose;
     // What was not given stays as it is, or identity where that can't be told.

@@ -1,10 +1,7 @@
 // openxr_get_head_pose reads where the runtime says the view is. openxr_set_head_pose moves the simulated
 // headset, at once or smoothly, and carries both controllers along as if the user's whole body moved.
-#include <chrono>
-#include <future>
-#include <memory>
+#include <utility>
 
-#include "context/context_manager.h"
 #include "context/session_context.h"
 #include "diagnostics/logger.h"
 #include "layer/dispatch/dispatch.h"
@@ -14,6 +11,7 @@
 #include "tools/simulation/conformance_automation.h"
 #include "tools/simulation/pose_animation_manager.h"
 #include "tools/simulation/pose_arguments.h"
+#include "tools/simulation/pose_moves.h"
 #include "tools/simulation/simulation_tools.h"
 #include "tools/tool_results.h"
 
@@ -40,32 +38,25 @@ json handle_get_head_pose(const json& arguments, const std::string& /*session_id
     LogInfo(kGetName, " tool called");
     const std::string base_name = string_argument(arguments, "base_space", default_base_space());
     LogInfo(kGetName, ": base_space=", base_name);
-    const SessionResolution resolution = resolve_session_from_arguments(arguments, kGetName);
-    if (!resolution.valid) return make_text_tool_result(resolution.error);
-    const std::shared_ptr<SessionContext> context = ContextManager::instance().getSessionContext(resolution.session);
-    if (!context) {
-        return refuse(kGetName, "SessionContext not found", "SessionContext not found for the active session.");
-    }
-    if (context->session == XR_NULL_HANDLE) {
-        return refuse(kGetName, "SessionContext is not valid", "SessionContext is not valid.");
-    }
-    const XrSpace base_space = reference_space_for_name(base_name, *context);
+    const SessionLookup found = find_session_context(arguments, kGetName);
+    if (!found.context) return found.refusal;
+    const SessionContext& context = *found.context;
+    const XrSpace base_space = reference_space_for_name(base_name, context);
     if (base_space == XR_NULL_HANDLE) {
         return refuse(kGetName, "Invalid or unavailable base_space: " + base_name, invalid_base_space_text(base_name));
     }
-    if (context->viewSpace == XR_NULL_HANDLE) {
+    if (context.viewSpace == XR_NULL_HANDLE) {
         return refuse(kGetName, "View reference space is null", "View reference space is not available.");
     }
-    const XrTime time = context->CurrentLocateTime();
+    const XrTime time = context.CurrentLocateTime();
     if (time == 0) {
         LogWarning(kGetName, ": No frame timing data available");
         return make_text_tool_result("Error: No frame timing data available. No frames have been rendered yet.");
     }
     LogInfo(kGetName, ": Calling xrLocateSpace with time=", time);
-    const auto locate_space = DispatchHolder::instance().Slot(&NextDispatchTable::LocateSpace);
     XrSpaceLocation location{XR_TYPE_SPACE_LOCATION, nullptr, 0, {}};
-    const XrResult result =
-        locate_space ? locate_space(context->viewSpace, base_space, time, &location) : XR_ERROR_FUNCTION_UNSUPPORTED;
+    const XrResult result = DispatchHolder::instance().Call(&NextDispatchTable::LocateSpace, context.viewSpace,
+                                                            base_space, time, &location);
     if (XR_FAILED(result)) {
         const std::string number = std::to_string(static_cast<int>(result));
         return refuse(kGetName, "xrLocateSpace failed with result: " + number,
@@ -119,20 +110,7 @@ json MoveHeadOverTime(const HeadMoveContext& move, const XrPosef& target, float 
     animation.end_pose = target;
     animation.duration_seconds = duration_seconds;
     animation.apply = [move](const XrPosef& pose) { return ApplyHeadPose(move, pose); };
-    std::future<AnimationResult> outcome = PoseAnimationManager::instance().StartAnimation(std::move(animation));
-    if (outcome.wait_until(AnimationDeadline(duration_seconds)) == std::future_status::timeout) {
-        PoseAnimationManager::instance().CancelAll();
-        return refuse(kSetName, kAnimationTimedOut);
-    }
-    switch (outcome.get()) {
-        case AnimationFailed:
-            return refuse(kSetName, "Animation failed while transitioning head pose.");
-        case AnimationSuperseded:
-            return pose_set_result("Animation was superseded by a newer set_head_pose call.");
-        case AnimationCompleted:
-            break;
-    }
-    return pose_set_result();
+    return play_pose_animation(std::move(animation), kSetName, "head", "set_head_pose");
 }
 
 json handle_set_head_pose(const json& arguments, const std::string& /*session_id*/) {
@@ -144,26 +122,22 @@ json handle_set_head_pose(const json& arguments, const std::string& /*session_id
     }
     LogInfo(kSetName, ": base_space=", base_name, ", has_position=", int{given.has_position()},
             ", has_orientation=", int{given.has_orientation()});
-    const SessionResolution resolution = resolve_session_from_arguments(arguments, kSetName);
-    if (!resolution.valid) return refuse(kSetName, resolution.error);
-    const std::shared_ptr<SessionContext> context = ContextManager::instance().getSessionContext(resolution.session);
-    if (!context) return refuse(kSetName, "SessionContext not found for the active session.");
-    if (context->session == XR_NULL_HANDLE) return refuse(kSetName, "SessionContext is not valid.");
-    const OperationResult active = EnsureConformanceAutomationActive(*context);
-    if (!active.ok) return refuse(kSetName, active.error);
+    const SessionLookup found = find_session_to_move(arguments, kSetName);
+    if (!found.context) return found.refusal;
+    const SessionContext& context = *found.context;
 
     HeadMoveContext move;
-    move.base_space = reference_space_for_name(base_name, *context);
+    move.base_space = reference_space_for_name(base_name, context);
     if (move.base_space == XR_NULL_HANDLE) return refuse(kSetName, invalid_base_space_text(base_name));
-    const XrTime time = context->CurrentLocateTime();
-    const bool head_located = QueryDevicePose(context->viewSpace, move.base_space, time, "head", move.old_head_pose);
+    const XrTime time = context.CurrentLocateTime();
+    const bool head_located = QueryDevicePose(context.viewSpace, move.base_space, time, "head", move.old_head_pose);
     const XrPosef target = given.applied_to(move.old_head_pose);
     const float duration_seconds = duration_argument(arguments);
     if (head_located) {
         move.left_located =
-            QueryDevicePose(context->leftAimSpace, move.base_space, time, "left controller", move.left_pose);
+            QueryDevicePose(context.leftAimSpace, move.base_space, time, "left controller", move.left_pose);
         move.right_located =
-            QueryDevicePose(context->rightAimSpace, move.base_space, time, "right controller", move.right_pose);
+            QueryDevicePose(context.rightAimSpace, move.base_space, time, "right controller", move.right_pose);
         if (duration_seconds > 0.0f) return MoveHeadOverTime(move, target, duration_seconds);
     }
     if (!ApplyHeadPose(move, target)) return refuse(kSetName, "Failed to set head pose.");

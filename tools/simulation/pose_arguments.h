@@ -4,7 +4,6 @@
 
 #include <openxr/openxr.h>
 
-#include <memory>
 #include <optional>
 #include <string>
 
@@ -19,7 +18,6 @@ using mcp::json;
 
 inline constexpr char kSessionHandleDescription[] =
     "The XR session handle. Optional — if not provided, uses the current active session.";
-inline constexpr char kAnimationTimedOut[] = "Animation timed out (application may have stopped rendering).";
 
 // What a set tool was asked to change: an array of another length counts as not given.
 struct PoseArguments {

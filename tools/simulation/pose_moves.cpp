@@ -1,0 +1,45 @@
+#include "tools/simulation/pose_moves.h"
+
+#include <future>
+#include <memory>
+#include <utility>
+
+#include "context/context_manager.h"
+#include "tools/simulation/conformance_automation.h"
+#include "tools/simulation/pose_arguments.h"
+#include "tools/tool_results.h"
+
+namespace orvanic_xr {
+
+SessionLookup find_session_to_move(const json& arguments, const std::string& tool_name) {
+    const auto refused = [&](const std::string& error) { return SessionLookup{nullptr, refuse(tool_name, error)}; };
+    const SessionResolution resolution = resolve_session_from_arguments(arguments, tool_name);
+    if (!resolution.valid) return refused(resolution.error);
+    std::shared_ptr<SessionContext> context = ContextManager::instance().getSessionContext(resolution.session);
+    if (!context) return refused("SessionContext not found for the active session.");
+    if (context->session == XR_NULL_HANDLE) return refused("SessionContext is not valid.");
+    const OperationResult active = EnsureConformanceAutomationActive(*context);
+    if (!active.ok) return refused(active.error);
+    return {std::move(context), {}};
+}
+
+json play_pose_animation(ActiveAnimation animation, const std::string& tool_name, const std::string& subject,
+                         const std::string& call) {
+    const float duration_seconds = animation.duration_seconds;
+    std::future<AnimationResult> outcome = PoseAnimationManager::instance().StartAnimation(std::move(animation));
+    if (outcome.wait_until(AnimationDeadline(duration_seconds)) == std::future_status::timeout) {
+        PoseAnimationManager::instance().CancelAll();
+        return refuse(tool_name, "Animation timed out (application may have stopped rendering).");
+    }
+    switch (outcome.get()) {
+        case AnimationFailed:
+            return refuse(tool_name, "Animation failed while transitioning " + subject + " pose.");
+        case AnimationSuperseded:
+            return pose_set_result("Animation was superseded by a newer " + call + " call.");
+        case AnimationCompleted:
+            break;
+    }
+    return pose_set_result();
+}
+
+}  // namespace orvanic_xr
