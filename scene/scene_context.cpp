@@ -89,8 +89,12 @@ SceneContext::~SceneContext() {
     // A tool may hold the last reference past the end of the instance: then the runtime took the spaces along.
     if (const auto lease = DispatchHolder::instance().LeaseRuntime(runtime_number_)) {
         for (auto& [uuid, entity] : entities_) {
-            if (entity.space != XR_NULL_HANDLE) next_.destroy_space(entity.space);
-            entity.space = XR_NULL_HANDLE;
+            const XrSpace space = std::exchange(entity.space, XR_NULL_HANDLE);
+            if (space == XR_NULL_HANDLE) continue;
+            try {
+                next_.destroy_space(space);
+            } catch (...) {  // a destructor's: what the runtime throws is nobody's business
+            }
         }
     }
     session_ = XR_NULL_HANDLE;
