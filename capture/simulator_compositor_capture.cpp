@@ -19,6 +19,16 @@ Function Resolve(const char* name) {
     return DispatchHolder::instance().Resolve<Function>(name);
 }
 
+// What the runtime throws is one failure more: nothing of it reaches who captures.
+template <typename Function, typename... Arguments>
+XrResult CallRuntime(Function function, Arguments... arguments) {
+    try {
+        return function(arguments...);
+    } catch (...) {
+        return XR_ERROR_RUNTIME_FAILURE;
+    }
+}
+
 template <typename... Parts>
 bool Refuse(const Parts&... parts) {
     LogError("SimulatorCompositorCapture: ", parts...);
@@ -37,7 +47,7 @@ bool OpenXRSimulatorCompositorCaptureBackend::start(XrSession session) {
         Resolve<PFN_xrStartSimulatorCompositorOutputCaptureKESTX1>("xrStartSimulatorCompositorOutputCaptureKESTX1");
     if (!start_capture) return Refuse("xrStartSimulatorCompositorOutputCaptureKESTX1 unavailable");
     session_ = session;
-    const XrResult result = start_capture(session, kBothEyes);
+    const XrResult result = CallRuntime(start_capture, session, kBothEyes);
     if (XR_FAILED(result)) {
         session_ = XR_NULL_HANDLE;
         return Refuse("Failed to start, result: ", static_cast<int>(result));
@@ -53,7 +63,7 @@ void OpenXRSimulatorCompositorCaptureBackend::stop() {
         Resolve<PFN_xrStopSimulatorCompositorOutputCaptureKESTX1>("xrStopSimulatorCompositorOutputCaptureKESTX1");
     const XrSession session = session_;
     if (stop_capture && session != XR_NULL_HANDLE) {
-        stop_capture(session);
+        CallRuntime(stop_capture, session);
     } else {
         LogWarning("SimulatorCompositorCapture: Skipping stop (entry point or session unavailable)");
     }
@@ -78,7 +88,7 @@ bool OpenXRSimulatorCompositorCaptureBackend::capture(std::vector<std::uint8_t>&
     info.eye = eye == "left" ? 1 : 2;
     info.width_output = &width_told;
     info.height_output = &height_told;
-    XrResult result = capture_output(session, &info);
+    XrResult result = CallRuntime(capture_output, session, &info);
     if (XR_FAILED(result)) return Refuse("Failed to query dimensions, result: ", static_cast<int>(result));
     // The second call may tell another size; the buffer is of the first, and so is the picture.
     const std::uint32_t captured_width = width_told;
@@ -96,7 +106,7 @@ bool OpenXRSimulatorCompositorCaptureBackend::capture(std::vector<std::uint8_t>&
         return Refuse("Failed to allocate ", byte_count, " bytes");
     }
     info.pixels = pixels.data();
-    result = capture_output(session, &info);
+    result = CallRuntime(capture_output, session, &info);
     if (XR_FAILED(result)) return Refuse("Failed to capture frame, result: ", static_cast<int>(result));
     width = captured_width;
     height = captured_height;

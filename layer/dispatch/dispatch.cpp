@@ -76,8 +76,11 @@ PFN_xrVoidFunction DispatchHolder::ResolveVoid(const char* name) const {
     std::lock_guard lock(mutex_);
     if (!next_get_instance_proc_addr_) return nullptr;
     PFN_xrVoidFunction function = nullptr;
-    if (XR_FAILED(next_get_instance_proc_addr_(instance_, name, &function))) return nullptr;
-    return function;
+    try {
+        if (XR_SUCCEEDED(next_get_instance_proc_addr_(instance_, name, &function))) return function;
+    } catch (...) {  // a function that can't be looked up is not there
+    }
+    return nullptr;
 }
 
 }  // namespace orvanic_xr

@@ -65,7 +65,7 @@ class DispatchHolder {
     }
 
     // A function that the table does not hold (extensions), asked of the next layer under the mutex. Null if it
-    // is not to be had.
+    // is not to be had, also where the look-up throws.
     template <typename Function>
     Function Resolve(const char* name) const {
         return reinterpret_cast<Function>(ResolveVoid(name));
