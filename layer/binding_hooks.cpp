@@ -21,6 +21,9 @@
 namespace orvanic_xr {
 namespace {
 
+constexpr HookGuard kSuggestGuard = {"OrvanicLayerXrSuggestInteractionProfileBindings"};
+constexpr HookGuard kAttachGuard = {"OrvanicLayerXrAttachSessionActionSets"};
+
 // A list with a count and no entries can't be widened; the next layer is left to refuse it.
 template <typename Entry>
 bool CanWiden(std::uint32_t count, const Entry* entries) {
@@ -69,7 +72,7 @@ XrResult SuggestBindings(XrInstance instance, const XrInteractionProfileSuggeste
     }
     if (!CanWiden(suggested->countSuggestedBindings, suggested->suggestedBindings)) return suggest(instance, suggested);
     const auto bindings = Entries(suggested->countSuggestedBindings, suggested->suggestedBindings);
-    NoteSuggestion(instance, suggested->interactionProfile, bindings);
+    GuardOwnWork(kSuggestGuard, [&] { NoteSuggestion(instance, suggested->interactionProfile, bindings); });
 
     const SessionState state = ContextManager::instance().getSessionState();
     if (!state.valid || !state.session) {
@@ -81,7 +84,10 @@ XrResult SuggestBindings(XrInstance instance, const XrInteractionProfileSuggeste
         LogWarning("Session context not found, calling next without appending bindings");
         return suggest(instance, suggested);
     }
-    const std::vector<XrActionSuggestedBinding> all = WithOwnBindings(bindings, *context);
+    std::vector<XrActionSuggestedBinding> all;
+    if (!GuardOwnWork(kSuggestGuard, [&] { all = WithOwnBindings(bindings, *context); })) {
+        return suggest(instance, suggested);
+    }
     XrInteractionProfileSuggestedBinding widened = *suggested;
     widened.countSuggestedBindings = static_cast<std::uint32_t>(all.size());
     widened.suggestedBindings = all.data();
@@ -103,7 +109,7 @@ XrResult AttachActionSets(XrSession session, const XrSessionActionSetsAttachInfo
         LogError("attachInfo is null");
         return XR_ERROR_VALIDATION_FAILURE;
     }
-    EnsureProntoControllerPlusBindingsSuggested();
+    GuardOwnWork(kAttachGuard, EnsureProntoControllerPlusBindingsSuggested);
     if (!CanWiden(attach_info->countActionSets, attach_info->actionSets)) return attach(session, attach_info);
 
     const auto context = ContextManager::instance().getSessionContext(session);
@@ -179,13 +185,12 @@ XrResult SyncActions(XrSession session, const XrActionsSyncInfo* sync_info) {
 
 XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrSuggestInteractionProfileBindings(
     XrInstance instance, const XrInteractionProfileSuggestedBinding* suggestedBindings) {
-    return GuardHook({"OrvanicLayerXrSuggestInteractionProfileBindings"},
-                     [&] { return SuggestBindings(instance, suggestedBindings); });
+    return GuardHook(kSuggestGuard, [&] { return SuggestBindings(instance, suggestedBindings); });
 }
 
 XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrAttachSessionActionSets(XrSession session,
                                                                      const XrSessionActionSetsAttachInfo* attachInfo) {
-    return GuardHook({"OrvanicLayerXrAttachSessionActionSets"}, [&] { return AttachActionSets(session, attachInfo); });
+    return GuardHook(kAttachGuard, [&] { return AttachActionSets(session, attachInfo); });
 }
 
 XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrSyncActions(XrSession session, const XrActionsSyncInfo* syncInfo) {

@@ -43,6 +43,19 @@ XrResult GuardHook(const HookGuard& guard, Body&& body) noexcept {
     }
 }
 
+// Work of the layer's own that comes before the forward: an exception in it is reported like the hook's, but the
+// application's call goes on. False if there was one.
+template <class Work>
+bool GuardOwnWork(const HookGuard& guard, Work&& work) noexcept {
+    try {
+        std::forward<Work>(work)();
+        return true;
+    } catch (...) {
+        ReportHookException(guard);
+        return false;
+    }
+}
+
 // A copy of a slot, as NextFunction(&NextDispatchTable::LocateSpace, "xrLocateSpace"), to be called with nothing
 // locked. Null, with an error line, when there is no table yet or the next layer lacks the function.
 template <class Function>
