@@ -179,7 +179,13 @@ XrResult DestroyInstance(XrInstance instance) {
     // On purpose the log file stays open here.
     if (!destroy_instance) return XR_ERROR_HANDLE_INVALID;
     const bool closed = DispatchHolder::instance().CloseRuntime(instance);
-    const XrResult result = destroy_instance(instance);
+    XrResult result = XR_SUCCESS;
+    try {
+        result = destroy_instance(instance);
+    } catch (...) {
+        if (closed) ForgetHandles();  // nobody can tell what is left of it
+        throw;
+    }
     if (XR_FAILED(result)) {
         if (closed) DispatchHolder::instance().OpenRuntime();
         LogError("OrvanicLayerXrDestroyInstance failed");
