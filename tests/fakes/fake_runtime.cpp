@@ -40,6 +40,15 @@ void Gate::open() {
     state_->changed.notify_all();
 }
 
+std::function<void()> Gate::passage() const {
+    return [shared = state_] {
+        std::unique_lock lock(shared->mutex);
+        shared->entered = true;
+        shared->changed.notify_all();
+        shared->changed.wait_for(lock, kGateLimit, [&] { return shared->open; });
+    };
+}
+
 FakeRuntime::FakeRuntime(Installed installed)
     : extensions{"XR_EXT_local_floor", "XR_KESTX1_simulator_compositor_output_capture", "XR_EXT_conformance_automation",
                  "XR_KEST_pronto_controller_plus"},
@@ -121,12 +130,15 @@ void FakeRuntime::offer_spatial_entities() {
 Gate FakeRuntime::block(const std::string& name) {
     Gate gate;
     std::lock_guard lock(state_->mutex);
-    state_->script(name).pass_gate = [shared = gate.state_] {
-        std::unique_lock gate_lock(shared->mutex);
-        shared->entered = true;
-        shared->changed.notify_all();
-        shared->changed.wait_for(gate_lock, kGateLimit, [&] { return shared->open; });
-    };
+    state_->script(name).pass_gate = gate.passage();
+    return gate;
+}
+
+Gate FakeRuntime::block_call(const std::string& name, int nth) {
+    Gate gate;
+    std::lock_guard lock(state_->mutex);
+    Script& script = state_->script(name);
+    script.gates_by_call[script.calls + nth] = gate.passage();
     return gate;
 }
 
@@ -137,6 +149,7 @@ void FakeRuntime::behave(const std::string& name) {
     script.result.reset();
     script.results_by_call.clear();
     script.throws_by_call.clear();
+    script.gates_by_call.clear();
     script.throws = false;
     script.pass_gate = nullptr;
 }

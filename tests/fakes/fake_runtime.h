@@ -40,6 +40,7 @@ class Gate {
 
  private:
     friend class FakeRuntime;
+    std::function<void()> passage() const;  // what a held call does
     struct State;
     std::shared_ptr<State> state_;
 };
@@ -56,7 +57,7 @@ class FakeRuntime {
 
     void install();
     static void uninstall();
-    // The instance it is installed for: "instance1".
+    // The instance it is installed for, or that was created last: "instance1".
     XrInstance instance() const;
 
     static PFN_xrGetInstanceProcAddr next_get_instance_proc_addr();
@@ -76,7 +77,9 @@ class FakeRuntime {
     void offer(const std::string& name);
     // At first the fake lacks the spatial entity functions, as a runtime without the extension does.
     void offer_spatial_entities();
+    // Holds every call of the function, or the `nth` from now.
     Gate block(const std::string& name);
+    Gate block_call(const std::string& name, int nth);
     // Runs `body` in place of the usual answer. Its signature is exactly the OpenXR function's; std::logic_error
     // otherwise. It runs with nothing locked and may use the fake.
     template <typename Body>

@@ -44,6 +44,8 @@ const std::vector<std::string> kSpatialEntityFunctions = {
 
 std::atomic<FakeRuntime::State*> the_fake_state = nullptr;
 
+constexpr char kLookUp[] = "xrGetInstanceProcAddr";
+
 namespace {
 
 template <Function kFunction, typename Pfn>
@@ -91,16 +93,37 @@ XRAPI_ATTR XrResult XRAPI_CALL FakeGetInstanceProcAddr(XrInstance, const char* n
     *function = nullptr;
     FakeRuntime::State* state = the_fake_state.load();
     if (!state) return XR_ERROR_HANDLE_INVALID;
-    std::lock_guard lock(state->mutex);
-    state->lookups.emplace_back(name);
-    if (std::strcmp(name, "xrGetInstanceProcAddr") == 0) {
-        *function = reinterpret_cast<PFN_xrVoidFunction>(FakeGetInstanceProcAddr);
-        return XR_SUCCESS;
+    Plan plan;
+    {
+        std::lock_guard lock(state->mutex);
+        state->lookups.emplace_back(name);
+        plan = FakeRuntime::State::plan_call(state->script(kLookUp));
     }
+    if (const auto failure = FakeRuntime::State::carry_out(plan, kLookUp)) return *failure;
+    std::lock_guard lock(state->mutex);
     const auto found = state->scripts.find(name);
     if (found == state->scripts.end() || found->second.lacking) return XR_ERROR_FUNCTION_UNSUPPORTED;
     *function = found->second.entry;
     return XR_SUCCESS;
+}
+
+Plan FakeRuntime::State::plan_call(Script& script) {
+    const int number = ++script.calls;
+    Plan plan = {script.body.has_value() ? script.body : script.usual, script.result, script.throws, script.pass_gate};
+    if (const auto nth = script.results_by_call.find(number); nth != script.results_by_call.end()) {
+        plan.result = nth->second;
+    }
+    if (const auto nth = script.gates_by_call.find(number); nth != script.gates_by_call.end()) {
+        plan.pass_gate = nth->second;
+    }
+    plan.throws |= script.throws_by_call.contains(number);
+    return plan;
+}
+
+std::optional<XrResult> FakeRuntime::State::carry_out(const Plan& plan, const char* name) {
+    if (plan.pass_gate) plan.pass_gate();
+    if (plan.throws) throw std::runtime_error(std::string(name) + " throws");
+    return plan.result && XR_FAILED(*plan.result) ? plan.result : std::nullopt;
 }
 
 template <Function kFunction, typename Pfn, typename Usual>
@@ -120,17 +143,9 @@ XrResult FakeRuntime::State::perform(const char* name, Args... args) {
         CallText text(names);
         (text.add(args), ...);
         log.push_back(std::string(name) + "(" + text.text() + ")");
-        Script& said = script(name);
-        const int number = ++said.calls;
-        plan = {said.body.has_value() ? said.body : said.usual, said.result, said.throws, said.pass_gate};
-        if (const auto nth = said.results_by_call.find(number); nth != said.results_by_call.end()) {
-            plan.result = nth->second;
-        }
-        plan.throws |= said.throws_by_call.contains(number);
+        plan = plan_call(script(name));
     }
-    if (plan.pass_gate) plan.pass_gate();
-    if (plan.throws) throw std::runtime_error(std::string(name) + " throws");
-    if (plan.result && XR_FAILED(*plan.result)) return *plan.result;
+    if (const auto failure = carry_out(plan, name)) return *failure;
     const XrResult result = std::any_cast<const std::function<XrResult(Args...)>&>(plan.body)(args...);
     return plan.result && XR_SUCCEEDED(result) ? *plan.result : result;
 }
@@ -146,10 +161,13 @@ void FakeRuntime::State::add_usual_answers() {
     VELMOOR_FAKE_EXTRAS(ROW)
 #undef ROW
     for (const std::string& name : kSpatialEntityFunctions) scripts[name].lacking = true;
+    scripts[kLookUp].entry = reinterpret_cast<PFN_xrVoidFunction>(FakeGetInstanceProcAddr);
 
 #define USUALLY(Name, ...) add<Function::Name, PFN_xr##Name>("xr" #Name, __VA_ARGS__)
     USUALLY(CreateApiLayerInstance, [this](const XrInstanceCreateInfo*, const XrApiLayerCreateInfo*, XrInstance* out) {
         *out = make_handle<XrInstance>(0x1000, "instance");
+        std::lock_guard lock(mutex);
+        instance = *out;
         return XR_SUCCESS;
     });
     USUALLY(DestroyInstance, [this](XrInstance handle) { return destroy(handle); });

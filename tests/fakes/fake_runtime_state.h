@@ -41,6 +41,7 @@ struct Script {
     std::optional<XrResult> result;
     std::map<int, XrResult> results_by_call;  // by the number of the call
     std::map<int, bool> throws_by_call;
+    std::map<int, std::function<void()>> gates_by_call;
     bool throws = false;
     bool lacking = false;
     std::function<void()> pass_gate;
@@ -61,6 +62,11 @@ struct FakeRuntime::State {
     void add_usual_answers();
     template <Function kFunction, typename Pfn, typename Usual>
     void add(const char* name, Usual usual);
+
+    // Counts a call and settles what becomes of it. With the mutex held.
+    static Plan plan_call(Script& script);
+    // Waits or throws as planned; the failure that takes the place of the usual answer, if there is one.
+    static std::optional<XrResult> carry_out(const Plan& plan, const char* name);
 
     // Writes the call down and does what the script says.
     template <typename... Args>

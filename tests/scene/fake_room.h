@@ -45,27 +45,38 @@ class FakeRoom {
         calls_.clear();
     }
 
-    // The newest query's results are there.
+    // What xrPollEvent brings: the newest query's results are there, if one was asked ...
+    std::vector<XrEventDataBuffer> results_available() const {
+        if (pending_.empty()) return {};
+        return {Event<XrEventDataSpaceQueryResultsAvailableKS>(
+            {XR_TYPE_EVENT_DATA_SPACE_QUERY_RESULTS_AVAILABLE_KS, nullptr, pending_.rbegin()->first})};
+    }
+    // ... and every component that was asked for is set.
+    std::vector<XrEventDataBuffer> components_set(XrResult result = XR_SUCCESS) const {
+        std::vector<XrEventDataBuffer> events;
+        for (const XrAsyncRequestIdKS request : components_) {
+            events.push_back(
+                Event<XrEventDataSpaceSetStatusCompleteKS>({XR_TYPE_EVENT_DATA_SPACE_SET_STATUS_COMPLETE_KS,
+                                                            nullptr,
+                                                            request,
+                                                            result,
+                                                            XR_NULL_HANDLE,
+                                                            {},
+                                                            XR_SPACE_COMPONENT_TYPE_LOCATABLE_KS,
+                                                            XR_TRUE}));
+        }
+        return events;
+    }
+
     void deliver_results(SceneContext& scene) {
-        if (pending_.empty()) return;
-        deliver<XrEventDataSpaceQueryResultsAvailableKS>(
-            scene, {XR_TYPE_EVENT_DATA_SPACE_QUERY_RESULTS_AVAILABLE_KS, nullptr, pending_.rbegin()->first});
+        for (const XrEventDataBuffer& event : results_available()) scene.on_event(event);
     }
     void deliver_components(SceneContext& scene, XrResult result = XR_SUCCESS) {
-        for (const XrAsyncRequestIdKS request : components_) {
-            deliver<XrEventDataSpaceSetStatusCompleteKS>(scene, {XR_TYPE_EVENT_DATA_SPACE_SET_STATUS_COMPLETE_KS,
-                                                                 nullptr,
-                                                                 request,
-                                                                 result,
-                                                                 XR_NULL_HANDLE,
-                                                                 {},
-                                                                 XR_SPACE_COMPONENT_TYPE_LOCATABLE_KS,
-                                                                 XR_TRUE});
-        }
+        for (const XrEventDataBuffer& event : components_set(result)) scene.on_event(event);
     }
     void deliver_unknown_request(SceneContext& scene) {
-        deliver<XrEventDataSpaceQueryResultsAvailableKS>(
-            scene, {XR_TYPE_EVENT_DATA_SPACE_QUERY_RESULTS_AVAILABLE_KS, nullptr, 999});
+        scene.on_event(Event<XrEventDataSpaceQueryResultsAvailableKS>(
+            {XR_TYPE_EVENT_DATA_SPACE_QUERY_RESULTS_AVAILABLE_KS, nullptr, 999}));
     }
 
     const std::vector<std::string>& queries() const { return queries_; }
@@ -129,11 +140,11 @@ class FakeRoom {
         std::vector<std::size_t> contents;
     };
 
-    template <typename Event>
-    static void deliver(SceneContext& scene, const Event& event) {
+    template <typename Record>
+    static XrEventDataBuffer Event(const Record& record) {
         XrEventDataBuffer buffer{};
-        std::memcpy(&buffer, &event, sizeof event);
-        scene.on_event(buffer);
+        std::memcpy(&buffer, &record, sizeof record);
+        return buffer;
     }
 
     std::size_t add(Thing thing, bool found_at_once) {
