@@ -224,7 +224,8 @@ header_map lower_case_headers(const httplib::Request& from) {
         for (char& c : lower) {
             if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
         }
-        headers.emplace(std::move(lower), value);
+        const auto [header, is_first] = headers.emplace(std::move(lower), value);
+        if (!is_first) header->second += ", " + value;
     }
     return headers;
 }
@@ -265,6 +266,10 @@ class http_server::implementation {
         server.set_write_timeout(limits.write_timeout.count(), 0);
         server.set_payload_max_length(limits.body_bytes);
         server.set_header_writer(write_headers);
+        server.set_pre_routing_handler([this](const httplib::Request& from, httplib::Response& response) {
+            return answer_before_routing(from, response) ? httplib::Server::HandlerResponse::Handled
+                                                         : httplib::Server::HandlerResponse::Unhandled;
+        });
         server.set_error_handler([](const httplib::Request&, httplib::Response& response) {
             if (response.status != 413) return httplib::Server::HandlerResponse::Unhandled;
             response.body = R"({"error":"Payload too large"})";  // the library has emptied it
@@ -291,9 +296,25 @@ class http_server::implementation {
         }
     }
 
+    http_gate gate;
+    http_handler on_options;
     connection_server server;
 
  private:
+    bool answer_before_routing(const httplib::Request& from, httplib::Response& response) const {
+        if (gate) {
+            if (auto answer = gate(to_request(from))) {
+                fill_response(std::move(*answer), response);
+                return true;
+            }
+        }
+        // Not as a route of ".*": the library would match that by recursion, as deep as the path is long.
+        if (from.method != "OPTIONS" || !on_options) return false;
+        http_request request = to_request(from);
+        fill_response(on_options(request), response);
+        return true;
+    }
+
     const std::shared_ptr<body_budget> budget_;
 };
 
@@ -304,15 +325,12 @@ http_server::http_server(const http_limits& limits) {
 
 http_server::~http_server() = default;
 
+void http_server::set_gate(http_gate gate) {
+    implementation_->gate = std::move(gate);
+}
+
 void http_server::on_options(http_handler handler) {
-    // Not as a route of ".*": the library would match that by recursion, as deep as the path is long.
-    implementation_->server.set_pre_routing_handler(
-        [handler = std::move(handler)](const httplib::Request& from, httplib::Response& response) {
-            if (from.method != "OPTIONS") return httplib::Server::HandlerResponse::Unhandled;
-            http_request request = to_request(from);
-            fill_response(handler(request), response);
-            return httplib::Server::HandlerResponse::Handled;
-        });
+    implementation_->on_options = std::move(handler);
 }
 
 void http_server::on_post(const std::string& path, http_handler handler) {

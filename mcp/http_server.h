@@ -6,6 +6,7 @@
 #include <functional>
 #include <map>
 #include <memory>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -14,7 +15,7 @@
 
 namespace mcp {
 
-// Request headers under their lower-cased names.
+// Request headers under their lower-cased names. Several of one name are joined by ", ".
 using header_map = std::map<std::string, std::string>;
 
 struct http_header {
@@ -49,6 +50,9 @@ struct http_answer {
 
 using http_handler = std::function<http_answer(http_request& request)>;
 
+// What it answers goes out in place of all else; with nothing the request goes its way.
+using http_gate = std::function<std::optional<http_answer>(const http_request& request)>;
+
 struct http_limits {
     std::chrono::seconds write_timeout;
     std::size_t body_bytes;        // of one request; a larger one is refused with 413
@@ -64,7 +68,9 @@ class http_server {
     http_server(const http_server&) = delete;
     http_server& operator=(const http_server&) = delete;
 
-    // Routes, to be set before serve(). `on_options` is for every path.
+    // All to be set before serve(). The gate is asked of each request, whatever its path and method, before its body
+    // is read. `on_options` is for every path.
+    void set_gate(http_gate gate);
     void on_options(http_handler handler);
     void on_post(const std::string& path, http_handler handler);
     void on_get(const std::string& path, http_handler handler);

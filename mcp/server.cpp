@@ -7,6 +7,8 @@
 
 #include "diagnostics/mcp_logger.h"
 #include "mcp/http_server.h"
+#include "mcp/local_only.h"
+#include "mcp/port_sharing.h"
 #include "mcp/session_table.h"
 
 namespace mcp {
@@ -93,6 +95,7 @@ bool server::start(bool blocking) {
 }
 
 void server::add_routes() {
+    if (config_.local_only) http_.set_gate(&server::refuse_foreign);
     http_.on_options([](http_request&) {
         return http_answer{.status = 204, .content_type = "application/json", .headers = kPreflightHeaders};
     });
@@ -106,6 +109,18 @@ void server::add_routes() {
         log_access(request, "GET", answer);
         return answer;
     });
+}
+
+// On purpose without CORS headers: a page from elsewhere is not to read even that it was refused.
+std::optional<http_answer> server::refuse_foreign(const http_request& request) {
+    const char* const part = foreign_part(request.remote_address, request.headers());
+    if (!part) return std::nullopt;
+    log_warning("Refused ", request.remote_address, ":", request.remote_port, ": its ", part,
+                " is not this machine (ORVANICXR_LOCAL_ONLY=1)");
+    return http_answer{.status = 403,
+                       .content_type = "application/json",
+                       .headers = {},
+                       .body = R"({"error":"Only this machine is served"})"};
 }
 
 http_answer server::handle_sse(http_request& request) {
@@ -127,6 +142,7 @@ void server::run_listener() noexcept {
 
 bool server::listen() {
     const int port = http_.bind(config_.host, config_.port);
+    if (config_.port != 0) warn_of_shared_port(config_.port);
     if (port != 0) {
         set_listen_state(listen_state::listening, port);
         if (http_.serve()) return true;
@@ -135,6 +151,14 @@ bool server::listen() {
     sessions_->set_running(false);
     set_listen_state(listen_state::failed, 0);
     return false;
+}
+
+void server::warn_of_shared_port(int port) const {
+    const bool ipv6 = config_.host.find(':') != std::string::npos;
+    if (!is_served_by_another_process(ipv6, port)) return;
+    log_warning("Port ", port, ipv6 ? " (IPv6)" : " (IPv4)",
+                " is already served by another process, which clients may reach instead of this one: end it and start "
+                "this application again (\"ss -ltnp\" names it)");
 }
 
 void server::set_listen_state(listen_state state, int port) {

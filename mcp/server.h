@@ -92,7 +92,9 @@ class server {
     };
 
     void add_routes();
+    static std::optional<http_answer> refuse_foreign(const http_request& request);
     bool listen();
+    void warn_of_shared_port(int port) const;
     void set_listen_state(listen_state state, int port);
     void run_listener() noexcept;
     void run_maintenance() noexcept;

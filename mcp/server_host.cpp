@@ -1,6 +1,8 @@
 #include "mcp/server_host.h"
 
+#include <cstdlib>
 #include <exception>
+#include <string_view>
 #include <utility>
 
 #include "diagnostics/mcp_logger.h"
@@ -20,6 +22,17 @@ void TellTelemetry(const mcp::json& client_info, const mcp::header_map& headers)
     if (headers.contains("x-orvanicxr-proxy")) Telemetry::instance().set_proxy_used(true);
 }
 
+bool AskedForLocalOnly() {
+    const char* value = std::getenv("ORVANICXR_LOCAL_ONLY");
+    const std::string_view asked = value ? value : "";
+    if (asked == "1") {
+        mcp::log_info("ORVANICXR_LOCAL_ONLY is 1: serving this machine only");
+    } else if (!asked.empty() && asked != "0") {
+        mcp::log_warning("ORVANICXR_LOCAL_ONLY is set, but not to 1: serving everybody");
+    }
+    return asked == "1";
+}
+
 }  // namespace
 
 McpServerHost::McpServerHost(mcp::server_timings timings) : timings_(timings) {}
@@ -35,8 +48,9 @@ bool McpServerHost::start(int port) {
         mcp::log_warning("MCP server singleton already started");
         return true;
     }
-    StartLocked(ipv4_, port);
-    StartLocked(ipv6_, port);
+    const bool local_only = AskedForLocalOnly();
+    StartLocked(ipv4_, port, local_only);
+    StartLocked(ipv6_, port, local_only);
     if (!ipv4_.running && !ipv6_.running) {
         mcp::log_error("Failed to start any MCP server");
         return false;
@@ -45,11 +59,12 @@ bool McpServerHost::start(int port) {
     return true;
 }
 
-void McpServerHost::StartLocked(Listener& listener, int port) {
+void McpServerHost::StartLocked(Listener& listener, int port, bool local_only) {
     listener.config = std::make_unique<mcp::server_config>();
     listener.config->host = listener.host;
     listener.config->port = port;
     listener.config->write_timeout_seconds = kWriteTimeoutSeconds;
+    listener.config->local_only = local_only;
     listener.config->timings = timings_;
     listener.server = std::make_shared<mcp::server>(*listener.config);
     listener.server->set_server_info("OrvanicXR_MCP_Server", "1.0.0");

@@ -21,7 +21,7 @@ class McpServerHost {
 
     // Starts both servers. True if one of them counts as started, which means that its threads run: a port that
     // is taken shows later, in the log. Also true, with a warning, when they run already. With port 0 each
-    // server takes a free port of its own.
+    // server takes a free port of its own. Asks ORVANICXR_LOCAL_ONLY whether to serve this machine only.
     bool start(int port);
 
     // Stops and destroys both servers; waits for tool calls that still run.
@@ -48,7 +48,7 @@ class McpServerHost {
         bool running = false;
     };
 
-    void StartLocked(Listener& listener, int port);
+    void StartLocked(Listener& listener, int port, bool local_only);
     // Gives the stopped server, to be destroyed.
     static std::shared_ptr<mcp::server> StopLocked(Listener& listener);
 
