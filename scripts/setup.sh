@@ -89,7 +89,7 @@ build() {
   cmake --build "$directory" --parallel "$(nproc)" ${1:+--target "$@"} >&2 || fail "building $directory failed"
 }
 
-# The interop test's clients. Where they can't be had the test is skipped; CI insists where it has Node.js.
+# The clients from npm. Where they can't be had the tests with them are skipped; CI insists where it has Node.js.
 need_interop_clients() {
   local directory=tests/interop
   if ! command -v node >/dev/null && command -v apt-cache >/dev/null; then
@@ -98,12 +98,12 @@ need_interop_clients() {
     [ "${offered:-0}" -lt 20 ] || install_packages nodejs npm
   fi
   if ! command -v npm >/dev/null || [ "$(node -p 'parseInt(process.versions.node)')" -lt 20 ]; then
-    say "no Node.js 20 or newer: the interop test will be skipped"
+    say "no Node.js 20 or newer: the tests with clients from npm will be skipped"
     return
   fi
   [ "$directory/package-lock.json" -nt "$directory/node_modules/.package-lock.json" ] || return 0
   say "npm ci in $directory"
   (cd "$directory" && npm ci --ignore-scripts --no-audit --no-fund >/dev/null </dev/null) && return
   [ "${CI:-}" != true ] || fail "npm ci failed"
-  say "npm ci failed: the interop test will be skipped"
+  say "npm ci failed: the tests with clients from npm will be skipped"
 }

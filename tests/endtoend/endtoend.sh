@@ -2,6 +2,9 @@
 # The built layer under the real loader, on the simulator.
 #
 #   endtoend.sh CASE BUILD_DIRECTORY      CASE is the name of a function below
+#
+# Ends with 77, which stands for "skipped", where a program that is no part of the build is missing; with
+# CLIENTS_WANTED set, that is a failure.
 set -euo pipefail
 
 # In a network of its own where the system lets us: there the port is free, and no connection of an earlier test
@@ -12,6 +15,7 @@ if [ -z "${IN_OWN_NETWORK:-}" ] && "${own_network[@]}" ip link set lo up 2>/dev/
   IN_OWN_NETWORK=yes exec "${own_network[@]}" bash -c 'ip link set lo up; exec bash "$0" "$@"' "$0" "$@"
 fi
 
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 build=$2
 port=8720
 scratch=$(mktemp -d)
@@ -38,12 +42,20 @@ fail() {
   exit 1
 }
 
+need() {
+  if command -v "$1" >/dev/null; then return; fi
+  echo "skipped: there is no $1"
+  [ -n "${CLIENTS_WANTED:-}" ] || exit 77
+  exit 1
+}
+
 # start NAME PROGRAM [ARGUMENT...]: what it prints goes to NAME.txt; `pid` is its process. Its standard input is
 # descriptor 9, which the script holds.
 start() {
   local name=$1
   shift
   [ -p "$scratch/stdin" ] || { mkfifo "$scratch/stdin"; exec 9<>"$scratch/stdin"; }
+  : >"$scratch/$name.txt"  # now, not when the process comes to it: what an earlier one said is not to be found
   "$@" <"$scratch/stdin" >"$scratch/$name.txt" 2>&1 9>&- &
   pid=$!
   pids+=("$pid")
@@ -80,6 +92,15 @@ open_stream() {
     [[ $line != "data: /message?session_id="* ]] || return 0
   done
   fail "the stream does not name its address"
+}
+
+# warned_of_a_shared_port PID FAMILY...: that process warned of another one, once for each of the families.
+warned_of_a_shared_port() {
+  local log
+  log=$(echo "$state"/velmoor/logs/*_"$1"/api_layer.log)
+  shift
+  [ "$(sed -n "s/.*WARNING.*Port $port (\(.*\)) is already served by another process, .*/\1/p" "$log" | sort | xargs)" = "$*" ] ||
+    fail "it does not warn of another process on exactly: $*"
 }
 
 layer_log() { cat "$state"/velmoor/logs/*/api_layer.log; }
@@ -140,12 +161,34 @@ port_taken() {
   ended_well demo
   grep -q 'FOCUSED, [0-9.]* frames a second' "$scratch/demo.txt" || fail "the application did not run"
   [ "$(layer_log | grep -c 'Failed to start server on ')" = 2 ] || fail "the log does not tell of both"
+  warned_of_a_shared_port "$pid" IPv4 IPv6
 }
 
 port_taken_on_ipv6() {
   start holder "$build/bin/port_holder" "$port" ipv6
   wait_for_line holder ready
   demo_runs_and_answers
+  warned_of_a_shared_port "$pid" IPv6
+}
+
+# The second of two applications tells of it; the first, which was alone, has nothing to tell, nor has one that comes
+# when the other is gone and connections to it linger.
+two_applications() {
+  local first
+  start first "$build/bin/velmoor_demo"
+  first=$pid
+  wait_for_line first 'FOCUSED, [0-9.]* frames a second'
+  open_stream
+  start second "$build/bin/velmoor_demo" --seconds 2
+  ended_well second
+  warned_of_a_shared_port "$pid" IPv4 IPv6
+  warned_of_a_shared_port "$first"
+  pid=$first
+  kill -INT "$pid"
+  ended_well first
+  exec 4>&-
+  demo_runs_and_answers
+  warned_of_a_shared_port "$pid"
 }
 
 # odd_application KIND: a client is connected when it ends.
@@ -188,10 +231,53 @@ tools_in_c() {
   ended_well c_application
 }
 
+# as_told NAME SHELL...: feeds the lines that docs/clients.md marks with that name to a shell, with the demo running.
+as_told() {
+  local lines
+  lines=$(sed -n "/^<!-- tested: $1 -->\$/,/^\`\`\`\$/p" "$root/docs/clients.md" | sed '1,2d;$d')
+  [ -n "$lines" ] || fail "the document has no lines for $1"
+  start demo "$build/bin/velmoor_demo"
+  wait_for_line demo 'FOCUSED, [0-9.]* frames a second'
+  timeout 60 "${@:2}" <<<"$lines" >"$scratch/client.txt" 2>&1 || fail "the client ended with $?"
+  grep -q 'orientation_valid.*: true' "$scratch/client.txt" || fail "the client did not get the head's pose"
+  kill -INT "$pid"
+  ended_well demo
+}
+
+# Also with the server fenced: a client of this machine does not notice.
+curl_as_told() {
+  need curl
+  cd "$scratch"
+  for ORVANICXR_LOCAL_ONLY in 0 1; do
+    export ORVANICXR_LOCAL_ONLY
+    as_told curl bash
+    [ "$(grep -c '^Accepted$' client.txt)" = 3 ] || fail "not every post was accepted"
+  done
+  layer_log | grep -q 'ORVANICXR_LOCAL_ONLY is 1' || fail "the server was not fenced"
+}
+
+# Where the packages that the lines name are installed already.
+need_npm_clients() {
+  need npx
+  cd "$root/tests/interop"
+  PATH=$PWD/node_modules/.bin:$PATH need mcp-inspector-cli
+  export npm_config_offline=true
+}
+
+inspector_as_told() {
+  need_npm_clients
+  as_told inspector bash -e
+  grep -q '"name": "openxr_set_head_pose"' "$scratch/client.txt" || fail "the client did not list the tools"
+}
+
+javascript_as_told() {
+  need_npm_clients
+  as_told javascript node --input-type=module
+}
+
 # Another project finds the installed package, by CMake and by pkg-config.
 package() {
-  local prefix=$scratch/prefix source
-  source=$(dirname "${BASH_SOURCE[0]}")/../package
+  local prefix=$scratch/prefix source=$root/tests/package
   cmake --install "$build" --prefix "$prefix" >"$scratch/install.txt" 2>&1 || fail "cmake --install"
   cmake -S "$source" -B "$scratch/package" -DCMAKE_PREFIX_PATH="$prefix" -DOPENXR_INCLUDE_DIR="$OPENXR_INCLUDE_DIR" \
     -DCMAKE_EXE_LINKER_FLAGS="$SANITIZER" \

@@ -1,9 +1,12 @@
 // A server with a tool for each kind of content, for clients that others wrote: prints its port, and serves
 // until its standard input ends.
+//
+//   interop_server [--local-only]
 #include <unistd.h>
 
 #include <cstdio>
 #include <stdexcept>
+#include <string_view>
 
 #include "mcp/server.h"
 
@@ -38,8 +41,9 @@ void RegisterTools(mcp::server& server) {
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
     mcp::server_config config;
+    config.local_only = argc > 1 && argv[1] == std::string_view("--local-only");
     config.host = "0.0.0.0";
     config.port = 0;
     mcp::server server(config);

@@ -1,19 +1,28 @@
 #!/usr/bin/env bash
-# Runs the interop test; ends with 77, which stands for "skipped", where it can't be run.
+# Runs one of the interop tests; ends with 77, which stands for "skipped", where it can't be run.
 #
-#   run_interop.sh SERVER_PROGRAM
+#   run_interop.sh interop|browser SERVER_PROGRAM      with CLIENTS_WANTED set, that is a failure
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 
 skip() {
   echo "skipped: $1"
-  exit 77
+  [ -n "${CLIENTS_WANTED:-}" ] || exit 77
+  exit 1
 }
 
 command -v node >/dev/null || skip "Node.js is not there; 20 or newer is needed"
 [ "$(node -p 'parseInt(process.versions.node)')" -ge 20 ] || skip "Node.js is $(node --version); 20 or newer is needed"
-[ -d node_modules/@modelcontextprotocol ] || skip "the clients are not there; './run test' or 'npm ci' brings them"
+case $1 in
+  interop)
+    [ -d node_modules/@modelcontextprotocol ] || skip "the clients are not there; './run test' or 'npm ci' brings them"
+    ;;
+  browser)
+    CHROMIUM=$(command -v chromium || command -v chromium-browser) || skip "no Chromium; './run test clients' brings it"
+    export CHROMIUM
+    ;;
+esac
 
 # What a shell gives its programs on most machines: fewer descriptors than a busy client may want connections.
 ulimit -Sn 1024
-INTEROP_SERVER=$1 exec node --test interop.test.mjs
+INTEROP_SERVER=$2 exec node --test "$1.test.mjs"
