@@ -2,16 +2,17 @@
 // then hands each connection to one of them by chance.
 #pragma once
 
-#include <istream>
+#include <sys/types.h>
+
 #include <set>
-#include <string>
 
 namespace mcp {
 
-// The inodes of the sockets that listen on `port`, on whatever address, out of a table in the form of /proc/net/tcp.
-std::set<std::string> listening_inodes(std::istream& table, int port);
+// The inodes of the sockets that listen on `port`, on whatever address of IPv4 or of IPv6. Asks the system for these
+// alone, since its table of all connections (/proc/net/tcp) takes milliseconds to read; empty if it doesn't tell.
+std::set<ino_t> listening_inodes(bool ipv6, int port);
 
-// True if a socket of another process listens on `port`, over IPv4 or over IPv6. Also false where /proc doesn't tell.
+// True if a socket of another process is among them. Also false where that can't be known.
 // To be asked with the own socket bound: of two processes that start at the same time, one sees the other for sure.
 bool is_served_by_another_process(bool ipv6, int port) noexcept;
 

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace mcp {
@@ -11,39 +12,51 @@ namespace {
 using testing::ElementsAre;
 using testing::IsEmpty;
 
-// Port 8720 is 2210 in hexadecimal digits.
-TEST(PortSharing, FindsListenersOnAnyAddress) {
-    std::istringstream table(
-        "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode\n"
-        "   0: 00000000:2210 00000000:0000 0A 00000000:00000000 00:00000000 00000000  1000        0 11 1 0 100 0 0 10 "
-        "0\n"
-        "   1: 0100007F:2210 00000000:0000 0A 00000000:00000000 00:00000000 00000000     0        0 12 1 0 100 0 0 10 "
-        "0\n"
-        "   2: 00000000:2211 00000000:0000 0A 00000000:00000000 00:00000000 00000000     0        0 13 1 0 100 0 0 10 "
-        "0\n"
-        "   3: 0100007F:2210 0100007F:C350 01 00000000:00000000 00:00000000 00000000     0        0 14 1 0 20 4 30 10 "
-        "-1\n"
-        "   4: 0100007F:2210 0100007F:C351 06 00000000:00000000 03:00001752 00000000     0        0 0 3 0\n"
-        "   5: 0100007F:C350 0100007F:2210 01 00000000:00000000 00:00000000 00000000     0        0 15 1 0 20 4 30 10 "
-        "-1\n"
-        "   6: 00000000000000000000000000000000:2210 00000000000000000000000000000000:0000 0A 00000000:00000000 "
-        "00:00000000 00000000     0        0 16 1 0 100 0 0 10 0\n"
-        "   7: cut short\n");
-    EXPECT_THAT(listening_inodes(table, 8720), ElementsAre("11", "12", "16"));
-    std::istringstream nothing;
-    EXPECT_THAT(listening_inodes(nothing, 8720), IsEmpty());
+// A socket of IPv4, bound to a port of its own.
+class bound_socket {
+ public:
+    bound_socket() {
+        address_.sin_family = AF_INET;
+        socklen_t size = sizeof address_;
+        bind(fd_, reinterpret_cast<sockaddr*>(&address_), size);
+        getsockname(fd_, reinterpret_cast<sockaddr*>(&address_), &size);
+    }
+    ~bound_socket() { close(fd_); }
+    bound_socket(const bound_socket&) = delete;
+    bound_socket& operator=(const bound_socket&) = delete;
+
+    void listen() const { ::listen(fd_, 1); }
+    bool connect(const bound_socket& to) const {
+        return ::connect(fd_, reinterpret_cast<const sockaddr*>(&to.address_), sizeof to.address_) == 0;
+    }
+    int port() const { return ntohs(address_.sin_port); }
+    ino_t inode() const {
+        struct stat file {};
+        fstat(fd_, &file);
+        return file.st_ino;
+    }
+
+ private:
+    const int fd_ = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    sockaddr_in address_{};
+};
+
+TEST(PortSharing, FindsWhoListensAndNobodyElse) {
+    const bound_socket listener;
+    EXPECT_THAT(listening_inodes(false, listener.port()), IsEmpty());
+    listener.listen();
+    EXPECT_THAT(listening_inodes(false, listener.port()), ElementsAre(listener.inode()));
+    EXPECT_THAT(listening_inodes(true, listener.port()), IsEmpty());
+    const bound_socket client;
+    ASSERT_TRUE(client.connect(listener));
+    EXPECT_THAT(listening_inodes(false, client.port()), IsEmpty());
+    EXPECT_THAT(listening_inodes(false, listener.port()), ElementsAre(listener.inode()));
 }
 
 TEST(PortSharing, OwnSocketIsNotAnotherProcess) {
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    socklen_t size = sizeof address;
-    const int own = socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    ASSERT_EQ(bind(own, reinterpret_cast<sockaddr*>(&address), size), 0);
-    ASSERT_EQ(listen(own, 1), 0);
-    getsockname(own, reinterpret_cast<sockaddr*>(&address), &size);
-    EXPECT_FALSE(is_served_by_another_process(false, ntohs(address.sin_port)));
-    close(own);
+    const bound_socket listener;
+    listener.listen();
+    EXPECT_FALSE(is_served_by_another_process(false, listener.port()));
 }
 
 }  // namespace
