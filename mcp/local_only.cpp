@@ -15,7 +15,8 @@ constexpr std::size_t kPortDigits = 5;
 // Four decimal numbers, and no shorter or other way to write them; nor anything behind a zero byte.
 bool is_loopback_ipv4(const std::string& address) {
     in_addr parsed{};
-    return address.find('\0') == std::string::npos && inet_pton(AF_INET, address.c_str(), &parsed) == 1 && ntohl(parsed.s_addr) >> 24 == IN_LOOPBACKNET;
+    return address.find('\0') == std::string::npos && inet_pton(AF_INET, address.c_str(), &parsed) == 1 &&
+           ntohl(parsed.s_addr) >> 24 == IN_LOOPBACKNET;
 }
 
 bool is_loopback_ipv6(const std::string& address) {
