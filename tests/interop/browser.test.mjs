@@ -12,7 +12,7 @@ import { join } from 'node:path';
 import { createInterface } from 'node:readline';
 import { test } from 'node:test';
 
-const LIMIT = { timeout: 90_000 };
+const LIMIT = { timeout: 40_000 };
 // A host that the browser is told to look for on this machine, as a page can arrange for itself by its name server.
 const ELSEWHERE = 'elsewhere.example';
 
