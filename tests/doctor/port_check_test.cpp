@@ -1,0 +1,97 @@
+#include "doctor/port_check.h"
+
+#include <gmock/gmock.h>
+
+#include "doctor/mcp_greeting.h"
+
+namespace orvanic_xr {
+namespace {
+
+using testing::ElementsAre;
+
+const PortSide kFree;
+const PortSide kUnsupported{false, false, {}};
+const PortSide kStranger{true, true, {}};
+const PortSide kOwn{true, true, "OrvanicXR_MCP_Server 1.0.0"};
+
+TEST(Port, IsJudgedByWhoHasIt) {
+    const struct {
+        const char* name;
+        PortSituation situation;
+        Mark mark;
+        std::string text;
+        std::string advice;
+    } rows[] = {
+        {"free",
+         {8720, kFree, kFree, {}},
+         Mark::Ok,
+         "8720 is free on IPv4 and IPv6",
+         "once an application runs with the layer, connect a client to http://127.0.0.1:8720/sse"},
+        {"no IPv6",
+         {8720, kFree, kUnsupported, {}},
+         Mark::Ok,
+         "8720 is free on IPv4",
+         "once an application runs with the layer, connect a client to http://127.0.0.1:8720/sse"},
+        {"no network at all",
+         {8720, kUnsupported, kUnsupported, {}},
+         Mark::Bad,
+         "this machine has neither IPv4 nor IPv6",
+         "bring up the loopback interface"},
+        {"the layer",
+         {8720, kOwn, kOwn, {"app (pid 7)"}},
+         Mark::Ok,
+         "8720 is served by app (pid 7), which answers as OrvanicXR_MCP_Server 1.0.0",
+         "connect a client to http://127.0.0.1:8720/sse; end that application before you start another"},
+        {"two with the layer",
+         {8720, kOwn, kOwn, {"app (pid 7)", "app (pid 8)"}},
+         Mark::Warn,
+         "8720 is shared by app (pid 7), app (pid 8)",
+         "end all but one: a client's requests reach now this, now that"},
+        {"a stranger on IPv4",
+         {8720, kStranger, kFree, {"nc (pid 9)"}},
+         Mark::Warn,
+         "8720 is free on IPv6, but held elsewhere by nc (pid 9)",
+         "end that, or connect clients to http://[::1]:8720/sse"},
+        {"an unseen stranger on IPv6",
+         {8720, kFree, kStranger, {}},
+         Mark::Warn,
+         "8720 is free on IPv4, but held elsewhere by a process of another user",
+         "end that, or connect clients to http://127.0.0.1:8720/sse"},
+        {"a stranger on all there is",
+         {8720, kStranger, kUnsupported, {"nc (pid 9)"}},
+         Mark::Bad,
+         "8720 is held by nc (pid 9)",
+         "end that: the layer's port is fixed"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const Finding finding = JudgePort(row.situation);
+        EXPECT_EQ(finding.mark, row.mark);
+        EXPECT_EQ(finding.text, row.text);
+        EXPECT_EQ(finding.advice, row.advice);
+    }
+}
+
+TEST(Port, ListenersAreReadFromTheKernelsTable) {
+    constexpr char kTable[] =
+        "  sl  local_address rem_address   st tx_queue rx_queue tr tm->when retrnsmt   uid  timeout inode\n"
+        "   0: 00000000:2210 00000000:0000 0A 00000000:00000000 00:00000000 00000000  1000        0 4711 1 0 100 0 0\n"
+        "   1: 0100007F:2210 0100007F:9C40 01 00000000:00000000 00:00000000 00000000  1000        0 4712 1 0 20 4 30\n"
+        "   2: 0100007F:2211 00000000:0000 0A 00000000:00000000 00:00000000 00000000     0        0 4713 1 0 100 0 0\n"
+        "   3: 00000000000000000000000001000000:2210 00000000000000000000000000000000:0000 0A 00000000:00000000 "
+        "00:00000000 00000000  1000        0 4714 1 0 100 0 0\n"
+        "   4: torn\n";
+    EXPECT_THAT(ListeningInodes(kTable, 8720), ElementsAre("4711", "4714"));
+}
+
+TEST(Greeting, TakesWholeLinesOfData) {
+    constexpr char kStream[] =
+        "HTTP/1.1 200 OK\r\n\r\n2f\r\nevent: endpoint\r\ndata: /message?session_id=1\r\n\r\ndata: {\"id\":1}\ndata: "
+        "{\"id";
+    EXPECT_EQ(EventData(kStream, "/"), "/message?session_id=1");
+    EXPECT_EQ(EventData(kStream, "{"), "{\"id\":1}");
+    EXPECT_EQ(EventData("data: {\"id", "{"), std::nullopt);
+}
+
+}  // namespace
+}  // namespace orvanic_xr
