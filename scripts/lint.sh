@@ -65,6 +65,10 @@ check_scripts() {
     report "shellcheck objects"
 }
 
+check_manual() {
+  ! command -v mandoc >/dev/null || mandoc -Tlint -W warning docs/*.1 || report "mandoc objects"
+}
+
 # Each row: what it is, and how it looks. The brackets keep the rows from finding themselves.
 check_words() {
   local what pattern
@@ -81,6 +85,7 @@ ROWS
 check_format
 check_words
 check_scripts
+check_manual
 check_mistakes
 [ "$failures" = 0 ] || exit 1
 echo "lint: clean"
