@@ -3,19 +3,19 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
 #include <utility>
 #include <vector>
 
 #include "diagnostics/log_file_sink.h"
+#include "doctor/joined.h"
 #include "doctor/layer_check.h"
 #include "doctor/loader_probe.h"
 #include "doctor/manifest.h"
 #include "doctor/port_check.h"
 #include "doctor/search_paths.h"
 #include "doctor/wanted_extensions.h"
+#include "doctor/whole_file.h"
 #include "layer/mcp_server_lifecycle.h"
 
 namespace orvanic_xr {
@@ -57,9 +57,7 @@ Finding RuntimeFinding(const Environment& environment, const LoaderAnswer& loade
     const bool chosen = ValueOf(environment, "XR_RUNTIME_JSON").has_value();
     for (const std::string& path : paths) {
         if (!IsThere(path)) continue;
-        std::ifstream file(path, std::ios::binary);
-        const std::string text{std::istreambuf_iterator<char>(file), {}};
-        const RuntimeManifest manifest = ReadRuntimeManifest(path, text);
+        const RuntimeManifest manifest = ReadRuntimeManifest(path, WholeFile(path));
         const std::string which =
             (manifest.name.empty() ? "" : manifest.name + ", ") + path + (chosen ? " (by XR_RUNTIME_JSON)" : "");
         if (!manifest.problem.empty()) {
@@ -70,9 +68,7 @@ Finding RuntimeFinding(const Environment& environment, const LoaderAnswer& loade
         }
         return {Mark::Ok, "runtime", which, {}};
     }
-    std::string places;
-    for (const std::string& path : paths) places += (places.empty() ? "" : ", ") + path;
-    return {Mark::Bad, "runtime", "none is active; there is no " + places, AdviceForRuntime()};
+    return {Mark::Bad, "runtime", "none is active; there is no " + Joined(paths), AdviceForRuntime()};
 }
 
 std::string AdviceToInstall() {

@@ -50,7 +50,7 @@ std::string ReportText(const Findings& findings, bool coloured) {
     for (const Finding& finding : findings) {
         const MarkLook look = LookOf(finding.mark);
         std::string mark = Padded(look.name, kMarkWidth);
-        if (coloured) mark = look.colour + mark + "\x1b[0m";
+        if (coloured) mark.insert(0, look.colour).append("\x1b[0m");
         report += mark + Padded(finding.subject, kSubjectWidth) + Printable(finding.text) + "\n";
         if (!finding.advice.empty()) {
             report += std::string(kMarkWidth + kSubjectWidth, ' ') + "-> " + Printable(finding.advice) + "\n";

@@ -2,17 +2,24 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <iterator>
 #include <string_view>
+#include <utility>
+
+#include "doctor/joined.h"
+#include "doctor/whole_file.h"
 
 namespace orvanic_xr {
 namespace {
 
 constexpr char kEnableVariable[] = "XR_ENABLE_API_LAYERS";
 
+bool IsOurName(std::string_view name) {
+    return std::find(std::begin(kLayerNames), std::end(kLayerNames), name) != std::end(kLayerNames);
+}
+
 bool IsOurs(const LayerManifest& manifest) {
-    if (!manifest.name.empty()) return std::count(std::begin(kLayerNames), std::end(kLayerNames), manifest.name) > 0;
+    if (!manifest.name.empty()) return IsOurName(manifest.name);
     return manifest.path.find("KESTX_velmoor") != std::string::npos ||
            manifest.path.find("KESTX_orvanic") != std::string::npos;
 }
@@ -55,9 +62,7 @@ std::string Roots(const std::vector<std::string>& directories) {
         std::string root = directory.substr(0, directory.find("/openxr/1/api_layers"));
         if (std::find(roots.begin(), roots.end(), root) == roots.end()) roots.push_back(std::move(root));
     }
-    std::string text;
-    for (const std::string& root : roots) text += (text.empty() ? "" : ", ") + root;
-    return text;
+    return Joined(roots);
 }
 
 Finding ManifestFinding(const LayerManifest& manifest, const std::string& problem) {
@@ -66,19 +71,20 @@ Finding ManifestFinding(const LayerManifest& manifest, const std::string& proble
     return {Mark::Warn, "manifest", which + ": " + problem, "install the layer anew, or remove this manifest"};
 }
 
-// The loader takes the variable at its word: a name that it can't find fails the application's xrCreateInstance, even
-// where an implicit manifest has it.
+// The loader takes the variable at its word: a name that it can't find among the explicit layers fails the
+// application's xrCreateInstance. Of others' layers only the loader's list is known.
 Findings NamedInVain(const std::vector<LayerManifest>& usable, const LayerSituation& situation) {
-    const std::vector<std::string> names = SplitList(ValueOf(situation.environment, kEnableVariable).value_or(""));
     Findings findings;
-    for (const std::string name : kLayerNames) {
+    for (const std::string& name : SplitList(ValueOf(situation.environment, kEnableVariable).value_or(""))) {
+        const bool ours = IsOurName(name);
         const auto offers = [&](const LayerManifest& m) { return !m.implicit && m.name == name; };
-        if (std::count(names.begin(), names.end(), name) == 0) continue;
-        if (std::any_of(usable.begin(), usable.end(), offers)) continue;
-        findings.push_back({Mark::Bad, "layer",
-                            std::string(kEnableVariable) + " names " + name +
-                                ", which no explicit manifest offers: applications fail to start",
-                            situation.advice_to_install + ", or take the name out"});
+        const bool found = ours ? std::any_of(usable.begin(), usable.end(), offers)
+                                : !situation.listed || situation.listed->contains(name);
+        if (found) continue;
+        findings.push_back(
+            {Mark::Bad, "layer",
+             std::string(kEnableVariable) + " names " + name + ", which no manifest offers: applications fail to start",
+             (ours ? situation.advice_to_install : "install that layer") + ", or take the name out"});
     }
     return findings;
 }
@@ -112,9 +118,7 @@ std::vector<LayerManifest> FindLayerManifests(const std::vector<std::string>& di
         }
         std::sort(paths.begin(), paths.end());
         for (const std::filesystem::path& path : paths) {
-            std::ifstream file(path, std::ios::binary);
-            const std::string text{std::istreambuf_iterator<char>(file), {}};
-            LayerManifest manifest = ReadLayerManifest(path, implicit, text);
+            LayerManifest manifest = ReadLayerManifest(path, implicit, WholeFile(path));
             if (IsOurs(manifest)) found.push_back(std::move(manifest));
         }
     }
@@ -137,7 +141,7 @@ Findings JudgeLayer(const LayerSituation& situation,
     findings.insert(findings.end(), named_in_vain.begin(), named_in_vain.end());
     if (!usable.empty()) {
         findings.push_back(SwitchFinding(usable, situation));
-    } else if (named_in_vain.empty()) {
+    } else {
         const std::string text = situation.manifests.empty() ? "not found below " + Roots(situation.directories)
                                                              : "none of its manifests can be used";
         findings.push_back({Mark::Bad, "layer", text, situation.advice_to_install});

@@ -10,13 +10,12 @@
 #include <algorithm>
 #include <chrono>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 #include <string_view>
 #include <vector>
 
 #include "doctor/child.h"
+#include "doctor/whole_file.h"
 
 namespace orvanic_xr {
 namespace {
@@ -117,10 +116,8 @@ std::string VersionOf(const std::string& file) {
 LoaderTraits TraitsOf(const std::string& file) {
     LoaderTraits traits;
     if (file.starts_with("/usr/local/")) traits.system_directories = {"/usr/local/etc", "/etc"};
-    std::ifstream stream(file, std::ios::binary);
-    const std::string bytes{std::istreambuf_iterator<char>(stream), {}};
     // Old loaders don't have such names; no function of theirs tells.
-    if (bytes.find(std::string("active_runtime.") + kArchitecture) != std::string::npos) {
+    if (WholeFile(file).find(std::string("active_runtime.") + kArchitecture) != std::string::npos) {
         traits.architecture = kArchitecture;
     }
     return traits;

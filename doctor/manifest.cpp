@@ -20,9 +20,15 @@ std::string NeededText(const mcp::json& object, const char* key) {
     return text;
 }
 
+mcp::json Parsed(std::string_view text) try {
+    return mcp::parse_json(text);
+} catch (const mcp::json::parse_error& error) {
+    throw std::runtime_error("it is no JSON: it is wrong at byte " + std::to_string(error.byte));
+}
+
 // The object below `section`, of a manifest whose format the loader knows.
 mcp::json SectionOf(std::string_view text, const char* section) {
-    const mcp::json manifest = mcp::parse_json(text);
+    const mcp::json manifest = Parsed(text);
     if (!manifest.is_object()) throw std::runtime_error("it is no JSON object");
     if (TextOf(manifest, "file_format_version") != "1.0.0") {
         throw std::runtime_error("\"file_format_version\" is not \"1.0.0\"");
@@ -36,7 +42,9 @@ mcp::json SectionOf(std::string_view text, const char* section) {
 
 std::string LibraryPath(const std::string& manifest_path, const std::string& library) {
     if (library.find('/') == std::string::npos) return library;
-    return (std::filesystem::path(manifest_path).parent_path() / library).lexically_normal();
+    // Absolute, since a normal path may lose its last "/", and with it its meaning to the dynamic linker.
+    const std::filesystem::path manifest = std::filesystem::absolute(manifest_path);
+    return (manifest.parent_path() / library).lexically_normal();
 }
 
 }  // namespace

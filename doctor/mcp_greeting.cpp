@@ -39,10 +39,11 @@ class Connection {
         loopback6.sin6_family = AF_INET6;
         loopback6.sin6_port = htons(port);
         loopback6.sin6_addr = in6addr_loopback;
+        // It is under way, or has failed: what comes of it shows when something is sent.
         if (family == AF_INET6) {
-            connect(fd_, reinterpret_cast<const sockaddr*>(&loopback6), sizeof(loopback6));
+            (void)connect(fd_, reinterpret_cast<const sockaddr*>(&loopback6), sizeof(loopback6));
         } else {
-            connect(fd_, reinterpret_cast<const sockaddr*>(&loopback4), sizeof(loopback4));
+            (void)connect(fd_, reinterpret_cast<const sockaddr*>(&loopback4), sizeof(loopback4));
         }
     }
     ~Connection() {

@@ -7,22 +7,17 @@
 #include <cerrno>
 #include <charconv>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 
+#include "doctor/joined.h"
 #include "doctor/mcp_greeting.h"
+#include "doctor/whole_file.h"
 
 namespace orvanic_xr {
 namespace {
 
 // The name that the layer's own server gives.
 constexpr std::string_view kOwnServer = "OrvanicXR_MCP_Server";
-
-std::string WholeFile(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
 
 // The error of binding the port at any address of the family, or 0. Remains of closed connections are no hindrance.
 int BindError(int family, std::uint16_t port) {
@@ -75,15 +70,9 @@ std::set<std::string> ProcessesWith(const std::set<std::string>& inodes) {
         if (pid.find_first_not_of("0123456789") != std::string::npos || !HoldsOneOf(entry.path(), inodes)) continue;
         std::string name = WholeFile(entry.path() / "comm");
         if (!name.empty() && name.back() == '\n') name.pop_back();
-        processes.insert(name + " (pid " + pid + ")");
+        processes.insert(name.append(" (pid ").append(pid).append(")"));
     }
     return processes;
-}
-
-std::string Joined(const std::set<std::string>& parts) {
-    std::string text;
-    for (const std::string& part : parts) text += (text.empty() ? "" : ", ") + part;
-    return text;
 }
 
 bool IsOwn(const PortSide& side) {

@@ -1,7 +1,8 @@
 #include "doctor/wanted_extensions.h"
 
-#include <string_view>
 #include <vector>
+
+#include "doctor/joined.h"
 
 namespace orvanic_xr {
 namespace {
@@ -27,12 +28,6 @@ const std::vector<WantedExtensions>& WantedRows() {
          "openxr_list_spatial_entities finds nothing"},
     };
     return rows;
-}
-
-std::string Joined(const std::vector<std::string>& parts) {
-    std::string text;
-    for (const std::string& part : parts) text += (text.empty() ? "" : ", ") + part;
-    return text;
 }
 
 std::vector<std::string> NotOffered(const std::vector<std::string>& names, const std::set<std::string>& offered) {

@@ -87,9 +87,9 @@ std::string Lines(const Findings& findings) {
 
 TEST(Layer, IsJudgedByWhatSwitchesIt) {
     const Environment named = {{"XR_ENABLE_API_LAYERS", "XR_A:XR_APILAYER_KESTX_velmoor"}};
-    const std::set<std::string> listed = {kVelmoor};
+    const std::set<std::string> listed = {kVelmoor, "XR_A"};
     const std::string in_vain =
-        "bad XR_ENABLE_API_LAYERS names XR_APILAYER_KESTX_velmoor, which no explicit manifest offers: applications "
+        "bad XR_ENABLE_API_LAYERS names XR_APILAYER_KESTX_velmoor, which no manifest offers: applications "
         "fail to start -> install, or take the name out\n";
     const struct {
         const char* name;
@@ -111,10 +111,17 @@ TEST(Layer, IsJudgedByWhatSwitchesIt) {
         {"named, but the loader has its doubts",
          {Explicit()},
          named,
-         {},
+         {"XR_A"},
          "bad switched on, but the loader does not list XR_APILAYER_KESTX_velmoor -> start the application with "
          "XR_LOADER_DEBUG=all, which tells why\n"},
-        {"named in vain", {}, named, {}, in_vain},
+        {"named in vain", {}, named, {"XR_A"}, in_vain + "bad not found below /a, /b -> install\n"},
+        {"another layer is named in vain",
+         {Explicit()},
+         named,
+         {kVelmoor},
+         "bad XR_ENABLE_API_LAYERS names XR_A, which no manifest offers: applications fail to start -> install that "
+         "layer, or take the name out\n"
+         "ok on by XR_ENABLE_API_LAYERS -> unset XR_ENABLE_API_LAYERS takes it off\n"},
         {"named in vain, with an implicit one on",
          {Implicit("")},
          named,

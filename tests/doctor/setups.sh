@@ -87,7 +87,7 @@ row "the runtime is gone" 1 '^bad +runtime +Gone, .*does not load: XR_ERROR' "$b
 row "no layer" 1 "^bad +layer +not found below $scratch/none, /etc, $scratch/home" "$simulator"
 row "no layer, but named" 1 '^bad +layer .*applications fail to start' "$simulator" "$named"
 row "not switched on" 1 "-> export XR_ENABLE_API_LAYERS=$layer" "$simulator" "$built"
-row "a torn manifest" 1 '^warn +manifest .*parse_error' "$simulator" "$named" XR_API_LAYER_PATH="$scratch/broken"
+row "a torn manifest" 1 '^warn +manifest .*no JSON: it is wrong at byte 3' "$simulator" "$named" XR_API_LAYER_PATH="$scratch/broken"
 row "no library" 1 '^warn +manifest .*gone.so: cannot open' "$simulator" "$named" XR_API_LAYER_PATH="$scratch/gone"
 row "another library" 1 '^warn +manifest .*is no OpenXR layer' "$simulator" "$named" XR_API_LAYER_PATH="$scratch/other"
 row "one good, one broken" 0 '^warn +manifest' "$simulator" "$named" XR_API_LAYER_PATH="$scratch/broken:$build/layers"
