@@ -72,11 +72,9 @@ Finding RuntimeFinding(const Environment& environment, const LoaderAnswer& loade
 }
 
 std::string AdviceToInstall() {
-    if (const auto layers = Beside({"../layers"})) return "export XR_API_LAYER_PATH=" + layers->string();
-    if (Beside({"../share/openxr/1/api_layers/explicit.d/XrApiLayer_KESTX_velmoor.json"})) {
-        return "export XDG_DATA_DIRS=" + Beside({"../share"})->string() + ":/usr/local/share:/usr/share";
-    }
-    return "install it, or name its manifest's directory in XR_API_LAYER_PATH";
+    const auto manifests = Beside({"../layers", "../share/openxr/1/api_layers/explicit.d"});
+    return manifests ? "export XR_API_LAYER_PATH=" + manifests->string()
+                     : "install it, or name its manifest's directory in XR_API_LAYER_PATH";
 }
 
 Findings LayerFindings(const Environment& environment, const LoaderAnswer& loader) {

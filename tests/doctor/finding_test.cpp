@@ -9,6 +9,7 @@
 #include "context/context_manager.h"
 #include "doctor/child.h"
 #include "doctor/wanted_extensions.h"
+#include "layer/instance_extensions.h"
 #include "tests/fakes/renew.h"
 #include "tools/builtin_tools.h"
 #include "tools/tool_registry.h"
@@ -59,6 +60,12 @@ TEST(Extensions, OfAPlainRuntimeLimitTheTools) {
               "XR_KS_spatial_entity_query, XR_KS_spatial_entity_container not offered: openxr_list_spatial_entities "
               "finds nothing\n");
     EXPECT_TRUE(AgentCouldWork(findings));
+}
+
+TEST(Extensions, AllThatTheLayerAsksForAreMissed) {
+    std::string texts;
+    for (const Finding& finding : JudgeExtensions({})) texts += finding.text + "\n";
+    for (const char* wanted : kWantedExtensions) EXPECT_THAT(texts, testing::HasSubstr(wanted));
 }
 
 class ToolNames : public IToolRegistry {

@@ -100,26 +100,26 @@ implicit_always() {
 # scratch_dpkg OPTION...: a root directory of its own, with this machine's list of installed packages, so that
 # dependencies are checked. The package's scripts run, but find an ldconfig that only says that it was called.
 scratch_dpkg() {
-  PATH=$scratch/bin:$PATH dpkg --root="$scratch/root" --force-script-chrootless "$@" 2>&1 |
+  PATH=$scratch/bin:$PATH dpkg --root="$scratch/target" --force-script-chrootless "$@" 2>&1 |
     sed '/files list file for package .* missing/d' >"$scratch/dpkg.txt" || flunk "dpkg $*"
 }
 
 deb() {
-  local tool prefix=$scratch/root/usr file
+  local tool prefix=$scratch/target/usr file
   for tool in cpack dpkg dpkg-shlibdeps; do
     command -v "$tool" >/dev/null || { echo "skipped: there is no $tool"; exit 77; }
   done
   [ "$(id -u)" = 0 ] || { echo "skipped: dpkg installs as root only"; exit 77; }
   ! dpkg-query --show velmoor >/dev/null 2>&1 || { echo "skipped: this machine has the package"; exit 77; }
   (package_deb "$build" "$scratch/package") >"$scratch/pack.txt" 2>&1 || flunk "packing"
-  mkdir -p "$scratch/bin" "$scratch/root/var/lib/dpkg/info" "$scratch/root/var/lib/dpkg/updates"
-  cp /var/lib/dpkg/status "$scratch/root/var/lib/dpkg/"
+  mkdir -p "$scratch/bin" "$scratch/target/var/lib/dpkg/info" "$scratch/target/var/lib/dpkg/updates"
+  cp /var/lib/dpkg/status "$scratch/target/var/lib/dpkg/"
   printf '#!/bin/sh\ntouch "%s/ldconfig-was-called"\n' "$scratch" >"$scratch/bin/ldconfig"
   chmod +x "$scratch/bin/ldconfig"
 
   scratch_dpkg --install "$scratch"/package/velmoor_*.deb
   [ -f "$scratch/ldconfig-was-called" ] || flunk "the dynamic linker does not learn of the libraries"
-  dpkg --root="$scratch/root" --status velmoor 2>&1 | grep -q '^Depends:.*libopenxr-loader1' ||
+  dpkg --root="$scratch/target" --status velmoor 2>&1 | grep -q '^Depends:.*libopenxr-loader1' ||
     flunk "no dependency on the loader"
   for file in include/velmoor/external_tool.h lib/cmake/velmoor/velmoor-config.cmake lib/pkgconfig/velmoor.pc \
     share/man/man1/velmoor-doctor.1 share/doc/velmoor/copyright \
@@ -129,7 +129,7 @@ deb() {
   runs_with_layer "$prefix" "$named" XDG_DATA_DIRS="$prefix/share"
   doctor_says 0 "$prefix" "$named" XDG_DATA_DIRS="$prefix/share"
   scratch_dpkg --purge velmoor
-  no_files_below "$scratch/root" var
+  no_files_below "$scratch/target" var
 }
 
 "$1"
