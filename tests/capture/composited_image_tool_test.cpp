@@ -19,20 +19,6 @@ constexpr char kPending[] =
     "approve it, then call openxr_capture_composited_image again. This is not an error; retry once the user has "
     "granted permission.";
 
-std::vector<std::uint8_t> Base64Decoded(const std::string& text) {
-    const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-    std::vector<std::uint8_t> bytes;
-    std::uint32_t bits = 0;
-    int count = 0;
-    for (const char character : text) {
-        if (character == '=') break;
-        bits = bits << 6 | static_cast<std::uint32_t>(alphabet.find(character));
-        count += 6;
-        if (count >= 8) bytes.push_back(static_cast<std::uint8_t>(bits >> (count -= 8)));
-    }
-    return bytes;
-}
-
 class CompositedImageTool : public CaptureTest {
  protected:
     CompositedImageTool() {

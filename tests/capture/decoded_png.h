@@ -1,13 +1,28 @@
-// A PNG file as a decoder of other people's making reads it.
+// Base64 decoded by the book, and a PNG file as a decoder of other people's making reads it.
 #pragma once
 
 #include <gtest/gtest.h>
 #include <png.h>
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 namespace orvanic_xr {
+
+inline std::vector<std::uint8_t> Base64Decoded(const std::string& text) {
+    const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::vector<std::uint8_t> bytes;
+    std::uint32_t bits = 0;
+    int count = 0;
+    for (const char character : text) {
+        if (character == '=') break;
+        bits = bits << 6 | static_cast<std::uint32_t>(alphabet.find(character));
+        count += 6;
+        if (count >= 8) bytes.push_back(static_cast<std::uint8_t>(bits >> (count -= 8)));
+    }
+    return bytes;
+}
 
 struct DecodedPng {
     explicit DecodedPng(const std::vector<std::uint8_t>& file) {
