@@ -1,11 +1,13 @@
 // What openxr_capture_composited_image costs from the POST to the last byte of its answer on the stream, and which part
 // of it goes where. The runtime below draws the simulator's room anew for each call.
 #include <algorithm>
-#include <array>
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <exception>
+#include <functional>
+#include <span>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -25,7 +27,7 @@
 namespace orvanic_xr {
 namespace {
 
-constexpr int kCalls = 9;
+constexpr int kRounds = 9;
 constexpr char kBody[] = R"({"jsonrpc":"2.0","id":1,"method":"tools/call","params":)"
                          R"({"name":"openxr_capture_composited_image","arguments":{}}})";
 
@@ -34,16 +36,32 @@ struct Size {
 };
 constexpr Size kSizes[] = {{1024, 1024}, {1832, 1920}};
 
-// Of the fastest call, which other work on the machine disturbs least.
-template <typename Work>
-double FastestMs(const Work& work) {
-    std::array<double, kCalls> times;
-    for (double& time : times) {
-        const auto start = std::chrono::steady_clock::now();
-        work();
-        time = std::chrono::duration<double, std::milli>(std::chrono::steady_clock::now() - start).count();
+struct Part {
+    const char* name;
+    std::function<void()> work;
+    double fastest_ms = 1e9;  // which other work on the machine disturbs least
+};
+
+// In turns, so that what disturbs one disturbs all.
+void Time(std::span<Part> parts) {
+    for (int round = 0; round < kRounds; ++round) {
+        for (Part& part : parts) {
+            const auto start = std::chrono::steady_clock::now();
+            part.work();
+            const std::chrono::duration<double, std::milli> taken = std::chrono::steady_clock::now() - start;
+            part.fastest_ms = std::min(part.fastest_ms, taken.count());
+        }
     }
-    return *std::min_element(times.begin(), times.end());
+}
+
+void Print(Size size, std::span<const Part> parts, std::size_t bytes) {
+    double left_ms = parts[0].fastest_ms;
+    std::printf("%ux%u, %zu bytes of text: %s %.1f ms", size.width, size.height, bytes, parts[0].name, left_ms);
+    for (const Part& part : parts.subspan(1)) {
+        std::printf(", %s %.2f", part.name, part.fastest_ms);
+        left_ms -= part.fastest_ms;
+    }
+    std::printf(", all else %.2f\n", left_ms);
 }
 
 void StartSession(FakeRuntime& runtime) {
@@ -67,28 +85,28 @@ void Measure(Size size, FakeRuntime& runtime, mcp::sse_client& client) {
         if (info->pixels) simulator::DrawPicture(world, room, 0, size.width, size.height, info->pixels);
         return XR_SUCCESS;
     });
-    const double whole = FastestMs([&] {
+    std::vector<std::uint8_t> pixels;
+    std::vector<std::uint8_t> png;
+    json image;
+    std::string text;
+    const auto call = [&] {
         client.post(kBody);
         client.stream().read_bytes(std::stoul(client.stream().read_until("\r\n"), nullptr, 16) + 2);
-    });
-
-    std::vector<std::uint8_t> pixels;
-    const double drawing = FastestMs([&] {
+    };
+    const auto capture = [&] {
         std::uint32_t width, height;
         pixels = {};
         ScreenCaptureManager::instance().backend()->capture(pixels, width, height, "left");
-    });
-    std::vector<std::uint8_t> png;
-    const double compressing = FastestMs([&] { png = encode_png(pixels, size.width, size.height).value(); });
-    json image;
-    const double encoding = FastestMs([&] { image["data"] = encode_base64(png.data(), png.size()); });
-    std::size_t length = 0;
-    const double dumping = FastestMs([&] { length = mcp::dump_json(image).size(); });
-    std::printf(
-        "%ux%u: %.1f ms from POST to answer: %.1f the runtime's picture, %.1f PNG, %.2f base64, %.2f JSON text, "
-        "%.2f all else; %zu bytes\n",
-        size.width, size.height, whole, drawing, compressing, encoding, dumping,
-        whole - drawing - compressing - encoding - dumping, length);
+    };
+    Part parts[] = {
+        {"from POST to answer", call},
+        {"the runtime's picture", capture},
+        {"PNG", [&] { png = encode_png(pixels, size.width, size.height).value(); }},
+        {"base64", [&] { image["data"] = encode_base64(png.data(), png.size()); }},
+        {"JSON text", [&] { text = mcp::dump_json(image); }},
+    };
+    Time(parts);
+    Print(size, parts, text.size());
 }
 
 void Run() {
