@@ -18,6 +18,13 @@ elseif(VELMOOR_SANITIZE STREQUAL "thread")
 elseif(VELMOOR_SANITIZE)
   message(FATAL_ERROR "VELMOOR_SANITIZE is '${VELMOOR_SANITIZE}'; it takes 'address', 'thread' or nothing")
 endif()
+# So is the counting of branches by which a fuzzer finds its way: everything below a fuzz target guides it.
+if(VELMOOR_BUILD_FUZZERS)
+  if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
+    message(FATAL_ERROR "The fuzz targets need libFuzzer: configure with -DCMAKE_CXX_COMPILER=clang++")
+  endif()
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()
 
 # velmoor_library(NAME SOURCES ... [DEPENDS ...]): a static library that can go into the layer. What it
 # DEPENDS on is also visible to whoever links it.
