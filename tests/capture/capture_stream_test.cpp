@@ -19,7 +19,7 @@ constexpr std::uint32_t kWidth = 1024;
 constexpr std::uint32_t kHeight = 1024;
 
 // Encoding the picture takes some seconds under a sanitizer.
-constexpr std::chrono::seconds kPatience{60};
+constexpr std::chrono::seconds kPatience{120};
 
 // Pixels that no compression makes smaller.
 std::vector<std::uint8_t> Noise(std::size_t size) {
@@ -33,7 +33,7 @@ std::unique_ptr<mcp::server> StartServer() {
     mcp::server_config config;
     config.host = "127.0.0.1";
     config.port = 0;
-    config.write_timeout_seconds = 120;
+    config.write_timeout_seconds = 240;
     config.threadpool_size = 2;
     config.timings.endpoint_delay = config.timings.stop_pause = std::chrono::milliseconds(5);
     config.timings.heartbeat_pause = std::chrono::hours(1);  // nothing but answers on the streams
