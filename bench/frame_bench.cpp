@@ -5,7 +5,6 @@
 #include <benchmark/benchmark.h>
 
 #include <algorithm>
-#include <array>
 #include <atomic>
 #include <chrono>
 #include <cstddef>
@@ -33,6 +32,7 @@ using Clock = std::chrono::steady_clock;
 const XrSession kSession = HandleFromValue<XrSession>(0x1000);
 constexpr XrDuration kPeriod = 13'888'889;
 constexpr std::size_t kSampledFrames = 200'000;
+constexpr std::size_t kUsualLayers = 2;
 
 XrResult XRAPI_CALL AnswerCreateSession(XrInstance, const XrSessionCreateInfo*, XrSession* session) {
     *session = kSession;
@@ -64,12 +64,12 @@ struct FrameFunctions {
 constexpr FrameFunctions kStraight = {AnswerWaitFrame, AnswerBeginFrame, AnswerEndFrame};
 constexpr FrameFunctions kThroughTheLayer = {OrvanicLayerXrWaitFrame, OrvanicLayerXrBeginFrame, OrvanicLayerXrEndFrame};
 
-// An application in the middle of a session, which submits two layers a frame.
+// An application in the middle of a session, which submits `layer_count` layers a frame.
 class Application {
  public:
-    explicit Application(const FrameFunctions& functions) : functions_(functions) {
+    Application(const FrameFunctions& functions, std::size_t layer_count) : functions_(functions) {
         projection_.type = XR_TYPE_COMPOSITION_LAYER_PROJECTION;
-        quad_.type = XR_TYPE_COMPOSITION_LAYER_QUAD;
+        layers_.assign(layer_count, reinterpret_cast<const XrCompositionLayerBaseHeader*>(&projection_));
         end_info_.layerCount = static_cast<std::uint32_t>(layers_.size());
         end_info_.layers = layers_.data();
     }
@@ -89,10 +89,7 @@ class Application {
     XrFrameEndInfo end_info_{};
     XrFrameState frame_state_{};
     XrCompositionLayerProjection projection_{};
-    XrCompositionLayerQuad quad_{};
-    std::array<const XrCompositionLayerBaseHeader*, 2> layers_ = {
-        reinterpret_cast<const XrCompositionLayerBaseHeader*>(&projection_),
-        reinterpret_cast<const XrCompositionLayerBaseHeader*>(&quad_)};
+    std::vector<const XrCompositionLayerBaseHeader*> layers_;
 };
 
 double ThreadCpuNanoseconds() {
@@ -118,7 +115,7 @@ struct FrameCost {
 };
 
 FrameCost StraightFrameCost() {
-    Application application(kStraight);
+    Application application(kStraight, kUsualLayers);
     constexpr int kFrames = 5'000'000;
     const StopWatch watch;
     for (int i = 0; i < kFrames; ++i) application.RunFrame();
@@ -137,9 +134,9 @@ void SampleSingleFrames(benchmark::State& state, Application& application) {
     state.counters["p99_ns"] = static_cast<double>(frames[kSampledFrames * 99 / 100]);
 }
 
-void MeasureFrames(benchmark::State& state, const FrameFunctions& functions) {
+void MeasureFrames(benchmark::State& state, const FrameFunctions& functions, std::size_t layer_count = kUsualLayers) {
     static const FrameCost straight = StraightFrameCost();
-    Application application(functions);
+    Application application(functions, layer_count);
     for (int i = 0; i < 100; ++i) application.RunFrame();
     const std::size_t allocations_before = AllocationsOfThisThread();
     const StopWatch watch;
@@ -194,9 +191,15 @@ void BM_FrameThroughTheLayerWhileToolsRead(benchmark::State& state) {
         benchmark::Counter(static_cast<double>(tools.rounds()), benchmark::Counter::kIsRate);
 }
 
+// The argument is the number of layers that a frame submits.
+void BM_FrameOfLayers(benchmark::State& state) {
+    MeasureFrames(state, kThroughTheLayer, static_cast<std::size_t>(state.range(0)));
+}
+
 BENCHMARK(BM_FrameStraight);
 BENCHMARK(BM_FrameThroughTheLayer)->UseRealTime();
 BENCHMARK(BM_FrameThroughTheLayerWhileToolsRead)->UseRealTime();
+BENCHMARK(BM_FrameOfLayers)->Arg(0)->Arg(1)->Arg(2)->Arg(4)->Arg(8)->Arg(16);
 
 }  // namespace
 

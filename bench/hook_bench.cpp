@@ -162,6 +162,24 @@ void SyncActions(benchmark::State& state) {
     Measure(state, false, [&](const Game& game) { benchmark::DoNotOptimize(kSync(game.session, &info)); });
 }
 
+// The argument is the number of the application's action spaces; each call locates another of them.
+void LocateOneOfManySpaces(benchmark::State& state) {
+    const XrAction action = Game::instance().pose_action;
+    std::vector<XrSpace> spaces(static_cast<std::size_t>(state.range(0)));
+    for (XrSpace& space : spaces) {
+        MakeHandle(&space);
+        ActionMaps::instance().AddSpace(space, {action, kRightHand});
+    }
+    constexpr std::size_t kStride = 7919;  // a prime: neighbours in memory are not asked for in turn
+    std::size_t place = 0;
+    XrSpaceLocation location = {XR_TYPE_SPACE_LOCATION, nullptr, 0, {}};
+    Measure(state, true, [&](const Game& game) {
+        place = (place + kStride) % spaces.size();
+        benchmark::DoNotOptimize(OrvanicLayerXrLocateSpace(spaces[place], game.other_space, 7, &location));
+    });
+    for (const XrSpace space : spaces) ActionMaps::instance().ForgetSpace(space);
+}
+
 // The argument is the number of animations that run; they outlast the benchmark.
 void Tick(benchmark::State& state) {
     PoseAnimationManager manager;
@@ -204,7 +222,10 @@ void RegisterRows() {
         auto* const sync = benchmark::RegisterBenchmark(row.name.c_str(), row.function);
         sync->Arg(1)->Arg(4)->Threads(1)->Threads(4)->UseRealTime();
     }
-    benchmark::RegisterBenchmark("pose animation tick/animations", Tick)->Arg(0)->Arg(4);
+    benchmark::RegisterBenchmark("pose animation tick/animations", Tick)->Arg(0)->Arg(1)->Arg(4)->Arg(16)->Arg(64);
+    benchmark::RegisterBenchmark("xrLocateSpace/layer, spaces", LocateOneOfManySpaces)
+        ->RangeMultiplier(10)
+        ->Range(1, 10'000);
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 // What the layer adds to an application's start and end, and to its memory: instances on the simulator through the
 // real loader, first without the layer and then with it, in one process.
+#include <benchmark/benchmark.h>
 #include <openxr/openxr.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iostream>
 #include <vector>
 
 namespace {
@@ -62,26 +64,42 @@ Cost Measure() {
     return {Median(create), Median(destroy), Median(resident)};
 }
 
-void Print(const char* name, const Cost& cost) {
-    std::fprintf(stderr, "%-14s  xrCreateInstance %7.2f ms  xrDestroyInstance %7.2f ms  resident %6.1f MB\n", name,
-                 cost.create_ms, cost.destroy_ms, cost.resident_mb);
+Cost cost_without;
+
+void Tell(benchmark::State& state, const Cost& cost) {
+    state.counters["create_ms"] = cost.create_ms;
+    state.counters["destroy_ms"] = cost.destroy_ms;
+    state.counters["resident_mb"] = cost.resident_mb;
 }
+
+void BM_InstanceWithout(benchmark::State& state) {
+    for ([[maybe_unused]] auto _ : state) Tell(state, cost_without = Measure());
+}
+
+void BM_InstanceAddedByTheLayer(benchmark::State& state) {
+    setenv("XR_ENABLE_API_LAYERS", "XR_APILAYER_KESTX_velmoor", 1);
+    for ([[maybe_unused]] auto _ : state) {
+        const Cost with = Measure();
+        Tell(state, {with.create_ms - cost_without.create_ms, with.destroy_ms - cost_without.destroy_ms,
+                     with.resident_mb - cost_without.resident_mb});
+    }
+}
+
+BENCHMARK(BM_InstanceWithout)->Iterations(1)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_InstanceAddedByTheLayer)->Iterations(1)->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
-int main() {
+int main(int argc, char** argv) {
     setenv("XR_RUNTIME_JSON", VELMOOR_BUILD "/lib/velmoor_simulator.json", 1);
     setenv("XR_API_LAYER_PATH", VELMOOR_BUILD "/layers", 1);
     setenv("XDG_STATE_HOME", VELMOOR_BUILD "/demo", 1);
     unsetenv("XR_ENABLE_API_LAYERS");
-    const Cost without = Measure();
-    setenv("XR_ENABLE_API_LAYERS", "XR_APILAYER_KESTX_velmoor", 1);
-    // The layer's lines are not the point here, but they are written as ever.
+    benchmark::Initialize(&argc, argv);
+    // The layer's lines are not the point here, but they are written as ever; the figures go beside them.
     if (!std::freopen("/dev/null", "w", stdout)) return 1;
-    const Cost with = Measure();
-    Print("without", without);
-    Print("with the layer", with);
-    Print("added", {with.create_ms - without.create_ms, with.destroy_ms - without.destroy_ms,
-                    with.resident_mb - without.resident_mb});
+    benchmark::ConsoleReporter figures(benchmark::ConsoleReporter::OO_None);
+    figures.SetOutputStream(&std::cerr);
+    benchmark::RunSpecifiedBenchmarks(&figures);
     return 0;
 }

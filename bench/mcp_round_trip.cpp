@@ -1,5 +1,8 @@
-// What a tool call costs over HTTP and SSE on loopback, from the POST to its answer, held against a bare TCP echo
-// in the same run. The server logs to a file as in the layer, in a scratch directory.
+// What a tool call costs over HTTP and SSE on loopback, from the POST to its answer, by the number of sessions and of
+// calls in flight on each, held against a bare TCP echo in the same run. The server logs to a file as in the layer, in
+// a scratch directory. `p50_us` and `p99_us` are single calls, `echoes` is how many echoes the median takes, and
+// `lost` and `duplicates` have to be 0.
+#include <benchmark/benchmark.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <stdlib.h>
@@ -20,19 +23,6 @@
 namespace {
 
 constexpr int kCalls = 20000;
-
-struct load_case {
-    const char* name;
-    int sessions;
-    int in_flight;
-};
-
-constexpr load_case kCases[] = {
-    {"1 session, 1 call at a time", 1, 1},
-    {"1 session, 8 in flight", 1, 8},
-    {"1 session, 64 in flight", 1, 64},
-    {"4 sessions, 64 in flight on each", 4, 64},
-};
 
 class scratch_directory {
  public:
@@ -91,21 +81,47 @@ mcp::load_result measure_echo() {
     return result;
 }
 
-void print(const char* name, const mcp::load_result& result, double echo_p50_us) {
-    std::printf("%-34s p50 %8.1f us (%5.1f x echo)  p99 %8.1f us  %8.0f calls/s  lost %d  duplicates %d\n", name,
-                result.latency_us(0.5), result.latency_us(0.5) / echo_p50_us, result.latency_us(0.99),
-                result.calls_per_second(), result.lost, result.duplicates);
+bool all_answered = true;
+double echo_p50_us = 0;
+
+void tell(benchmark::State& state, const mcp::load_result& result) {
+    state.SetIterationTime(result.seconds);
+    state.counters["p50_us"] = result.latency_us(0.5);
+    state.counters["p99_us"] = result.latency_us(0.99);
+    state.counters["echoes"] = result.latency_us(0.5) / echo_p50_us;
+    state.counters["per_second"] = result.calls_per_second();
+    state.counters["lost"] = result.lost;
+    state.counters["duplicates"] = result.duplicates;
+    all_answered = all_answered && result.lost == 0 && result.duplicates == 0;
+}
+
+void bare_echo(benchmark::State& state) {
+    for ([[maybe_unused]] auto _ : state) {
+        const mcp::load_result result = measure_echo();
+        echo_p50_us = result.latency_us(0.5);
+        tell(state, result);
+    }
+}
+
+void tool_call(benchmark::State& state, int port) {
+    for ([[maybe_unused]] auto _ : state) {
+        const auto sessions = static_cast<int>(state.range(0));
+        const auto in_flight = static_cast<int>(state.range(1));
+        tell(state, mcp::measure_load(port, sessions, in_flight, kCalls));
+    }
 }
 
 }  // namespace
 
-int main() try {
+int main(int argc, char** argv) try {
+    benchmark::Initialize(&argc, argv);
     const scratch_directory scratch;
     orvanic_xr::LogFileSink::instance().begin_session("bench");
     mcp::server_config config;
     config.host = "127.0.0.1";
     config.port = 0;
     config.write_timeout_seconds = 30;
+    config.timings.endpoint_delay = std::chrono::milliseconds(1);  // opening a session is not what is measured
     mcp::server server(config);
     mcp::tool echo;
     echo.name = "echo";
@@ -115,14 +131,14 @@ int main() try {
     server.start(false);
     if (!server.wait_until_listening(std::chrono::seconds(5))) throw std::runtime_error("the server does not listen");
 
-    const mcp::load_result bare = measure_echo();
-    print("bare TCP echo", bare, bare.latency_us(0.5));
-    bool all_answered = true;
-    for (const load_case& each : kCases) {
-        const mcp::load_result result = mcp::measure_load(server.port(), each.sessions, each.in_flight, kCalls);
-        print(each.name, result, bare.latency_us(0.5));
-        all_answered = all_answered && result.lost == 0 && result.duplicates == 0;
-    }
+    const auto once = [](benchmark::internal::Benchmark* each) { each->Iterations(1)->UseManualTime(); };
+    benchmark::RegisterBenchmark("bare TCP echo", bare_echo)->Apply(once);
+    auto* const calls = benchmark::RegisterBenchmark("tool call", tool_call, server.port());
+    calls->ArgNames({"sessions", "in_flight"})->Unit(benchmark::kMillisecond)->Apply(once);
+    for (const int many : {1, 2, 4, 8, 16, 32, 64}) calls->Args({1, many});
+    for (const int many : {2, 4, 8, 16, 32, 64}) calls->Args({many, 1});
+    calls->Args({4, 64});
+    benchmark::RunSpecifiedBenchmarks();
     server.stop();
     orvanic_xr::LogFileSink::instance().end_session();
     return all_answered ? 0 : 1;

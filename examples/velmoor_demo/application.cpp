@@ -181,6 +181,7 @@ void Application::RunFrame() {
     XrFrameState frame = {};
     frame.type = XR_TYPE_FRAME_STATE;
     Check(xrWaitFrame(session_, nullptr, &frame), "xrWaitFrame");
+    report_.FrameBegins(frame.predictedDisplayPeriod);
     Check(xrBeginFrame(session_, nullptr), "xrBeginFrame");
     game_.AdvanceFrame();
 

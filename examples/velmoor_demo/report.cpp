@@ -79,6 +79,18 @@ void Report::Line(const std::string& text) {
     std::fflush(stdout);
 }
 
+void Report::FrameBegins(XrDuration period) {
+    const auto now = std::chrono::steady_clock::now();
+    if (frame_began_) {
+        const std::chrono::duration<double, std::nano> interval = now - *frame_began_;
+        const std::int64_t due =
+            std::max<std::int64_t>(1, std::llround(interval.count() / static_cast<double>(period)));
+        frames_due_ += due;
+        frames_missed_ += due - 1;
+    }
+    frame_began_ = now;
+}
+
 void Report::Frame(const std::optional<XrPosef>& head, const std::array<HandState, 2>& hands) {
     ++frames_;
     head_ = head;
@@ -111,7 +123,7 @@ void Report::OnceASecond(double seconds, XrSessionState state) {
     if (passed < 1.0) return;
     const auto frames_per_second = static_cast<float>(frames_ / passed);
     Line("[" + Number(static_cast<float>(seconds)) + " s] " + StateName(state) + ", " + Number(frames_per_second) +
-         " frames a second");
+         " frames a second; " + std::to_string(frames_missed_) + " of " + std::to_string(frames_due_) + " missed");
     Line("    head   " + Pose(head_, "looking"));
     for (std::size_t hand = 0; hand < hands_.size(); ++hand) {
         Line(std::string("    ") + kHandNames[hand] + (hand == 0 ? "   " : "  ") + Hand(hands_[hand]));

@@ -4,6 +4,8 @@
 #include <openxr/openxr.h>
 
 #include <array>
+#include <chrono>
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -15,6 +17,10 @@ const char* StateName(XrSessionState state);
 
 class Report {
  public:
+    // A frame begins that the runtime shows for `period`. One that begins more than half a period late has missed
+    // those that were due before it.
+    void FrameBegins(XrDuration period);
+
     // Takes in one frame and prints what is new in it. `head` is empty while the head is not tracked.
     void Frame(const std::optional<XrPosef>& head, const std::array<HandState, 2>& hands);
 
@@ -29,7 +35,10 @@ class Report {
 
     std::optional<XrPosef> head_;
     std::array<HandState, 2> hands_;
-    int frames_ = 0;
+    int frames_ = 0;  // since the last report
+    std::int64_t frames_due_ = 0;
+    std::int64_t frames_missed_ = 0;
+    std::optional<std::chrono::steady_clock::time_point> frame_began_;
     double last_report_ = 0.0;
 };
 
