@@ -18,6 +18,7 @@ namespace soak {
 namespace {
 
 constexpr std::size_t kKeptLines = 200;
+constexpr int kPipeBytes = 1 << 20;  // its frames do not wait for whoever reads its lines
 
 // The number behind `name` in /proc/PID/status.
 long StatusNumber(const std::string& process, const std::string& name) {
@@ -33,6 +34,9 @@ long StatusNumber(const std::string& process, const std::string& name) {
     dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
     dup2(output, STDOUT_FILENO);
     dup2(output, STDERR_FILENO);
+    // What it frees goes back to the system, so that memory which stays is memory that it holds.
+    setenv("MALLOC_MMAP_THRESHOLD_", "131072", 0);
+    setenv("MALLOC_TRIM_THRESHOLD_", "131072", 0);
     setenv("XR_RUNTIME_JSON", (build + "/lib/velmoor_simulator.json").c_str(), 1);
     setenv("XR_API_LAYER_PATH", (build + "/layers").c_str(), 1);
     setenv("XR_ENABLE_API_LAYERS", "XR_APILAYER_KESTX_velmoor", 1);
@@ -49,6 +53,7 @@ Application::Application(const std::string& build, const std::string& state_home
     if (pipe2(ends.data(), O_CLOEXEC) != 0 || (pid_ = fork()) < 0) throw std::runtime_error("cannot start a process");
     if (pid_ == 0) Become(build, state_home, ends[1]);
     close(ends[1]);
+    fcntl(ends[0], F_SETPIPE_SZ, kPipeBytes);
     reader_ = std::thread(&Application::ReadLines, this, ends[0]);
 }
 

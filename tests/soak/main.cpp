@@ -35,7 +35,7 @@ using Seconds = std::chrono::duration<double>;
 
 constexpr int kCallers = 7;
 constexpr std::array<const char*, 2> kAddresses = {"127.0.0.1", "::1"};
-constexpr double kMostGrowth_mb = 128;
+constexpr double kMostGrowth_mb = 64;
 // For threads that idle, streams that ended, and answers that nobody reads.
 constexpr auto kSettlingTime = 40s;
 constexpr auto kFrameSilence = 20s;

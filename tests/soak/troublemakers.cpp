@@ -124,9 +124,9 @@ std::int64_t NeverRead(const Orders& orders) {
         mcp::sse_client client(kPort, orders.address);
         OpenSession(client);
         int posted = 0;
-        while (!orders.stop && client.post(posted % 20 == 0 ? kCapture : kList).status == 202) {
+        while (!orders.stop && client.post(posted % 100 == 0 ? kCapture : kList).status == 202) {
             ++posted;
-            std::this_thread::sleep_for(10ms);
+            std::this_thread::sleep_for(20ms);
         }
         if (!orders.stop) ++cut_off;
     });
