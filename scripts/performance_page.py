@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Brings docs/performance.md and its plot up to date with one run of the benchmarks.
 
-  scripts/performance_page.py DIRECTORY     which holds a NAME.json for each program velmoor_bench_NAME
+  scripts/performance_page.py DIRECTORY     which holds for each program velmoor_bench_NAME what it printed, NAME.txt,
+                                            and its NAME.json if it writes one
 
 Only what stands between the page's marks is replaced: <!-- NAME: begin --> and <!-- NAME: end -->.
 """
@@ -21,6 +22,7 @@ class Run:
     """The figures of one run, by program and name."""
 
     def __init__(self, directory):
+        self.directory = directory
         self.contexts = {}
         self.rows = {}
         for path in sorted(directory.glob("*.json")):
@@ -35,11 +37,19 @@ class Run:
         return self.rows[program, name]
 
     def ns(self, program, name):
-        row = self.row(program, name)
-        return row["real_time"] * TO_NANOSECONDS[row["time_unit"]]
+        return processor_ns(self.row(program, name))
 
     def count(self, program, name, counter):
         return self.row(program, name)[counter]
+
+    def capture_calls(self):
+        """For each size of picture its pixels in millions, its name, and the milliseconds of the call's parts."""
+        path = self.directory / "capture_call.txt"
+        for line in path.read_text().splitlines() if path.exists() else []:
+            size = re.match(r"(\d+)x(\d+), .*?: ", line)
+            if size:
+                parts = re.findall(r"([^,]+?) ([\d.]+)(?: ms)?(?:, |$)", line[size.end():])
+                yield int(size[1]) * int(size[2]) / 1e6, f"{size[1]} × {size[2]}", {a: float(b) for a, b in parts}
 
     def grown(self, program, pattern):
         """(match, row) of each row whose name matches as a whole, in the order of the run."""
@@ -47,6 +57,11 @@ class Run:
             match = re.fullmatch(pattern, name)
             if of_program == program and match:
                 yield match, row
+
+
+def processor_ns(row):
+    """What a round took of the processor, which other programs can't add to."""
+    return row["cpu_time"] * TO_NANOSECONDS[row["time_unit"]]
 
 
 def number(value):
@@ -87,22 +102,23 @@ def figures(run):
 
     frame = "BM_FrameThroughTheLayer/real_time"
     busy_frame = "BM_FrameThroughTheLayerWhileToolsRead/real_time"
-    yield ("The three frame hooks: added to a frame", duration(run.count("frame", frame, "added_ns")), "1 µs")
-    yield ("… while a tool reads all the time, processor time", duration(run.count("frame", busy_frame, "added_cpu_ns")),
+    yield ("The three frame hooks: added to a frame", duration(run.count("frame", frame, "added_cpu_ns")), "1 µs")
+    yield ("… while a tool reads all the time", duration(run.count("frame", busy_frame, "added_cpu_ns")),
            "1 µs")
 
     def added(what, name, base, aim):
         base_ns = run.ns("hooks", base + "/real_time/threads:1")
         added_ns = run.ns("hooks", name + "/real_time/threads:1") - base_ns
-        return (f"{what}: added", duration(added_ns), f"{aim}; the next layer's own answer takes {duration(base_ns)}")
+        return (f"{what}: added", duration(added_ns), f"{aim}the next layer itself: {duration(base_ns)}")
     locate = "xrLocateSpace/next layer"
-    yield added("`xrLocateSpace`, no action space", "xrLocateSpace/no action space", locate, "60 ns")
+    yield added("`xrLocateSpace`, no action space", "xrLocateSpace/no action space", locate, "60 ns; ")
     yield added("`xrLocateSpace`, action space, automation off", "xrLocateSpace/action space, automation off", locate,
-                "60 ns")
-    yield added("`xrLocateSpace`, action space, automation on", "xrLocateSpace/action space, automation on", locate, "—")
+                "60 ns; ")
+    yield added("`xrLocateSpace`, action space, automation on", "xrLocateSpace/action space, automation on", locate, "")
     yield added("`xrGetActionStatePose`, automation off", "xrGetActionStatePose/automation off",
-                "xrGetActionStatePose/next layer", "—")
-    yield added("`xrSyncActions`, 4 sets", "xrSyncActions/layer, sets/4", "xrSyncActions/next layer, sets/4", "300 ns")
+                "xrGetActionStatePose/next layer", "")
+    yield added("`xrSyncActions`, 4 sets", "xrSyncActions/layer, sets/4", "xrSyncActions/next layer, sets/4",
+                "300 ns; ")
 
     handler = run.ns("invoke", "BM_Handler/nothing")
     invoke = run.ns("invoke", "BM_InvokeTool/nothing")
@@ -117,10 +133,14 @@ def figures(run):
     yield ("Memory: added", f"{number(run.count('instance', INSTANCE, 'resident_mb'))} MB", "")
 
     copy = run.row("capture", "BM_Copy/4194304")
-    for match, row in run.grown("capture", r"BM_Base64Path/(\w+)/4194304"):
+    for match, row in run.grown("capture", r"BM_Base64Path/([\w.]+)/4194304"):
         yield (f"Base64 of 4 MiB, {match[1]}", per_second(row), f"`memcpy`: {per_second(copy)}")
     for match, row in run.grown("capture", r"BM_Png/(\d+)/(\d+)"):
-        yield (f"PNG of {match[1]} × {match[2]}", duration(row["real_time"] * TO_NANOSECONDS[row["time_unit"]]), "")
+        yield (f"PNG of {match[1]} × {match[2]}", duration(processor_ns(row)), "")
+    for _, size, parts in run.capture_calls():
+        whole, *rest = parts.items()
+        yield (f"A picture of {size}, {whole[0]}", duration(whole[1] * 1e6),
+               "; ".join(f"{name}: {duration(ms * 1e6)}" for name, ms in rest))
 
 
 INSTANCE = "BM_InstanceAddedByTheLayer/iterations:1"
@@ -128,7 +148,7 @@ INSTANCE = "BM_InstanceAddedByTheLayer/iterations:1"
 
 def table(run):
     lines = ["| What | Figure | Held against |", "|---|---|---|"]
-    lines += ["| " + " | ".join(cells) + " |" for cells in figures(run)]
+    lines += ["| " + " | ".join(cell or "—" for cell in cells) + " |" for cells in figures(run)]
     return "\n".join(lines)
 
 
@@ -157,33 +177,39 @@ def series(run):
         ("a session each, 99 %", of("mcp", one_in_flight, first, lambda row: row["p99_us"])),
     ]
     yield "spaces", [("xrLocateSpace", of("hooks", r"xrLocateSpace/layer, spaces/(\d+)", first,
-                                          lambda row: row["real_time"]))]
+                                          processor_ns))]
     yield "frames", [
         ("hooks, by layers", of("frame", r"BM_FrameOfLayers/(\d+)", first, lambda row: row["added_cpu_ns"])),
-        ("pose animations", of("hooks", r"pose animation tick/animations/(\d+)", first, lambda row: row["real_time"])),
+        ("pose animations", of("hooks", r"pose animation tick/animations/(\d+)", first, processor_ns)),
     ]
     by_name = {}
+    for megapixels, _, parts in run.capture_calls():
+        whole, milliseconds = next(iter(parts.items()))
+        by_name.setdefault(f"tool call, {whole}", []).append((megapixels, milliseconds))
     for match, row in run.grown("capture", r"(?:BM_)?(.+?)/(\d+)/(\d+)(?:/.*)?"):
-        point = (int(match[2]) * int(match[3]) / 1e6, row["real_time"] * TO_NANOSECONDS[row["time_unit"]] / 1e6)
-        by_name.setdefault(match[1], []).append(point)
+        point = (int(match[2]) * int(match[3]) / 1e6, processor_ns(row) / 1e6)
+        by_name.setdefault(CURVES.get(match[1], match[1]), []).append(point)
     yield "pictures", list(by_name.items())
 
 
+CURVES = {"Draw": "drawn by the simulator", "Png": "made a PNG"}
 PANELS = {
-    "calls": ("Tool call over HTTP and SSE", "calls in flight", "µs", "set logscale xy"),
-    "spaces": ("Locating one of the application's action spaces", "action spaces", "ns", "set logscale x"),
-    "frames": ("Added to a frame", "layers, animations", "ns", ""),
-    "pictures": ("Picture", "megapixels", "ms", ""),
+    "calls": ("Tool call over HTTP and SSE", "calls in flight", "µs",
+              "set logscale xy; set yrange [*:*]; set key bottom right"),
+    "spaces": ("Locating one of the application's action spaces", "action spaces", "ns",
+               "set logscale x; set yrange [0:*]"),
+    "frames": ("Added to a frame", "layers, animations", "ns", "set yrange [0:*]"),
+    "pictures": ("Picture", "megapixels", "ms", "set yrange [0:*]"),
 }
 
 
 def draw(run):
     script = ["set terminal svg size 960,720 font 'sans,13' background 'white'", f"set output '{PLOT}'",
-              "set multiplot layout 2,2 spacing 0.1,0.12", "set key left top samplen 2", "set grid"]
+              "set multiplot layout 2,2 spacing 0.1,0.12", "set key samplen 2", "set grid"]
     for panel, curves in series(run):
         title, x, y, extra = PANELS[panel]
-        script += ["unset logscale", "set yrange [0:*]" if "y" not in extra.split()[-1:] and "xy" not in extra
-                   else "set yrange [*:*]", extra, f"set title '{title}'", f"set xlabel '{x}'", f"set ylabel '{y}'"]
+        script += ["unset logscale", "set key top left", extra, f'set title "{title}"',
+                   f'set xlabel "{x}"', f'set ylabel "{y}"']
         for place, (_, points) in enumerate(curves):
             script += [f"${panel}{place} << END"] + [f"{a} {b}" for a, b in sorted(points)] + ["END"]
         script.append("plot " + ", ".join(f"${panel}{place} with linespoints lw 2 pt 7 ps 0.5 title '{name}' noenhanced"
@@ -202,9 +228,9 @@ def replace(text, name, content):
 def main():
     run = Run(pathlib.Path(sys.argv[1]))
     text = replace(PAGE.read_text(), "machine", machine(run))
-    PAGE.write_text(replace(text, "figures", table(run)))
-    PLOT.parent.mkdir(exist_ok=True)
+    text = replace(text, "figures", table(run))
     draw(run)
+    PAGE.write_text(text)
 
 
 main()
