@@ -53,7 +53,7 @@ static XrSession create_session(XrInstance instance) {
     return session;
 }
 
-/* The newest state of the session, after all events were taken. */
+/* Takes events up to the next that changes the session's state, and gives the state after it. */
 static XrSessionState poll_events(XrInstance instance, XrSessionState state, Scene* scene) {
     for (;;) {
         XrEventDataBuffer event = {.type = XR_TYPE_EVENT_DATA_BUFFER};
