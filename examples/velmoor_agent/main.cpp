@@ -1,21 +1,28 @@
 // An agent of a few lines: connects to the MCP server in a running XR application, shakes hands, and makes a
 // tour of what the application tells.
 //
-//     velmoor_agent [--exit] [--pictures DIRECTORY] [http://127.0.0.1:8720]
+//     velmoor_agent [--exit] [--pictures DIRECTORY] [--watch FILE] [--film DIRECTORY] [http://127.0.0.1:8720]
 //
 //     velmoor_agent --call TOOL [ARGUMENTS] [http://127.0.0.1:8720]
 //
-// --exit ends the application in the last step. Pictures go to the present directory unless said otherwise. --call
-// makes no tour: it calls one tool, with ARGUMENTS as a JSON object, and prints the text of the answer.
+// --exit ends the application in the last step. Pictures go to the present directory unless said otherwise. --watch
+// also shows what the application prints, from the file that takes it, and --film keeps what the user sees meanwhile as
+// numbered pictures. --call makes no tour: it calls one tool, with ARGUMENTS as a JSON object, and prints the text of
+// the answer.
 //
 // Exit code: 0 if all went well, 1 if a step of the tour or the tool failed, 2 if there was nobody to talk to.
 
+#include <unistd.h>
+
+#include <cstdlib>
 #include <exception>
 #include <iostream>
 #include <stdexcept>
 #include <string>
 
+#include "examples/velmoor_agent/application_view.h"
 #include "examples/velmoor_agent/mcp_client.h"
+#include "examples/velmoor_agent/pictures.h"
 #include "examples/velmoor_agent/tour.h"
 
 namespace {
@@ -25,6 +32,8 @@ constexpr auto kServerComesUp = std::chrono::seconds(20);
 struct Options {
     std::string url = "http://127.0.0.1:8720";
     std::string pictures = ".";
+    std::string watched_file;
+    std::string film;
     bool exit_at_end = false;
     std::string tool;  // to call instead of the tour
     agent::json arguments = agent::json::object();
@@ -38,6 +47,10 @@ Options ReadOptions(int argc, char** argv) {
             options.exit_at_end = true;
         } else if (option == "--pictures" && i + 1 < argc) {
             options.pictures = argv[++i];
+        } else if (option == "--watch" && i + 1 < argc) {
+            options.watched_file = argv[++i];
+        } else if (option == "--film" && i + 1 < argc) {
+            options.film = argv[++i];
         } else if (option == "--call" && i + 1 < argc) {
             options.tool = argv[++i];
             if (i + 1 < argc && argv[i + 1][0] == '{') options.arguments = agent::json::parse(argv[++i]);
@@ -45,7 +58,8 @@ Options ReadOptions(int argc, char** argv) {
             options.url = option;
         } else {
             throw std::invalid_argument(
-                "usage: velmoor_agent [--exit] [--pictures DIRECTORY] [--call TOOL [JSON]] [URL]");
+                "usage: velmoor_agent [--exit] [--pictures DIRECTORY] [--watch FILE] [--film DIRECTORY] [URL]\n"
+                "       velmoor_agent --call TOOL [JSON] [URL]");
         }
     }
     return options;
@@ -57,6 +71,26 @@ int CallOnce(agent::McpClient& client, const Options& options) {
     return answer.is_error ? 1 : 0;
 }
 
+bool WantsColours() {
+    const char* refused = std::getenv("NO_COLOR");
+    return isatty(STDOUT_FILENO) == 1 && (!refused || !*refused);
+}
+
+bool TakeTour(agent::McpClient& client, const Options& options, agent::Transcript& transcript) {
+    agent::ApplicationView view(options.watched_file, transcript);
+    agent::Film film(client, options.film);
+    agent::Company company;
+    company.while_waiting = [&] {
+        view.Show();
+        film.Shoot();
+    };
+    company.after_step = [&] { view.Settle(); };
+    const auto steps = agent::MakeTour(options.pictures, options.exit_at_end);
+    const bool went_well = agent::RunTour(client, steps, company, transcript);
+    view.Summary();
+    return went_well;
+}
+
 int Run(const Options& options) {
     const std::string& url = options.url;
     agent::McpClient client(url);
@@ -64,9 +98,10 @@ int Run(const Options& options) {
     const agent::json told = client.Initialize("velmoor_agent", "1.0");
     if (!options.tool.empty()) return CallOnce(client, options);
     const agent::json server = told.value("serverInfo", agent::json::object());
-    std::cout << "Connected to " << url << ": " << server.value("name", "?") << " " << server.value("version", "?")
-              << ", protocol " << told.value("protocolVersion", "?") << "\n";
-    return agent::RunTour(client, agent::MakeTour(options.pictures, options.exit_at_end), std::cout) ? 0 : 1;
+    agent::Transcript transcript(std::cout, WantsColours());
+    transcript.Say("Connected to " + url + ": " + server.value("name", "?") + " " + server.value("version", "?") +
+                   ", protocol " + told.value("protocolVersion", "?"));
+    return TakeTour(client, options, transcript) ? 0 : 1;
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "examples/velmoor_agent/mcp_client.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace agent {
@@ -34,11 +35,16 @@ void EventParser::FinishLine() {
         if (!data_.empty()) handler_(event_, data_);
         event_.clear();
         data_.clear();
-    } else if (line_.rfind("event: ", 0) == 0) {
-        event_ = line_.substr(7);
-    } else if (line_.rfind("data: ", 0) == 0) {
+        return;
+    }
+    const std::size_t colon = std::min(line_.find(':'), line_.size());
+    const std::string_view field = std::string_view(line_).substr(0, colon);
+    std::string_view value = std::string_view(line_).substr(std::min(colon + 1, line_.size()));
+    if (!value.empty() && value.front() == ' ') value.remove_prefix(1);
+    if (field == "event") event_ = value;
+    if (field == "data") {
         if (!data_.empty()) data_ += '\n';
-        data_.append(line_, 6);
+        data_ += value;
     }
 }
 

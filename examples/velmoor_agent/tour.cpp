@@ -1,17 +1,16 @@
 #include "examples/velmoor_agent/tour.h"
 
-#include <fstream>
-#include <ostream>
+#include <future>
 #include <set>
 #include <thread>
 
-#include "examples/velmoor_agent/base64.h"
-#include "examples/velmoor_agent/transcript.h"
+#include "examples/velmoor_agent/pictures.h"
 
 namespace agent {
 namespace {
 
 constexpr auto kBetweenTries = std::chrono::milliseconds(100);
+constexpr auto kBetweenLooks = std::chrono::milliseconds(20);
 
 // A check reads keys that a wrong answer lacks; that is a complaint too.
 std::string Complain(const TourStep& step, const ToolAnswer& answer) {
@@ -24,57 +23,54 @@ std::string Complain(const TourStep& step, const ToolAnswer& answer) {
     }
 }
 
-// Says why the picture could not be kept, or nothing.
-std::string SavePicture(const ToolAnswer& answer, const std::string& file, std::ostream& out) {
-    if (answer.images.empty()) return "there is no picture in the answer";
-    const std::string png = DecodeBase64(answer.images.front());
-    std::ofstream stream(file, std::ios::binary);
-    stream.write(png.data(), static_cast<std::streamsize>(png.size()));
-    stream.close();
-    if (!stream) return "cannot write " + file;
-    out << "      saved as " << file << "\n";
-    return "";
+ToolAnswer Call(McpClient& client, const std::string& tool, const json& arguments, const Company& company) {
+    auto answer = std::async(std::launch::async, [&] { return client.CallTool(tool, arguments); });
+    while (answer.wait_for(kBetweenLooks) != std::future_status::ready) company.while_waiting();
+    return answer.get();
 }
 
-bool TakeStep(McpClient& client, const TourStep& step, std::ostream& out) {
+bool TakeStep(McpClient& client, const TourStep& step, const Company& company, Transcript& transcript) {
     const json arguments = step.late_arguments ? step.late_arguments() : step.arguments;
-    PrintCall(out, step.tool, arguments);
+    transcript.Call(step.tool, arguments);
     const auto give_up = std::chrono::steady_clock::now() + step.patience;
-    ToolAnswer answer = client.CallTool(step.tool, arguments);
+    ToolAnswer answer = Call(client, step.tool, arguments, company);
     std::string complaint = Complain(step, answer);
     while (!complaint.empty() && std::chrono::steady_clock::now() < give_up) {
         std::this_thread::sleep_for(kBetweenTries);
-        answer = client.CallTool(step.tool, arguments);
+        answer = Call(client, step.tool, arguments, company);
         complaint = Complain(step, answer);
     }
-    PrintAnswer(out, answer);
-    if (complaint.empty() && !step.picture_file.empty()) complaint = SavePicture(answer, step.picture_file, out);
-    if (!complaint.empty()) out << "   FAILED: " << complaint << "\n";
+    transcript.Answer(answer);
+    if (complaint.empty() && !step.picture_file.empty()) {
+        complaint = SavePicture(answer, step.picture_file);
+        if (complaint.empty()) transcript.Remark("saved as " + step.picture_file);
+    }
+    if (!complaint.empty()) transcript.Failure(complaint);
     return complaint.empty();
 }
 
 }  // namespace
 
-bool RunTour(McpClient& client, const std::vector<TourStep>& steps, std::ostream& out) {
+bool RunTour(McpClient& client, const std::vector<TourStep>& steps, const Company& company, Transcript& transcript) {
     std::set<std::string> offered;
     for (const json& tool : client.ListTools()) offered.insert(tool.at("name"));
-    PrintTools(out, offered);
+    transcript.Tools(offered);
 
     int number = 0;
     int skipped = 0;
     int failed = 0;
     for (const TourStep& step : steps) {
-        out << "\n" << ++number << ". " << step.title << "\n";
+        transcript.Heading(std::to_string(++number) + ". " + step.title);
         if (offered.count(step.tool) == 0) {
             ++skipped;
-            out << "   skipped: the server does not offer " << step.tool << "\n";
-        } else if (!TakeStep(client, step, out)) {
+            transcript.Remark("skipped: the server does not offer " + step.tool);
+        } else if (!TakeStep(client, step, company, transcript)) {
             ++failed;
         }
-        out << std::flush;
+        company.after_step();
     }
-    out << "\nThe tour is over: " << number - skipped - failed << " steps done, " << skipped << " skipped, " << failed
-        << " failed.\n";
+    transcript.Heading("The tour is over: " + std::to_string(number - skipped - failed) + " steps done, " +
+                       std::to_string(skipped) + " skipped, " + std::to_string(failed) + " failed.");
     return failed == 0;
 }
 

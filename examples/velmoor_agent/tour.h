@@ -1,13 +1,13 @@
-// The demo's tour: what the agent asks of the application, step by step, and a transcript of it.
+// The demo's tour: what the agent asks of the application, step by step.
 #pragma once
 
 #include <chrono>
 #include <functional>
-#include <iosfwd>
 #include <string>
 #include <vector>
 
 #include "examples/velmoor_agent/mcp_client.h"
+#include "examples/velmoor_agent/transcript.h"
 
 namespace agent {
 
@@ -30,8 +30,15 @@ struct TourStep {
 // `exit_at_end` is set. In tour_steps.cpp.
 std::vector<TourStep> MakeTour(const std::string& picture_directory, bool exit_at_end);
 
-// Takes the steps one after the other and prints what is asked and answered. A step whose tool the server does
+// What goes on beside the steps, on the thread that takes them.
+struct Company {
+    // Again and again, for as long as a tool takes to answer.
+    std::function<void()> while_waiting = [] {};
+    std::function<void()> after_step = [] {};
+};
+
+// Takes the steps one after the other and shows what is asked and answered. A step whose tool the server does
 // not offer is skipped with a line that says so. True if no step failed.
-bool RunTour(McpClient& client, const std::vector<TourStep>& steps, std::ostream& out);
+bool RunTour(McpClient& client, const std::vector<TourStep>& steps, const Company& company, Transcript& transcript);
 
 }  // namespace agent

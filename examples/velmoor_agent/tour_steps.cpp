@@ -110,7 +110,7 @@ Steps TakeOver() {
           {"position", {0.3, 1.3, -1.5}},
           {"orientation", {0.0, 0.3827, 0.0, 0.9239}},
           {"base_space", "stage"},
-          {"duration_seconds", 0.5}},
+          {"duration_seconds", 1}},
          Succeeded},
         {"Pull its trigger, and let go after a moment",
          "openxr_set_controller_input",
@@ -138,7 +138,7 @@ Steps LookAtSomething(const std::string& picture_directory) {
     build.late_arguments = [=] { return json{{"front_direction", *direction}}; };
     TourStep look = {"Look there", "openxr_set_head_pose", json::object(), Succeeded};
     look.late_arguments = [=] {
-        return json{{"orientation", *orientation}, {"base_space", "stage"}, {"duration_seconds", 0.5}};
+        return json{{"orientation", *orientation}, {"base_space", "stage"}, {"duration_seconds", 1}};
     };
     TourStep picture = {"See what the user sees now", "openxr_capture_composited_image", {{"eye", "left"}}};
     picture.picture_file = picture_directory + "/velmoor_after.png";
@@ -154,6 +154,13 @@ Steps LookAtSomething(const std::string& picture_directory) {
         build,
         look,
         picture,
+        {"Go to the corner and turn round to the rest of the room",
+         "openxr_set_head_pose",
+         {{"position", {1.4, 1.7, -1.4}},
+          {"orientation", {-0.0315, 0.9587, 0.1177, 0.2569}},
+          {"base_space", "stage"},
+          {"duration_seconds", 2}},
+         Succeeded},
     };
 }
 

@@ -8,7 +8,16 @@ namespace agent {
 namespace {
 
 constexpr std::size_t kWidth = 100;
-constexpr std::size_t kMaxLines = 16;
+constexpr std::size_t kMaxLines = 8;
+
+// What stands before a line is as wide as this.
+constexpr const char* kNoSign = "        ";
+
+constexpr const char* kBold = "\033[1m";
+constexpr const char* kRed = "\033[31m";
+constexpr const char* kGreen = "\033[32m";
+constexpr const char* kCyan = "\033[36m";
+constexpr const char* kPlain = "\033[0m";
 
 std::string OneLine(const json& value) {
     if (!value.is_structured()) return value.dump(-1, ' ', false, json::error_handler_t::replace);
@@ -38,17 +47,6 @@ void Fit(const json& value, std::size_t indent, std::size_t used, std::size_t wi
     text.append(indent, ' ').append(value.is_object() ? "}" : "]");
 }
 
-// `text` line by line, the first led in by an arrow, the others by blanks of its width.
-void PrintLines(std::ostream& out, const char* arrow, const std::string& text) {
-    std::istringstream stream(text);
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(stream, line);) lines.push_back(line);
-    // A remark on what was cut should not take the place of the last line or two.
-    const std::size_t shown = lines.size() <= kMaxLines + 2 ? lines.size() : kMaxLines;
-    for (std::size_t i = 0; i < shown; ++i) out << (i == 0 ? arrow : "      ") << lines[i] << "\n";
-    if (shown < lines.size()) out << "      ... (" << lines.size() - shown << " more lines)\n";
-}
-
 }  // namespace
 
 std::string FitJson(const json& value, std::size_t width) {
@@ -62,30 +60,64 @@ json ParseAnswer(const ToolAnswer& answer) {
     return value.is_discarded() ? json(answer.text) : value;
 }
 
-void PrintTools(std::ostream& out, const std::set<std::string>& names) {
-    out << "The server offers " << names.size() << " tools:";
+void Transcript::Lines(const char* colour, const char* sign, const std::string& text) {
+    std::istringstream stream(text);
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(stream, line);) lines.push_back(line);
+    // A remark on what was cut should not take the place of the last line or two.
+    const std::size_t shown = lines.size() <= kMaxLines + 2 ? lines.size() : kMaxLines;
+    if (shown < lines.size()) lines[shown] = "... (" + std::to_string(lines.size() - shown) + " more lines)";
+    for (std::size_t i = 0; i < lines.size() && i <= shown; ++i) {
+        out_ << (colours_ ? colour : "") << (i == 0 ? sign : kNoSign) << lines[i] << (colours_ ? kPlain : "") << "\n";
+    }
+    out_ << std::flush;
+}
+
+void Transcript::Say(const std::string& text) {
+    Lines(kBold, "", text);
+}
+
+void Transcript::Heading(const std::string& text) {
+    out_ << "\n";
+    Say(text);
+}
+
+void Transcript::Tools(const std::set<std::string>& names) {
+    out_ << "The server offers " << names.size() << " tools:";
     std::size_t column = kWidth;
     for (const std::string& name : names) {
         if (column + name.size() + 1 > kWidth) {
-            out << "\n  ";
+            out_ << "\n  ";
             column = 2;
         }
-        out << " " << name;
+        out_ << " " << name;
         column += name.size() + 1;
     }
-    out << "\n";
+    out_ << "\n";
 }
 
-void PrintCall(std::ostream& out, const std::string& tool, const json& arguments) {
-    PrintLines(out, "   -> ", tool + " " + FitJson(arguments, kWidth));
+void Transcript::Call(const std::string& tool, const json& arguments) {
+    Lines(kCyan, "     -> ", tool + " " + FitJson(arguments, kWidth));
 }
 
-void PrintAnswer(std::ostream& out, const ToolAnswer& answer) {
+void Transcript::Answer(const ToolAnswer& answer) {
     const json value = ParseAnswer(answer);
-    PrintLines(out, "   <- ", value.is_string() ? value.get<std::string>() : FitJson(value, kWidth));
+    Lines("", "     <- ", value.is_string() ? value.get<std::string>() : FitJson(value, kWidth));
     for (const std::string& image : answer.images) {
-        out << "   <- a picture, " << image.size() * 3 / 4 << " bytes\n";
+        Lines("", "     <- ", "a picture, " + std::to_string(image.size() * 3 / 4) + " bytes");
     }
+}
+
+void Transcript::Remark(const std::string& text) {
+    Lines("", kNoSign, text);
+}
+
+void Transcript::Failure(const std::string& text) {
+    Lines(kRed, kNoSign, "FAILED: " + text);
+}
+
+void Transcript::Application(const std::string& line) {
+    Lines(kGreen, "    app ", line);
 }
 
 }  // namespace agent

@@ -186,6 +186,7 @@ void Application::RunFrame() {
     game_.AdvanceFrame();
 
     report_.Frame(LocateHead(frame.predictedDisplayTime), controls_->Update(stage_, frame.predictedDisplayTime));
+    report_.Play(game_.standing());
 
     const XrFrameEndInfo end = {XR_TYPE_FRAME_END_INFO,           nullptr, frame.predictedDisplayTime,
                                 XR_ENVIRONMENT_BLEND_MODE_OPAQUE, 0,       nullptr};

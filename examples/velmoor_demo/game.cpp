@@ -31,14 +31,9 @@ void Game::TakeStepLocked(const SequenceStep& step, std::int64_t now_ms) {
     happened_.push_back({step.action, frame_, now_ms});
 }
 
-int Game::score() const {
+Game::Standing Game::standing() const {
     const std::lock_guard lock(mutex_);
-    return score_;
-}
-
-std::string Game::weather() const {
-    const std::lock_guard lock(mutex_);
-    return weather_;
+    return {score_, weather_, cubes_.size()};
 }
 
 std::size_t Game::SpawnCube(const Cube& cube) {

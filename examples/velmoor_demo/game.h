@@ -34,11 +34,16 @@ struct SequenceEvent {
 
 class Game {
  public:
+    struct Standing {
+        int score = 0;
+        std::string weather = "sun";
+        std::size_t cubes = 0;
+    };
+
     // The frame loop's part: steps of a sequence that are due happen in this frame.
     void AdvanceFrame();
 
-    int score() const;
-    std::string weather() const;
+    Standing standing() const;
     // The number of the cube, from 1.
     std::size_t SpawnCube(const Cube& cube);
     // The weather changes at once and settles within half a second.
@@ -64,7 +69,7 @@ class Game {
     std::condition_variable changed_;
     std::uint64_t frame_ = 0;
     int score_ = 0;
-    std::string weather_ = "sun";
+    std::string weather_ = Standing().weather;
     Clock::time_point weather_changed_{};
     std::vector<Cube> cubes_;
     bool playing_ = false;

@@ -22,7 +22,8 @@ constexpr std::uint32_t kOnPoll = XR_ORVANIC_EXTERNAL_TOOL_CALLBACK_ON_POLL_EVEN
 constexpr std::uint32_t kOnFrame = XR_ORVANIC_EXTERNAL_TOOL_CALLBACK_ON_BEGIN_FRAME_BIT_KESTX1;
 
 json ReadScore(Game& game, const json& /*arguments*/) {
-    return {{"score", game.score()}, {"weather", game.weather()}};
+    const Game::Standing standing = game.standing();
+    return {{"score", standing.score}, {"weather", standing.weather}};
 }
 
 json SpawnCube(Game& game, const json& arguments) {
@@ -35,7 +36,7 @@ json SpawnCube(Game& game, const json& arguments) {
 
 json SetWeather(Game& game, const json& arguments) {
     game.SetWeather(arguments.at("weather"));
-    return {{"weather", game.weather()}};
+    return {{"weather", game.standing().weather}};
 }
 
 std::chrono::milliseconds Limit(const json& arguments) {
@@ -63,7 +64,7 @@ json PlaySequence(Game& game, const json& arguments) {
     for (const SequenceEvent& event : game.PlaySequence(std::move(steps), Limit(arguments))) {
         happened.push_back({{"action", event.action}, {"frame", event.frame}, {"at_ms", event.at_ms}});
     }
-    return {{"happened", happened}, {"score", game.score()}};
+    return {{"happened", happened}, {"score", game.standing().score}};
 }
 
 // The callback behind every tool: JSON in, JSON out, and a bad argument is told to the agent.

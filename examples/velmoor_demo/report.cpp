@@ -7,6 +7,9 @@
 namespace demo {
 namespace {
 
+// Frames in a hurry after a late one show the same pose, and yet the thing still moves.
+constexpr int kFramesAtRest = 6;
+
 std::string Number(float value) {
     char text[32];
     std::snprintf(text, sizeof(text), "%.2f", static_cast<double>(std::fabs(value) < 0.005f ? 0.0f : value));
@@ -32,6 +35,16 @@ std::string Buttons(const HandState& hand) {
     std::string text;
     for (const std::string& name : hand.pressed) text += (text.empty() ? "" : " ") + name;
     return text;
+}
+
+float Distance(const XrVector3f& a, const XrVector3f& b) {
+    return std::hypot(a.x - b.x, a.y - b.y, a.z - b.z);
+}
+
+// Whether two poses differ by more than so many metres, or so many radians (if they are few) of direction.
+bool Differ(const XrPosef& a, const XrPosef& b, float metres, float radians) {
+    return Distance(a.position, b.position) > metres ||
+           Distance(Forward(a.orientation), Forward(b.orientation)) > radians;
 }
 
 bool Contains(const std::vector<std::string>& names, const std::string& name) {
@@ -74,6 +87,16 @@ const char* StateName(XrSessionState state) {
     }
 }
 
+bool Mover::Take(const std::optional<XrPosef>& pose) {
+    const bool moves = pose && (!before_ || Differ(*pose, *before_, 0.001f, 0.002f));
+    still_frames_ = moves ? 0 : still_frames_ + 1;
+    before_ = pose;
+    const bool elsewhere = pose.has_value() != told_.has_value() || (pose && Differ(*pose, *told_, 0.1f, 0.15f));
+    if (!elsewhere || still_frames_ < kFramesAtRest) return false;
+    told_ = pose;
+    return true;
+}
+
 void Report::Line(const std::string& text) {
     std::printf("%s\n", text.c_str());
     std::fflush(stdout);
@@ -94,8 +117,20 @@ void Report::FrameBegins(XrDuration period) {
 void Report::Frame(const std::optional<XrPosef>& head, const std::array<HandState, 2>& hands) {
     ++frames_;
     head_ = head;
+    if (head_mover_.Take(head)) Line("  * head " + Pose(head, "looking"));
     for (std::size_t hand = 0; hand < hands.size(); ++hand) PrintChanges(hand, hands[hand]);
+    for (std::size_t hand = 0; hand < hands.size(); ++hand) {
+        if (!hand_movers_[hand].Take(hands[hand].aim)) continue;
+        Line(std::string("  * ") + kHandNames[hand] + " pointer " + Pose(hands[hand].aim, "towards"));
+    }
     hands_ = hands;
+}
+
+void Report::Play(const Game::Standing& standing) {
+    if (standing.score != standing_.score) Line("  * the score is " + std::to_string(standing.score));
+    if (standing.weather != standing_.weather) Line("  * the weather is " + standing.weather);
+    if (standing.cubes > standing_.cubes) Line("  * cube " + std::to_string(standing.cubes) + " is there");
+    standing_ = standing;
 }
 
 void Report::PrintChanges(std::size_t hand, const HandState& now) const {
@@ -119,7 +154,11 @@ void Report::PrintChanges(std::size_t hand, const HandState& now) const {
 }
 
 void Report::OnceASecond(double seconds, XrSessionState state) {
-    const double passed = seconds - last_report_;
+    if (!last_report_) {
+        last_report_ = seconds;
+        frames_ = 0;
+    }
+    const double passed = seconds - *last_report_;
     if (passed < 1.0) return;
     const auto frames_per_second = static_cast<float>(frames_ / passed);
     Line("[" + Number(static_cast<float>(seconds)) + " s] " + StateName(state) + ", " + Number(frames_per_second) +

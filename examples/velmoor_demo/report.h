@@ -1,4 +1,5 @@
-// What the demo tells its user: a picture of the state once a second, and the moment something is pressed.
+// What the demo tells its user: the whole state once a second, and at once what is pressed, what has moved to
+// another place, and what happens in the game.
 #pragma once
 
 #include <openxr/openxr.h>
@@ -10,10 +11,23 @@
 #include <string>
 
 #include "examples/velmoor_demo/controls.h"
+#include "examples/velmoor_demo/game.h"
 
 namespace demo {
 
 const char* StateName(XrSessionState state);
+
+// Notices when something has come to rest at another place. A head that sways stays where it is.
+class Mover {
+ public:
+    // Takes in one frame. True if the news are to be told.
+    bool Take(const std::optional<XrPosef>& pose);
+
+ private:
+    std::optional<XrPosef> before_;
+    std::optional<XrPosef> told_;
+    int still_frames_ = 0;
+};
 
 class Report {
  public:
@@ -22,7 +36,9 @@ class Report {
     void FrameBegins(XrDuration period);
 
     // Takes in one frame and prints what is new in it. `head` is empty while the head is not tracked.
+    // Take in one frame and print what is new in it. `head` is empty while the head is not tracked.
     void Frame(const std::optional<XrPosef>& head, const std::array<HandState, 2>& hands);
+    void Play(const Game::Standing& standing);
 
     // Prints everything if a second went by since it did last. `seconds` count from the demo's start.
     void OnceASecond(double seconds, XrSessionState state);
@@ -35,11 +51,15 @@ class Report {
 
     std::optional<XrPosef> head_;
     std::array<HandState, 2> hands_;
+    Mover head_mover_;
+    std::array<Mover, 2> hand_movers_;
+    Game::Standing standing_;
     int frames_ = 0;  // since the last report
     std::int64_t frames_due_ = 0;
     std::int64_t frames_missed_ = 0;
     std::optional<std::chrono::steady_clock::time_point> frame_began_;
-    double last_report_ = 0.0;
+    // Of the report before; of the first frame until there is one.
+    std::optional<double> last_report_;
 };
 
 }  // namespace demo
