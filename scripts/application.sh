@@ -2,6 +2,7 @@
 # Sourced by ./run: the demo application on the simulator, with the layer between them.
 
 readonly port=8720
+readonly film_size=320x320
 
 application_targets=(orvanic_xr_layer velmoor_simulator velmoor_demo velmoor_agent)
 
@@ -36,24 +37,64 @@ end_application() {
   wait "$pid"
 }
 
-run_demo() {
-  local directory=build/release log=build/release/demo/application.log pid outcome=0
+# start_application NAME: builds it and runs it in the background. What it and the layer print goes to `log`, which is
+# NAME below build/release/demo. It ends with this script, if not before.
+start_application() {
+  local directory=build/release
+  log=$directory/demo/$1
   build release "${application_targets[@]}"
   need_free_port
   mkdir -p "$directory/demo"
   : >"$log"
+  (run_application "$directory" --seconds 120) >"$log" 2>&1 </dev/null &
+  application=$!
+  trap 'end_application "$application"' EXIT
+}
 
-  say "the application runs; all that it and the layer print is in $log"
-  # The layer's lines bear its name; what is left is the application's own voice.
-  (run_application "$directory" --seconds 120) > >(tee "$log" | sed -un '/\[Velmoor\]/!s/^/app | /p') 2>&1 </dev/null &
-  pid=$!
-  trap 'end_application "$pid"' EXIT
-
-  "$directory/bin/velmoor_agent" --exit --pictures "$directory/demo" || outcome=$?
+# await_application: ends it and fails if it did not end well.
+await_application() {
   trap - EXIT
-  end_application "$pid" || { outcome=$?; say "the application ended with $outcome"; }
+  end_application "$application" || fail "the application ended with $?; see $log"
+}
+
+run_demo() {
+  local pictures=build/release/demo film=() outcome=0
+  if [ $# -gt 0 ]; then
+    [ "$*" = --film ] || fail "usage: ./run demo [--film]"
+    need_tools apngasm:apngasm
+    # Small pictures are quick to take and to load.
+    export VELMOOR_SIM_EYE_SIZE=$film_size
+    pictures=build/release/demo/film
+    rm -rf "$pictures"
+    film=(--film "$pictures")
+  fi
+  mkdir -p "$pictures"
+  start_application application.log
+  say "the application runs; all that it and the layer print is in $log"
+  build/release/bin/velmoor_agent --exit --pictures "$pictures" --watch "$log" "${film[@]}" || outcome=$?
+  await_application
   [ "$outcome" = 0 ] || fail "the demo failed; see $log"
+  [ ${#film[@]} = 0 ] || make_film "$pictures"
   say "the demo went well"
+}
+
+# make_film DIRECTORY: the pictures that the agent took become one that moves.
+make_film() {
+  local result=docs/pictures/tour.png pictures=("$1"/frame_*.png)
+  [ ${#pictures[@]} -ge 24 ] || fail "there are only ${#pictures[@]} pictures in $1: too few for a film"
+  # Eight a second, as they were taken.
+  apngasm "$result" "${pictures[@]}" 1 8 >/dev/null || fail "apngasm failed"
+  say "$result shows the tour in ${#pictures[@]} pictures"
+}
+
+# Has the running server tell what its tools are.
+run_docs() {
+  need_tools python3:python3
+  start_application docs.log
+  python3 scripts/tools_page.py >build/release/demo/tools.md || fail "docs/tools.md can't be made; see $log"
+  await_application
+  mv build/release/demo/tools.md docs/tools.md
+  say "docs/tools.md tells what the server told"
 }
 
 run_serve() {

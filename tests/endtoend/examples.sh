@@ -1,0 +1,105 @@
+#!/usr/bin/env bash
+# What readers watch, believe or copy: the demo's view, the tools' page against the running server, and the example of
+# a CI test.
+#
+#   examples.sh CASE BUILD_DIRECTORY      CASE is the name of a function below
+#
+# Ends with 77, which stands for "skipped", where python3 is needed and not there.
+set -euo pipefail
+cd "$(dirname "${BASH_SOURCE[0]}")/../.."
+build=$2
+port=8720
+scratch=$(mktemp -d)
+pid=
+
+export XR_RUNTIME_JSON=$build/lib/velmoor_simulator.json
+export XR_API_LAYER_PATH=$build/layers
+export XDG_STATE_HOME=$scratch/state
+export PYTHONDONTWRITEBYTECODE=1
+
+clean_up() {
+  [ -z "$pid" ] || kill -KILL "$pid" 2>/dev/null || true
+  rm -rf "$scratch"
+}
+trap clean_up EXIT
+
+fail() {
+  echo "FAILED: $1" >&2
+  tail -n 200 "$scratch"/*.txt >&2
+  exit 1
+}
+
+port_is_free() { ! (exec 3<>"/dev/tcp/127.0.0.1/$port") 2>/dev/null; }
+
+start_demo() {
+  XR_ENABLE_API_LAYERS=XR_APILAYER_KESTX_velmoor "$build/bin/velmoor_demo" --seconds 100 >"$scratch/demo.txt" 2>&1 &
+  pid=$!
+}
+
+# line_of PATTERN FILE: the number of its first line that has the pattern.
+line_of() {
+  local line
+  line=$(grep -nm1 "$1" "$2") || fail "there is no line: $1"
+  echo "${line%%:*}"
+}
+
+# Each step is followed by what the application saw of it, in plain text where it goes to a file.
+watched_tour() {
+  local view=$scratch/view.txt step seen next
+  mkdir "$scratch/film"
+  export VELMOOR_SIM_EYE_SIZE=64x64
+  start_demo
+  "$build/bin/velmoor_agent" --exit --pictures "$scratch" --watch "$scratch/demo.txt" --film "$scratch/film" \
+    >"$view" 2>&1 || fail "the tour ended with $?"
+  wait "$pid" || fail "the application ended with $?"
+  step=$(line_of '^[0-9]*\. Have it spawn a cube' "$view")
+  seen=$(line_of '^    app cube 1 is there' "$view")
+  next=$(line_of '^[0-9]*\. Let it rain' "$view")
+  [[ $step -lt $seen && $seen -lt $next ]] || fail "what the application saw is not with its step"
+  line_of '^    app head at (0.00, 1.60, -1.00) looking' "$view" >/dev/null
+  line_of '^    app Goodbye' "$view" >/dev/null
+  line_of '^The application went on at [0-9.]* to [0-9.]* frames a second' "$view" >/dev/null
+  ! grep -q 'Velmoor\]' "$view" || fail "the layer's lines are in the view"
+  ! grep -q $'\033' "$view" || fail "there are colours in a file"
+  [ "$(find "$scratch/film" -name 'frame_*.png' -size +0 | wc -l)" -ge 8 ] || fail "the film is too short"
+}
+
+tools_page() {
+  start_demo
+  python3 scripts/tools_page.py >"$scratch/tools.md" 2>"$scratch/page.txt" || fail "the page can't be made"
+  wait "$pid" || fail "the application ended with $?"
+  diff -u docs/tools.md "$scratch/tools.md" || fail "docs/tools.md is not what the server tells: './run docs' mends it"
+}
+
+# test_application EXPECTED_CODE APPLICATION: what the example prints goes to test.txt.
+test_application() {
+  local code=0
+  APPLICATION=$2 ARTEFACTS=$scratch/artefacts python3 examples/ci/test_application.py >"$scratch/test.txt" 2>&1 || code=$?
+  [ "$code" = "$1" ] || fail "the example ended with $code"
+  port_is_free || fail "the application still runs"
+}
+
+says() { grep -q "$1" "$scratch/test.txt" || fail "the example does not say: $1"; }
+
+ci_example() {
+  test_application 0 "$build/bin/velmoor_demo"
+  grep -q Goodbye "$scratch/artefacts/application.txt" || fail "the application was cut short"
+  [ -s "$scratch/artefacts/ahead.png" ] || fail "there is no picture"
+}
+
+# A room that holds nothing, and an application that does not come up.
+ci_example_finds_faults() {
+  VELMOOR_SIM_SCENE=none test_application 1 "$build/bin/velmoor_demo"
+  says "'TABLE' not found in \[\]"
+  says "FAILED (failures=1)"
+  says "the end of .*application.txt"
+  says "^Goodbye"
+
+  test_application 1 "$build/bin/velmoor_demo --unknown"
+  says "the application ended with 2 before its server answers"
+  says "usage: velmoor_demo"
+}
+
+[ "$1" = watched_tour ] || command -v python3 >/dev/null || { echo "skipped: there is no python3"; exit 77; }
+port_is_free || fail "port $port is in use: end what runs with the layer, then test again"
+"$1"
