@@ -82,8 +82,8 @@ run_demo() {
 make_film() {
   local result=docs/pictures/tour.png pictures=("$1"/frame_*.png)
   [ ${#pictures[@]} -ge 24 ] || fail "there are only ${#pictures[@]} pictures in $1: too few for a film"
-  # Eight a second, as they were taken.
-  apngasm "$result" "${pictures[@]}" 1 8 >/dev/null || fail "apngasm failed"
+  # Each stands for 4/25 of a second, as they were taken.
+  apngasm "$result" "${pictures[@]}" 4 25 >/dev/null || fail "apngasm failed"
   say "$result shows the tour in ${#pictures[@]} pictures"
 }
 

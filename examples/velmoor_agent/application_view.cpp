@@ -41,9 +41,13 @@ void ApplicationView::ShowLine(const std::string& line) {
     double seconds = 0.0;
     double rate = 0.0;
     if (std::sscanf(line.c_str(), "[%lf s] FOCUSED, %lf frames", &seconds, &rate) == 2) frame_rates_.push_back(rate);
-    if (StartsWith(line, "  * ")) {
+    if (StartsWith(line, "[")) {
+        report_ = line;
+    } else if (StartsWith(line, "    head   ")) {
+        transcript_.Application(report_ + ", head " + line.substr(11));
+    } else if (StartsWith(line, "  * ")) {
         transcript_.Application(line.substr(4));
-    } else if (!StartsWith(line, "    ")) {  // the rest of a report: poses and inputs in full
+    } else if (!StartsWith(line, "    ")) {  // what a report says of the hands is much, and seldom new
         transcript_.Application(line);
     }
 }

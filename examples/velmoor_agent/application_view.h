@@ -29,7 +29,8 @@ class ApplicationView {
     void ShowLine(const std::string& line);
 
     std::ifstream stream_;
-    std::string unfinished_;
+    std::string unfinished_;  // line
+    std::string report_;      // its first line, until the second comes
     Transcript& transcript_;
     std::vector<double> frame_rates_;  // one for each second
 };

@@ -8,7 +8,7 @@
 namespace agent {
 namespace {
 
-constexpr auto kBetweenPictures = std::chrono::milliseconds(125);
+constexpr auto kBetweenPictures = std::chrono::milliseconds(160);
 
 }  // namespace
 

@@ -11,7 +11,7 @@ namespace agent {
 // Writes the answer's picture to `file`, as PNG. Says why that could not be done, or nothing.
 std::string SavePicture(const ToolAnswer& answer, const std::string& file);
 
-// Films what the user sees: eight pictures a second, as frame_001.png and so on.
+// Films what the user sees: a picture every 160 milliseconds, as frame_001.png and so on.
 class Film {
  public:
     // The directory has to be there. An empty name means that nothing is filmed.

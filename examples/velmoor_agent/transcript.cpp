@@ -67,8 +67,9 @@ void Transcript::Lines(const char* colour, const char* sign, const std::string& 
     // A remark on what was cut should not take the place of the last line or two.
     const std::size_t shown = lines.size() <= kMaxLines + 2 ? lines.size() : kMaxLines;
     if (shown < lines.size()) lines[shown] = "... (" + std::to_string(lines.size() - shown) + " more lines)";
+    const bool coloured = colours_ && *colour;
     for (std::size_t i = 0; i < lines.size() && i <= shown; ++i) {
-        out_ << (colours_ ? colour : "") << (i == 0 ? sign : kNoSign) << lines[i] << (colours_ ? kPlain : "") << "\n";
+        out_ << (coloured ? colour : "") << (i == 0 ? sign : kNoSign) << lines[i] << (coloured ? kPlain : "") << "\n";
     }
     out_ << std::flush;
 }
