@@ -29,6 +29,13 @@ long StatusNumber(const std::string& process, const std::string& name) {
     return 0;
 }
 
+double StarvedSeconds(const std::string& process) {
+    double ran_ns = 0;
+    double waited_ns = 0;
+    std::ifstream(process + "/schedstat") >> ran_ns >> waited_ns;
+    return waited_ns / 1e9;
+}
+
 [[noreturn]] void Become(const std::string& build, const std::string& state_home, int output) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     dup2(open("/dev/null", O_RDONLY), STDIN_FILENO);
@@ -84,7 +91,7 @@ void Application::TakeLine(const std::string& line) {
     long long missed = 0;
     long long due = 0;
     if (std::sscanf(line.c_str() + told, " frames a second; %lld of %lld missed", &missed, &due) != 2) return;
-    frames_ = {due, missed};
+    frames_ = {due, missed, 0};
     ++reports_;
     changed_.notify_all();
 }
@@ -93,11 +100,16 @@ std::optional<Frames> Application::AwaitFrames(std::chrono::seconds limit) {
     std::unique_lock lock(mutex_);
     const bool came = changed_.wait_for(lock, limit, [&, before = reports_] { return ended_ || reports_ != before; });
     if (!came || ended_) return std::nullopt;
+    frames_.starved_seconds = StarvedSeconds(ProcessDirectory());
     return frames_;
 }
 
+std::string Application::ProcessDirectory() const {
+    return "/proc/" + std::to_string(pid_);
+}
+
 Footprint Application::ReadFootprint() const {
-    const std::string process = "/proc/" + std::to_string(pid_);
+    const std::string process = ProcessDirectory();
     std::error_code ignored;
     const std::filesystem::directory_iterator descriptors(process + "/fd", ignored);
     return {static_cast<double>(StatusNumber(process, "VmRSS")) / 1024.0,

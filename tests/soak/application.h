@@ -18,6 +18,8 @@ namespace soak {
 struct Frames {
     std::int64_t due = 0;
     std::int64_t missed = 0;
+    // What the thread that makes them waited for a processor, which the machine's other work has to answer for.
+    double starved_seconds = 0;
 };
 
 struct Footprint {
@@ -46,6 +48,7 @@ class Application {
     std::string LastWords() const;
 
  private:
+    std::string ProcessDirectory() const;
     void ReadLines(int output);
     void TakeLine(const std::string& line);
 

@@ -3,7 +3,6 @@
 #include <random>
 #include <stdexcept>
 #include <string>
-#include <thread>
 
 #include "tests/fakes/sse_client.h"
 #include "tests/soak/clients.h"
@@ -36,19 +35,22 @@ class Caller {
     Tally Run() {
         const int most_in_flight = 1 + orders_.number % 4;
         while (!orders_.stop) {
-            while (ledger_.in_flight() < most_in_flight) PostNext();
-            if (!ReceiveNext()) break;
+            ReceiveDuring(std::chrono::milliseconds(random_() % kMostPause_ms));
+            if (ledger_.in_flight() < most_in_flight) {
+                PostNext();
+            } else if (!ReceiveNext()) {
+                break;
+            }
         }
         while (ledger_.in_flight() > 0 && ReceiveNext()) {
         }
         // What came twice came at once.
-        ReceiveWithin(100ms);
+        ReceiveDuring(100ms);
         return ledger_.Close();
     }
 
  private:
     void PostNext() {
-        std::this_thread::sleep_for(std::chrono::milliseconds(random_() % kMostPause_ms));
         const Call call = calls_->Next();
         json request = {{"jsonrpc", "2.0"}, {"id", ledger_.Post(call.name)}, {"method", call.method}};
         if (!call.params.is_null()) request["params"] = call.params;
@@ -60,6 +62,13 @@ class Caller {
         posted_ = Clock::now();
         if (reply.header("Connection") == "close") posts_.reset();
         if (reply.status != 202) ledger_.Refuse();
+    }
+
+    void ReceiveDuring(std::chrono::milliseconds pause) {
+        const auto end = Clock::now() + pause;
+        while (Clock::now() < end) {
+            ReceiveWithin(std::chrono::duration_cast<std::chrono::milliseconds>(end - Clock::now()));
+        }
     }
 
     bool ReceiveNext() { return ReceiveWithin(kPatience); }

@@ -54,7 +54,7 @@ class Soak {
         AwaitFrames();
         Crowd(std::clamp(duration / 10, Seconds(1), Seconds(20)));
         WakeAllKeptWorkers();
-        quiet_ = FramesDuring([&] { AwaitFramesFor(std::clamp(duration / 4, Seconds(4), Seconds(60))); });
+        quiet_ = FramesDuring([&] { AwaitFramesFor(std::clamp(duration / 10, Seconds(2), Seconds(60))); });
         before_ = application_.ReadFootprint();
         loud_ = FramesDuring([&] { Crowd(duration); });
         after_ = AwaitSettled();
@@ -69,12 +69,11 @@ class Soak {
         PrintLatencies();
         std::printf("%-14s %lld vanished, %lld times garbage, %lld times cut off for not reading\n", "troublemakers",
                     Number(trouble_.vanished), Number(trouble_.garbage), Number(trouble_.cut_off));
-        const double share =
+        PrintFrames("with clients", loud_);
+        PrintFrames("without them", quiet_);
+        const double ratio =
             static_cast<double>(loud_.due) / static_cast<double>(std::max<std::int64_t>(1, quiet_.due));
-        std::printf(
-            "%-14s %lld of %lld with the clients; without them %lld of %lld, which makes %.0f in the same time\n",
-            "frames missed", Number(loud_.missed), Number(loud_.due), Number(quiet_.missed), Number(quiet_.due),
-            static_cast<double>(quiet_.missed) * share);
+        std::printf("%-14s which makes %.0f in the same time\n", "", static_cast<double>(quiet_.missed) * ratio);
         std::printf("%-14s before %8.1f   after %8.1f\n", "resident MB", before_.resident_mb, after_.resident_mb);
         std::printf("%-14s before %8d   after %8d\n", "threads", before_.threads, after_.threads);
         std::printf("%-14s before %8d   after %8d\n", "descriptors", before_.descriptors, after_.descriptors);
@@ -112,7 +111,7 @@ class Soak {
         const Frames begin = AwaitFrames();
         act();
         const Frames end = AwaitFrames();
-        return {end.due - begin.due, end.missed - begin.missed};
+        return {end.due - begin.due, end.missed - begin.missed, end.starved_seconds - begin.starved_seconds};
     }
 
     // Lets all clients loose for a while.
@@ -160,6 +159,11 @@ class Soak {
         mcp::sse_client client(kPort, kAddresses[0]);
         client.shake_hands();
         client.call_tool(1, "openxr_exit_session");
+    }
+
+    static void PrintFrames(const char* when, const Frames& frames) {
+        std::printf("%-14s %s: %lld of %lld; their thread waited %.1f s for a processor\n", "frames missed", when,
+                    Number(frames.missed), Number(frames.due), frames.starved_seconds);
     }
 
     void PrintLatencies() {
