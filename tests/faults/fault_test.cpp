@@ -19,6 +19,7 @@
 #include "layer/action_maps.h"
 #include "layer/binding_mirror.h"
 #include "layer/instance_hooks.h"
+#include "tests/fakes/holdings.h"
 #include "tests/fakes/renew.h"
 #include "tests/fakes/scratch.h"
 #include "tests/faults/application.h"
@@ -247,11 +248,12 @@ class Faults : public testing::Test {
         }
     }
 
-    // And the life after it is like the one before.
+    // And the life after it is like the one before, and holds on to nothing more.
     void ExpectUsualLife() {
         const Recording next = RecordLife();
         for (const auto& [step, calls] : usual_.calls) EXPECT_EQ(next.calls.at(step), calls) << step;
         EXPECT_EQ(next.answers, usual_.answers);
+        EXPECT_TRUE(HoldsNoMoreThan(held_)) << Holdings::Now() << " for " << held_;
     }
 
     static void Arm(FakeRuntime& runtime, Fault fault, const std::string& function, int place) {
@@ -305,6 +307,7 @@ class Faults : public testing::Test {
     ScratchDirectory state_home_;
     ScopedVariable variable_{"XDG_STATE_HOME", state_home_.path()};
     const Recording usual_ = RecordLife();
+    const Holdings held_ = Holdings::Now();
 };
 
 // No call of the layer is forgotten by the table, and the table speaks of none that is not made.

@@ -1,0 +1,83 @@
+// Creates and destroys instances of the built layer, over and over in one process, each with other things going on,
+// and looks for what stays behind. Or ends the process with all of that going on.
+//
+//   velmoor_lifecycle cycles COUNT
+//   velmoor_lifecycle exit|return|_exit
+#include <unistd.h>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <iostream>
+#include <string_view>
+#include <thread>
+
+#include "tests/fakes/holdings.h"
+#include "tests/lifecycle/life.h"
+
+namespace lifecycle {
+namespace {
+
+using orvanic_xr::Holdings;
+
+// How many calls its end cut short.
+int LiveOnce(int cycle) {
+    Life life;
+    const int kind = cycle % 4;  // 0: just an instance
+    if (kind >= 1) life.CreateSession();
+    if (kind >= 2) life.LeaveCallsPending();
+    if (kind >= 3) life.EndSession();
+    life.DestroyInstance();
+    return life.ExpectAnswers();
+}
+
+int Cycles(int count) {
+    const int settled_at = std::max(4, count / 10);
+    Holdings settled;
+    int cut_short = 0;
+    for (int cycle = 1; cycle <= count; ++cycle) {
+        cut_short += LiveOnce(cycle);
+        if (cycle != settled_at) continue;
+        std::this_thread::sleep_for(kLongestThread);
+        settled = Holdings::Now();
+    }
+    const bool no_more = orvanic_xr::HoldsNoMoreThan(settled);
+    std::cout << "cycle " << settled_at << ": " << settled << "; cycle " << count << ": " << Holdings::Now() << "; "
+              << cut_short << " calls cut short\n";
+    return no_more && cut_short > 0 ? 0 : 1;
+}
+
+int Main(int argc, char** argv) {
+    const std::string_view mode = argc >= 2 ? argv[1] : "";
+    if (mode == "cycles" && argc == 3) {
+        const std::string_view text = argv[2];
+        int count = 0;
+        std::from_chars(text.data(), text.data() + text.size(), count);
+        return Cycles(count);
+    }
+    if (mode != "exit" && mode != "return" && mode != "_exit") {
+        std::fprintf(stderr, "usage: velmoor_lifecycle cycles COUNT | exit | return | _exit\n");
+        return 2;
+    }
+    Life life;
+    life.CreateSession();
+    life.LeaveCallsPending();
+    if (mode == "exit") std::exit(0);
+    if (mode == "_exit") _exit(0);
+    return 0;
+}
+
+}  // namespace
+}  // namespace lifecycle
+
+int main(int argc, char** argv) {
+    setenv("VELMOOR_SIM_HZ", "500", 1);
+    try {
+        return lifecycle::Main(argc, argv);
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "FAILED: %s\n", error.what());
+        return 1;
+    }
+}
