@@ -32,7 +32,7 @@ struct HookGuard {
 // Logs "Exception in <hook>" and tells telemetry if the guard says so.
 void ReportHookException(const HookGuard& guard) noexcept;
 
-// Returns what `body` returns, an XrResult. The one catch of all hooks.
+// Returns what `body` returns, an XrResult. The one catch around all hooks.
 template <class Body>
 XrResult GuardHook(const HookGuard& guard, Body&& body) noexcept {
     try {
