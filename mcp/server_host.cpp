@@ -1,5 +1,6 @@
 #include "mcp/server_host.h"
 
+#include <chrono>
 #include <cstdlib>
 #include <exception>
 #include <string_view>
@@ -12,6 +13,8 @@ namespace orvanic_xr {
 namespace {
 
 constexpr std::int32_t kWriteTimeoutSeconds = 30;
+// Far more than binding takes, and not long for an application that waits for its instance.
+constexpr std::chrono::milliseconds kBindTime{500};
 
 // What telemetry wants to know of a client.
 void TellTelemetry(const mcp::json& client_info, const mcp::header_map& headers) {
@@ -50,6 +53,9 @@ bool McpServerHost::start(int port) {
     }
     const bool local_only = AskedForLocalOnly();
     StartLocked(ipv4_, port, local_only);
+    // The socket of :: takes IPv4 as well. Were it bound first, a client that comes in between would open its stream
+    // there, and its calls would reach the other server, which doesn't know it.
+    if (ipv4_.server) ipv4_.server->wait_until_listening(kBindTime);
     StartLocked(ipv6_, port, local_only);
     if (!ipv4_.running && !ipv6_.running) {
         mcp::log_error("Failed to start any MCP server");

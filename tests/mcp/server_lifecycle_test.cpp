@@ -227,6 +227,8 @@ class Host : public testing::Test {
 TEST_F(Host, ServesBothFamiliesWithTheSameTools) {
     host_.register_tool(tool_named("early"), {});
     EXPECT_TRUE(host_.start(0));
+    // It has to be there before the other one, whose socket takes IPv4 as well.
+    EXPECT_TRUE(host_.ipv4_server()->wait_until_listening(0ms));
     EXPECT_TRUE(host_.start(0));
     EXPECT_THAT(log_.take(), IsSupersetOf({"WARNING Cannot register tool: no server initialized",
                                            "INFO MCP server IPv4 started successfully at 0.0.0.0:0",
