@@ -8,6 +8,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <memory>
+#include <random>
 #include <string>
 #include <thread>
 #include <utility>
@@ -187,6 +189,10 @@ class Application {
         std::memcpy(&event, &results, sizeof results);
         manager_.getSceneContext(session_.session)->on_event(event);
         if (!manager_.getSceneContext(session_.session)->is_ready()) std::abort();
+        SystemState system;
+        system.valid = true;
+        system.systemName = "\xff\xfe a name";
+        manager_.setSystemState(system);
         FrameState frame;
         frame.valid = true;
         frame.session = session_.session;
@@ -208,8 +214,12 @@ class Application {
 }  // namespace
 }  // namespace orvanic_xr
 
+// What a short input leaves open is decided by noise, which stands in front of it since choices are read from the end.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static orvanic_xr::Application& application = *new orvanic_xr::Application;
-    application.CallATool(FuzzedDataProvider(data, size));
+    std::vector<std::uint8_t> bytes(512);
+    std::generate(bytes.begin(), bytes.end(), std::minstd_rand());
+    bytes.insert(bytes.end(), data, data + size);
+    application.CallATool(FuzzedDataProvider(bytes.data(), bytes.size()));
     return 0;
 }

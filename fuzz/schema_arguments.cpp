@@ -4,38 +4,21 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <vector>
 
 namespace orvanic_xr {
 namespace {
 
 using mcp::json;
 
-// What the built-in tools know, and what looks like it.
 constexpr const char* kWords[] = {
-    "left",
-    "right",
-    "Left",
-    "view",
-    "local",
-    "stage",
-    "local_floor",
-    "A",
-    "B",
-    "X",
-    "Y",
-    "Menu",
-    "System",
-    "Thumbstick",
-    "ThumbstickClick",
-    "Trigger",
-    "Grip",
-    "aim",
-    "grip",
-    "positive",
     "",
     "NaN",
     "-1e999",
+    "Left",
+    "X",
     "1 + 2 * pi",
+    "max(sin(1), 2 ^ 3) % 7",
     "sqrt(-1) / 0",
     "((((1))))",
     "1e308 ^ 2",
@@ -68,9 +51,23 @@ json MakeNumber(FuzzedDataProvider& bytes) {
 }
 
 std::string MakeText(FuzzedDataProvider& bytes) {
-    if (bytes.ConsumeIntegralInRange(0, 3) > 0) return bytes.PickValueInArray(kWords);
+    if (bytes.ConsumeBool()) return bytes.PickValueInArray(kWords);
     if (Rarely(bytes)) return std::string(1u << 16, static_cast<char>(bytes.ConsumeIntegral<std::uint8_t>()));
     return bytes.ConsumeRandomLengthString(200);
+}
+
+// One of the words that a description puts in quotes: mostly what the parameter may be.
+std::string MakeQuoted(const std::string& description, FuzzedDataProvider& bytes) {
+    std::vector<std::string> words;
+    std::size_t begin = 0;
+    while ((begin = description.find('\'', begin)) != std::string::npos) {
+        const std::size_t end = description.find('\'', begin + 1);
+        if (end == std::string::npos) break;
+        words.push_back(description.substr(begin + 1, end - begin - 1));
+        begin = end + 1;
+    }
+    if (words.empty() || Rarely(bytes)) return MakeText(bytes);
+    return words[bytes.ConsumeIntegralInRange<std::size_t>(0, words.size() - 1)];
 }
 
 json MakeDeep(FuzzedDataProvider& bytes) {
@@ -140,7 +137,7 @@ json MakeValue(const json& schema, FuzzedDataProvider& bytes) {
     }
     const std::string type = schema.value("type", std::string());
     if (type == "number" || type == "integer") return MakeNumber(bytes);
-    if (type == "string") return MakeText(bytes);
+    if (type == "string") return MakeQuoted(schema.value("description", std::string()), bytes);
     if (type == "boolean") return bytes.ConsumeBool();
     if (type == "array") return MakeArray(schema, bytes);
     if (type == "object") return MakeObject(schema, bytes);
