@@ -60,11 +60,9 @@ std::string MakeText(FuzzedDataProvider& bytes) {
 std::string MakeQuoted(const std::string& description, FuzzedDataProvider& bytes) {
     std::vector<std::string> words;
     std::size_t begin = 0;
-    while ((begin = description.find('\'', begin)) != std::string::npos) {
-        const std::size_t end = description.find('\'', begin + 1);
-        if (end == std::string::npos) break;
-        words.push_back(description.substr(begin + 1, end - begin - 1));
-        begin = end + 1;
+    while ((begin = description.find(" '", begin)) != std::string::npos) {
+        begin += 2;
+        words.push_back(description.substr(begin, description.find('\'', begin) - begin));
     }
     if (words.empty() || Rarely(bytes)) return MakeText(bytes);
     return words[bytes.ConsumeIntegralInRange<std::size_t>(0, words.size() - 1)];
