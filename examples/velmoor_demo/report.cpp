@@ -104,7 +104,7 @@ void Report::Line(const std::string& text) {
 
 void Report::FrameBegins(XrDuration period) {
     const auto now = std::chrono::steady_clock::now();
-    if (frame_began_) {
+    if (frame_began_ && period > 0) {
         const std::chrono::duration<double, std::nano> interval = now - *frame_began_;
         const std::int64_t due =
             std::max<std::int64_t>(1, std::llround(interval.count() / static_cast<double>(period)));
