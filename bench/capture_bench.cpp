@@ -80,7 +80,12 @@ void BM_Draw(benchmark::State& state) {
     for ([[maybe_unused]] auto _ : state) simulator::DrawPicture(world, room, 0, width, height, pixels.data());
     CountBytes(state, pixels.size());
 }
-BENCHMARK(BM_Draw)->Args({1024, 1024})->Args({1832, 1920})->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Draw)
+    ->Args({256, 256})
+    ->Args({512, 512})
+    ->Args({1024, 1024})
+    ->Args({1832, 1920})
+    ->Unit(benchmark::kMillisecond);
 
 void BM_LightRoom(benchmark::State& state) {
     const simulator::WorldView world = SomeView();
@@ -99,7 +104,12 @@ void BM_Png(benchmark::State& state) {
     CountBytes(state, pixels.size());
     state.counters["file_bytes"] = static_cast<double>(file_size);
 }
-BENCHMARK(BM_Png)->Args({1024, 1024})->Args({1832, 1920})->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_Png)
+    ->Args({256, 256})
+    ->Args({512, 512})
+    ->Args({1024, 1024})
+    ->Args({1832, 1920})
+    ->Unit(benchmark::kMillisecond);
 
 void RegisterPaths() {
     for (const Base64Path& path : base64_paths()) {

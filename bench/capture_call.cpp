@@ -34,7 +34,7 @@ constexpr char kBody[] = R"({"jsonrpc":"2.0","id":1,"method":"tools/call","param
 struct Size {
     std::uint32_t width, height;
 };
-constexpr Size kSizes[] = {{1024, 1024}, {1832, 1920}};
+constexpr Size kSizes[] = {{256, 256}, {512, 512}, {1024, 1024}, {1832, 1920}};
 
 struct Part {
     const char* name;
