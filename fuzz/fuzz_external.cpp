@@ -59,7 +59,11 @@ class Bytes {
  public:
     Bytes(const std::uint8_t* data, std::size_t size) : data_(data), left_(size) {}
 
-    std::uint8_t Next() { return left_ > 0 ? (--left_, *data_++) : 0; }
+    std::uint8_t Next() {
+        if (left_ == 0) return 0;
+        --left_;
+        return *data_++;
+    }
     // A prefix of the field from the input, so that most fields end where a text would.
     template <std::size_t kSize>
     void Fill(char (&field)[kSize]) {
