@@ -29,8 +29,9 @@ using Clock = std::chrono::steady_clock;
 bool ReadToEnd(int fd, Clock::time_point deadline, std::string& text) {
     for (;;) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        if (left <= 0) return false;
         pollfd waiting{fd, POLLIN, 0};
-        if (left <= 0 || poll(&waiting, 1, static_cast<int>(left)) == 0) return false;
+        if (poll(&waiting, 1, static_cast<int>(left)) <= 0) continue;  // over, or interrupted: the clock tells
         std::array<char, 4096> bytes;
         const ssize_t count = read(fd, bytes.data(), bytes.size());
         if (count <= 0) return true;

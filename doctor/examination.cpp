@@ -16,7 +16,7 @@
 #include "doctor/search_paths.h"
 #include "doctor/wanted_extensions.h"
 #include "doctor/whole_file.h"
-#include "layer/mcp_server_lifecycle.h"
+#include "mcp/server_host.h"
 
 namespace orvanic_xr {
 namespace {

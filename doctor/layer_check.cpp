@@ -1,6 +1,7 @@
 #include "doctor/layer_check.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <filesystem>
 #include <iterator>
 #include <string_view>
@@ -89,7 +90,8 @@ Findings NamedInVain(const std::vector<LayerManifest>& usable, const LayerSituat
     return findings;
 }
 
-// The first that is on speaks for all; else the first of all, which tells what is wanting.
+// The first that is on speaks for all. Where none is, what is wanting is told of an implicit one, if there is one: it
+// was put there so that nobody has to name the layer.
 Finding SwitchFinding(const std::vector<LayerManifest>& usable, const LayerSituation& situation) {
     std::vector<Switch> switches;
     for (const LayerManifest& manifest : usable) {
@@ -102,7 +104,9 @@ Finding SwitchFinding(const std::vector<LayerManifest>& usable, const LayerSitua
         switches.push_back(std::move(state));
     }
     const auto on = std::find_if(switches.begin(), switches.end(), [](const Switch& s) { return s.on; });
-    const Switch& told = on != switches.end() ? *on : switches.front();
+    const auto implicit = std::find_if(usable.begin(), usable.end(), [](const LayerManifest& m) { return m.implicit; });
+    const auto chosen = implicit != usable.end() ? implicit - usable.begin() : 0;
+    const Switch& told = on != switches.end() ? *on : switches[static_cast<std::size_t>(chosen)];
     return {told.on ? Mark::Ok : Mark::Bad, "layer", told.text, told.advice};
 }
 

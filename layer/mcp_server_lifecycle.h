@@ -3,9 +3,6 @@
 
 namespace orvanic_xr {
 
-// IPv4 and IPv6 alike. Fixed: clients find the layer by it.
-inline constexpr int kMcpServerPort = 8720;
-
 // Without a server the tools are still there for callers in the process. A second call adds a fresh set of
 // registries to the server that runs. Lets no exception out.
 void InitializeOrvanicMcpServer() noexcept;

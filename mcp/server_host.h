@@ -9,6 +9,9 @@
 
 namespace orvanic_xr {
 
+// IPv4 and IPv6 alike. Fixed: clients find the layer by it.
+inline constexpr int kMcpServerPort = 8720;
+
 // Any thread. The mutex is held while servers are started and stopped, but not while stop() waits for tools that
 // still run.
 class McpServerHost {
