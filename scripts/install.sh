@@ -23,6 +23,14 @@ install_prefix() {
   { cat "$build/install_manifest.txt"; echo; } >>"$installed_files"
 }
 
+# search_path_for PREFIX: the variable by which the loader finds the explicit layer there, where it needs one.
+search_path_for() {
+  case $1 in
+    /usr | /usr/local | "$HOME/.local") ;;
+    *) echo " XR_API_LAYER_PATH=$(realpath --canonicalize-missing "$1")/share/openxr/1/api_layers/explicit.d" ;;
+  esac
+}
+
 # install_implicit BUILD_DIRECTORY [always]: the manifest of the layer that was installed last, for this user. Without
 # "always" the layer is off in an application until its variable is set.
 install_implicit() {
