@@ -1,6 +1,6 @@
 # One Debian package with all that is installed; `cpack` in the build directory makes it. Its libraries lie in /usr/lib
 # itself: the manifests lead there by relative paths, in whatever place the package is unpacked.
-install(FILES LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} RENAME copyright)
+install(FILES cmake/copyright DESTINATION ${CMAKE_INSTALL_DOCDIR})
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
