@@ -128,7 +128,7 @@ XrResult GetInstanceProperties(XrInstance instance, XrInstanceProperties* proper
     return Guarded([&](Runtime& runtime) {
         runtime.Get(instance);
         RequireType(properties, XR_TYPE_INSTANCE_PROPERTIES);
-        properties->runtimeVersion = XR_MAKE_VERSION(0, 1, 0);
+        properties->runtimeVersion = XR_MAKE_VERSION(1, 0, 0);
         CopyText(kRuntimeName, properties->runtimeName);
         return XR_SUCCESS;
     });
