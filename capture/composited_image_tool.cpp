@@ -103,10 +103,7 @@ bool capture_extension_enabled() {
 
 ToolEntry make_openxr_capture_composited_image_tool_entry() {
     ToolBuilder builder(kName, kDescription);
-    builder
-        .add_number_parameter("session_handle",
-                              "The XR session handle. Optional — if not provided, uses the current active session.",
-                              false)
+    builder.add_number_parameter("session_handle", kSessionHandleDescription, false)
         .add_string_parameter("eye", "Which eye to capture. Valid options: 'left' or 'right'. Default: 'left'", false)
         .set_hints(true, false, false, true);
     return {builder.build(), handle_capture_composited_image, capture_extension_enabled};

@@ -151,8 +151,7 @@ XrResult CreateInstance(const XrInstanceCreateInfo& info, const XrApiLayerCreate
     state.instance = handle;
     CacheApplication(state);
 
-    ContextManager::instance().setSceneContextFactory(
-        [](XrSession session) { return std::make_shared<SceneContext>(session); });
+    ContextManager::instance().setSceneContextFactory(MakeSceneContext);
     ExternalToolManager::instance().Open();
     PoseAnimationManager::instance().Open();
     InitializeOrvanicMcpServer();

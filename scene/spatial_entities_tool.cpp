@@ -90,9 +90,7 @@ json handle_list_spatial_entities(const json& arguments, const std::string& /*se
     }
     const XrSpace base_space = reference_space_for_name(base_name, *context);
     if (base_space == XR_NULL_HANDLE) {
-        return refuse(kName, "Invalid or unavailable base_space: " + base_name,
-                      "Invalid or unavailable base_space '" + base_name +
-                          "'. Valid options: 'local', 'stage', 'local_floor', 'view'.");
+        return refuse(kName, "Invalid or unavailable base_space: " + base_name, invalid_base_space_text(base_name));
     }
     const XrTime time = context->CurrentLocateTime();
     if (time == 0) {
@@ -114,16 +112,8 @@ json handle_list_spatial_entities(const json& arguments, const std::string& /*se
 
 ToolEntry make_openxr_list_spatial_entities_tool_entry() {
     ToolBuilder builder(kName, kDescription);
-    builder
-        .add_number_parameter("session_handle",
-                              "The XR session handle. Optional — if not provided, uses the current active session.",
-                              false)
-        .add_string_parameter("base_space",
-                              "The base reference space to locate against. Valid options: 'local' (local reference "
-                              "space, always available), 'stage' (stage reference space), 'local_floor' (local floor "
-                              "reference space), 'view' (view reference space). Default: '" +
-                                  default_base_space() + "'",
-                              false)
+    builder.add_number_parameter("session_handle", kSessionHandleDescription, false)
+        .add_string_parameter("base_space", base_space_to_read_description(), false)
         .set_hints(true, false, false, true);
     return {builder.build(), handle_list_spatial_entities, {}};
 }

@@ -119,6 +119,17 @@ std::string default_base_space() {
     return ContextManager::instance().isExtensionEnabled("XR_EXT_local_floor") ? "local_floor" : "local";
 }
 
+std::string invalid_base_space_text(const std::string& name) {
+    return "Invalid or unavailable base_space '" + name + "'. Valid options: 'local', 'stage', 'local_floor', 'view'.";
+}
+
+std::string base_space_to_read_description() {
+    return "The base reference space to locate against. Valid options: 'local' (local reference space, always "
+           "available), 'stage' (stage reference space), 'local_floor' (local floor reference space), 'view' (view "
+           "reference space). Default: '" +
+           default_base_space() + "'";
+}
+
 bool extension_enabled(const InstanceState& instance_data, const std::string& name) {
     return instance_data.enabledExtensions.count(name) > 0;
 }

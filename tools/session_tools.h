@@ -15,6 +15,10 @@ namespace orvanic_xr {
 
 using mcp::json;
 
+// Of the schema's `session_handle`.
+inline constexpr char kSessionHandleDescription[] =
+    "The XR session handle. Optional — if not provided, uses the current active session.";
+
 struct SessionResolution {
     XrSession session = XR_NULL_HANDLE;
     bool valid = false;
@@ -38,6 +42,9 @@ SessionLookup find_session_context(const json& arguments, const std::string& too
 XrSpace reference_space_for_name(const std::string& name, const SessionContext& context);
 // "local_floor" if the instance enabled XR_EXT_local_floor, else "local".
 std::string default_base_space();
+// The text that names a space which is not to be had, and the schema's `base_space` of tools that locate.
+std::string invalid_base_space_text(const std::string& name);
+std::string base_space_to_read_description();
 bool extension_enabled(const InstanceState& instance_data, const std::string& name);
 
 }  // namespace orvanic_xr

@@ -112,9 +112,7 @@ ToolEntry make_openxr_convert_pose_between_spaces_tool_entry() {
         .add_string_parameter("target_space", kTargetDescription, false)
         .add_bounded_array_parameter("position", kPositionDescription, "number", 3, 3, false)
         .add_bounded_array_parameter("orientation", kOrientationDescription, "number", 4, 4, false)
-        .add_number_parameter("session_handle",
-                              "The XR session handle. Optional — if not provided, uses the current active session.",
-                              false)
+        .add_number_parameter("session_handle", kSessionHandleDescription, false)
         .set_hints(true, false, false, true);
     return {builder.build(), handle_convert_pose_between_spaces, {}};
 }

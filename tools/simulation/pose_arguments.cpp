@@ -41,17 +41,6 @@ int hand_index(const std::string& hand) {
     return hand == "left" ? kLeftHand : kRightHand;
 }
 
-std::string invalid_base_space_text(const std::string& name) {
-    return "Invalid or unavailable base_space '" + name + "'. Valid options: 'local', 'stage', 'local_floor', 'view'.";
-}
-
-std::string base_space_to_read_description() {
-    return "The base reference space to locate against. Valid options: 'local' (local reference space, always "
-           "available), 'stage' (stage reference space), 'local_floor' (local floor reference space), 'view' (view "
-           "reference space). Default: '" +
-           default_base_space() + "'";
-}
-
 std::string base_space_to_write_description() {
     return "Reference space the pose is expressed in. Valid: 'local', 'stage', 'local_floor', 'view'. Default: '" +
            default_base_space() + "'";

@@ -16,9 +16,6 @@ namespace orvanic_xr {
 
 using mcp::json;
 
-inline constexpr char kSessionHandleDescription[] =
-    "The XR session handle. Optional — if not provided, uses the current active session.";
-
 // What a set tool was asked to change: an array of another length counts as not given.
 struct PoseArguments {
     const json* position = nullptr;     // three elements
@@ -45,9 +42,7 @@ HandArgument read_hand_argument(const json& arguments);
 
 int hand_index(const std::string& hand);
 
-// The texts that name a space which is not to be had, and the schema's `base_space` of get and set tools.
-std::string invalid_base_space_text(const std::string& name);
-std::string base_space_to_read_description();
+// The schema's `base_space` of tools that move something.
 std::string base_space_to_write_description();
 // position, orientation, base_space and duration_seconds of a set tool, in this order.
 void add_pose_parameters(ToolBuilder& builder);
