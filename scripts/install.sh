@@ -68,8 +68,9 @@ uninstall() {
   rm -f "$installed_files"
 }
 
-# package_deb BUILD_DIRECTORY TARGET_DIRECTORY
+# package_deb BUILD_DIRECTORY TARGET_DIRECTORY: which holds that one package afterwards.
 package_deb() {
+  rm -f "$2"/velmoor_*.deb
   cpack --config "$1/CPackConfig.cmake" -B "$2" >&2 || fail "packing failed"
   rm -rf "$2/_CPack_Packages"
 }
