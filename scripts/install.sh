@@ -26,7 +26,7 @@ install_prefix() {
 # search_path_for PREFIX: the variable by which the loader finds the explicit layer there, where it needs one.
 search_path_for() {
   case $1 in
-    /usr | /usr/local | "$HOME/.local") ;;
+    /usr | /usr/local | "${HOME:-}/.local") ;;
     *) echo " XR_API_LAYER_PATH=$(realpath --canonicalize-missing "$1")/share/openxr/1/api_layers/explicit.d" ;;
   esac
 }
