@@ -27,6 +27,10 @@
 
 namespace {
 
+constexpr char kUsage[] =
+    "usage: velmoor_agent [--exit] [--pictures DIRECTORY] [--watch FILE] [--film DIRECTORY] [URL]\n"
+    "       velmoor_agent --call TOOL [JSON] [URL]";
+
 constexpr auto kServerComesUp = std::chrono::seconds(20);
 
 struct Options {
@@ -57,9 +61,7 @@ Options ReadOptions(int argc, char** argv) {
         } else if (!option.empty() && option[0] != '-') {
             options.url = option;
         } else {
-            throw std::invalid_argument(
-                "usage: velmoor_agent [--exit] [--pictures DIRECTORY] [--watch FILE] [--film DIRECTORY] [URL]\n"
-                "       velmoor_agent --call TOOL [JSON] [URL]");
+            throw std::invalid_argument(kUsage);
         }
     }
     return options;
@@ -108,6 +110,7 @@ int Run(const Options& options) {
 
 int main(int argc, char** argv) {
     try {
+        if (argc == 2 && std::string(argv[1]) == "--help") return std::cout << kUsage << "\n", 0;
         return Run(ReadOptions(argc, argv));
     } catch (const std::exception& problem) {
         std::cerr << "velmoor_agent: " << problem.what() << "\n";
