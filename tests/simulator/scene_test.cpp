@@ -7,6 +7,7 @@
 #include <map>
 #include <thread>
 
+#include "layer/dispatch/dispatch.h"
 #include "layer/dispatch/spatial_entity_ks.h"
 #include "tests/simulator/simulator_fixture.h"
 
@@ -40,19 +41,7 @@ class SimulatorScene : public SimulatorTest {
         setenv("VELMOOR_SIM_SCENE", mode, 1);
         if (instance_ != XR_NULL_HANDLE) DestroyInstance(instance_);
         SimulatorTest::SetUp();
-        const auto load = [this](const char* name, auto& function) {
-            ASSERT_EQ(GetInstanceProcAddr()(instance_, name, reinterpret_cast<PFN_xrVoidFunction*>(&function)),
-                      XR_SUCCESS);
-        };
-        load("xrQuerySpacesKS", QuerySpaces);
-        load("xrRetrieveSpaceQueryResultsKS", RetrieveResults);
-        load("xrGetSpaceComponentStatusKS", GetStatus);
-        load("xrSetSpaceComponentStatusKS", SetStatus);
-        load("xrEnumerateSpaceSupportedComponentsKS", EnumerateComponents);
-        load("xrGetSpaceBoundingBox2DKS", GetBox2D);
-        load("xrGetSpaceBoundingBox3DKS", GetBox3D);
-        load("xrGetSpaceSemanticLabelsKS", GetLabels);
-        load("xrGetSpaceContainerKS", GetContainer);
+        orvanic_xr::PopulateDispatchTable(scene_, instance_, RuntimeLookup());
         session_ = MakeFocusedSession();
     }
 
@@ -83,7 +72,7 @@ class SimulatorScene : public SimulatorTest {
                                          0,
                                          static_cast<const XrSpaceFilterInfoBaseHeaderKS*>(filter),
                                          nullptr};
-        return QuerySpaces(session_, reinterpret_cast<const XrSpaceQueryInfoBaseHeaderKS*>(&info), &request);
+        return scene_.QuerySpacesKS(session_, reinterpret_cast<const XrSpaceQueryInfoBaseHeaderKS*>(&info), &request);
     }
 
     std::vector<XrSpaceQueryResultKS> Query(const void* filter, std::uint32_t max_results = 1000) {
@@ -92,11 +81,11 @@ class SimulatorScene : public SimulatorTest {
         EXPECT_TRUE(Await<XrEventDataSpaceQueryResultsAvailableKS>(XR_TYPE_EVENT_DATA_SPACE_QUERY_RESULTS_AVAILABLE_KS,
                                                                    request));
         auto results = Typed<XrSpaceQueryResultsKS>(XR_TYPE_SPACE_QUERY_RESULTS_KS);
-        EXPECT_EQ(RetrieveResults(session_, request, &results), XR_SUCCESS);
+        EXPECT_EQ(scene_.RetrieveSpaceQueryResultsKS(session_, request, &results), XR_SUCCESS);
         std::vector<XrSpaceQueryResultKS> found(results.resultCountOutput);
         results.resultCapacityInput = results.resultCountOutput;
         results.results = found.data();
-        EXPECT_EQ(RetrieveResults(session_, request, &results), XR_SUCCESS);
+        EXPECT_EQ(scene_.RetrieveSpaceQueryResultsKS(session_, request, &results), XR_SUCCESS);
         return found;
     }
 
@@ -109,21 +98,21 @@ class SimulatorScene : public SimulatorTest {
 
     std::vector<XrUuidEXT> ContentsOf(XrSpace space) {
         auto container = Typed<XrSpaceContainerKS>(XR_TYPE_SPACE_CONTAINER_KS);
-        EXPECT_EQ(GetContainer(session_, space, &container), XR_SUCCESS);
+        EXPECT_EQ(scene_.GetSpaceContainerKS(session_, space, &container), XR_SUCCESS);
         std::vector<XrUuidEXT> uuids(container.uuidCountOutput);
         container.uuidCapacityInput = container.uuidCountOutput;
         container.uuids = uuids.data();
-        EXPECT_EQ(GetContainer(session_, space, &container), XR_SUCCESS);
+        EXPECT_EQ(scene_.GetSpaceContainerKS(session_, space, &container), XR_SUCCESS);
         return uuids;
     }
 
     std::string LabelOf(XrSpace space) {
         auto labels = Typed<XrSemanticLabelsKS>(XR_TYPE_SEMANTIC_LABELS_KS);
-        if (XR_FAILED(GetLabels(session_, space, &labels))) return "";
+        if (XR_FAILED(scene_.GetSpaceSemanticLabelsKS(session_, space, &labels))) return "";
         std::string text(labels.bufferCountOutput, '?');
         labels.bufferCapacityInput = labels.bufferCountOutput;
         labels.buffer = text.data();
-        EXPECT_EQ(GetLabels(session_, space, &labels), XR_SUCCESS);
+        EXPECT_EQ(scene_.GetSpaceSemanticLabelsKS(session_, space, &labels), XR_SUCCESS);
         return text;
     }
 
@@ -141,25 +130,17 @@ class SimulatorScene : public SimulatorTest {
         const XrSpaceComponentStatusSetInfoKS info = {XR_TYPE_SPACE_COMPONENT_STATUS_SET_INFO_KS, nullptr, kLocatable,
                                                       XR_TRUE, 0};
         XrAsyncRequestIdKS request = 0;
-        EXPECT_EQ(SetStatus(space, &info, &request), XR_SUCCESS);
+        EXPECT_EQ(scene_.SetSpaceComponentStatusKS(space, &info, &request), XR_SUCCESS);
         return request;
     }
 
     XrSpaceComponentStatusKS StatusOf(XrSpace space) {
         auto status = Typed<XrSpaceComponentStatusKS>(XR_TYPE_SPACE_COMPONENT_STATUS_KS);
-        EXPECT_EQ(GetStatus(space, kLocatable, &status), XR_SUCCESS);
+        EXPECT_EQ(scene_.GetSpaceComponentStatusKS(space, kLocatable, &status), XR_SUCCESS);
         return status;
     }
 
-    PFN_xrQuerySpacesKS QuerySpaces = nullptr;
-    PFN_xrRetrieveSpaceQueryResultsKS RetrieveResults = nullptr;
-    PFN_xrGetSpaceComponentStatusKS GetStatus = nullptr;
-    PFN_xrSetSpaceComponentStatusKS SetStatus = nullptr;
-    PFN_xrEnumerateSpaceSupportedComponentsKS EnumerateComponents = nullptr;
-    PFN_xrGetSpaceBoundingBox2DKS GetBox2D = nullptr;
-    PFN_xrGetSpaceBoundingBox3DKS GetBox3D = nullptr;
-    PFN_xrGetSpaceSemanticLabelsKS GetLabels = nullptr;
-    PFN_xrGetSpaceContainerKS GetContainer = nullptr;
+    orvanic_xr::NextDispatchTable scene_;  // with the functions that no header of OpenXR declares
     XrSession session_ = XR_NULL_HANDLE;
     bool foreign_request_told_ = false;
     bool foreign_state_told_ = false;
@@ -189,11 +170,13 @@ TEST_F(SimulatorScene, BoxesTellTheShape) {
         const XrSpace space = things.find(row.label)->second;
         XrRect2Df surface = {};
         XrRect3DfKS body = {};
-        EXPECT_EQ(GetBox2D(session_, space, &surface), row.has_surface ? XR_SUCCESS : XR_ERROR_FEATURE_UNSUPPORTED);
-        EXPECT_EQ(GetBox3D(session_, space, &body), row.has_body ? XR_SUCCESS : XR_ERROR_FEATURE_UNSUPPORTED);
+        EXPECT_EQ(scene_.GetSpaceBoundingBox2DKS(session_, space, &surface),
+                  row.has_surface ? XR_SUCCESS : XR_ERROR_FEATURE_UNSUPPORTED);
+        EXPECT_EQ(scene_.GetSpaceBoundingBox3DKS(session_, space, &body),
+                  row.has_body ? XR_SUCCESS : XR_ERROR_FEATURE_UNSUPPORTED);
     }
     XrRect2Df floor = {};
-    GetBox2D(session_, things.find("FLOOR")->second, &floor);
+    scene_.GetSpaceBoundingBox2DKS(session_, things.find("FLOOR")->second, &floor);
     EXPECT_EQ(floor.offset.x, -2.5f);
     EXPECT_EQ(floor.extent.width, 5.0f);
     EXPECT_EQ(floor.extent.height, 4.0f);
@@ -223,38 +206,37 @@ TEST_F(SimulatorScene, ThingIsLocatedOnceThatWasAskedFor) {
 }
 
 TEST_F(SimulatorScene, CallsAreChecked) {
-    const auto things = Things();
-    const XrSpace couch = things.find("COUCH")->second;
-    const XrSpace stage = MakeSpace(session_, XR_REFERENCE_SPACE_TYPE_STAGE);
+    const XrSpace couch = Things().find("COUCH")->second;
     XrAsyncRequestIdKS request = 0;
     EXPECT_EQ(TryQuery(nullptr, 0, request), XR_ERROR_VALIDATION_FAILURE);
     const XrSpaceComponentStatusKS no_filter = {XR_TYPE_SPACE_COMPONENT_STATUS_KS, nullptr, 0, 0};
     EXPECT_EQ(TryQuery(&no_filter, 10, request), XR_ERROR_VALIDATION_FAILURE);
     auto results = Typed<XrSpaceQueryResultsKS>(XR_TYPE_SPACE_QUERY_RESULTS_KS);
-    EXPECT_EQ(RetrieveResults(session_, 12345, &results), XR_ERROR_VALIDATION_FAILURE);
+    EXPECT_EQ(scene_.RetrieveSpaceQueryResultsKS(session_, 12345, &results), XR_ERROR_VALIDATION_FAILURE);
 
     auto status = Typed<XrSpaceComponentStatusKS>(XR_TYPE_SPACE_COMPONENT_STATUS_KS);
-    EXPECT_EQ(GetStatus(stage, kLocatable, &status), XR_ERROR_FEATURE_UNSUPPORTED);
-    EXPECT_EQ(GetStatus(couch, XR_SPACE_COMPONENT_TYPE_SPACE_CONTAINER_KS, &status), XR_ERROR_FEATURE_UNSUPPORTED);
-    EXPECT_EQ(GetStatus(couch, 77, &status), XR_ERROR_FEATURE_UNSUPPORTED);
+    EXPECT_EQ(scene_.GetSpaceComponentStatusKS(couch, XR_SPACE_COMPONENT_TYPE_SPACE_CONTAINER_KS, &status),
+              XR_ERROR_FEATURE_UNSUPPORTED);
     std::uint32_t count = 0;
     XrSpaceComponentTypeKS types[2] = {};
-    EXPECT_EQ(EnumerateComponents(couch, 2, &count, types), XR_ERROR_SIZE_INSUFFICIENT);
+    EXPECT_EQ(scene_.EnumerateSpaceSupportedComponentsKS(couch, 2, &count, types), XR_ERROR_SIZE_INSUFFICIENT);
     EXPECT_EQ(count, 4u);
     XrRect3DfKS body = {};
-    EXPECT_EQ(GetBox3D(MakeSession(), couch, &body), XR_ERROR_VALIDATION_FAILURE) << "the space is another session's";
+    EXPECT_EQ(scene_.GetSpaceBoundingBox3DKS(MakeSession(), couch, &body), XR_ERROR_VALIDATION_FAILURE)
+        << "the space is another session's";
     DestroySpace(couch);
-    EXPECT_EQ(GetBox3D(session_, couch, &body), XR_ERROR_HANDLE_INVALID);
+    EXPECT_EQ(scene_.GetSpaceBoundingBox3DKS(session_, couch, &body), XR_ERROR_HANDLE_INVALID);
 }
 
 TEST_F(SimulatorScene, ResultsAreThereOnceTheEventIsDue) {
     setenv("VELMOOR_SIM_HZ", "1", 1);
-    DestroyInstance(std::exchange(instance_, MakeInstance(Extensions())));
+    DestroyInstance(instance_);
+    ASSERT_EQ(TryCreateInstance(Extensions(), instance_), XR_SUCCESS);
     session_ = MakeSession();
     XrAsyncRequestIdKS request = 0;
     ASSERT_EQ(TryQuery(nullptr, 10, request), XR_SUCCESS);
     auto results = Typed<XrSpaceQueryResultsKS>(XR_TYPE_SPACE_QUERY_RESULTS_KS);
-    EXPECT_EQ(RetrieveResults(session_, request, &results), XR_ERROR_CALL_ORDER_INVALID);
+    EXPECT_EQ(scene_.RetrieveSpaceQueryResultsKS(session_, request, &results), XR_ERROR_CALL_ORDER_INVALID);
     while (const auto event = NextEvent()) EXPECT_NE(event->type, XR_TYPE_EVENT_DATA_SPACE_QUERY_RESULTS_AVAILABLE_KS);
 }
 
@@ -303,19 +285,6 @@ TEST_F(SimulatorScene, ForeignEventsComeBetweenTheOthers) {
     EXPECT_EQ(Things().size(), 11u);
     EXPECT_TRUE(foreign_request_told_);
     EXPECT_TRUE(foreign_state_told_);
-}
-
-TEST_F(SimulatorScene, FamilyNeedsItsFirstMember) {
-    PFN_xrCreateInstance create = nullptr;
-    GetInstanceProcAddr()(XR_NULL_HANDLE, "xrCreateInstance", reinterpret_cast<PFN_xrVoidFunction*>(&create));
-    const char* const names[] = {"XR_KS_scene"};
-    auto info = Typed<XrInstanceCreateInfo>(XR_TYPE_INSTANCE_CREATE_INFO);
-    std::strcpy(info.applicationInfo.applicationName, "test");
-    info.applicationInfo.apiVersion = XR_MAKE_VERSION(1, 0, 0);
-    info.enabledExtensionCount = 1;
-    info.enabledExtensionNames = names;
-    XrInstance instance = XR_NULL_HANDLE;
-    EXPECT_EQ(create(&info, &instance), XR_ERROR_EXTENSION_DEPENDENCY_NOT_ENABLED);
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ void Fill(char (&field)[kSize], const std::string& text) {
 
 }  // namespace
 
-PFN_xrGetInstanceProcAddr GetInstanceProcAddr() {
+PFN_xrGetInstanceProcAddr RuntimeLookup() {
     static void* const library = dlopen(VELMOOR_SIMULATOR_PATH, RTLD_NOW | RTLD_LOCAL);
     if (!library) ADD_FAILURE() << dlerror();
     const auto negotiate =
@@ -32,8 +32,9 @@ PFN_xrGetInstanceProcAddr GetInstanceProcAddr() {
 
 void SimulatorTest::SetUp() {
     setenv("VELMOOR_SIM_HZ", std::to_string(kFramesPerSecond).c_str(), 1);
-    instance_ = MakeInstance(Extensions());
-#define VELMOOR_LOAD(name) GetInstanceProcAddr()(instance_, "xr" #name, reinterpret_cast<PFN_xrVoidFunction*>(&name));
+    ASSERT_EQ(TryCreateInstance(Extensions(), instance_), XR_SUCCESS);
+#define VELMOOR_LOAD(name, extension) \
+    RuntimeLookup()(instance_, "xr" #name, reinterpret_cast<PFN_xrVoidFunction*>(&name));
     VELMOOR_TESTED_FUNCTIONS(VELMOOR_LOAD)
 #undef VELMOOR_LOAD
 }
@@ -46,17 +47,15 @@ std::vector<const char*> SimulatorTest::Extensions() const {
     return {"XR_MND_headless", "XR_EXT_local_floor", "XR_EXT_conformance_automation", "XR_KEST_pronto_controller_plus"};
 }
 
-XrInstance SimulatorTest::MakeInstance(const std::vector<const char*>& extensions) {
+XrResult SimulatorTest::TryCreateInstance(const std::vector<const char*>& extensions, XrInstance& instance) {
     PFN_xrCreateInstance create = nullptr;
-    GetInstanceProcAddr()(XR_NULL_HANDLE, "xrCreateInstance", reinterpret_cast<PFN_xrVoidFunction*>(&create));
+    RuntimeLookup()(XR_NULL_HANDLE, "xrCreateInstance", reinterpret_cast<PFN_xrVoidFunction*>(&create));
     auto info = Typed<XrInstanceCreateInfo>(XR_TYPE_INSTANCE_CREATE_INFO);
     Fill(info.applicationInfo.applicationName, "simulator test");
     info.applicationInfo.apiVersion = XR_MAKE_VERSION(1, 0, 0);
     info.enabledExtensionCount = static_cast<std::uint32_t>(extensions.size());
     info.enabledExtensionNames = extensions.data();
-    XrInstance instance = XR_NULL_HANDLE;
-    EXPECT_EQ(create(&info, &instance), XR_SUCCESS);
-    return instance;
+    return create(&info, &instance);
 }
 
 XrSession SimulatorTest::MakeSession() {
@@ -142,6 +141,13 @@ XrAction SimulatorTest::MakeAction(XrActionSet set, const std::string& name, XrA
     XrAction action = XR_NULL_HANDLE;
     EXPECT_EQ(CreateAction(set, &info, &action), XR_SUCCESS);
     return action;
+}
+
+XrSpace SimulatorTest::MakeActionSpace(XrSession session, XrAction action) {
+    const XrActionSpaceCreateInfo info = {XR_TYPE_ACTION_SPACE_CREATE_INFO, nullptr, action, XR_NULL_PATH, kIdentity};
+    XrSpace space = XR_NULL_HANDLE;
+    EXPECT_EQ(CreateActionSpace(session, &info, &space), XR_SUCCESS);
+    return space;
 }
 
 XrResult SimulatorTest::Suggest(const std::string& profile,

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <openxr/openxr.h>
+#include <openxr/openxr_reflection.h>
 
 #include <cstdint>
 #include <initializer_list>
@@ -15,53 +16,16 @@
 namespace simulator_test {
 
 // Every function that a test calls, by its name without "xr".
-#define VELMOOR_TESTED_FUNCTIONS(X)      \
-    X(DestroyInstance)                   \
-    X(GetInstanceProperties)             \
-    X(PollEvent)                         \
-    X(GetSystem)                         \
-    X(GetSystemProperties)               \
-    X(CreateSession)                     \
-    X(DestroySession)                    \
-    X(BeginSession)                      \
-    X(EndSession)                        \
-    X(RequestExitSession)                \
-    X(WaitFrame)                         \
-    X(BeginFrame)                        \
-    X(EndFrame)                          \
-    X(LocateViews)                       \
-    X(EnumerateReferenceSpaces)          \
-    X(CreateReferenceSpace)              \
-    X(CreateActionSpace)                 \
-    X(LocateSpace)                       \
-    X(DestroySpace)                      \
-    X(StringToPath)                      \
-    X(PathToString)                      \
-    X(CreateActionSet)                   \
-    X(DestroyActionSet)                  \
-    X(CreateAction)                      \
-    X(DestroyAction)                     \
-    X(SuggestInteractionProfileBindings) \
-    X(AttachSessionActionSets)           \
-    X(GetCurrentInteractionProfile)      \
-    X(SyncActions)                       \
-    X(GetActionStateBoolean)             \
-    X(GetActionStateFloat)               \
-    X(GetActionStateVector2f)            \
-    X(GetActionStatePose)                \
-    X(EnumerateBoundSourcesForAction)    \
-    X(GetInputSourceLocalizedName)       \
-    X(SetInputDeviceActiveEXT)           \
-    X(SetInputDeviceStateBoolEXT)        \
-    X(SetInputDeviceStateFloatEXT)       \
-    X(SetInputDeviceStateVector2fEXT)    \
-    X(SetInputDeviceLocationEXT)
+#define VELMOOR_TESTED_FUNCTIONS(X)     \
+    XR_LIST_FUNCTIONS_XR_VERSION_1_0(X) \
+    XR_LIST_FUNCTIONS_XR_EXT_conformance_automation(X)
 
 inline constexpr XrPosef kIdentity = {{0, 0, 0, 1}, {0, 0, 0}};
 inline constexpr char kTouchProfile[] = "/interaction_profiles/oculus/touch_controller";
 inline constexpr char kProntoProfile[] = "/interaction_profiles/kest/pronto_controller_plus";
 
-PFN_xrGetInstanceProcAddr GetInstanceProcAddr();
+// What the library's negotiate function hands out.
+PFN_xrGetInstanceProcAddr RuntimeLookup();
 
 // A zeroed record that says what it is.
 template <class Record>
@@ -82,7 +46,7 @@ class SimulatorTest : public ::testing::Test {
     // What a suite enables; all that the runtime has, unless it says otherwise.
     virtual std::vector<const char*> Extensions() const;
 
-    XrInstance MakeInstance(const std::vector<const char*>& extensions);
+    XrResult TryCreateInstance(const std::vector<const char*>& extensions, XrInstance& instance);
     XrSession MakeSession();
     // A session in the state FOCUSED, its events taken.
     XrSession MakeFocusedSession();
@@ -99,6 +63,7 @@ class SimulatorTest : public ::testing::Test {
     XrActionSet MakeActionSet(const std::string& name, std::uint32_t priority = 0);
     XrAction MakeAction(XrActionSet set, const std::string& name, XrActionType type,
                         std::initializer_list<const char*> subactions = {});
+    XrSpace MakeActionSpace(XrSession session, XrAction action);
     XrResult Suggest(const std::string& profile, std::initializer_list<std::pair<XrAction, const char*>> bindings);
     XrResult Attach(XrSession session, std::vector<XrActionSet> sets);
     XrResult Sync(XrSession session, std::vector<XrActionSet> sets);
@@ -108,7 +73,7 @@ class SimulatorTest : public ::testing::Test {
     XrSpace MakeSpace(XrSession session, XrReferenceSpaceType type, const XrPosef& pose = kIdentity);
     XrSpaceLocation Locate(XrSpace space, XrSpace base, XrTime time = 1);
 
-#define VELMOOR_DECLARE(name) PFN_xr##name name = nullptr;
+#define VELMOOR_DECLARE(name, extension) PFN_xr##name name = nullptr;
     VELMOOR_TESTED_FUNCTIONS(VELMOOR_DECLARE)
 #undef VELMOOR_DECLARE
 
