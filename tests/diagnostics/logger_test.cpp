@@ -2,15 +2,14 @@
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <limits>
-#include <locale>
 #include <thread>
 
 #include "diagnostics/clock.h"
 #include "diagnostics/mcp_logger.h"
 #include "diagnostics/number_text.h"
 #include "diagnostics/verbose.h"
+#include "tests/fakes/comma_locale.h"
 #include "tests/fakes/scratch.h"
 
 namespace orvanic_xr {
@@ -23,22 +22,6 @@ using testing::internal::GetCapturedStdout;
 
 constexpr std::int64_t kSecond = 1'000'000'000;
 constexpr std::int64_t kNewYear2026 = 1'767'225'600 * kSecond;
-
-// A number as the host's locale would write it: "1.234,5".
-struct CommasAndDots : std::numpunct<char> {
-    char do_decimal_point() const override { return ','; }
-    char do_thousands_sep() const override { return '.'; }
-    std::string do_grouping() const override { return "\3"; }
-};
-
-class CommaLocale {
- public:
-    CommaLocale() : before_(std::locale::global(std::locale(std::locale::classic(), new CommasAndDots))) {}
-    ~CommaLocale() { std::locale::global(before_); }
-
- private:
-    std::locale before_;
-};
 
 template <typename... Parts>
 std::string Joined(const Parts&... parts) {

@@ -34,16 +34,12 @@ class MachineIdFile : public testing::Test {
     const std::filesystem::path path_ = directory_ / "device_id.txt";
 };
 
-TEST_F(MachineIdFile, IsMadeOnceAndThenRead) {
-    const std::string id = NewProcessGets();
+TEST_F(MachineIdFile, IsMadeOnceAndReadOnceByEachProcess) {
+    MachineId process(std::make_shared<MachineIdHelper>(NoEntry));
+    const std::string id = process.get();
     EXPECT_EQ(id.size(), 36u);
     EXPECT_EQ(ReadFile(path_), id);
     EXPECT_EQ(NewProcessGets(), id);
-}
-
-TEST_F(MachineIdFile, IsReadOnceByEachProcess) {
-    MachineId process(std::make_shared<MachineIdHelper>(NoEntry));
-    const std::string id = process.get();
     std::ofstream(path_) << kId;
     EXPECT_EQ(process.get(), id);
     EXPECT_EQ(NewProcessGets(), kId);
@@ -54,22 +50,18 @@ TEST_F(MachineIdFile, KeepsAValidFirstLineAndReplacesAllElse) {
         std::string content;
         const char* kept;  // null if replaced
     } rows[] = {
-        {kId, kId},
         {kUpperCaseId, kUpperCaseId},
         {std::string(kId) + "\n", kId},
         {std::string(kId) + "\nmore\n" + std::string(5000, 'x'), kId},
         {"", nullptr},
-        {"\n", nullptr},
         {std::string("\n") + kId, nullptr},
         {std::string(kId) + " ", nullptr},
         {std::string(kId) + "\r\n", nullptr},
-        {std::string(" ") + kId, nullptr},
         {std::string(kId) + kId, nullptr},
         {std::string(kId) + std::string("\0x", 2), nullptr},
         {std::string(kId).substr(1), nullptr},
         {"0f8fad5b-d9cb-469f-a165-70867728950g", nullptr},
         {"0f8fad5bd9cb469fa16570867728950e", nullptr},
-        {"0f8fad5-bd9cb-469f-a165-70867728950e", nullptr},
         {"\xc3\x28\xff\xfe", nullptr},
         {std::string(1 << 20, '0'), nullptr},
     };
@@ -89,22 +81,20 @@ TEST_F(MachineIdFile, KeepsAValidFirstLineAndReplacesAllElse) {
     }
 }
 
-TEST_F(MachineIdFile, WithoutADirectoryHoldsForTheProcessAlone) {
-    std::ofstream(scratch_.path() + "/.config") << "in the way";
-    CaptureStderr();
-    const std::string id = NewProcessGets();
-    EXPECT_EQ(GetCapturedStderr(), "ERROR: Failed to create device data directory\n");
-    EXPECT_EQ(MachineIdHelper(NoEntry).id_file_path(), "");
-    EXPECT_TRUE(MachineIdHelper().is_valid(id)) << id;
-    EXPECT_THAT(FilesBelow(scratch_.path()), testing::ElementsAre(".config"));
-}
-
-TEST_F(MachineIdFile, ThatCannotBeWrittenHoldsForTheProcessAlone) {
+TEST_F(MachineIdFile, ThatCannotBeMadeHoldsForTheProcessAlone) {
+    const auto expect_id_and_errors = [](const std::string& errors) {
+        CaptureStderr();
+        const std::string id = NewProcessGets();
+        EXPECT_EQ(GetCapturedStderr(), errors);
+        EXPECT_TRUE(MachineIdHelper().is_valid(id)) << id;
+    };
     std::filesystem::create_directories(path_);  // a directory where the file should be
-    CaptureStderr();
-    const std::string id = NewProcessGets();
-    EXPECT_EQ(GetCapturedStderr(), "");
-    EXPECT_TRUE(MachineIdHelper().is_valid(id)) << id;
+    expect_id_and_errors("");
+    std::filesystem::remove_all(scratch_.path() + "/.config");
+    std::ofstream(scratch_.path() + "/.config") << "in the way";
+    expect_id_and_errors("ERROR: Failed to create device data directory\n");
+    EXPECT_EQ(MachineIdHelper(NoEntry).id_file_path(), "");
+    EXPECT_THAT(FilesBelow(scratch_.path()), testing::ElementsAre(".config"));
 }
 
 TEST_F(MachineIdFile, LiesInTheHomeOfTheUserDatabaseBeforeThatOfTheEnvironment) {

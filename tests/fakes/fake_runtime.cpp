@@ -86,79 +86,65 @@ PFN_xrGetInstanceProcAddr FakeRuntime::next_get_instance_proc_addr() {
 }
 
 void FakeRuntime::answer(const std::string& name, XrResult result) {
-    std::lock_guard lock(state_->mutex);
-    state_->script(name).result = result;
+    state_->tell(name, [&](Script& script) { script.always.result = result; });
 }
 
 void FakeRuntime::answer_call(const std::string& name, int nth, XrResult result) {
-    std::lock_guard lock(state_->mutex);
-    Script& script = state_->script(name);
-    script.results_by_call[script.calls + nth] = result;
+    state_->tell(name, [&](Script& script) { script.nth_from_now(nth).result = result; });
 }
 
 void FakeRuntime::throw_from(const std::string& name) {
-    std::lock_guard lock(state_->mutex);
-    state_->script(name).throws = true;
+    state_->tell(name, [](Script& script) { script.always.throws = true; });
 }
 
 void FakeRuntime::throw_from_call(const std::string& name, int nth) {
-    std::lock_guard lock(state_->mutex);
-    Script& script = state_->script(name);
-    script.throws_by_call[script.calls + nth] = true;
+    state_->tell(name, [&](Script& script) { script.nth_from_now(nth).throws = true; });
 }
 
 void FakeRuntime::lack(const std::string& name) {
-    {
-        std::lock_guard lock(state_->mutex);
-        state_->script(name).lacking = true;
-    }
-    if (DispatchHolder::instance().has_table()) install();
+    set_lacking(name, true);
 }
 
 void FakeRuntime::offer(const std::string& name) {
-    {
-        std::lock_guard lock(state_->mutex);
-        state_->script(name).lacking = false;
-    }
-    if (DispatchHolder::instance().has_table()) install();
+    set_lacking(name, false);
 }
 
 void FakeRuntime::offer_spatial_entities() {
     for (const std::string& name : kSpatialEntityFunctions) offer(name);
 }
 
+void FakeRuntime::set_lacking(const std::string& name, bool lacking) {
+    state_->tell(name, [&](Script& script) { script.lacking = lacking; });
+    if (DispatchHolder::instance().has_table()) install();
+}
+
 Gate FakeRuntime::block(const std::string& name) {
     Gate gate;
-    std::lock_guard lock(state_->mutex);
-    state_->script(name).pass_gate = gate.passage();
+    state_->tell(name, [&](Script& script) { script.always.pass_gate = gate.passage(); });
     return gate;
 }
 
 Gate FakeRuntime::block_call(const std::string& name, int nth) {
     Gate gate;
-    std::lock_guard lock(state_->mutex);
-    Script& script = state_->script(name);
-    script.gates_by_call[script.calls + nth] = gate.passage();
+    state_->tell(name, [&](Script& script) { script.nth_from_now(nth).pass_gate = gate.passage(); });
     return gate;
 }
 
 void FakeRuntime::behave(const std::string& name) {
-    std::lock_guard lock(state_->mutex);
-    Script& script = state_->script(name);
-    script.body.reset();
-    script.result.reset();
-    script.results_by_call.clear();
-    script.throws_by_call.clear();
-    script.gates_by_call.clear();
-    script.throws = false;
-    script.pass_gate = nullptr;
+    state_->tell(name, [](Script& script) {
+        script.body.reset();
+        script.always = {};
+        script.by_call.clear();
+    });
 }
 
 void FakeRuntime::set_body(const std::string& name, std::any body) {
-    std::lock_guard lock(state_->mutex);
-    Script& script = state_->script(name);
-    if (body.type() != script.usual.type()) throw std::logic_error("the body for " + name + " has another signature");
-    script.body = std::move(body);
+    state_->tell(name, [&](Script& script) {
+        if (body.type() != script.usual.type()) {
+            throw std::logic_error("the body for " + name + " has another signature");
+        }
+        script.body = std::move(body);
+    });
 }
 
 std::vector<std::string> FakeRuntime::take_calls() {

@@ -110,16 +110,15 @@ class FakeRuntime {
     void place(const std::string& space_name, const XrPosef& pose, XrSpaceLocationFlags flags = 0xF);
 
     // What the usual answers hold; set them before the call that reads them. Frame n (from 0) is predicted for
-    // first_display_time + n * display_period.
+    // second 1 + n hundredths.
     std::vector<std::string> extensions;
     XrSystemProperties system;
-    XrTime first_display_time = 1'000'000'000;
-    XrDuration display_period = 10'000'000;
     XrBool32 should_render = XR_TRUE;
 
     struct State;
 
  private:
+    void set_lacking(const std::string& name, bool lacking);
     void set_body(const std::string& name, std::any body);
     std::unique_ptr<State> state_;
 };

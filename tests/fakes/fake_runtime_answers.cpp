@@ -44,6 +44,8 @@ const std::vector<std::string> kSpatialEntityFunctions = {
 
 std::atomic<FakeRuntime::State*> the_fake_state = nullptr;
 
+constexpr XrTime kFirstDisplayTime = 1'000'000'000;
+constexpr XrDuration kDisplayPeriod = 10'000'000;
 constexpr char kLookUp[] = "xrGetInstanceProcAddr";
 
 namespace {
@@ -108,22 +110,21 @@ XRAPI_ATTR XrResult XRAPI_CALL FakeGetInstanceProcAddr(XrInstance, const char* n
 }
 
 Plan FakeRuntime::State::plan_call(Script& script) {
-    const int number = ++script.calls;
-    Plan plan = {script.body.has_value() ? script.body : script.usual, script.result, script.throws, script.pass_gate};
-    if (const auto nth = script.results_by_call.find(number); nth != script.results_by_call.end()) {
-        plan.result = nth->second;
+    Plan plan = {script.body.has_value() ? script.body : script.usual, script.always};
+    if (const auto nth = script.by_call.find(++script.calls); nth != script.by_call.end()) {
+        const auto& [result, throws, pass_gate] = nth->second;
+        if (result) plan.behaviour.result = result;
+        if (pass_gate) plan.behaviour.pass_gate = pass_gate;
+        plan.behaviour.throws |= throws;
     }
-    if (const auto nth = script.gates_by_call.find(number); nth != script.gates_by_call.end()) {
-        plan.pass_gate = nth->second;
-    }
-    plan.throws |= script.throws_by_call.contains(number);
     return plan;
 }
 
 std::optional<XrResult> FakeRuntime::State::carry_out(const Plan& plan, const char* name) {
-    if (plan.pass_gate) plan.pass_gate();
-    if (plan.throws) throw std::runtime_error(std::string(name) + " throws");
-    return plan.result && XR_FAILED(*plan.result) ? plan.result : std::nullopt;
+    const auto& [result, throws, pass_gate] = plan.behaviour;
+    if (pass_gate) pass_gate();
+    if (throws) throw std::runtime_error(std::string(name) + " throws");
+    return result && XR_FAILED(*result) ? result : std::nullopt;
 }
 
 template <Function kFunction, typename Pfn, typename Usual>
@@ -147,7 +148,7 @@ XrResult FakeRuntime::State::perform(const char* name, Args... args) {
     }
     if (const auto failure = carry_out(plan, name)) return *failure;
     const XrResult result = std::any_cast<const std::function<XrResult(Args...)>&>(plan.body)(args...);
-    return plan.result && XR_SUCCEEDED(result) ? *plan.result : result;
+    return XR_SUCCEEDED(result) ? plan.behaviour.result.value_or(result) : result;
 }
 
 void FakeRuntime::State::add_usual_answers() {
@@ -233,10 +234,10 @@ void FakeRuntime::State::add_usual_answers() {
     });
     USUALLY(WaitFrame, [this](XrSession, const XrFrameWaitInfo*, XrFrameState* out) {
         std::lock_guard lock(mutex);
-        const XrTime time = settings.first_display_time + settings.display_period * frames++;
+        const XrTime time = kFirstDisplayTime + kDisplayPeriod * frames++;
         if (!out) return XR_SUCCESS;
         out->predictedDisplayTime = time;
-        out->predictedDisplayPeriod = settings.display_period;
+        out->predictedDisplayPeriod = kDisplayPeriod;
         out->shouldRender = settings.should_render;
         return XR_SUCCESS;
     });

@@ -33,27 +33,30 @@ extern const std::vector<std::string> kSpatialEntityFunctions;
 XRAPI_ATTR XrResult XRAPI_CALL FakeGetInstanceProcAddr(XrInstance instance, const char* name,
                                                        PFN_xrVoidFunction* function);
 
-// What a test said about one function.
+// What a test told calls to do.
+struct Behaviour {
+    std::optional<XrResult> result;
+    bool throws = false;
+    std::function<void()> pass_gate;
+};
+
+// All that is known of one function.
 struct Script {
     std::any usual;  // std::function of the function's signature
     PFN_xrVoidFunction entry = nullptr;
-    std::any body;
-    std::optional<XrResult> result;
-    std::map<int, XrResult> results_by_call;  // by the number of the call
-    std::map<int, bool> throws_by_call;
-    std::map<int, std::function<void()>> gates_by_call;
-    bool throws = false;
     bool lacking = false;
-    std::function<void()> pass_gate;
+    std::any body;
+    Behaviour always;
+    std::map<int, Behaviour> by_call;  // by the number of the call
     int calls = 0;
+
+    Behaviour& nth_from_now(int nth) { return by_call[calls + nth]; }
 };
 
 // What one call does, settled under the mutex and carried out without it.
 struct Plan {
     std::any body;
-    std::optional<XrResult> result;
-    bool throws = false;
-    std::function<void()> pass_gate;
+    Behaviour behaviour;
 };
 
 struct FakeRuntime::State {
@@ -72,6 +75,12 @@ struct FakeRuntime::State {
     template <typename... Args>
     XrResult perform(const char* name, Args... args);
 
+    // Changes what is known of a function.
+    template <typename Change>
+    void tell(const std::string& name, const Change& change) {
+        std::lock_guard lock(mutex);
+        change(script(name));
+    }
     Script& script(const std::string& name) {
         const auto found = scripts.find(name);
         if (found == scripts.end()) throw std::logic_error("FakeRuntime knows no " + name);

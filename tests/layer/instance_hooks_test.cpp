@@ -1,24 +1,15 @@
 #include "layer/instance_hooks.h"
 
-#include <gmock/gmock.h>
-
 #include <chrono>
-#include <cstring>
-#include <filesystem>
 #include <functional>
 #include <future>
 #include <memory>
-#include <mutex>
 #include <shared_mutex>
 #include <span>
-#include <string>
 #include <utility>
 #include <vector>
 
-#include "context/context_manager.h"
 #include "diagnostics/clock.h"
-#include "diagnostics/log_file_sink.h"
-#include "diagnostics/telemetry.h"
 #include "external/external_tool_manager.h"
 #include "layer/action_maps.h"
 #include "layer/binding_mirror.h"
@@ -26,13 +17,9 @@
 #include "layer/dispatch/handles.h"
 #include "layer/hooks.h"
 #include "layer/instance_extensions.h"
-#include "layer/mcp_server_lifecycle.h"
 #include "layer/space_hooks.h"
 #include "mcp/server_host.h"
-#include "tests/fakes/fake_runtime.h"
-#include "tests/fakes/log_capture.h"
-#include "tests/fakes/renew.h"
-#include "tests/fakes/scratch.h"
+#include "tests/layer/instance_fixture.h"
 #include "tests/layer/messages.h"
 #include "tools/simulation/pose_animation_manager.h"
 #include "tools/tool_registry.h"
@@ -46,42 +33,13 @@ using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
 
-constexpr const char* kVelmoor = "XR_APILAYER_KESTX_velmoor";
-constexpr const char* kOrvanic = "XR_APILAYER_KESTX_orvanic";
-
-XrApiLayerNextInfo NextInfo(const char* layer, PFN_xrGetInstanceProcAddr get_instance_proc_addr,
-                            PFN_xrCreateApiLayerInstance create, XrApiLayerNextInfo* next) {
-    XrApiLayerNextInfo info = {
-        XR_LOADER_INTERFACE_STRUCT_API_LAYER_NEXT_INFO, 1, 296, {}, get_instance_proc_addr, create, next};
-    std::strcpy(info.layerName, layer);
-    return info;
-}
-
-// The loader's side of one creation, and the process as new. The server takes a free port.
-class InstanceHooks : public testing::Test {
+class InstanceHooks : public InstanceFixture {
  protected:
-    InstanceHooks() {
-        Renew(ContextManager::instance());
-        std::strcpy(create_info_.applicationInfo.applicationName, "Demo");
-        create_info_.applicationInfo.applicationVersion = 7;
-        std::strcpy(create_info_.applicationInfo.engineName, "Forge");
-        create_info_.applicationInfo.engineVersion = 9;
-        create_info_.applicationInfo.apiVersion = XR_MAKE_VERSION(1, 0, 34);
-        layer_info_.nextInfo = &next_info_;
-    }
-    ~InstanceHooks() override {
-        DestroyOrvanicMcpServer();
-        LogFileSink::instance().end_session();
-        Telemetry::instance().shutdown();
-    }
-
     void Enable(ExtensionNames names) {
         enabled_ = std::move(names);
         create_info_.enabledExtensionCount = static_cast<std::uint32_t>(enabled_.size());
         create_info_.enabledExtensionNames = enabled_.data();
     }
-    XrResult Create() { return OrvanicLayerXrCreateApiLayerInstance(&create_info_, &layer_info_, &instance_); }
-
     std::vector<std::string> LinesWithoutTools() {
         std::vector<std::string> lines = log_.take();
         std::erase_if(lines, [](const std::string& line) {
@@ -94,17 +52,7 @@ class InstanceHooks : public testing::Test {
         return files.size() == 1 ? ReadFile(state_home_.path() + "/" + files[0]) : "not one file";
     }
 
-    ScratchDirectory state_home_;
-    ScopedVariable variable_{"XDG_STATE_HOME", state_home_.path()};
-    ScopedMcpServerPort port_{0};
-    FakeRuntime runtime_{FakeRuntime::Installed::kNo};
-    LogCapture log_;
     ExtensionNames enabled_;
-    XrInstanceCreateInfo create_info_ = {XR_TYPE_INSTANCE_CREATE_INFO, nullptr, 0, {}, 0, nullptr, 0, nullptr};
-    XrApiLayerNextInfo next_info_ = NextInfo(kVelmoor, FakeRuntime::next_get_instance_proc_addr(),
-                                             FakeRuntime::next_create_api_layer_instance(), nullptr);
-    XrApiLayerCreateInfo layer_info_ = {XR_LOADER_INTERFACE_STRUCT_API_LAYER_CREATE_INFO, 1, 544, nullptr, {}, nullptr};
-    XrInstance instance_ = XR_NULL_HANDLE;
 };
 
 TEST_F(InstanceHooks, CreationGoesThroughItsSteps) {
@@ -420,8 +368,8 @@ class BothNames : public InstanceHooks {
         EXPECT_THAT(runtime_.calls("xrDestroyInstance"), ElementsAre("xrDestroyInstance(instance1)"));
     }
 
-    XrApiLayerNextInfo lower_ = NextInfo(kOrvanic, FakeRuntime::next_get_instance_proc_addr(),
-                                         FakeRuntime::next_create_api_layer_instance(), nullptr);
+    XrApiLayerNextInfo lower_ =
+        NextInfo(kOrvanic, FakeRuntime::next_get_instance_proc_addr(), FakeRuntime::next_create_api_layer_instance());
 };
 
 TEST_F(BothNames, OneOverTheOther) {
