@@ -36,6 +36,12 @@ std::vector<std::string> LogCapture::lines(std::string_view level) const {
     return found;
 }
 
+std::vector<std::string> LogCapture::messages(std::string_view level) const {
+    std::vector<std::string> found = lines(level);
+    for (std::string& message : found) message.erase(0, level.size() + 1);
+    return found;
+}
+
 void LogCapture::OnLogLine(std::int32_t level, std::string_view line) {
     const std::string_view message = line.substr(line.find(kEndOfTag) + kEndOfTag.size());
     std::lock_guard lock(mutex_);

@@ -30,6 +30,7 @@ class LogCapture final : private LogObserver {
     std::vector<std::string> lines() const;
     // Those of one level, as "WARNING".
     std::vector<std::string> lines(std::string_view level) const;
+    std::vector<std::string> messages(std::string_view level) const;  // without the level
 
  private:
     void OnLogLine(std::int32_t level, std::string_view line) override;

@@ -78,7 +78,7 @@ TEST_F(BindingHooks, SuggestionPassesAsItCameWithoutASession) {
     const XrAction fire = MakeAction("fire");
     EXPECT_EQ(Suggest(kSimple, {{fire, "/user/hand/left/input/select/click"}}), XR_SUCCESS);
     EXPECT_THAT(SuggestCalls(), ElementsAre(SuggestCall(kSimple, "fire /user/hand/left/input/select/click")));
-    EXPECT_THAT(MessagesOf(log_, "WARNING"),
+    EXPECT_THAT(log_.messages("WARNING"),
                 ElementsAre("No valid session found, calling next without appending bindings"));
 }
 
@@ -87,7 +87,7 @@ TEST_F(BindingHooks, SuggestionNeverHoldsAnActionThatCouldNotBeMade) {
     const XrSession session = OpenSession();
     const XrAction fire = MakeAction("fire");
     Suggest(kSimple, {{fire, "/user/hand/left/input/select/click"}});
-    EXPECT_THAT(MessagesOf(log_, "INFO"), testing::Contains("Appending 3 orvanic bindings to 1 original bindings"));
+    EXPECT_THAT(log_.messages("INFO"), testing::Contains("Appending 3 orvanic bindings to 1 original bindings"));
     ContextManager::instance().removeSessionContext(session);
     runtime_.take_calls();
     Suggest(kSimple, {{fire, "/user/hand/left/input/select/click"}});
@@ -98,7 +98,7 @@ TEST_F(BindingHooks, SuggestionThatIsRefusedGoesBackAsItIs) {
     OpenSession();
     runtime_.answer("xrSuggestInteractionProfileBindings", XR_ERROR_PATH_UNSUPPORTED);
     EXPECT_EQ(Suggest(kSimple, {}), XR_ERROR_PATH_UNSUPPORTED);
-    EXPECT_THAT(MessagesOf(log_, "ERROR"), ElementsAre("OrvanicLayerXrSuggestInteractionProfileBindings failed"));
+    EXPECT_THAT(log_.messages("ERROR"), ElementsAre("OrvanicLayerXrSuggestInteractionProfileBindings failed"));
 }
 
 TEST_F(BindingHooks, ProfileWithoutANameIsNotRemembered) {
@@ -107,7 +107,7 @@ TEST_F(BindingHooks, ProfileWithoutANameIsNotRemembered) {
     runtime_.answer("xrPathToString", XR_ERROR_PATH_INVALID);
     Suggest(kSimple, {{hand, "/user/hand/left/input/grip/pose"}});
     EXPECT_THAT(SuggestCalls(), ElementsAre(HasSubstr(kOwnBindings)));
-    EXPECT_THAT(MessagesOf(log_, "DEBUG"), IsEmpty());
+    EXPECT_THAT(log_.messages("DEBUG"), IsEmpty());
     EXPECT_THAT(BindingMirror::instance().ToMirror(), IsEmpty());
 }
 
@@ -117,7 +117,7 @@ TEST_F(BindingHooks, NullArgumentsAreRefusedBeforeTheNextLayer) {
               XR_ERROR_VALIDATION_FAILURE);
     EXPECT_EQ(OrvanicLayerXrAttachSessionActionSets(session, nullptr), XR_ERROR_VALIDATION_FAILURE);
     EXPECT_EQ(OrvanicLayerXrSyncActions(session, nullptr), XR_ERROR_VALIDATION_FAILURE);
-    EXPECT_THAT(MessagesOf(log_, "ERROR"),
+    EXPECT_THAT(log_.messages("ERROR"),
                 ElementsAre("suggestedBindings is null", "attachInfo is null", "syncInfo is null"));
     EXPECT_THAT(runtime_.take_calls(), IsEmpty());
 }
@@ -150,7 +150,7 @@ TEST_F(BindingHooks, AttachAddsTheLayersSetBehindTheApplications) {
     EXPECT_THAT(runtime_.take_calls(), ElementsAre("xrAttachSessionActionSets(session1, [orvanic_xr_action_set])"));
     runtime_.answer("xrAttachSessionActionSets", XR_ERROR_ACTIONSETS_ALREADY_ATTACHED);
     EXPECT_EQ(Attach(session, {game}), XR_ERROR_ACTIONSETS_ALREADY_ATTACHED);
-    EXPECT_THAT(MessagesOf(log_, "ERROR"), ElementsAre("OrvanicLayerXrAttachSessionActionSets failed"));
+    EXPECT_THAT(log_.messages("ERROR"), ElementsAre("OrvanicLayerXrAttachSessionActionSets failed"));
 }
 
 TEST_F(BindingHooks, WithoutTheLayersSetAttachAndSyncPassAsTheyCame) {
@@ -162,7 +162,7 @@ TEST_F(BindingHooks, WithoutTheLayersSetAttachAndSyncPassAsTheyCame) {
     EXPECT_EQ(Sync(session, {{game, XR_NULL_PATH}}), XR_SUCCESS);
     EXPECT_THAT(runtime_.take_calls(),
                 ElementsAre("xrAttachSessionActionSets(session1, [game])", "xrSyncActions(session1, [game])"));
-    EXPECT_THAT(MessagesOf(log_, "WARNING"),
+    EXPECT_THAT(log_.messages("WARNING"),
                 ElementsAre("Orvanic action set is null, calling next without appending action set",
                             "Orvanic action set is null, calling next without appending active action set"));
 }
@@ -204,7 +204,7 @@ TEST_F(BindingHooks, AttachMirrorsWhatWasSuggestedForOtherProfiles) {
                                                         "menu /user/hand/left/input/trigger/value")));
     EXPECT_EQ(runtime_.calls().back(), "xrAttachSessionActionSets(session1, [orvanic_xr_action_set])");
     EXPECT_THAT(
-        MessagesOf(log_, "INFO"),
+        log_.messages("INFO"),
         ElementsAre("OrvanicLayerXrAttachSessionActionSets called",
                     "Mirror: dropping path with no pronto_controller_plus equivalent: /user/hand/left/input/a/click",
                     "EnsureProntoControllerPlusBindingsSuggested: App did not suggest bindings for "
@@ -232,13 +232,12 @@ TEST_F(BindingHooks, ApplicationThatKnowsTheProfileGetsNoMirror) {
     const XrAction fire = MakeAction("fire");
     Suggest(kSimple, {{fire, "/user/hand/left/input/trigger/value"}});
     Suggest(kPronto, {{fire, "/user/hand/left/input/trigger/value"}});
-    EXPECT_THAT(MessagesOf(log_, "INFO"), testing::Contains("App suggested bindings for pronto_controller_plus"));
+    EXPECT_THAT(log_.messages("INFO"), testing::Contains("App suggested bindings for pronto_controller_plus"));
     runtime_.take_calls();
     log_.take();
     Attach(session, {});
     EXPECT_THAT(SuggestCalls(), IsEmpty());
-    EXPECT_THAT(MessagesOf(log_, "INFO"),
-                testing::Contains("EnsureProntoControllerPlusBindingsSuggested: nothing to do"));
+    EXPECT_THAT(log_.messages("INFO"), testing::Contains("EnsureProntoControllerPlusBindingsSuggested: nothing to do"));
 }
 
 TEST_F(BindingHooks, MirrorThatFailsStopsNoAttach) {
@@ -255,7 +254,7 @@ TEST_F(BindingHooks, MirrorThatFailsStopsNoAttach) {
         runtime_.take_calls();
         log_.take();
         EXPECT_EQ(Attach(session, {}), XR_SUCCESS);
-        return MessagesOf(log_, "WARNING");
+        return log_.messages("WARNING");
     };
     Suggest(kSimple, {{fire, "/user/hand/left/input/trackpad/x"}});
     EXPECT_THAT(attach(), ElementsAre("EnsureProntoControllerPlusBindingsSuggested: no translatable bindings found"));

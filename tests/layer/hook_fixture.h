@@ -15,7 +15,6 @@
 #include "tests/fakes/fake_runtime.h"
 #include "tests/fakes/log_capture.h"
 #include "tests/fakes/renew.h"
-#include "tests/layer/messages.h"
 #include "tools/simulation/pose_animation_manager.h"
 
 namespace orvanic_xr {

@@ -24,47 +24,39 @@ using testing::EndsWith;
 using testing::IsEmpty;
 using testing::SizeIs;
 
+constexpr XrResult kFailure = XR_ERROR_RUNTIME_FAILURE;
+constexpr XrInteractionProfileSuggestedBinding kNoBindings{};
+constexpr XrSessionActionSetsAttachInfo kNoSets{};
+constexpr XrActionsSyncInfo kNoActiveSets{};
+
 // What a hook makes of a next layer that is not there or throws.
 struct HookRow {
     std::string function;
     XrResult (*call)();
-    bool tells_telemetry;  // the end of the instance would, but has closed it by then
-    XrResult failure = XR_ERROR_RUNTIME_FAILURE;
+    XrResult failure = kFailure;
+    bool tells_telemetry = true;
 };
 
 const HookRow kRows[] = {
-    {"DestroyInstance", [] { return OrvanicLayerXrDestroyInstance({}); }, false, XR_ERROR_HANDLE_INVALID},
-    {"CreateSession", [] { return OrvanicLayerXrCreateSession({}, nullptr, nullptr); }, true},
-    {"DestroySession", [] { return OrvanicLayerXrDestroySession({}); }, true},
-    {"BeginSession", [] { return OrvanicLayerXrBeginSession({}, nullptr); }, true},
-    {"EndSession", [] { return OrvanicLayerXrEndSession({}); }, true},
-    {"PollEvent", [] { return OrvanicLayerXrPollEvent({}, nullptr); }, true},
-    {"WaitFrame", [] { return OrvanicLayerXrWaitFrame({}, nullptr, nullptr); }, true},
-    {"BeginFrame", [] { return OrvanicLayerXrBeginFrame({}, nullptr); }, true},
-    {"EndFrame", [] { return OrvanicLayerXrEndFrame({}, nullptr); }, true},
+    // It has closed telemetry by then.
+    {"DestroyInstance", [] { return OrvanicLayerXrDestroyInstance({}); }, XR_ERROR_HANDLE_INVALID, false},
+    {"CreateSession", [] { return OrvanicLayerXrCreateSession({}, nullptr, nullptr); }},
+    {"DestroySession", [] { return OrvanicLayerXrDestroySession({}); }},
+    {"BeginSession", [] { return OrvanicLayerXrBeginSession({}, nullptr); }},
+    {"EndSession", [] { return OrvanicLayerXrEndSession({}); }},
+    {"PollEvent", [] { return OrvanicLayerXrPollEvent({}, nullptr); }},
+    {"WaitFrame", [] { return OrvanicLayerXrWaitFrame({}, nullptr, nullptr); }},
+    {"BeginFrame", [] { return OrvanicLayerXrBeginFrame({}, nullptr); }},
+    {"EndFrame", [] { return OrvanicLayerXrEndFrame({}, nullptr); }},
     {"SuggestInteractionProfileBindings",
-     [] {
-         const XrInteractionProfileSuggestedBinding info{};
-         return OrvanicLayerXrSuggestInteractionProfileBindings({}, &info);
-     },
-     true},
-    {"AttachSessionActionSets",
-     [] {
-         const XrSessionActionSetsAttachInfo info{};
-         return OrvanicLayerXrAttachSessionActionSets({}, &info);
-     },
-     true},
-    {"SyncActions",
-     [] {
-         const XrActionsSyncInfo info{};
-         return OrvanicLayerXrSyncActions({}, &info);
-     },
-     true},
-    {"CreateActionSpace", [] { return OrvanicLayerXrCreateActionSpace({}, nullptr, nullptr); }, false},
-    {"LocateSpace", [] { return OrvanicLayerXrLocateSpace({}, {}, 0, nullptr); }, false},
-    {"GetActionStatePose", [] { return OrvanicLayerXrGetActionStatePose({}, nullptr, nullptr); }, false},
-    {"DestroySpace", [] { return OrvanicLayerXrDestroySpace({}); }, false},
-    {"DestroyAction", [] { return OrvanicLayerXrDestroyAction({}); }, false},
+     [] { return OrvanicLayerXrSuggestInteractionProfileBindings({}, &kNoBindings); }},
+    {"AttachSessionActionSets", [] { return OrvanicLayerXrAttachSessionActionSets({}, &kNoSets); }},
+    {"SyncActions", [] { return OrvanicLayerXrSyncActions({}, &kNoActiveSets); }},
+    {"CreateActionSpace", [] { return OrvanicLayerXrCreateActionSpace({}, nullptr, nullptr); }, kFailure, false},
+    {"LocateSpace", [] { return OrvanicLayerXrLocateSpace({}, {}, 0, nullptr); }, kFailure, false},
+    {"GetActionStatePose", [] { return OrvanicLayerXrGetActionStatePose({}, nullptr, nullptr); }, kFailure, false},
+    {"DestroySpace", [] { return OrvanicLayerXrDestroySpace({}); }, kFailure, false},
+    {"DestroyAction", [] { return OrvanicLayerXrDestroyAction({}); }, kFailure, false},
 };
 
 class Hooks : public HookFixture {};
@@ -75,7 +67,7 @@ TEST_F(Hooks, WithoutATableEveryOneFails) {
         SCOPED_TRACE(row.function);
         log_.take();
         EXPECT_EQ(row.call(), row.failure);
-        EXPECT_THAT(MessagesOf(log_, "ERROR"), Contains("Next dispatch table is not valid"));
+        EXPECT_THAT(log_.messages("ERROR"), Contains("Next dispatch table is not valid"));
     }
     log_.take();
     EXPECT_EQ(OrvanicLayerXrGetActionStateFloat({}, nullptr, nullptr), XR_ERROR_RUNTIME_FAILURE);
@@ -89,7 +81,7 @@ TEST_F(Hooks, FunctionThatTheNextLayerLacksIsNamed) {
         runtime_.lack("xr" + row.function);
         log_.take();
         EXPECT_EQ(row.call(), row.failure);
-        EXPECT_THAT(MessagesOf(log_, "ERROR"), Contains("Next xr" + row.function + " is null"));
+        EXPECT_THAT(log_.messages("ERROR"), Contains("Next xr" + row.function + " is null"));
         runtime_.offer("xr" + row.function);
     }
 }
@@ -104,7 +96,7 @@ TEST_F(Hooks, ExceptionEndsInTheHook) {
         log_.take();
         runtime_.throw_from("xr" + row.function);
         EXPECT_EQ(row.call(), row.failure);
-        EXPECT_THAT(MessagesOf(log_, "ERROR"), Contains("Exception in OrvanicLayerXr" + row.function));
+        EXPECT_THAT(log_.messages("ERROR"), Contains("Exception in OrvanicLayerXr" + row.function));
         std::erase_if(events, [](const std::string& event) { return event.find("error=") == event.npos; });
         EXPECT_THAT(events, SizeIs(row.tells_telemetry ? 1 : 0));
         EXPECT_THAT(events, Each(EndsWith("#10 error=layer/hook_exception")));

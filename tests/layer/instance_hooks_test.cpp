@@ -20,7 +20,6 @@
 #include "layer/space_hooks.h"
 #include "mcp/server_host.h"
 #include "tests/layer/instance_fixture.h"
-#include "tests/layer/messages.h"
 #include "tools/simulation/pose_animation_manager.h"
 #include "tools/tool_registry.h"
 #include "tools/tool_registry_lifetime.h"
@@ -127,7 +126,7 @@ TEST_F(InstanceHooks, OwnExtensionAloneLeavesAnEmptyList) {
     runtime_.extensions = {};
     EXPECT_EQ(Create(), XR_SUCCESS);
     EXPECT_THAT(runtime_.calls("xrCreateApiLayerInstance"), ElementsAre("xrCreateApiLayerInstance(Demo, [])"));
-    EXPECT_THAT(MessagesOf(log_, "INFO"), testing::Contains("No instance extensions available"));
+    EXPECT_THAT(log_.messages("INFO"), testing::Contains("No instance extensions available"));
     EXPECT_TRUE(ContextManager::instance().getInstanceState().externalToolExtensionEnabled);
 }
 
@@ -167,7 +166,7 @@ TEST_F(InstanceHooks, RecordsThatDoNotFitAreRefusedWithoutAWord) {
 TEST_F(InstanceHooks, RuntimeThatDoesNotTellItsExtensionsCostsAWarning) {
     const auto warnings_of_creation = [&] {
         EXPECT_EQ(Create(), XR_SUCCESS);
-        const auto warnings = MessagesOf(log_, "WARNING");
+        const auto warnings = log_.messages("WARNING");
         log_.take();
         EXPECT_THAT(ContextManager::instance().getInstanceState().availableExtensions, IsEmpty());
         return warnings.empty() ? "" : warnings.front();
@@ -195,7 +194,7 @@ TEST_F(InstanceHooks, RefusedInstanceStillLeavesTableStateAndTools) {
 TEST_F(InstanceHooks, ExceptionOfTheNextLayerGoesNoFurther) {
     runtime_.throw_from("xrCreateApiLayerInstance");
     EXPECT_EQ(Create(), XR_ERROR_RUNTIME_FAILURE);
-    EXPECT_THAT(MessagesOf(log_, "ERROR"), ElementsAre("Exception in OrvanicLayerXrCreateApiLayerInstance"));
+    EXPECT_THAT(log_.messages("ERROR"), ElementsAre("Exception in OrvanicLayerXrCreateApiLayerInstance"));
     EXPECT_FALSE(DispatchHolder::instance().has_table());
 }
 
@@ -260,7 +259,7 @@ TEST_F(InstanceHooks, RefusedDestructionGoesBackAndTheRuntimeStaysOpen) {
     ASSERT_EQ(Create(), XR_SUCCESS);
     runtime_.answer("xrDestroyInstance", XR_ERROR_RUNTIME_FAILURE);
     EXPECT_EQ(OrvanicLayerXrDestroyInstance(instance_), XR_ERROR_RUNTIME_FAILURE);
-    EXPECT_THAT(MessagesOf(log_, "ERROR"), ElementsAre("OrvanicLayerXrDestroyInstance failed"));
+    EXPECT_THAT(log_.messages("ERROR"), ElementsAre("OrvanicLayerXrDestroyInstance failed"));
     EXPECT_THAT(LogFile(), HasSubstr("==== session ended at "));
     EXPECT_TRUE(DispatchHolder::instance().LeaseRuntime());
 }
@@ -360,8 +359,7 @@ class BothNames : public InstanceHooks {
         EXPECT_EQ(std::memcmp(&before[0], &next_info_, 296), 0) << "the loader's own records stay";
         EXPECT_EQ(std::memcmp(&before[1], &lower_, 296), 0);
         EXPECT_THAT(runtime_.calls("xrCreateApiLayerInstance"), SizeIs(1));
-        EXPECT_THAT(MessagesOf(log_, "INFO"),
-                    testing::Contains("Another copy of this layer lies below and is left out"));
+        EXPECT_THAT(log_.messages("INFO"), testing::Contains("Another copy of this layer lies below and is left out"));
         EXPECT_EQ(OrvanicLayerXrDestroySpace(HandleFromValue<XrSpace>(0x5)), XR_SUCCESS);
         EXPECT_THAT(runtime_.calls("xrDestroySpace"), ElementsAre("xrDestroySpace(0x5)"));
         EXPECT_EQ(OrvanicLayerXrDestroyInstance(instance_), XR_SUCCESS);
