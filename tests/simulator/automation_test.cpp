@@ -57,11 +57,11 @@ class SimulatorAutomation : public SimulatorTest {
         }
         return false;
     }
+    XrActionStateFloat Float(XrAction action, const char* subaction = nullptr) {
+        return StateOf(GetActionStateFloat, XR_TYPE_ACTION_STATE_FLOAT, session_, action, subaction);
+    }
     XrVector2f Vector(XrAction action) {
-        const XrActionStateGetInfo info = {XR_TYPE_ACTION_STATE_GET_INFO, nullptr, action, XR_NULL_PATH};
-        auto state = Typed<XrActionStateVector2f>(XR_TYPE_ACTION_STATE_VECTOR2F);
-        EXPECT_EQ(GetActionStateVector2f(session_, &info, &state), XR_SUCCESS);
-        return state.currentState;
+        return StateOf(GetActionStateVector2f, XR_TYPE_ACTION_STATE_VECTOR2F, session_, action).currentState;
     }
 
     XrSession session_ = XR_NULL_HANDLE;
@@ -141,7 +141,7 @@ TEST_F(SimulatorAutomation, DeviceFeedsNothingThatWasNotSuggestedForItsProfile) 
     Play({{fire, "/user/hand/left/input/trigger/value"}}, kTouchProfile);
     SetFloat(kLeft, "input/trigger/value", 1.0f);
     SyncSet();
-    EXPECT_EQ(Float(session_, fire).isActive, XrBool32{XR_FALSE});
+    EXPECT_EQ(Float(fire).isActive, XrBool32{XR_FALSE});
     EXPECT_EQ(ProfileOf(kLeft), "");
 }
 
@@ -156,24 +156,25 @@ TEST_F(SimulatorAutomation, ValuesReachTheActionsAndStay) {
     Activate(kProntoProfile, kRight);
     SetFloat(kRight, "input/trigger/value", 0.75f);
     SetFloat(kLeft, "input/thumbstick/x", -0.5f);
-    EXPECT_EQ(Float(session_, fire, kRight).isActive, XrBool32{XR_FALSE}) << "nothing changes before the sync";
+    EXPECT_EQ(Float(fire, kRight).isActive, XrBool32{XR_FALSE}) << "nothing changes before the sync";
 
     SyncSet();
-    EXPECT_EQ(Float(session_, fire, kRight).currentState, 0.75f);
-    EXPECT_EQ(Float(session_, fire, kRight).changedSinceLastSync, XrBool32{XR_TRUE});
-    EXPECT_EQ(Float(session_, fire, kLeft).currentState, 0.0f);
-    EXPECT_EQ(Float(session_, fire, kLeft).isActive, XrBool32{XR_TRUE});
-    EXPECT_EQ(Float(session_, fire).currentState, 0.75f) << "without a hand, the one that is moved furthest counts";
-    EXPECT_EQ(Boolean(session_, shoot).currentState, XrBool32{XR_TRUE});
+    EXPECT_EQ(Float(fire, kRight).currentState, 0.75f);
+    EXPECT_EQ(Float(fire, kRight).changedSinceLastSync, XrBool32{XR_TRUE});
+    EXPECT_EQ(Float(fire, kLeft).currentState, 0.0f);
+    EXPECT_EQ(Float(fire, kLeft).isActive, XrBool32{XR_TRUE});
+    EXPECT_EQ(Float(fire).currentState, 0.75f) << "without a hand, the one that is moved furthest counts";
+    EXPECT_EQ(StateOf(GetActionStateBoolean, XR_TYPE_ACTION_STATE_BOOLEAN, session_, shoot).currentState,
+              XrBool32{XR_TRUE});
     EXPECT_EQ(Vector(move).x, -0.5f);
-    const XrTime changed = Float(session_, fire, kRight).lastChangeTime;
+    const XrTime changed = Float(fire, kRight).lastChangeTime;
 
     Activate(kProntoProfile, kRight);
     SetFloat(kLeft, "input/thumbstick/y", 1.0f);
     SyncSet();
-    EXPECT_EQ(Float(session_, fire, kRight).currentState, 0.75f) << "switching on once more changes nothing";
-    EXPECT_EQ(Float(session_, fire, kRight).changedSinceLastSync, XrBool32{XR_FALSE});
-    EXPECT_EQ(Float(session_, fire, kRight).lastChangeTime, changed);
+    EXPECT_EQ(Float(fire, kRight).currentState, 0.75f) << "switching on once more changes nothing";
+    EXPECT_EQ(Float(fire, kRight).changedSinceLastSync, XrBool32{XR_FALSE});
+    EXPECT_EQ(Float(fire, kRight).lastChangeTime, changed);
     EXPECT_EQ(Vector(move).x, -0.5f) << "one axis leaves the other alone";
     EXPECT_EQ(Vector(move).y, 1.0f);
     SetVector(kLeft, "input/thumbstick", {0.25f, -0.75f});
@@ -182,23 +183,7 @@ TEST_F(SimulatorAutomation, ValuesReachTheActionsAndStay) {
     EXPECT_EQ(Vector(move).y, -0.75f);
 
     EXPECT_EQ(Sync(session_, {}), XR_SUCCESS);
-    EXPECT_EQ(Float(session_, fire, kRight).isActive, XrBool32{XR_FALSE}) << "its set was not synced";
-}
-
-TEST_F(SimulatorAutomation, HigherPriorityTakesTheSource) {
-    const XrActionSet low = MakeActionSet("low", 0);
-    const XrActionSet high = MakeActionSet("high", 1);
-    const XrAction walk = MakeAction(low, "walk", XR_ACTION_TYPE_FLOAT_INPUT);
-    const XrAction drive = MakeAction(high, "drive", XR_ACTION_TYPE_FLOAT_INPUT);
-    Suggest(kProntoProfile,
-            {{walk, "/user/hand/left/input/trigger/value"}, {drive, "/user/hand/left/input/trigger/value"}});
-    Attach(session_, {low, high});
-    Activate(kProntoProfile, kLeft);
-    Sync(session_, {low, high});
-    EXPECT_EQ(Float(session_, walk).isActive, XrBool32{XR_FALSE});
-    EXPECT_EQ(Float(session_, drive).isActive, XrBool32{XR_TRUE});
-    Sync(session_, {low});
-    EXPECT_EQ(Float(session_, walk).isActive, XrBool32{XR_TRUE});
+    EXPECT_EQ(Float(fire, kRight).isActive, XrBool32{XR_FALSE}) << "its set was not synced";
 }
 
 TEST_F(SimulatorAutomation, ActionSpacesFollowTheirDevice) {
@@ -224,10 +209,7 @@ TEST_F(SimulatorAutomation, ActionSpacesFollowTheirDevice) {
     EXPECT_EQ(Locate(space, stage_).locationFlags, 0u) << "another device has taken its place";
     Activate(kProntoProfile, kLeft);
     SyncSet();
-    const XrActionStateGetInfo get = {XR_TYPE_ACTION_STATE_GET_INFO, nullptr, aim, XR_NULL_PATH};
-    auto state = Typed<XrActionStatePose>(XR_TYPE_ACTION_STATE_POSE);
-    EXPECT_EQ(GetActionStatePose(session_, &get, &state), XR_SUCCESS);
-    EXPECT_EQ(state.isActive, XrBool32{XR_TRUE});
+    EXPECT_EQ(StateOf(GetActionStatePose, XR_TYPE_ACTION_STATE_POSE, session_, aim).isActive, XrBool32{XR_TRUE});
     EXPECT_EQ(Locate(space, stage_).locationFlags, 0u) << "active, but without a place";
 }
 

@@ -174,22 +174,6 @@ XrResult SimulatorTest::Sync(XrSession session, std::vector<XrActionSet> sets) {
     return SyncActions(session, &info);
 }
 
-XrActionStateFloat SimulatorTest::Float(XrSession session, XrAction action, const char* subaction) {
-    const XrActionStateGetInfo info = {XR_TYPE_ACTION_STATE_GET_INFO, nullptr, action,
-                                       subaction ? Path(subaction) : XR_NULL_PATH};
-    auto state = Typed<XrActionStateFloat>(XR_TYPE_ACTION_STATE_FLOAT);
-    EXPECT_EQ(GetActionStateFloat(session, &info, &state), XR_SUCCESS);
-    return state;
-}
-
-XrActionStateBoolean SimulatorTest::Boolean(XrSession session, XrAction action, const char* subaction) {
-    const XrActionStateGetInfo info = {XR_TYPE_ACTION_STATE_GET_INFO, nullptr, action,
-                                       subaction ? Path(subaction) : XR_NULL_PATH};
-    auto state = Typed<XrActionStateBoolean>(XR_TYPE_ACTION_STATE_BOOLEAN);
-    EXPECT_EQ(GetActionStateBoolean(session, &info, &state), XR_SUCCESS);
-    return state;
-}
-
 XrSpace SimulatorTest::MakeSpace(XrSession session, XrReferenceSpaceType type, const XrPosef& pose) {
     const XrReferenceSpaceCreateInfo info = {XR_TYPE_REFERENCE_SPACE_CREATE_INFO, nullptr, type, pose};
     XrSpace space = XR_NULL_HANDLE;

@@ -67,8 +67,16 @@ class SimulatorTest : public ::testing::Test {
     XrResult Suggest(const std::string& profile, std::initializer_list<std::pair<XrAction, const char*>> bindings);
     XrResult Attach(XrSession session, std::vector<XrActionSet> sets);
     XrResult Sync(XrSession session, std::vector<XrActionSet> sets);
-    XrActionStateFloat Float(XrSession session, XrAction action, const char* subaction = nullptr);
-    XrActionStateBoolean Boolean(XrSession session, XrAction action, const char* subaction = nullptr);
+    // What one of the functions for the state of an action answers.
+    template <class State>
+    State StateOf(XrResult(XRAPI_PTR* get_state)(XrSession, const XrActionStateGetInfo*, State*), XrStructureType type,
+                  XrSession session, XrAction action, const char* subaction = nullptr) {
+        const XrActionStateGetInfo info = {XR_TYPE_ACTION_STATE_GET_INFO, nullptr, action,
+                                           subaction ? Path(subaction) : XR_NULL_PATH};
+        auto state = Typed<State>(type);
+        EXPECT_EQ(get_state(session, &info, &state), XR_SUCCESS);
+        return state;
+    }
 
     XrSpace MakeSpace(XrSession session, XrReferenceSpaceType type, const XrPosef& pose = kIdentity);
     XrSpaceLocation Locate(XrSpace space, XrSpace base, XrTime time = 1);
