@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/doctor/finding_line.h"
+
 namespace orvanic_xr {
 namespace {
 
@@ -77,10 +79,7 @@ std::string Lines(const Findings& findings) {
     std::string lines;
     for (const Finding& finding : findings) {
         if (finding.subject == "manifest" && finding.mark == Mark::Ok) continue;
-        lines += std::string(finding.mark == Mark::Ok     ? "ok"
-                             : finding.mark == Mark::Warn ? "warn"
-                                                          : "bad") +
-                 " " + finding.text + " -> " + finding.advice + "\n";
+        lines += FindingLine(finding) + "\n";
     }
     return lines;
 }

@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 
 #include "doctor/mcp_greeting.h"
+#include "tests/doctor/finding_line.h"
 
 namespace orvanic_xr {
 namespace {
@@ -15,60 +16,41 @@ const PortSide kStranger{true, true, {}};
 const PortSide kOwn{true, true, "OrvanicXR_MCP_Server 1.0.0"};
 
 TEST(Port, IsJudgedByWhoHasIt) {
+    const std::string when_free =
+        " -> once an application runs with the layer, connect a client to http://127.0.0.1:8720/sse";
     const struct {
         const char* name;
         PortSituation situation;
-        Mark mark;
-        std::string text;
-        std::string advice;
+        std::string line;
     } rows[] = {
-        {"free",
-         {8720, kFree, kFree, {}},
-         Mark::Ok,
-         "8720 is free on IPv4 and IPv6",
-         "once an application runs with the layer, connect a client to http://127.0.0.1:8720/sse"},
-        {"no IPv6",
-         {8720, kFree, kUnsupported, {}},
-         Mark::Ok,
-         "8720 is free on IPv4",
-         "once an application runs with the layer, connect a client to http://127.0.0.1:8720/sse"},
+        {"free", {8720, kFree, kFree, {}}, "ok 8720 is free on IPv4 and IPv6" + when_free},
+        {"no IPv6", {8720, kFree, kUnsupported, {}}, "ok 8720 is free on IPv4" + when_free},
         {"no network at all",
          {8720, kUnsupported, kUnsupported, {}},
-         Mark::Bad,
-         "this machine has neither IPv4 nor IPv6",
-         "bring up the loopback interface"},
+         "bad this machine has neither IPv4 nor IPv6 -> bring up the loopback interface"},
         {"the layer",
          {8720, kOwn, kOwn, {"app (pid 7)"}},
-         Mark::Ok,
-         "8720 is served by app (pid 7), which answers as OrvanicXR_MCP_Server 1.0.0",
-         "connect a client to http://127.0.0.1:8720/sse; end that application before you start another"},
+         "ok 8720 is served by app (pid 7), which answers as OrvanicXR_MCP_Server 1.0.0 -> connect a client to "
+         "http://127.0.0.1:8720/sse; end that application before you start another"},
         {"two with the layer",
          {8720, kOwn, kOwn, {"app (pid 7)", "app (pid 8)"}},
-         Mark::Warn,
-         "8720 is shared by app (pid 7), app (pid 8)",
-         "end all but one: a client's requests reach now this, now that"},
+         "warn 8720 is shared by app (pid 7), app (pid 8) -> end all but one: a client's requests reach now this, now "
+         "that"},
         {"a stranger on IPv4",
          {8720, kStranger, kFree, {"nc (pid 9)"}},
-         Mark::Warn,
-         "8720 is free on IPv6, but held elsewhere by nc (pid 9)",
-         "end that, or connect clients to http://[::1]:8720/sse"},
+         "warn 8720 is free on IPv6, but held elsewhere by nc (pid 9) -> end that, or connect clients to "
+         "http://[::1]:8720/sse"},
         {"an unseen stranger on IPv6",
          {8720, kFree, kStranger, {}},
-         Mark::Warn,
-         "8720 is free on IPv4, but held elsewhere by a process of another user",
-         "end that, or connect clients to http://127.0.0.1:8720/sse"},
+         "warn 8720 is free on IPv4, but held elsewhere by a process of another user -> end that, or connect clients "
+         "to http://127.0.0.1:8720/sse"},
         {"a stranger on all there is",
          {8720, kStranger, kUnsupported, {"nc (pid 9)"}},
-         Mark::Bad,
-         "8720 is held by nc (pid 9)",
-         "end that: the layer's port is fixed"},
+         "bad 8720 is held by nc (pid 9) -> end that: the layer's port is fixed"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
-        const Finding finding = JudgePort(row.situation);
-        EXPECT_EQ(finding.mark, row.mark);
-        EXPECT_EQ(finding.text, row.text);
-        EXPECT_EQ(finding.advice, row.advice);
+        EXPECT_EQ(FindingLine(JudgePort(row.situation)), row.line);
     }
 }
 
