@@ -256,24 +256,15 @@ TEST_F(FrameHooks, FramesOfASessionWithoutAContextGoOn) {
                                          "ERROR Session context not found for session %p0x2001"));
 }
 
-// Functions with no recording in them.
-XrResult XRAPI_CALL BareWait(XrSession, const XrFrameWaitInfo*, XrFrameState* state) {
-    state->predictedDisplayTime += 10;
-    state->predictedDisplayPeriod = 10;
-    return XR_SUCCESS;
-}
-XrResult XRAPI_CALL BareBegin(XrSession, const XrFrameBeginInfo*) {
-    return XR_SUCCESS;
-}
-XrResult XRAPI_CALL BareEnd(XrSession, const XrFrameEndInfo*) {
-    return XR_SUCCESS;
-}
-
 TEST_F(FrameHooks, SteadyFramesAllocateTheirLayerListAndNothingElse) {
-    auto table = std::make_unique<NextDispatchTable>();
-    table->WaitFrame = BareWait;
-    table->BeginFrame = BareBegin;
-    table->EndFrame = BareEnd;
+    auto table = std::make_unique<NextDispatchTable>();  // of functions that record nothing
+    table->WaitFrame = [](XrSession, const XrFrameWaitInfo*, XrFrameState* state) {
+        state->predictedDisplayTime += 10;
+        state->predictedDisplayPeriod = 10;
+        return XR_SUCCESS;
+    };
+    table->BeginFrame = [](XrSession, const XrFrameBeginInfo*) { return XR_SUCCESS; };
+    table->EndFrame = [](XrSession, const XrFrameEndInfo*) { return XR_SUCCESS; };
     DispatchHolder::instance().Replace(std::move(table), runtime_.instance(), nullptr);
     XrCompositionLayerQuad quad{};
     const auto* const layer = reinterpret_cast<const XrCompositionLayerBaseHeader*>(&quad);
