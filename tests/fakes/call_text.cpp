@@ -16,6 +16,14 @@ std::string Numbers(std::initializer_list<float> numbers) {
     return text;
 }
 
+// A list with ", " between its items; a count with nothing behind it is an empty one.
+template <typename Item, typename TextOf>
+std::string Joined(std::uint32_t count, const Item* items, const TextOf& text_of) {
+    std::string text;
+    for (std::uint32_t i = 0; items && i < count; ++i) text += (i == 0 ? "" : ", ") + text_of(items[i]);
+    return text;
+}
+
 std::string PoseText(const XrPosef& pose) {
     const auto& [position, orientation] = std::pair(pose.position, pose.orientation);
     return "[" + Numbers({position.x, position.y, position.z}) + " | " +
@@ -69,10 +77,6 @@ void CallText::add(float number) {
     put(Number(number));
 }
 
-void CallText::add(const XrVector2f& vector) {
-    put("[" + Numbers({vector.x, vector.y}) + "]");
-}
-
 void CallText::add(const XrPosef& pose) {
     put(PoseText(pose));
 }
@@ -124,38 +128,28 @@ void CallText::add(const XrFrameEndInfo* info) {
 
 void CallText::add(const XrInteractionProfileSuggestedBinding* info) {
     if (put_if_null(info)) return;
-    std::string bindings;
-    const std::uint32_t count = info->suggestedBindings ? info->countSuggestedBindings : 0;
-    for (std::uint32_t i = 0; i < count; ++i) {
-        const XrActionSuggestedBinding& binding = info->suggestedBindings[i];
-        bindings +=
-            (i == 0 ? "" : ", ") + names_.handle(HandleValue(binding.action)) + " " + names_.path(binding.binding);
-    }
-    put(names_.path(info->interactionProfile) + ", [" + bindings + "]");
-}
-
-std::string CallText::join_action_sets(std::uint32_t count, const XrActionSet* sets) const {
-    std::string text;
-    for (std::uint32_t i = 0; sets && i < count; ++i) {
-        text += (i == 0 ? "" : ", ") + names_.handle(HandleValue(sets[i]));
-    }
-    return "[" + text + "]";
+    const auto text_of = [&](const XrActionSuggestedBinding& binding) {
+        return names_.handle(HandleValue(binding.action)) + " " + names_.path(binding.binding);
+    };
+    put(names_.path(info->interactionProfile) + ", [" +
+        Joined(info->countSuggestedBindings, info->suggestedBindings, text_of) + "]");
 }
 
 void CallText::add(const XrSessionActionSetsAttachInfo* info) {
-    if (!put_if_null(info)) put(join_action_sets(info->countActionSets, info->actionSets));
+    if (put_if_null(info)) return;
+    put("[" +
+        Joined(info->countActionSets, info->actionSets,
+               [&](XrActionSet set) { return names_.handle(HandleValue(set)); }) +
+        "]");
 }
 
 void CallText::add(const XrActionsSyncInfo* info) {
     if (put_if_null(info)) return;
-    std::string sets;
-    const std::uint32_t count = info->activeActionSets ? info->countActiveActionSets : 0;
-    for (std::uint32_t i = 0; i < count; ++i) {
-        const XrActiveActionSet& active = info->activeActionSets[i];
-        sets += (i == 0 ? "" : ", ") + names_.handle(HandleValue(active.actionSet));
-        if (active.subactionPath != XR_NULL_PATH) sets += " " + names_.path(active.subactionPath);
-    }
-    put("[" + sets + "]");
+    const auto text_of = [&](const XrActiveActionSet& active) {
+        const std::string set = names_.handle(HandleValue(active.actionSet));
+        return active.subactionPath == XR_NULL_PATH ? set : set + " " + names_.path(active.subactionPath);
+    };
+    put("[" + Joined(info->countActiveActionSets, info->activeActionSets, text_of) + "]");
 }
 
 void CallText::add(const XrActionStateGetInfo* info) {

@@ -23,7 +23,7 @@ struct CallNames {
     std::string path(XrPath path) const;  // one that is not known is a decimal number
 };
 
-// Appends one argument; `separator` stands before it if it leaves a text.
+// The arguments of a call, of which those that leave no text are left out.
 class CallText {
  public:
     explicit CallText(const CallNames& names) : names_(names) {}
@@ -40,7 +40,6 @@ class CallText {
     void add(std::uint32_t number) { put(std::to_string(number)); }
     void add(std::int32_t number) { put(std::to_string(number)); }
     void add(float number);
-    void add(const XrVector2f& vector);
     void add(const XrPosef& pose);
     void add(const XrInstanceCreateInfo* info);
     void add(const XrSessionCreateInfo* info);
@@ -62,7 +61,6 @@ class CallText {
  private:
     void put(const std::string& part);
     bool put_if_null(const void* pointer);
-    std::string join_action_sets(std::uint32_t count, const XrActionSet* sets) const;
 
     const CallNames& names_;
     std::string text_;

@@ -13,7 +13,6 @@ namespace orvanic_xr {
     ROW(SetInputDeviceActiveEXT, PFN_xrSetInputDeviceActiveEXT)                                         \
     ROW(SetInputDeviceStateBoolEXT, PFN_xrSetInputDeviceStateBoolEXT)                                   \
     ROW(SetInputDeviceStateFloatEXT, PFN_xrSetInputDeviceStateFloatEXT)                                 \
-    ROW(SetInputDeviceStateVector2fEXT, PFN_xrSetInputDeviceStateVector2fEXT)                           \
     ROW(SetInputDeviceLocationEXT, PFN_xrSetInputDeviceLocationEXT)                                     \
     ROW(StartSimulatorCompositorOutputCaptureKESTX1, PFN_xrStartSimulatorCompositorOutputCaptureKESTX1) \
     ROW(StopSimulatorCompositorOutputCaptureKESTX1, PFN_xrStopSimulatorCompositorOutputCaptureKESTX1)   \
