@@ -141,6 +141,12 @@ TEST(Layer, IsJudgedByWhatSwitchesIt) {
          {{"ON", "1"}, {"OFF", ""}},
          {},
          "bad installed for each application of this user, but OFF is set -> unset OFF\n"},
+        {"a broken one beside a good one",
+         {Broken(), Explicit()},
+         named,
+         listed,
+         "warn /e.json (explicit): torn -> install the layer anew, or remove this manifest\n"
+         "ok on by XR_ENABLE_API_LAYERS -> unset XR_ENABLE_API_LAYERS takes it off\n"},
         {"a broken one alone",
          {Broken()},
          {},
