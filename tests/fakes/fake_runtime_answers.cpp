@@ -1,5 +1,4 @@
 #include <cstring>
-#include <memory>
 
 #include "capture/simulator_capture_records.h"
 #include "tests/fakes/fake_runtime_state.h"

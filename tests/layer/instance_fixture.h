@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 
 #include <cstring>
-#include <string>
 
 #include "context/context_manager.h"
 #include "diagnostics/log_file_sink.h"

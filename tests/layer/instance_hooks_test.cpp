@@ -6,6 +6,7 @@
 #include <memory>
 #include <shared_mutex>
 #include <span>
+#include <string>
 #include <utility>
 #include <vector>
 

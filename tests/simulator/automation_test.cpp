@@ -1,9 +1,7 @@
 // Devices that are worked by calls: what they refuse, and what an application's actions and spaces make of them.
 #include <gmock/gmock.h>
 
-#include <atomic>
 #include <cmath>
-#include <future>
 
 #include "tests/simulator/simulator_fixture.h"
 
@@ -69,28 +67,11 @@ class SimulatorAutomation : public SimulatorTest {
     XrActionSet set_ = XR_NULL_HANDLE;
 };
 
-TEST_F(SimulatorAutomation, DevicesAreKnownOrRefused) {
-    const struct {
-        const char* profile;
-        const char* top;
-        XrResult expected;
-    } rows[] = {
-        {kProntoProfile, kLeft, XR_SUCCESS},
-        {kProntoProfile, kHead, XR_ERROR_PATH_UNSUPPORTED},
-        {kProntoProfile, "/user/hand/left/input", XR_ERROR_PATH_UNSUPPORTED},
-        {kHeadProfile, kHead, XR_SUCCESS},
-        {kHeadProfile, kLeft, XR_ERROR_PATH_UNSUPPORTED},
-        {"/interaction_profiles/nobody/nothing", kLeft, XR_ERROR_PATH_UNSUPPORTED},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(std::string(row.profile) + " at " + row.top);
-        EXPECT_EQ(Activate(row.profile, row.top), row.expected);
-    }
-    EXPECT_EQ(SetInputDeviceActiveEXT(session_, 12345, Path(kLeft), XR_TRUE), XR_ERROR_PATH_INVALID);
-}
-
 TEST_F(SimulatorAutomation, SourcesAreThoseOfTheActiveDevice) {
     EXPECT_EQ(SetFloat(kLeft, "input/trigger/value", 1.0f), XR_ERROR_PATH_UNSUPPORTED) << "nothing is active yet";
+    EXPECT_EQ(Activate(kProntoProfile, kHead), XR_ERROR_PATH_UNSUPPORTED);
+    EXPECT_EQ(Activate(kHeadProfile, kLeft), XR_ERROR_PATH_UNSUPPORTED);
+    EXPECT_EQ(Activate("/interaction_profiles/nobody/nothing", kLeft), XR_ERROR_PATH_UNSUPPORTED);
     ASSERT_EQ(Activate(kProntoProfile, kLeft), XR_SUCCESS);
     const struct {
         const char* name;
@@ -226,24 +207,6 @@ TEST_F(SimulatorAutomation, HeadMovesWhereItIsTold) {
     EXPECT_NEAR(location.pose.position.z, -1.5f, 1e-6);
     Activate(kHeadProfile, kHead, XR_FALSE);
     EXPECT_NEAR(Locate(view, stage_).pose.position.z, 0.5f, 0.02f) << "and sways again by itself";
-}
-
-TEST_F(SimulatorAutomation, CallsComeFromManyThreads) {
-    const XrSpace view = MakeSpace(session_, XR_REFERENCE_SPACE_TYPE_VIEW);
-    Activate(kHeadProfile, kHead);
-    std::atomic<bool> done = false;
-    const auto repeat = [&](auto call) {
-        return std::async(std::launch::async, [&done, call] {
-            while (!done) call();
-        });
-    };
-    const auto mover = repeat([&] { Place(kHead, "input/view_kest/pose", stage_, {{0, 0, 0, 1}, {1, 2, 3}}); });
-    const auto looker = repeat([&] { Locate(view, stage_); });
-    const auto poller = repeat([&] { NextEvent(); });
-    for (int i = 0; i < 10; ++i) RunFrame(session_);
-    done = true;
-    mover.wait();
-    EXPECT_NEAR(Locate(view, stage_).pose.position.y, 2.0f, 1e-6);
 }
 
 }  // namespace

@@ -1,9 +1,10 @@
 // The life of a session and its frame loop.
 #include <gmock/gmock.h>
 
+#include <chrono>
 #include <functional>
 #include <future>
-#include <thread>
+#include <utility>
 
 #include "tests/simulator/simulator_fixture.h"
 
