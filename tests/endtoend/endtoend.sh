@@ -26,9 +26,6 @@ export XR_RUNTIME_JSON=$build/lib/velmoor_simulator.json
 export XR_API_LAYER_PATH=$build/layers
 export XR_ENABLE_API_LAYERS=XR_APILAYER_KESTX_velmoor
 export XDG_STATE_HOME=$state
-# Under the address sanitizer: the loader 1.0.20 never frees its own record of the instance.
-echo "leak:libopenxr_loader.so" >"$scratch/loader.supp"
-export LSAN_OPTIONS=suppressions=$scratch/loader.supp:print_suppressions=0
 
 clean_up() {
   for pid in "${pids[@]}"; do kill -KILL "$pid" 2>/dev/null || true; done
