@@ -33,6 +33,10 @@ class connection {
     bool has_room() const;
     int socket() const { return socket_; }
 
+    // Whether the peer was told that no more of its requests is read. For the worker alone.
+    bool is_last_answered() const { return is_last_answered_; }
+    void set_last_answered() { is_last_answered_ = true; }
+
     // Ends whatever read or write is under way and all that follow.
     void cut();
     void close();
@@ -42,6 +46,7 @@ class connection {
     std::array<char, 8192> buffer_;
     std::size_t begin_ = 0;
     std::size_t end_ = 0;
+    bool is_last_answered_ = false;
 
     std::mutex mutex_;  // closed_, after which the socket's number may be another file's
     bool closed_ = false;

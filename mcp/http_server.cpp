@@ -159,11 +159,12 @@ class connection_server final : public httplib::Server {
         stream.get_remote_ip_and_port(remote_address, remote_port);
         stream.get_local_ip_and_port(local_address, local_port);
         bool closed = false;
-        for (std::size_t left = keep_alive_max_count_; left > 0 && !closed && !stopping_; --left) {
-            if (!process_request(stream, remote_address, remote_port, local_address, local_port, left == 1, closed,
-                                 nullptr)) {
-                return;
-            }
+        for (std::size_t left = keep_alive_max_count_; left > 0 && !stopping_; --left) {
+            const bool goes_on = process_request(stream, remote_address, remote_port, local_address, local_port,
+                                                 left == 1, closed, nullptr);
+            // The library itself goes on after an error, and would take what is left of a request that it could not
+            // read for the next one: a web page can write such a one, headers and all, into a body.
+            if (!goes_on || closed || served.is_last_answered()) return;
         }
     }
 
@@ -190,11 +191,13 @@ void append_header(std::string& text, const std::string& name, const std::string
 
 ssize_t write_headers(httplib::Stream& stream, httplib::Headers& headers) {
     std::string text;
-    for (const char* name : kOrderedHeaders) {
+    for (const std::string name : kOrderedHeaders) {
         const auto [first, last] = headers.equal_range(name);
         if (first == last) continue;
         const auto own = std::find_if(first, last, [](const auto& header) { return header.second != "close"; });
-        append_header(text, name, own != last ? own->second : first->second);
+        const std::string& value = own != last ? own->second : first->second;
+        append_header(text, name, value);
+        if (name == "Connection" && value == "close") served_connection->set_last_answered();
     }
     for (const auto& [name, value] : headers) {
         if (std::find(kOrderedHeaders.begin(), kOrderedHeaders.end(), name) == kOrderedHeaders.end()) {

@@ -107,6 +107,18 @@ TEST_F(HostileInput, RequestsThatAreNone) {
     }
 }
 
+// Else a web page could write requests of its own choice, headers and all, into the body of such a one.
+TEST_F(HostileInput, WhatFollowsAnUnreadableRequestIsNoRequest) {
+    log_.take();
+    for (const std::string& unreadable : {"X: " + std::string(9000, 'x') + "\r\n", std::string("nothing\r\n")}) {
+        raw_socket socket(Port());
+        socket.send("POST /message HTTP/1.1\r\n" + unreadable + "\r\nGET /sse HTTP/1.1\r\nHost: localhost\r\n\r\n");
+        EXPECT_THAT(socket.read_until("\r\n\r\n"), testing::StartsWith("HTTP/1.1 400 "));
+        EXPECT_TRUE(socket.ends_within(3s));  // before it would for its silence
+    }
+    EXPECT_FALSE(log_.has("\"GET /sse HTTP/1.1\" 200"));
+}
+
 TEST_F(HostileInput, BodyThatNeverEndsAndConnectionThatSaysNothing) {
     std::vector<raw_socket> sockets;
     for (int i = 0; i < 50; ++i) {
