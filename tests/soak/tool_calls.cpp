@@ -17,7 +17,7 @@ const json& Vocabulary() {
         {"base_space", {"local", "stage", "local_floor", "view"}},
         {"source_space", {"local", "stage", "local_floor", "view"}},
         {"target_space", {"local", "stage", "local_floor", "view"}},
-        {"component", {"A", "B", "X", "Y", "Menu", "Trigger", "Squeeze", "Thumbstick", "ThumbstickClick"}},
+        {"component", {"A", "B", "X", "Y", "Menu", "System", "Trigger", "Grip", "Thumbstick", "ThumbstickClick"}},
         {"sub_component", {"X", "Y"}},
         {"expression", {"sqrt(3**2+4**2)*2-1", "2 + 3 * 4", "1 / 0", "((((1", "sin(pi / 2)"}},
         {"weather", {"sun", "rain", "snow"}},
