@@ -45,6 +45,11 @@ bool connection_workers::enqueue(std::function<void()> serve) {
     return true;
 }
 
+bool connection_workers::is_crowded() {
+    const std::lock_guard lock(mutex_);
+    return connections_locked() > limits_.connections / 2;
+}
+
 // False only if there is no worker at all: with one, a connection waits until it is free.
 bool connection_workers::start_worker_locked() {
     for (std::thread& ended : ended_) ended.join();

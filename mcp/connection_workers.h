@@ -34,6 +34,9 @@ class connection_workers {
     // False if `serve` is not going to be run. It must not throw. Waits while there are too many. For one thread.
     bool enqueue(std::function<void()> serve);
 
+    // True while more than half of the connections are taken. Any thread.
+    bool is_crowded();
+
     // Runs what is queued, and joins all workers.
     void shutdown();
 

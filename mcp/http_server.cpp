@@ -113,6 +113,9 @@ class connection_server final : public httplib::Server {
         for (const auto& open : connections_) open->cut();
     }
 
+    // Any thread.
+    bool is_crowded() { return workers_.is_crowded(); }
+
     ~connection_server() override {
         if (svr_sock_ != INVALID_SOCKET) close(svr_sock_);
     }
@@ -189,7 +192,13 @@ void append_header(std::string& text, const std::string& name, const std::string
     text.append(name).append(": ").append(value).append("\r\n");
 }
 
-ssize_t write_headers(httplib::Stream& stream, httplib::Headers& headers) {
+ssize_t write_headers(httplib::Stream& stream, httplib::Headers& headers, bool is_crowded) {
+    // So that those who wait need not do so until a connection has idled for too long. What has come already is
+    // answered.
+    if (is_crowded && headers.find("Connection") == headers.end() && !served_connection->has_buffered()) {
+        headers.erase("Keep-Alive");
+        headers.emplace("Connection", "close");
+    }
     std::string text;
     for (const std::string name : kOrderedHeaders) {
         const auto [first, last] = headers.equal_range(name);
@@ -268,7 +277,9 @@ class http_server::implementation {
         : budget_(std::make_shared<body_budget>(limits.all_bodies_bytes)) {
         server.set_write_timeout(limits.write_timeout.count(), 0);
         server.set_payload_max_length(limits.body_bytes);
-        server.set_header_writer(write_headers);
+        server.set_header_writer([this](httplib::Stream& stream, httplib::Headers& headers) {
+            return write_headers(stream, headers, server.is_crowded());
+        });
         server.set_pre_routing_handler([this](const httplib::Request& from, httplib::Response& response) {
             return answer_before_routing(from, response) ? httplib::Server::HandlerResponse::Handled
                                                          : httplib::Server::HandlerResponse::Unhandled;

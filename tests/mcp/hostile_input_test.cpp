@@ -1,5 +1,6 @@
 // Peers that break the rules, of the protocol or of good manners: whatever they send harms nobody else.
 #include <gmock/gmock.h>
+#include <sys/resource.h>
 
 #include <map>
 #include <thread>
@@ -127,6 +128,28 @@ TEST_F(HostileInput, BodyThatNeverEndsAndConnectionThatSaysNothing) {
     }
     EXPECT_THAT(good_->call_tool(1, "echo"), HasSubstr("isError\":false"));
     for (int i = 0; i < 50; i += 2) sockets[static_cast<std::size_t>(i)].vanish();
+}
+
+TEST_F(HostileInput, ConnectionsThatIdleLeaveRoomToThoseThatWait) {
+    good_.reset();
+    rlimit usual{};
+    getrlimit(RLIMIT_NOFILE, &usual);
+    const rlimit few{.rlim_cur = 100, .rlim_max = usual.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
+    Start();  // for 64 connections
+    setrlimit(RLIMIT_NOFILE, &usual);
+    good_ = std::make_unique<sse_client>(Port());
+    good_->shake_hands();
+    std::vector<raw_socket> kept;
+    for (int i = 0; i < 100; ++i) {
+        SCOPED_TRACE(i);
+        kept.emplace_back(Port());
+        kept.back().send("OPTIONS / HTTP/1.1\r\n\r\n");
+        // Before the first of them has idled for too long.
+        EXPECT_THAT(kept.back().read_until("\r\n\r\n", 3s), testing::StartsWith("HTTP/1.1 204 "));
+    }
+    EXPECT_TRUE(kept.front().is_open());
+    EXPECT_TRUE(kept.back().ends_within(3s));
 }
 
 TEST_F(HostileInput, ClientThatVanishesWithCallsOnTheWay) {
