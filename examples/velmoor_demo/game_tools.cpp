@@ -39,6 +39,11 @@ json SetWeather(Game& game, const json& arguments) {
     return {{"weather", game.standing().weather}};
 }
 
+// A whole number of the agent's, which may have sent any: held to what the game takes.
+int Whole(const json& step, const char* name, int otherwise, int least, int most) {
+    return static_cast<int>(std::clamp<double>(step.value(name, static_cast<double>(otherwise)), least, most));
+}
+
 std::chrono::milliseconds Limit(const json& arguments) {
     const double seconds = std::clamp(arguments.value("timeout_seconds", kLongestWait), 0.0, kLongestWait);
     return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000.0));
@@ -57,7 +62,7 @@ json WaitUntil(Game& game, const json& arguments) {
 json PlaySequence(Game& game, const json& arguments) {
     std::vector<SequenceStep> steps;
     for (const json& step : arguments.at("steps")) {
-        steps.push_back({step.value("at_ms", std::int64_t{0}), step.at("action"), step.value("amount", 1),
+        steps.push_back({Whole(step, "at_ms", 0, 0, 60'000), step.at("action"), Whole(step, "amount", 1, -1000, 1000),
                          step.value("weather", "sun")});
     }
     json happened = json::array();
