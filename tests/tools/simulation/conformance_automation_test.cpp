@@ -8,20 +8,14 @@ namespace orvanic_xr {
 namespace {
 
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::IsEmpty;
 
 constexpr XrPosef kHead = {{0, 0, 0, 1}, {0, 1.5f, 0}};
 constexpr XrPosef kLeft = {{0, 0, 0, 1}, {-0.25f, 1, -0.5f}};
 constexpr XrPosef kRight = {{0, 0, 0, 1}, {0.25f, 1, -0.5f}};
 
-class Activation : public SimulationTest {
- protected:
-    std::vector<std::string> DeviceCalls() {
-        std::vector<std::string> calls = runtime_.calls("xrSetInputDeviceActiveEXT");
-        for (const std::string& call : runtime_.calls("xrSetInputDeviceLocationEXT")) calls.push_back(call);
-        return calls;
-    }
-};
+using Activation = SimulationTest;
 
 TEST_F(Activation, TakesASnapshotActivatesAndWritesItBackInOrder) {
     runtime_.place("VIEW", kHead);
@@ -59,14 +53,10 @@ TEST_F(Activation, GivesRestingPosesToWhatCouldNotBeLocated) {
     EXPECT_TRUE(EnsureConformanceAutomationActive(*context_).ok);
     EXPECT_THAT(runtime_.calls("xrLocateSpace"), IsEmpty());
     EXPECT_THAT(runtime_.calls("xrSetInputDeviceLocationEXT"),
-                ElementsAre("xrSetInputDeviceLocationEXT(session1, /user/hand/left, /user/hand/left/input/aim/pose, "
-                            "STAGE, [-0.2 1.2 -0.4 | 0 0 0 1])",
-                            "xrSetInputDeviceLocationEXT(session1, /user/hand/right, /user/hand/right/input/aim/pose, "
-                            "STAGE, [0.2 1.2 -0.4 | 0 0 0 1])",
-                            "xrSetInputDeviceLocationEXT(session1, /user/hand/left, /user/hand/left/input/grip/pose, "
-                            "STAGE, [-0.2 1.2 -0.4 | 0 0 0 1])",
-                            "xrSetInputDeviceLocationEXT(session1, /user/hand/right, "
-                            "/user/hand/right/input/grip/pose, STAGE, [0.2 1.2 -0.4 | 0 0 0 1])"));
+                ElementsAre(EndsWith("left/input/aim/pose, STAGE, [-0.2 1.2 -0.4 | 0 0 0 1])"),
+                            EndsWith("right/input/aim/pose, STAGE, [0.2 1.2 -0.4 | 0 0 0 1])"),
+                            EndsWith("left/input/grip/pose, STAGE, [-0.2 1.2 -0.4 | 0 0 0 1])"),
+                            EndsWith("right/input/grip/pose, STAGE, [0.2 1.2 -0.4 | 0 0 0 1])")));
     EXPECT_THAT(log_.lines("WARNING"),
                 ElementsAre("WARNING Cannot query head pose: no frame timing data",
                             "WARNING Cannot query left controller pose: no frame timing data",
@@ -74,29 +64,26 @@ TEST_F(Activation, GivesRestingPosesToWhatCouldNotBeLocated) {
                             "WARNING Skipping head pose restore: pose was not available before activation"));
 }
 
-struct RefusalCase {
-    int nth_device;
-    const char* path;
-};
-
 TEST_F(Activation, ReportsARefusalAndTriesTheWholeSequenceAgain) {
-    for (const RefusalCase& row : {RefusalCase{1, "/user/head"}, {2, "/user/hand/left"}, {3, "/user/hand/right"}}) {
-        SCOPED_TRACE(row.path);
-        runtime_.answer_call("xrSetInputDeviceActiveEXT", row.nth_device, XR_ERROR_FEATURE_UNSUPPORTED);
+    const char* const devices[] = {"/user/head", "/user/hand/left", "/user/hand/right"};
+    for (int device = 0; device < 3; ++device) {
+        SCOPED_TRACE(devices[device]);
+        runtime_.answer_call("xrSetInputDeviceActiveEXT", device + 1, XR_ERROR_FEATURE_UNSUPPORTED);
         const OperationResult refused = EnsureConformanceAutomationActive(*context_);
         EXPECT_FALSE(refused.ok);
         EXPECT_EQ(refused.error,
-                  "Failed to activate conformance automation for " + std::string(row.path) + ". Error code: -8");
+                  std::string("Failed to activate conformance automation for ") + devices[device] + ". Error code: -8");
         EXPECT_FALSE(context_->conformance_automation_active);
-        EXPECT_EQ(runtime_.calls("xrSetInputDeviceActiveEXT").size(), static_cast<std::size_t>(row.nth_device));
+        EXPECT_EQ(runtime_.calls("xrSetInputDeviceActiveEXT").size(), static_cast<std::size_t>(device) + 1);
         EXPECT_THAT(runtime_.calls("xrSetInputDeviceLocationEXT"), IsEmpty());
         runtime_.take_calls();
     }
     EXPECT_TRUE(EnsureConformanceAutomationActive(*context_).ok);
-    EXPECT_EQ(DeviceCalls().size(), 3u + 5u);
+    EXPECT_EQ(runtime_.calls("xrSetInputDeviceActiveEXT").size(), 3u);
+    EXPECT_EQ(runtime_.calls("xrSetInputDeviceLocationEXT").size(), 5u);
 }
 
-TEST_F(Activation, SurvivesMissingFunctionsAndRefusedLocations) {
+TEST_F(Activation, SurvivesRefusedLocations) {
     runtime_.answer("xrSetInputDeviceLocationEXT", XR_ERROR_PATH_UNSUPPORTED);
     EXPECT_TRUE(EnsureConformanceAutomationActive(*context_).ok);
     EXPECT_THAT(log_.lines("WARNING"),
@@ -110,10 +97,6 @@ TEST_F(Activation, SurvivesMissingFunctionsAndRefusedLocations) {
                             "xrSetInputDeviceLocationEXT failed for /user/hand/left with error code: -22",
                             "WARNING Failed to set right controller grip pose after activation: "
                             "xrSetInputDeviceLocationEXT failed for /user/hand/right with error code: -22"));
-    context_->conformance_automation_active = false;
-    runtime_.lack("xrSetInputDeviceActiveEXT");
-    EXPECT_EQ(EnsureConformanceAutomationActive(*context_).error,
-              "Failed to activate conformance automation for /user/head. Error code: -7");
 }
 
 TEST_F(Activation, OfTwoFirstCallsAtOnceDoesNoHarm) {

@@ -8,7 +8,7 @@ using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
-constexpr char kSucceeded[] = "{\n  \"success\": true\n}";
+constexpr char kSucceeded[] = R"({"success":true})";
 
 class ControllerPoseTools : public SimulationTest {
  protected:
@@ -44,9 +44,9 @@ TEST_F(ControllerPoseTools, RefuseBadArgumentsBeforeTheSession) {
 TEST_F(ControllerPoseTools, ReadTheRuntimeWhileTheUserHoldsTheController) {
     runtime_.place("space(orvanic_xr_left_hand_aim_pose)", {{0, 0, 0, 1}, {-0.5f, 1, 0}}, 0x3);
     const std::string answer = Get({{"hand", "left"}, {"pose_type", "aim"}, {"base_space", "local"}});
-    EXPECT_THAT(answer, HasSubstr("\"position\": [\n      -0.5,\n      1.0,\n      0.0\n    ]"));
-    EXPECT_THAT(answer, HasSubstr("\"position_tracked\": false"));
-    EXPECT_THAT(answer, HasSubstr("\"simulated\": false"));
+    EXPECT_THAT(answer, HasSubstr(R"("position":[-0.5,1.0,0.0])"));
+    EXPECT_THAT(answer, HasSubstr(R"("position_tracked":false)"));
+    EXPECT_THAT(answer, HasSubstr(R"("simulated":false)"));
     EXPECT_THAT(runtime_.take_calls(),
                 ElementsAre("xrGetActionStatePose(session1, orvanic_xr_left_hand_aim_pose)",
                             "xrLocateSpace(space(orvanic_xr_left_hand_aim_pose), LOCAL, 1000000000)"));
@@ -56,7 +56,7 @@ TEST_F(ControllerPoseTools, ReadTheRuntimeWhileTheUserHoldsTheController) {
             state->isActive = active;
             return XR_SUCCESS;
         });
-        EXPECT_THAT(Get({{"hand", "left"}}), HasSubstr(active ? "\"is_active\": 1" : "\"is_active\": 0"));
+        EXPECT_THAT(Get({{"hand", "left"}}), HasSubstr(active ? R"("is_active":1,)" : R"("is_active":0,)"));
     }
     runtime_.answer("xrGetActionStatePose", XR_ERROR_ACTIONSET_NOT_ATTACHED);
     EXPECT_EQ(Get({{"hand", "right"}}), "Error: xrGetActionStatePose failed (error code: -46).");
@@ -66,20 +66,18 @@ TEST_F(ControllerPoseTools, ReadTheMirrorOnceSimulated) {
     Activate();
     context_->SetSimulatedControllerPose(kRightHand, kGripKind, {{0, 0, 0, 1}, {1, 2, 3}});
     EXPECT_EQ(Get({{"hand", "right"}, {"base_space", "stage"}}),
-              "{\n  \"pose\": {\n    \"position\": [\n      1.0,\n      2.0,\n      3.0\n    ],\n"
-              "    \"orientation\": [\n      0.0,\n      0.0,\n      0.0,\n      1.0\n    ]\n  },\n"
-              "  \"flags\": {\n    \"position_valid\": true,\n    \"orientation_valid\": true,\n"
-              "    \"position_tracked\": true,\n    \"orientation_tracked\": true\n  },\n"
-              "  \"is_active\": true,\n  \"simulated\": true\n}");
+              R"({"pose":{"position":[1.0,2.0,3.0],"orientation":[0.0,0.0,0.0,1.0]},"flags":{"position_valid":true,)"
+              R"("orientation_valid":true,"position_tracked":true,"orientation_tracked":true},"is_active":true,)"
+              R"("simulated":true})");
     EXPECT_THAT(runtime_.take_calls(), IsEmpty()) << "STAGE is the mirror's own space";
     runtime_.place("STAGE", {{0, 0, 0, 1}, {0, 10, 0}});
-    EXPECT_THAT(Get({{"hand", "right"}, {"base_space", "local"}}), HasSubstr("1.0,\n      12.0,\n      3.0"));
+    EXPECT_THAT(Get({{"hand", "right"}, {"base_space", "local"}}), HasSubstr("[1.0,12.0,3.0]"));
     runtime_.place("STAGE", {{0, 0, 0, 1}, {0, 10, 0}}, 0x1);
-    EXPECT_THAT(Get({{"hand", "right"}, {"base_space", "local"}}), HasSubstr("1.0,\n      2.0,\n      3.0"));
+    EXPECT_THAT(Get({{"hand", "right"}, {"base_space", "local"}}), HasSubstr("[1.0,2.0,3.0]"));
     EXPECT_EQ(log_.lines("WARNING").back(),
               "WARNING openxr_get_controller_pose: could not transform simulated pose to base space; reporting "
               "STAGE-space pose");
-    EXPECT_THAT(Get({{"hand", "left"}}), HasSubstr("\"simulated\": false")) << "never written: the runtime answers";
+    EXPECT_THAT(Get({{"hand", "left"}}), HasSubstr(R"("simulated":false)")) << "never written: the runtime answers";
 }
 
 TEST_F(ControllerPoseTools, MoveOneInputAtOnce) {
@@ -117,16 +115,13 @@ TEST_F(ControllerPoseTools, WalkUnderAKeyOfTheirOwn) {
     });
     EXPECT_TRUE(WaitFor("Started animation for /user/hand/left/aim (duration=1000000000.000000s)"));
     PoseAnimationManager::instance().CancelAll();
-    EXPECT_EQ(walk.get(),
-              "{\n  \"success\": true,\n  \"note\": \"Animation was superseded by a newer set_controller_pose "
-              "call.\"\n}");
+    EXPECT_EQ(walk.get(), R"({"success":true,"note":"Animation was superseded by a newer set_controller_pose call."})");
 }
 
 TEST_F(ControllerPoseTools, TellWhichActionOrSpaceIsMissing) {
     runtime_.answer_call("xrCreateAction", 1, XR_ERROR_NAME_DUPLICATED);       // left grip
     runtime_.answer_call("xrCreateActionSpace", 3, XR_ERROR_RUNTIME_FAILURE);  // right aim, as left grip makes none
     BeginSession();
-    context_->RecordFrameTime(kFrameTime);
     EXPECT_EQ(Get({{"hand", "left"}}), "Error: grip pose action is not available for left controller.");
     EXPECT_EQ(Get({{"hand", "right"}, {"pose_type", "aim"}}),
               "Error: aim pose action space is not available for right controller.");
