@@ -2,7 +2,10 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
+#include <atomic>
 #include <regex>
+#include <set>
 
 #include "mcp/http_server.h"
 #include "tests/mcp/server_fixture.h"
@@ -53,44 +56,37 @@ TEST_F(Server, AnswersAtTheHttpLevel) {
     sse_client client(Port());
     client.shake_hands();
     const std::string& live = client.session_uri();
-    const std::string text = "text/plain";
-    const std::string type = "application/json";
+    const std::string no_json = R"({"error":"Invalid JSON"})";
+    const std::string no_request = R"({"error":"Invalid request format"})";
+    const std::string no_session = R"({"error":"Session not found"})";
     const struct {
         const char* name;
         std::string target;
         std::string body;
         int status;
-        std::string content_type;
         std::string answer;
     } rows[] = {
-        {"no JSON", live, "{", 400, type, R"({"error":"Invalid JSON"})"},
-        {"empty", live, "", 400, type, R"({"error":"Invalid JSON"})"},
-        {"no JSON and no session", "/message", "{", 400, type, R"({"error":"Invalid JSON"})"},
-        {"no session", "/message", R"({"method":"tools/list","id":1})", 404, type, R"({"error":"Session not found"})"},
-        {"unknown session", "/message?session_id=x", R"({"method":"x"})", 404, type,
-         R"({"error":"Session not found"})"},
-        {"no object, unknown session", "/message?session_id=x", "[1]", 404, type, R"({"error":"Session not found"})"},
-        {"text, unknown session", "/message?session_id=x", R"("ping")", 404, type, R"({"error":"Session not found"})"},
-        {"ping without a session", "/message", R"({"method":"ping","id":1})", 202, text, "Accepted"},
-        {"array", live, "[]", 400, type, R"({"error":"Invalid request format"})"},
-        {"number", live, "7", 400, type, R"({"error":"Invalid request format"})"},
-        {"method is no text", live, R"({"jsonrpc":"2.0","method":7})", 400, type,
-         R"({"error":"Invalid request format"})"},
-        {"no method", live, R"({"jsonrpc":"2.0","id":1})", 400, type, R"({"error":"Invalid request format"})"},
-        {"jsonrpc is no text", live, R"({"jsonrpc":2,"method":"x"})", 400, type,
-         R"({"error":"Invalid request format"})"},
-        {"jsonrpc is null", live, R"({"jsonrpc":null,"method":"x"})", 400, type,
-         R"({"error":"Invalid request format"})"},
-        {"no jsonrpc", live, R"({"method":"x"})", 202, text, "Accepted"},
-        {"another jsonrpc", live, R"({"jsonrpc":"1.0","method":"x"})", 202, text, "Accepted"},
-        {"unknown notification", live, R"({"jsonrpc":"2.0","method":"x","id":null})", 202, text, "Accepted"},
+        {"no JSON", live, "{", 400, no_json},
+        {"no JSON and no session", "/message", "{", 400, no_json},
+        {"no session", "/message", R"({"method":"tools/list","id":1})", 404, no_session},
+        {"unknown session", "/message?session_id=x", R"({"method":"x"})", 404, no_session},
+        {"text, unknown session", "/message?session_id=x", R"("ping")", 404, no_session},
+        {"ping without a session", "/message", R"({"method":"ping","id":1})", 202, "Accepted"},
+        {"array", live, "[]", 400, no_request},
+        {"method is no text", live, R"({"jsonrpc":"2.0","method":7})", 400, no_request},
+        {"no method", live, R"({"jsonrpc":"2.0","id":1})", 400, no_request},
+        {"jsonrpc is no text", live, R"({"jsonrpc":2,"method":"x"})", 400, no_request},
+        {"jsonrpc is null", live, R"({"jsonrpc":null,"method":"x"})", 400, no_request},
+        {"no jsonrpc", live, R"({"method":"x"})", 202, "Accepted"},
+        {"another jsonrpc", live, R"({"jsonrpc":"1.0","method":"x"})", 202, "Accepted"},
+        {"unknown notification", live, R"({"jsonrpc":"2.0","method":"x","id":null})", 202, "Accepted"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
         raw_socket socket(Port());
         const http_reply reply = http_exchange(socket, post_request(row.target, row.body));
         EXPECT_EQ(reply.status, row.status);
-        EXPECT_EQ(reply.header("Content-Type"), row.content_type);
+        EXPECT_EQ(reply.header("Content-Type"), row.status == 202 ? "text/plain" : "application/json");
         EXPECT_EQ(reply.header("Access-Control-Allow-Origin"), "*");
         EXPECT_EQ(reply.header("Access-Control-Allow-Methods"), "POST, OPTIONS");
         EXPECT_EQ(reply.header("Access-Control-Allow-Headers"), "Content-Type");
@@ -100,7 +96,7 @@ TEST_F(Server, AnswersAtTheHttpLevel) {
     EXPECT_EQ(client.call(R"({"id":1,"method":"ping"})"), R"({"jsonrpc":"2.0","id":1,"result":{}})");
 }
 
-TEST_F(Server, PreflightOnAnyPath) {
+TEST_F(Server, PreflightOnAnyPathAndPostsOnOne) {
     Start();
     for (const std::string& path : {std::string("/message"), std::string("/sse"), "/" + std::string(8000, 'x')}) {
         raw_socket socket(Port());
@@ -111,10 +107,7 @@ TEST_F(Server, PreflightOnAnyPath) {
         EXPECT_EQ(reply.header("Access-Control-Allow-Headers"), "Content-Type");
         EXPECT_EQ(reply.body, "");
     }
-}
-
-TEST_F(Server, PostToTheStreamsAddressIsABareRefusal) {
-    Start();
+    // Where nothing is posted to, a client finds that out by a bare refusal.
     raw_socket socket(Port());
     const http_reply reply =
         http_exchange(socket, post_request("/sse", R"({"jsonrpc":"2.0","id":1,"method":"initialize"})"));
@@ -127,55 +120,53 @@ TEST_F(Server, SessionFromHandshakeToCall) {
     sse_client client(Port());
     const struct {
         const char* name;
-        const char* post;
-        const char* answer;  // null if none must come
+        const char* id;       // null for a notification
+        const char* request;  // behind the id
+        const char* outcome;  // the same of the answer
     } transcript[] = {
-        {"ping comes before all", R"({"jsonrpc":"2.0","id":0,"method":"ping"})",
-         R"({"jsonrpc":"2.0","id":0,"result":{}})"},
-        {"list comes too early", R"({"jsonrpc":"2.0","id":1,"method":"tools/list"})",
-         R"({"jsonrpc":"2.0","id":1,"error":{"code":-32600,"message":"Session not initialized"}})"},
-        {"no version", R"({"jsonrpc":"2.0","id":2,"method":"initialize","params":{}})",
-         R"({"jsonrpc":"2.0","id":2,"error":{"code":-32602,"message":"Expected string for 'protocolVersion' parameter"}})"},
-        {"no params", R"({"jsonrpc":"2.0","id":2,"method":"initialize"})",
-         R"({"jsonrpc":"2.0","id":2,"error":{"code":-32602,"message":"Expected string for 'protocolVersion' parameter"}})"},
-        {"version is no text", R"({"jsonrpc":"2.0","id":2,"method":"initialize","params":{"protocolVersion":1}})",
-         R"({"jsonrpc":"2.0","id":2,"error":{"code":-32602,"message":"Expected string for 'protocolVersion' parameter"}})"},
-        {"real but unsupported version",
-         R"({"jsonrpc":"2.0","id":3,"method":"initialize","params":{"protocolVersion":"2025-03-26"}})",
-         R"({"jsonrpc":"2.0","id":3,"error":{"code":-32602,"message":"Unsupported protocol version","data":)"
-         R"({"supported":["2025-11-25","2025-06-18","2024-11-05"],"requested":"2025-03-26"}}})"},
-        {"name of the wrong type",
-         R"({"jsonrpc":"2.0","id":4,"method":"initialize","params":{"protocolVersion":"2024-11-05","clientInfo":{"name":1}}})",
-         R"({"jsonrpc":"2.0","id":4,"error":{"code":-32603,"message":)"
-         R"("Internal error: [json.exception.type_error.302] type must be string, but is number"}})"},
-        {"initialize",
-         R"({"jsonrpc":"2.0","id":"five","method":"initialize","params":{"protocolVersion":"2025-06-18"}})",
-         R"({"jsonrpc":"2.0","id":"five","result":{"protocolVersion":"2025-06-18","capabilities":{"tools":{}},)"
-         R"("serverInfo":{"name":"Tested","version":"1.2"}}})"},
-        {"still too early", R"({"jsonrpc":"2.0","id":6,"method":"tools/call","params":{"name":"echo"}})",
-         R"({"jsonrpc":"2.0","id":6,"error":{"code":-32600,"message":"Session not initialized"}})"},
-        {"initialized as a request", R"({"jsonrpc":"2.0","id":7,"method":"notifications/initialized"})",
-         R"({"jsonrpc":"2.0","id":7,"error":{"code":-32600,"message":"Session not initialized"}})"},
-        {"initialized", R"({"jsonrpc":"2.0","method":"notifications/initialized"})", nullptr},
-        {"unknown method", R"({"jsonrpc":"2.0","id":{"k":[1]},"method":"no/such"})",
-         R"({"jsonrpc":"2.0","id":{"k":[1]},"error":{"code":-32601,"message":"Method not found: no/such"}})"},
-        {"second initialize",
-         R"({"jsonrpc":"2.0","id":8,"method":"initialize","params":{"protocolVersion":"2025-11-25"}})",
-         R"({"jsonrpc":"2.0","id":8,"result":{"protocolVersion":"2025-11-25","capabilities":{"tools":{}},)"
-         R"("serverInfo":{"name":"Tested","version":"1.2"}}})"},
-        {"flag stays set",
-         R"({"jsonrpc":"2.0","id":9,"method":"tools/call","params":{"name":"echo","arguments":{"a":1}}})",
-         R"({"jsonrpc":"2.0","id":9,"result":{"isError":false,"content":[{"type":"text","text":"{\"a\":1}"}]}})"},
+        {"ping comes before all", "0", R"("method":"ping")", R"("result":{})"},
+        {"list comes too early", "1", R"("method":"tools/list")",
+         R"("error":{"code":-32600,"message":"Session not initialized"})"},
+        {"no version", "2", R"("method":"initialize","params":{})",
+         R"("error":{"code":-32602,"message":"Expected string for 'protocolVersion' parameter"})"},
+        {"version is no text", "2", R"("method":"initialize","params":{"protocolVersion":1})",
+         R"("error":{"code":-32602,"message":"Expected string for 'protocolVersion' parameter"})"},
+        {"real but unsupported version", "3", R"("method":"initialize","params":{"protocolVersion":"2025-03-26"})",
+         R"("error":{"code":-32602,"message":"Unsupported protocol version","data":)"
+         R"({"supported":["2025-11-25","2025-06-18","2024-11-05"],"requested":"2025-03-26"}})"},
+        {"name of the wrong type", "4",
+         R"("method":"initialize","params":{"protocolVersion":"2024-11-05","clientInfo":{"name":1}})",
+         R"("error":{"code":-32603,"message":)"
+         R"("Internal error: [json.exception.type_error.302] type must be string, but is number"})"},
+        {"initialize", R"("five")", R"("method":"initialize","params":{"protocolVersion":"2025-06-18"})",
+         R"("result":{"protocolVersion":"2025-06-18","capabilities":{"tools":{}},)"
+         R"("serverInfo":{"name":"Tested","version":"1.2"}})"},
+        {"still too early", "6", R"("method":"tools/call","params":{"name":"echo"})",
+         R"("error":{"code":-32600,"message":"Session not initialized"})"},
+        {"initialized as a request", "7", R"("method":"notifications/initialized")",
+         R"("error":{"code":-32600,"message":"Session not initialized"})"},
+        {"initialized", nullptr, R"("method":"notifications/initialized")", nullptr},
+        {"unknown method", R"({"k":[1]})", R"("method":"no/such")",
+         R"("error":{"code":-32601,"message":"Method not found: no/such"})"},
+        {"second initialize", "8", R"("method":"initialize","params":{"protocolVersion":"2025-11-25"})",
+         R"("result":{"protocolVersion":"2025-11-25","capabilities":{"tools":{}},)"
+         R"("serverInfo":{"name":"Tested","version":"1.2"}})"},
+        {"flag stays set", "9", R"("method":"tools/call","params":{"name":"echo","arguments":{"a":1}})",
+         R"("result":{"isError":false,"content":[{"type":"text","text":"{\"a\":1}"}]})"},
     };
+    const std::string begin = R"({"jsonrpc":"2.0",)";
     for (const auto& step : transcript) {
         SCOPED_TRACE(step.name);
-        EXPECT_EQ(client.post(step.post).status, 202);
-        if (step.answer) {
-            EXPECT_EQ(client.next_message(), step.answer);
+        const std::string id = step.id ? std::string(R"("id":)") + step.id + "," : "";
+        EXPECT_EQ(client.post(begin + id + step.request + "}").status, 202);
+        if (step.outcome) {
+            EXPECT_EQ(client.next_message(), begin + id + step.outcome + "}");
         } else {
             std::this_thread::sleep_for(50ms);
         }
     }
+    // Another session begins at the beginning.
+    EXPECT_THAT(sse_client(Port()).call(R"({"id":1,"method":"tools/list"})"), HasSubstr("Session not initialized"));
 }
 
 TEST_F(Server, ToolCalls) {
@@ -251,6 +242,46 @@ TEST_F(Server, ListsToolsByNameWithWhatTheyDeclare) {
     EXPECT_EQ(server_->get_tools().size(), 3u);
 }
 
+TEST_F(Server, ShowsEachToolFromItsRegistrationOnWhileClientsList) {
+    Start();
+    constexpr int kTools = 40;
+    const auto listed_names = [](sse_client& client) {
+        std::set<std::string> names;
+        const json answer = parse_json(client.call(R"({"id":1,"method":"tools/list"})"));
+        for (const json& tool : answer.at("result").at("tools")) {
+            EXPECT_TRUE(names.insert(tool.at("name")).second) << "listed twice";
+        }
+        return names;
+    };
+    std::atomic<bool> done = false;
+    auto lister = std::async(std::launch::async, [&] {
+        sse_client client(Port());
+        client.shake_hands();
+        for (std::set<std::string> before; !done;) {
+            const auto now = listed_names(client);
+            EXPECT_TRUE(std::includes(now.begin(), now.end(), before.begin(), before.end()));
+            before = now;
+        }
+    });
+    const auto register_and_call = [&](const std::string& prefix) {
+        sse_client client(Port());
+        client.shake_hands();
+        for (int i = 0; i < kTools; ++i) {
+            const std::string name = prefix + std::to_string(i);
+            server_->register_tool(tool_named(name),
+                                   [](const json&, const std::string&) { return text_content("ok"); });
+            EXPECT_TRUE(listed_names(client).contains(name)) << name;
+            EXPECT_THAT(client.call_tool(i, name), HasSubstr(R"("text":"ok")"));
+        }
+    };
+    auto other = std::async(std::launch::async, register_and_call, "other_");
+    register_and_call("tool_");
+    other.get();
+    done = true;
+    lister.get();
+    EXPECT_EQ(server_->get_tools().size(), 5u + 2 * kTools);
+}
+
 TEST_F(Server, LogsACallFromPostToAnswer) {
     Start();
     sse_client client(Port());
@@ -299,16 +330,6 @@ TEST_F(Server, LogsTheHandshakeAndTellsItsCallbacks) {
                      ("INFO Negotiated protocol version: 2024-11-05 for session: " + client.session_id()).c_str(),
                      "INFO Client connected: Me UnknownVersion", "ERROR initialize_callback threw: callback broke",
                      "INFO Initialization successful, waiting for notifications/initialized notification"}));
-}
-
-TEST_F(Server, SessionsAreIndependent) {
-    Start();
-    sse_client one(Port());
-    sse_client other(Port());
-    one.shake_hands();
-    EXPECT_NE(one.session_id(), other.session_id());
-    EXPECT_THAT(other.call(R"({"id":1,"method":"tools/list"})"), HasSubstr("Session not initialized"));
-    EXPECT_THAT(one.call_tool(1, "who"), HasSubstr(one.session_id()));
 }
 
 TEST_F(Server, HeartbeatsCountFromZeroAndSilenceGetsAComment) {
