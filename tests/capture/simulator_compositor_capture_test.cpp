@@ -168,13 +168,8 @@ TEST_F(CaptureBackend, PictureThatDoesNotFitIntoMemoryIsRefused) {
     Start();
     Show({16384, 16384}, {16384, 16384});
     const int outcome = WithLittleMemory(200'000'000, [&] {
-        if (Capture()) return 1;
-        return log_.take() ==
-                       std::vector<std::string>{
-                           "ERROR SimulatorCompositorCapture: Failed to allocate "
-                           "1073741824 bytes"}
-                   ? 0
-                   : 2;
+        const bool captured = Capture();
+        return !captured && log_.lines().back().ends_with("Failed to allocate 1073741824 bytes") ? 0 : 1;
     });
     EXPECT_EQ(outcome, 0);
 }
@@ -229,11 +224,6 @@ TEST_F(CaptureManager, ShutdownUnderARunningCaptureLeavesItsBackendToIt) {
 }
 
 TEST_F(CaptureManager, CapturesRunWhileSessionsBeginAndEnd) {
-    runtime_.on(kCapture, [](XrSession, SimulatorCompositorCaptureInfo* info) {
-        *info->width_output = *info->height_output = 4;
-        if (info->pixels) std::fill_n(info->pixels, 64, std::uint8_t{9});
-        return XR_SUCCESS;
-    });
     std::atomic<bool> over = false;
     std::thread tool([&] {
         std::vector<std::uint8_t> pixels;

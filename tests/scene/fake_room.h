@@ -1,5 +1,5 @@
-// A room for the scripted next layer: spaces with labels and boxes, queries that are answered when the test says
-// so, and functions that fail at a call of the test's choice.
+// A room for the scripted next layer: spaces with labels and boxes, and queries that are answered when the test says
+// so.
 #pragma once
 
 #include <gmock/gmock.h>
@@ -13,6 +13,7 @@
 
 #include "context/context_manager.h"
 #include "context/session_context.h"
+#include "layer/dispatch/dispatch.h"
 #include "layer/dispatch/handles.h"
 #include "scene/scene_context.h"
 #include "tests/fakes/fake_runtime.h"
@@ -23,7 +24,7 @@ namespace orvanic_xr {
 
 class FakeRoom {
  public:
-    explicit FakeRoom(FakeRuntime& runtime) : runtime_(runtime) { install(); }
+    explicit FakeRoom(FakeRuntime& runtime) { install(runtime); }
 
     // A container that names a space for each label; they are found by the second query only.
     void container_with(const std::vector<std::string>& labels) {
@@ -35,14 +36,11 @@ class FakeRoom {
     // A space that the first query finds though it is no container.
     void loose(const std::string& label) { add({label, false, {}}, true); }
 
-    void fail(const std::string& function, int nth) { failures_[function] = nth; }
     void claim_count(std::uint32_t count) { claimed_count_ = count; }
     void reset_requests() {
         queries_.clear();
         pending_.clear();
         components_.clear();
-        failures_.clear();
-        calls_.clear();
     }
 
     // What xrPollEvent brings: the newest query's results are there, if one was asked ...
@@ -81,58 +79,6 @@ class FakeRoom {
 
     const std::vector<std::string>& queries() const { return queries_; }
 
-    // Makes the runtime answer with this room.
-    void install() {
-        runtime_.on("xrQuerySpacesKS", [this](XrSession, const XrSpaceQueryInfoBaseHeaderKS* info,
-                                              XrAsyncRequestIdKS* request) { return query(info, request); });
-        runtime_.on("xrRetrieveSpaceQueryResultsKS",
-                    [this](XrSession, XrAsyncRequestIdKS request, XrSpaceQueryResultsKS* results) {
-                        return retrieve(request, results);
-                    });
-        runtime_.on("xrGetSpaceComponentStatusKS",
-                    [this](XrSpace space, XrSpaceComponentTypeKS type, XrSpaceComponentStatusKS* status) {
-                        if (fails("xrGetSpaceComponentStatusKS")) return XR_ERROR_RUNTIME_FAILURE;
-                        status->enabled = type == 7 && thing(space).container;
-                        return XR_SUCCESS;
-                    });
-        runtime_.on("xrGetSpaceContainerKS", [this](XrSession, XrSpace space, XrSpaceContainerKS* container) {
-            std::vector<XrUuidEXT> uuids;
-            for (const std::size_t index : thing(space).contents) uuids.push_back(uuid_of(index));
-            container->uuidCountOutput = static_cast<std::uint32_t>(uuids.size());
-            if (container->uuids) std::copy(uuids.begin(), uuids.end(), container->uuids);
-            return XR_SUCCESS;
-        });
-        runtime_.on("xrGetSpaceSemanticLabelsKS", [this](XrSession, XrSpace space, XrSemanticLabelsKS* labels) {
-            if (fails("xrGetSpaceSemanticLabelsKS")) return XR_ERROR_RUNTIME_FAILURE;
-            const std::string& label = thing(space).label;
-            labels->bufferCountOutput = static_cast<std::uint32_t>(label.size());
-            if (labels->buffer) label.copy(labels->buffer, labels->bufferCapacityInput);
-            return XR_SUCCESS;
-        });
-        runtime_.on("xrGetSpaceBoundingBox2DKS", [this](XrSession, XrSpace, XrRect2Df* box) {
-            if (fails("xrGetSpaceBoundingBox2DKS")) return XR_ERROR_RUNTIME_FAILURE;
-            *box = {{-1, -2}, {2, 4}};
-            return XR_SUCCESS;
-        });
-        runtime_.on("xrGetSpaceBoundingBox3DKS", [this](XrSession, XrSpace, XrRect3DfKS* box) {
-            if (fails("xrGetSpaceBoundingBox3DKS")) return XR_ERROR_RUNTIME_FAILURE;
-            *box = {{-0.5f, 0, -0.25f}, {1, 0.75f, 0.5f}};
-            return XR_SUCCESS;
-        });
-        runtime_.on("xrEnumerateSpaceSupportedComponentsKS",
-                    [](XrSpace, std::uint32_t capacity, std::uint32_t* count, XrSpaceComponentTypeKS* types) {
-                        *count = 2;
-                        if (capacity >= 2) types[0] = 5, types[1] = 0;
-                        return XR_SUCCESS;
-                    });
-        runtime_.on("xrSetSpaceComponentStatusKS",
-                    [this](XrSpace, const XrSpaceComponentStatusSetInfoKS*, XrAsyncRequestIdKS* request) {
-                        *request = ++last_request_;
-                        components_.push_back(*request);
-                        return XR_SUCCESS;
-                    });
-    }
-
  private:
     struct Thing {
         std::string label;
@@ -160,13 +106,55 @@ class FakeRoom {
         return uuid;
     }
 
-    bool fails(const std::string& function) {
-        const auto found = failures_.find(function);
-        return found != failures_.end() && ++calls_[function] == found->second;
+    // Makes the runtime answer with this room.
+    void install(FakeRuntime& runtime) {
+        runtime.on("xrQuerySpacesKS", [this](XrSession, const XrSpaceQueryInfoBaseHeaderKS* info,
+                                             XrAsyncRequestIdKS* request) { return query(info, request); });
+        runtime.on("xrRetrieveSpaceQueryResultsKS",
+                   [this](XrSession, XrAsyncRequestIdKS request, XrSpaceQueryResultsKS* results) {
+                       return retrieve(request, results);
+                   });
+        runtime.on("xrGetSpaceComponentStatusKS",
+                   [this](XrSpace space, XrSpaceComponentTypeKS type, XrSpaceComponentStatusKS* status) {
+                       status->enabled = type == 7 && thing(space).container;
+                       return XR_SUCCESS;
+                   });
+        runtime.on("xrGetSpaceContainerKS", [this](XrSession, XrSpace space, XrSpaceContainerKS* container) {
+            std::vector<XrUuidEXT> uuids;
+            for (const std::size_t index : thing(space).contents) uuids.push_back(uuid_of(index));
+            container->uuidCountOutput = static_cast<std::uint32_t>(uuids.size());
+            if (container->uuids) std::copy(uuids.begin(), uuids.end(), container->uuids);
+            return XR_SUCCESS;
+        });
+        runtime.on("xrGetSpaceSemanticLabelsKS", [this](XrSession, XrSpace space, XrSemanticLabelsKS* labels) {
+            const std::string& label = thing(space).label;
+            labels->bufferCountOutput = static_cast<std::uint32_t>(label.size());
+            if (labels->buffer) label.copy(labels->buffer, labels->bufferCapacityInput);
+            return XR_SUCCESS;
+        });
+        runtime.on("xrGetSpaceBoundingBox2DKS", [this](XrSession, XrSpace, XrRect2Df* box) {
+            *box = {{-1, -2}, {2, 4}};
+            return XR_SUCCESS;
+        });
+        runtime.on("xrGetSpaceBoundingBox3DKS", [this](XrSession, XrSpace, XrRect3DfKS* box) {
+            *box = {{-0.5f, 0, -0.25f}, {1, 0.75f, 0.5f}};
+            return XR_SUCCESS;
+        });
+        runtime.on("xrEnumerateSpaceSupportedComponentsKS",
+                   [](XrSpace, std::uint32_t capacity, std::uint32_t* count, XrSpaceComponentTypeKS* types) {
+                       *count = 2;
+                       if (capacity >= 2) types[0] = 5, types[1] = 0;
+                       return XR_SUCCESS;
+                   });
+        runtime.on("xrSetSpaceComponentStatusKS",
+                   [this](XrSpace, const XrSpaceComponentStatusSetInfoKS*, XrAsyncRequestIdKS* request) {
+                       *request = ++last_request_;
+                       components_.push_back(*request);
+                       return XR_SUCCESS;
+                   });
     }
 
     XrResult query(const XrSpaceQueryInfoBaseHeaderKS* base, XrAsyncRequestIdKS* request) {
-        if (fails("xrQuerySpacesKS")) return XR_ERROR_RUNTIME_FAILURE;
         const auto& info = *reinterpret_cast<const XrSpaceQueryInfoKS*>(base);
         std::vector<std::size_t> answer = found_at_once_;
         std::string text;
@@ -188,7 +176,6 @@ class FakeRoom {
     }
 
     XrResult retrieve(XrAsyncRequestIdKS request, XrSpaceQueryResultsKS* results) {
-        if (fails("xrRetrieveSpaceQueryResultsKS")) return XR_ERROR_RUNTIME_FAILURE;
         const std::vector<std::size_t>& answer = pending_.at(request);
         const auto count = static_cast<std::uint32_t>(answer.size());
         if (!results->results) {
@@ -202,14 +189,11 @@ class FakeRoom {
         return XR_SUCCESS;
     }
 
-    FakeRuntime& runtime_;
     std::vector<Thing> things_;
     std::vector<std::size_t> found_at_once_;
     std::map<XrAsyncRequestIdKS, std::vector<std::size_t>> pending_;
     std::vector<XrAsyncRequestIdKS> components_;
     std::vector<std::string> queries_;
-    std::map<std::string, int> failures_;
-    std::map<std::string, int> calls_;
     std::uint32_t claimed_count_ = 0;
     XrAsyncRequestIdKS last_request_ = 0;
 };
@@ -219,15 +203,12 @@ class SceneTest : public testing::Test {
     SceneTest() {
         Renew(ContextManager::instance());
         runtime_.offer_spatial_entities();
-        room_.install();
         runtime_.install();
         InstanceState instance;
         instance.valid = true;
         instance.instance = runtime_.instance();
         ContextManager::instance().setInstanceState(instance);
-        PFN_xrVoidFunction create_session = nullptr;
-        FakeRuntime::next_get_instance_proc_addr()(runtime_.instance(), "xrCreateSession", &create_session);
-        reinterpret_cast<PFN_xrCreateSession>(create_session)(runtime_.instance(), nullptr, &session_);
+        DispatchHolder::instance().Slot (&NextDispatchTable::CreateSession)(runtime_.instance(), nullptr, &session_);
         ContextManager::instance().updateSessionState({true, session_, XR_SESSION_STATE_FOCUSED, 1});
         runtime_.take_calls();
         log_.take();
