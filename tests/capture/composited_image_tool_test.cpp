@@ -12,7 +12,6 @@ namespace orvanic_xr {
 namespace {
 
 using testing::ElementsAre;
-using testing::IsEmpty;
 
 constexpr char kPending[] =
     "Screen capture permission is pending. A system consent dialog is now shown in the headset — ask the user to "

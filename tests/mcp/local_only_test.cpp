@@ -85,7 +85,7 @@ class LocalOnlyServer : public ServerTest {
     }
 };
 
-TEST_F(LocalOnlyServer, RefusesWhateverTheMethodAndPath) {
+TEST_F(LocalOnlyServer, RefusesOthersWhateverTheMethodAndPath) {
     auto config = local_config();
     config.local_only = true;
     Start(config);
@@ -105,6 +105,7 @@ TEST_F(LocalOnlyServer, RefusesWhateverTheMethodAndPath) {
     EXPECT_EQ(Request("GET", "/sse", "").status, 403);
     EXPECT_EQ(Request("OPTIONS", "/message", "Host: localhost\r\nOrigin: null\r\n").status, 403);
     EXPECT_EQ(Request("OPTIONS", "/message", "Host: localhost\r\nHost: evil.example\r\n").status, 403);
+    EXPECT_EQ(Request("OPTIONS", "/message", "Host: 127.0.0.1\r\nOrigin: http://localhost:3000\r\n").status, 204);
 }
 
 TEST(LocalOnlyHost, AsksTheEnvironmentForExactlyOne) {

@@ -1,5 +1,4 @@
 #include <string>
-#include <vector>
 
 #include "tests/tools/session_fixture.h"
 #include "tools/inspect/inspect_tools.h"

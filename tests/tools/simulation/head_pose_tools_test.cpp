@@ -9,7 +9,6 @@ namespace {
 using mcp::json;
 using testing::ElementsAre;
 using testing::HasSubstr;
-using testing::IsEmpty;
 
 constexpr char kSucceeded[] = R"({"success":true})";
 

@@ -108,6 +108,7 @@ TEST_F(PoseAnimations, StayForTheNextFrameWhenTheirPoseThrows) {
     EXPECT_THROW(manager_.Tick(), std::runtime_error);
     EXPECT_FALSE(Ready(outcome));
     manager_.Tick();
+    ASSERT_TRUE(Ready(outcome));
     EXPECT_EQ(outcome.get(), AnimationCompleted);
 }
 
