@@ -132,11 +132,11 @@ class FakeRoom {
             if (labels->buffer) label.copy(labels->buffer, labels->bufferCapacityInput);
             return XR_SUCCESS;
         });
-        runtime.on("xrGetSpaceBoundingBox2DKS", [this](XrSession, XrSpace, XrRect2Df* box) {
+        runtime.on("xrGetSpaceBoundingBox2DKS", [](XrSession, XrSpace, XrRect2Df* box) {
             *box = {{-1, -2}, {2, 4}};
             return XR_SUCCESS;
         });
-        runtime.on("xrGetSpaceBoundingBox3DKS", [this](XrSession, XrSpace, XrRect3DfKS* box) {
+        runtime.on("xrGetSpaceBoundingBox3DKS", [](XrSession, XrSpace, XrRect3DfKS* box) {
             *box = {{-0.5f, 0, -0.25f}, {1, 0.75f, 0.5f}};
             return XR_SUCCESS;
         });
