@@ -19,12 +19,13 @@ namespace {
 // The name that the layer's own server gives.
 constexpr std::string_view kOwnServer = "OrvanicXR_MCP_Server";
 
-// The error of binding the port at any address of the family, or 0. Remains of closed connections are no hindrance.
+// The error of binding the port at any address of the family as the layer does, or 0. Neither remains of closed
+// connections nor a server that shares the port are a hindrance.
 int BindError(int family, std::uint16_t port) {
     const int fd = socket(family, SOCK_STREAM | SOCK_CLOEXEC, 0);
     if (fd < 0) return errno;
     const int yes = 1;
-    setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
+    setsockopt(fd, SOL_SOCKET, SO_REUSEPORT, &yes, sizeof(yes));
     sockaddr_in6 any6{};
     sockaddr_in any4{};
     int result = 0;
@@ -43,11 +44,11 @@ int BindError(int family, std::uint16_t port) {
     return error;
 }
 
-PortSide LookAtSide(int family, std::uint16_t port) {
+PortSide LookAtSide(int family, std::uint16_t port, bool has_listener) {
     const int error = BindError(family, port);
     PortSide side;
     side.supported = error != EAFNOSUPPORT && error != EADDRNOTAVAIL;
-    side.taken = side.supported && error != 0;
+    side.taken = side.supported && (error != 0 || has_listener);
     if (side.taken) side.mcp_server = GreetMcpServer(family, port);
     return side;
 }
@@ -112,11 +113,11 @@ std::set<std::string> ListeningInodes(std::string_view table, std::uint16_t port
 PortSituation LookAtPort(std::uint16_t port) {
     PortSituation situation;
     situation.port = port;
-    situation.ipv4 = LookAtSide(AF_INET, port);
-    situation.ipv6 = LookAtSide(AF_INET6, port);
-    if (!situation.ipv4.taken && !situation.ipv6.taken) return situation;
     std::set<std::string> inodes = ListeningInodes(WholeFile("/proc/net/tcp"), port);
-    inodes.merge(ListeningInodes(WholeFile("/proc/net/tcp6"), port));
+    std::set<std::string> ipv6_inodes = ListeningInodes(WholeFile("/proc/net/tcp6"), port);
+    situation.ipv4 = LookAtSide(AF_INET, port, !inodes.empty());
+    situation.ipv6 = LookAtSide(AF_INET6, port, !ipv6_inodes.empty());
+    inodes.merge(ipv6_inodes);
     if (!inodes.empty()) situation.listeners = ProcessesWith(inodes);
     return situation;
 }

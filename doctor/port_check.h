@@ -14,7 +14,7 @@ namespace orvanic_xr {
 
 struct PortSide {
     bool supported = true;                  // whether this machine has the address family
-    bool taken = false;                     // nobody else can bind the port
+    bool taken = false;                     // somebody listens there, or keeps others from it
     std::optional<std::string> mcp_server;  // name and version, if an MCP server answers there
 };
 

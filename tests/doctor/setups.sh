@@ -110,7 +110,11 @@ pids+=($!)
 for _ in $(seq 200); do ! grep -q FOCUSED "$scratch/demo" || break; sleep 0.05; done
 row "an application runs" 0 'velmoor_demo \(pid [0-9]+\), which answers as OrvanicXR_MCP_Server 1.0.0' \
   "$simulator" "$built" "$named"
+exec 3<>"/dev/tcp/127.0.0.1/$port"
 kill -INT "${pids[-1]}"
 wait "${pids[-1]}" || true
+exec 3>&-
+# The connection that its server closed lingers on the port for a minute.
+row "an application has run" 0 "^ok +port +$port is free" "$simulator" "$built" "$named"
 
 [ "$failures" = 0 ]

@@ -7,14 +7,6 @@
 # CLIENTS_WANTED set, that is a failure.
 set -euo pipefail
 
-# In a network of its own where the system lets us: there the port is free, and no connection of an earlier test
-# lingers on it.
-own_network=(unshare --net)
-[ "$(id -u)" = 0 ] || own_network+=(--map-root-user)
-if [ -z "${IN_OWN_NETWORK:-}" ] && "${own_network[@]}" ip link set lo up 2>/dev/null; then
-  IN_OWN_NETWORK=yes exec "${own_network[@]}" bash -c 'ip link set lo up; exec bash "$0" "$@"' "$0" "$@"
-fi
-
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 build=$2
 port=8720
