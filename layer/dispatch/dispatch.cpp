@@ -48,11 +48,6 @@ DispatchHolder::RuntimeLease DispatchHolder::LeaseRuntime() const {
     return lease;
 }
 
-std::uint64_t DispatchHolder::runtime_number() const {
-    std::shared_lock gate(runtime_mutex_);
-    return runtime_number_;
-}
-
 DispatchHolder::RuntimeLease DispatchHolder::LeaseRuntime(std::uint64_t number) const {
     RuntimeLease lease = LeaseRuntime();
     if (lease && runtime_number_ != number) lease.lock_.unlock();

@@ -87,7 +87,7 @@ class DispatchHolder {
 
     // Counts the runtimes that opened after another had closed. What was made under one number is gone under the
     // next, even where its handles' values come again: the second lease is also empty under another number.
-    std::uint64_t runtime_number() const;
+    std::uint64_t runtime_number() const { return runtime_number_; }
     RuntimeLease LeaseRuntime(std::uint64_t number) const;
 
     // Ends the leases of `xr_instance` before it is destroyed; another instance's leases are left alone. True if
@@ -105,7 +105,8 @@ class DispatchHolder {
     // below. Taken before mutex_.
     mutable std::shared_mutex runtime_mutex_;
     bool runtime_open_ = false;
-    std::uint64_t runtime_number_ = 0;
+    // Read without the mutex: a session is made under the lock of all sessions, which a lease's holder may take.
+    std::atomic<std::uint64_t> runtime_number_ = 0;
 
     // Guards the three fields below.
     mutable std::mutex mutex_;
