@@ -135,12 +135,11 @@ void SleepFor(std::chrono::milliseconds hold) {
 void ReleaseAfter(const ControllerInput& input, std::chrono::milliseconds hold, std::uint64_t runtime_number) noexcept {
     try {
         if (hold.count() > 0) SleepFor(hold);
-        // Outlives the lease: if the session ends meanwhile, this is the last reference, and its end takes a lease
-        // of its own.
-        std::shared_ptr<SessionContext> context;
+        // Before the lease, and outlives it: the lock of all sessions is never taken under one, and if this becomes
+        // the last reference, its end takes a lease of its own.
+        const std::shared_ptr<SessionContext> context = ContextManager::instance().getSessionContext(input.session);
         const auto lease = DispatchHolder::instance().LeaseRuntime(runtime_number);
-        if (lease) context = ContextManager::instance().getSessionContext(input.session);
-        if (!context || context->session == XR_NULL_HANDLE) {
+        if (!lease || context->session == XR_NULL_HANDLE) {
             LogError(kName, " auto-release skipped: session no longer valid");
             return;
         }
