@@ -9,7 +9,7 @@
 
 namespace mcp {
 
-inline constexpr std::chrono::milliseconds kClientPatience{10000};
+inline constexpr std::chrono::milliseconds kClientPatience{30000};
 
 class raw_socket {
  public:
