@@ -45,7 +45,8 @@ XrTime AwaitTick(Runtime& runtime, std::unique_lock<std::mutex>& lock, XrSession
         frames.being_waited_for = false;
         runtime.frame_changed.notify_all();
     }
-    runtime.Get(handle);
+    // It was good when the call came.
+    if (!runtime.IsAlive(handle)) Refuse(XR_ERROR_HANDLE_INVALID);
     if (is_over()) Refuse(XR_ERROR_SESSION_NOT_RUNNING);
     frames.waited = true;
     return tick;
@@ -71,6 +72,7 @@ XrResult WaitFrame(XrSession session, const XrFrameWaitInfo* info, XrFrameState*
     return WithoutThrowing([&]() -> XrResult {
         Runtime& runtime = Runtime::instance();
         std::unique_lock lock(runtime.mutex);
+        runtime.entry_point = "WaitFrame";
         const auto waiting = runtime.Get(session);
         if (info) RequireType(info, XR_TYPE_FRAME_WAIT_INFO);
         RequireType(state, XR_TYPE_FRAME_STATE);

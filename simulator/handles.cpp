@@ -38,6 +38,15 @@ const HandleTable::Slot* HandleTable::SlotOf(std::uint64_t handle, HandleKind ki
     return slot.kind == kind && handle == HandleOf(index, slot.generation, kind) ? &slot : nullptr;
 }
 
+bool HandleTable::WasFreed(std::uint64_t handle, HandleKind kind) const {
+    const std::size_t index = handle & 0xFFFF;
+    const std::uint32_t generation = static_cast<std::uint32_t>(handle >> 16) & kGenerationMask;
+    if (index >= slots_.size() || generation == 0 || handle != HandleOf(index, generation, kind)) return false;
+    const Slot& slot = slots_[index];
+    // A place does not remember the kinds of its earlier objects, so a made-up handle of another kind counts too.
+    return generation < slot.generation || (generation == slot.generation && slot.kind == kind && !slot.object);
+}
+
 void HandleTable::Free(std::size_t index) {
     slots_[index].object.reset();
     free_.push_back(index);

@@ -49,6 +49,12 @@ class HandleTable {
         return slot ? std::static_pointer_cast<Object>(slot->object) : nullptr;
     }
 
+    // Once stood for an object of this type, which has gone since, by itself or with its parent.
+    template <class Object>
+    bool WasDestroyed(std::uint64_t handle) const {
+        return WasFreed(handle, kKindOf<Object>);
+    }
+
     template <class Object>
     void Remove(std::uint64_t handle) {
         if (SlotOf(handle, kKindOf<Object>)) Free(handle & 0xFFFF);
@@ -86,6 +92,7 @@ class HandleTable {
 
     std::uint64_t AddAs(HandleKind kind, std::shared_ptr<void> object);
     const Slot* SlotOf(std::uint64_t handle, HandleKind kind) const;
+    bool WasFreed(std::uint64_t handle, HandleKind kind) const;
     void Free(std::size_t index);
 
     std::vector<Slot> slots_;

@@ -102,6 +102,7 @@ XrResult CreateInstance(const XrInstanceCreateInfo* info, XrInstance* instance) 
         auto created = std::make_shared<Instance>();
         created->extensions = EnabledExtensions(*info);
         created->settings = ReadSettings();
+        runtime.strict = created->settings.strict;
         if (runtime.handles.CountIf<Instance>([](const Instance&) { return true; }) >= kMaxInstances) {
             Refuse(XR_ERROR_LIMIT_REACHED);
         }

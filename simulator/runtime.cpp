@@ -1,6 +1,9 @@
 #include "simulator/runtime.h"
 
 #include <chrono>
+#include <cinttypes>
+#include <cstdio>
+#include <cstdlib>
 
 #include "simulator/session.h"
 
@@ -13,6 +16,12 @@ Runtime& Runtime::instance() {
 
 bool Runtime::IsAlive(XrSession handle) const {
     return handles.Find<Session>(reinterpret_cast<std::uint64_t>(handle)) != nullptr;
+}
+
+void Runtime::EndProcess(std::uint64_t destroyed_handle) const {
+    std::fprintf(stderr, "VELMOOR_SIM_STRICT: xr%s was called with the destroyed handle 0x%" PRIx64 "\n", entry_point,
+                 destroyed_handle);
+    std::abort();
 }
 
 XrTime Now() {

@@ -1,6 +1,9 @@
 // The headless runtime. One mutex guards everything that lives in it; an entry point takes it for its whole
 // call, so any call may come from any thread. Only xrWaitFrame lets go of it, while it sleeps.
 //
+// A call with a handle that is none is refused. VELMOOR_SIM_STRICT makes one exception, for the destroyed: a runtime
+// whose handles are pointers would crash there, and so the process ends.
+//
 // Every entry point has one shape: find the objects, check the arguments in a fixed order, do the work. What
 // is wrong is thrown as a Refusal and turned into the returned code by Guarded, in one place.
 //
@@ -44,7 +47,7 @@ class Runtime {
     // Lives for ever: threads that nobody joined may still call while the process exits.
     static Runtime& instance();
 
-    // What a handle stands for. Throws XR_ERROR_HANDLE_INVALID.
+    // What a handle stands for. Throws XR_ERROR_HANDLE_INVALID; ends the process as told above.
     std::shared_ptr<Instance> Get(XrInstance handle) const { return GetAs<Instance>(handle); }
     std::shared_ptr<Session> Get(XrSession handle) const { return GetAs<Session>(handle); }
     std::shared_ptr<Space> Get(XrSpace handle) const { return GetAs<Space>(handle); }
@@ -68,16 +71,23 @@ class Runtime {
 
     std::mutex mutex;
     HandleTable handles;
+    // As the newest instance was created.
+    bool strict = false;
+    // The entry point that holds the mutex, without its "xr".
+    const char* entry_point = "";
     // Told whenever a frame begins or a session stops running.
     std::condition_variable frame_changed;
 
  private:
     template <class Object, class Handle>
     std::shared_ptr<Object> GetAs(Handle handle) const {
-        auto object = handles.Find<Object>(reinterpret_cast<std::uint64_t>(handle));
-        if (!object) Refuse(XR_ERROR_HANDLE_INVALID);
-        return object;
+        const auto number = reinterpret_cast<std::uint64_t>(handle);
+        auto object = handles.Find<Object>(number);
+        if (object) return object;
+        if (strict && handles.WasDestroyed<Object>(number)) EndProcess(number);
+        Refuse(XR_ERROR_HANDLE_INVALID);
     }
+    [[noreturn]] void EndProcess(std::uint64_t destroyed_handle) const;
 };
 
 // Runs `work` and turns whatever it throws into the code for the caller.
@@ -94,11 +104,13 @@ XrResult WithoutThrowing(Work work) noexcept {
     }
 }
 
+// The entry point is whoever calls this.
 template <class Work>
-XrResult Guarded(Work work) noexcept {
+XrResult Guarded(Work work, const char* entry_point = __builtin_FUNCTION()) noexcept {
     return WithoutThrowing([&]() -> XrResult {
         Runtime& runtime = Runtime::instance();
         std::lock_guard lock(runtime.mutex);
+        runtime.entry_point = entry_point;
         return work(runtime);
     });
 }

@@ -70,6 +70,7 @@ Settings ReadSettings() {
     settings.scene = ModeOf(kSceneModes, Environment("VELMOOR_SIM_SCENE"), settings.scene);
     settings.eye_size = EyeSizeOr(Environment("VELMOOR_SIM_EYE_SIZE"), settings.eye_size);
     settings.capture = ModeOf(kCaptureModes, Environment("VELMOOR_SIM_CAPTURE"), settings.capture);
+    settings.strict = Environment("VELMOOR_SIM_STRICT") == "1";
     return settings;
 }
 

@@ -6,6 +6,9 @@
 //   VELMOOR_SIM_EYE_SIZE   "<width>x<height>" of a captured picture, in pixels, each 1 to 16384; 1024x1024 when unset
 //                          or of another form
 //   VELMOOR_SIM_CAPTURE    what is wrong with captures, by the names below; nothing when unset
+//   VELMOOR_SIM_STRICT     "1": a call with a destroyed handle, or with one whose parent was destroyed, ends the
+//   process
+//                          with a line on standard error that names function and handle; refused when unset
 #pragma once
 
 #include <cstdint>
@@ -50,6 +53,7 @@ struct Settings {
     SceneMode scene = SceneMode::kFurnished;
     EyeSize eye_size = {1024, 1024};
     CaptureMode capture = CaptureMode::kTruthful;
+    bool strict = false;
 };
 
 Settings ReadSettings();

@@ -63,6 +63,31 @@ TEST_F(SimulatorInstance, HandleOfAReusedPlaceIsRefused) {
     EXPECT_EQ(LocateSpace(first, stage, 1, &location), XR_ERROR_HANDLE_INVALID);
 }
 
+TEST_F(SimulatorInstance, DestroyedHandleEndsAStrictProcess) {
+    setenv("VELMOOR_SIM_STRICT", "1", 1);
+    DestroyInstance(instance_);
+    ASSERT_EQ(TryCreateInstance(Extensions(), instance_), XR_SUCCESS);
+    unsetenv("VELMOOR_SIM_STRICT");
+    const XrSession session = MakeFocusedSession();
+    const XrSpace child = MakeSpace(session, XR_REFERENCE_SPACE_TYPE_STAGE);
+    const XrActionSet set = MakeActionSet("play");
+    const XrAction action = MakeAction(set, "jump", XR_ACTION_TYPE_BOOLEAN_INPUT);
+    EXPECT_EQ(DestroySpace(XR_NULL_HANDLE), XR_ERROR_HANDLE_INVALID) << "never was one";
+    DestroySession(session);
+    const XrSession next = MakeFocusedSession();
+    DestroyActionSet(set);
+    const auto naming = [](const std::string& function) {
+        return testing::MatchesRegex("VELMOOR_SIM_STRICT: xr" + function +
+                                     " was called with the destroyed handle 0x[0-9a-f]+\n");
+    };
+    EXPECT_DEATH(DestroySession(session), naming("DestroySession"));
+    EXPECT_DEATH(DestroySpace(child), naming("DestroySpace"));
+    EXPECT_DEATH(Suggest(kTouchProfile, {{action, "/user/hand/left/input/x/click"}}),
+                 naming("SuggestInteractionProfileBindings"));
+    EXPECT_DEATH(Sync(next, {set}), naming("SyncActions"));
+    EXPECT_DEATH(RunFrame(session), naming("WaitFrame"));
+}
+
 TEST_F(SimulatorInstance, HandlesFitIntoAJsonNumber) {
     EXPECT_LT(reinterpret_cast<std::uint64_t>(MakeSession()), std::uint64_t{1} << 53);
 }
