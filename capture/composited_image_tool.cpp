@@ -14,6 +14,7 @@
 #include "context/context_manager.h"
 #include "diagnostics/clock.h"
 #include "diagnostics/logger.h"
+#include "mcp/thread_pool.h"
 #include "tools/arguments.h"
 #include "tools/session_tools.h"
 #include "tools/tool_results.h"
@@ -41,6 +42,7 @@ bool WaitUntilReady(ScreenCaptureBackend& backend) {
     if (backend.is_ready()) return true;
     LogInfo(kName, ": Capture backend not ready, requesting permission");
     backend.request_permission();
+    const mcp::lent_place lent;
     const std::int64_t asked_ns = MonotonicNanoseconds();
     while (!backend.is_ready() && MonotonicNanoseconds() - asked_ns < kPermissionWaitNs) {
         std::this_thread::sleep_for(kPermissionPoll);

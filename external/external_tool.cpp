@@ -12,6 +12,7 @@
 #include "external/callback_buffer.h"
 #include "external/external_result.h"
 #include "external/external_tool_manager.h"
+#include "mcp/thread_pool.h"
 #include "tools/tool_entry.h"
 #include "tools/tool_results.h"
 
@@ -56,6 +57,11 @@ std::size_t ResultLength(const std::vector<char>& buffer) {
     return length;
 }
 
+bool CompletesInTime(const std::future<void>& completed, std::int64_t limit_seconds) {
+    const mcp::lent_place lent;
+    return completed.wait_for(std::chrono::seconds(limit_seconds)) == std::future_status::ready;
+}
+
 json RunDeferred(const ExternalTool& tool, const ExternalCall& call, std::string arguments_json,
                  ExternalToolManager& manager) {
     LogInfo("External tool callback queued: ", tool.name, " callbackFlags: ", tool.callbackFlags);
@@ -64,7 +70,7 @@ json RunDeferred(const ExternalTool& tool, const ExternalCall& call, std::string
     LogInfo(" ... waiting");
     manager.Enqueue(entry);
     const std::int64_t limit = manager.GetTimeoutSeconds();
-    const bool timed_out = completed.wait_for(std::chrono::seconds(limit)) == std::future_status::timeout;
+    const bool timed_out = !CompletesInTime(completed, limit);
     LogInfo(" ... completed. timeout_status: ", timed_out);
     if (timed_out) {
         // The entry stays in the queue: the pump still runs it, or drops it when it is too old.

@@ -4,6 +4,7 @@
 
 #include "capture/capture_tools.h"
 #include "diagnostics/clock.h"
+#include "mcp/thread_pool.h"
 #include "tests/capture/capture_fixture.h"
 #include "tests/capture/decoded_png.h"
 #include "tests/tools/tool_answer.h"
@@ -117,10 +118,12 @@ TEST_F(CompositedImageTool, WithoutARunningSessionItWaitsFiveSecondsAndTellsToRe
 TEST_F(CompositedImageTool, SessionThatBeginsDuringTheWaitIsCaptured) {
     ScreenCaptureManager::instance().initialize();
     json content;
-    std::thread tool([&] { content = Content({}); });
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    mcp::thread_pool pool(1);
+    auto captured = pool.enqueue([&] { content = Content({}); });
+    // The only worker serves others meanwhile.
+    EXPECT_EQ(pool.enqueue([] {}).wait_for(std::chrono::seconds(3)), std::future_status::ready);
     ScreenCaptureManager::instance().backend()->start(Session());
-    tool.join();
+    captured.wait();
     EXPECT_EQ(content.at(0).at("type"), "image");
 }
 

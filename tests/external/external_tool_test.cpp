@@ -15,6 +15,7 @@
 #include "diagnostics/clock.h"
 #include "external/external_result.h"
 #include "external/external_tool_manager.h"
+#include "mcp/thread_pool.h"
 #include "tests/fakes/log_capture.h"
 
 namespace orvanic_xr {
@@ -237,11 +238,15 @@ TEST_F(ExternalTools, ReportAnApplicationThatStoppedCallingOpenXr) {
     EXPECT_EQ(script_.calls, 1) << "the entry stayed in the queue and still runs";
 }
 
-TEST_F(ExternalTools, AreToldAtOnceThatTheInstanceEnds) {
-    auto waiting = RunWaiting(2);
+TEST_F(ExternalTools, HoldNobodyUpAndAreToldAtOnceThatTheInstanceEnds) {
+    std::string answer;
+    mcp::thread_pool pool(1);
+    auto waiting = pool.enqueue([&] { answer = Run(2); });
     AwaitQueued();
+    EXPECT_EQ(pool.enqueue([] {}).wait_for(std::chrono::seconds(3)), std::future_status::ready);
     manager_.ClearAbandoned();
-    EXPECT_EQ(waiting.get(), "Error: External tool callback timed out in processing queue");
+    waiting.wait();
+    EXPECT_EQ(answer, "Error: External tool callback timed out in processing queue");
     EXPECT_THAT(log_.lines("WARNING"), ElementsAre("WARNING Clearing 1 abandoned deferred callbacks (session ending)"));
     log_.take();
     manager_.ClearAbandoned();

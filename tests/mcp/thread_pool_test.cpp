@@ -5,6 +5,8 @@
 #include <atomic>
 #include <chrono>
 #include <stdexcept>
+#include <thread>
+#include <vector>
 
 namespace mcp {
 namespace {
@@ -48,6 +50,45 @@ TEST(ThreadPool, WithoutWorkersTasksAreTakenAndNeverRun) {
     thread_pool pool(0);
     auto task = pool.enqueue([] { FAIL() << "ran"; });
     EXPECT_EQ(task.wait_for(10ms), std::future_status::timeout);
+}
+
+// One place, and tasks that wait for `opened` with it lent.
+struct WaitingTasks {
+    explicit WaitingTasks(std::size_t count) {
+        for (std::size_t i = 0; i < count; ++i) {
+            pool.enqueue([this] {
+                const lent_place lent;
+                const lent_place again;  // lends nothing more
+                ++waiting;
+                opened.wait();
+            });
+        }
+        while (waiting < count) std::this_thread::yield();
+    }
+
+    std::atomic<std::size_t> waiting = 0;
+    std::promise<void> open;
+    std::shared_future<void> opened = open.get_future().share();
+    thread_pool pool{1};
+};
+
+TEST(ThreadPool, WaitingTasksHoldNoOtherUp) {
+    WaitingTasks tasks(thread_pool::kSpareWorkers);
+    // Each in its turn, in the one place that there is.
+    int runs = 0;
+    std::vector<std::future<void>> others;
+    for (int i = 0; i < 1000; ++i) others.push_back(tasks.pool.enqueue([&runs] { ++runs; }));
+    EXPECT_EQ(others.back().wait_for(10s), std::future_status::ready);
+    EXPECT_EQ(runs, 1000);
+    tasks.open.set_value();
+}
+
+TEST(ThreadPool, SpareWorkersHaveABound) {
+    WaitingTasks tasks(thread_pool::kSpareWorkers + 1);
+    auto other = tasks.pool.enqueue([] {});
+    EXPECT_EQ(other.wait_for(20ms), std::future_status::timeout);
+    tasks.open.set_value();
+    EXPECT_EQ(other.wait_for(10s), std::future_status::ready);
 }
 
 }  // namespace

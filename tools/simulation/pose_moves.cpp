@@ -5,11 +5,20 @@
 #include <utility>
 
 #include "context/context_manager.h"
+#include "mcp/thread_pool.h"
 #include "tools/simulation/conformance_automation.h"
 #include "tools/simulation/pose_arguments.h"
 #include "tools/tool_results.h"
 
 namespace orvanic_xr {
+namespace {
+
+bool ends_in_time(const std::future<AnimationResult>& outcome, float duration_seconds) {
+    const mcp::lent_place lent;
+    return outcome.wait_until(AnimationDeadline(duration_seconds)) == std::future_status::ready;
+}
+
+}  // namespace
 
 SessionLookup find_session_to_move(const json& arguments, const std::string& tool_name) {
     const auto refused = [&](const std::string& error) { return SessionLookup{nullptr, refuse(tool_name, error)}; };
@@ -27,7 +36,7 @@ json play_pose_animation(ActiveAnimation animation, const std::string& tool_name
                          const std::string& call) {
     const float duration_seconds = animation.duration_seconds;
     std::future<AnimationResult> outcome = PoseAnimationManager::instance().StartAnimation(std::move(animation));
-    if (outcome.wait_until(AnimationDeadline(duration_seconds)) == std::future_status::timeout) {
+    if (!ends_in_time(outcome, duration_seconds)) {
         PoseAnimationManager::instance().CancelAll();
         return refuse(tool_name, "Animation timed out (application may have stopped rendering).");
     }

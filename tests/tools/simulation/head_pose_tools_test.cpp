@@ -1,6 +1,7 @@
 #include <chrono>
 #include <thread>
 
+#include "mcp/thread_pool.h"
 #include "tests/tools/simulation/simulation_fixture.h"
 
 namespace orvanic_xr {
@@ -128,12 +129,17 @@ TEST_F(HeadPoseTools, WalkSmoothlyAndReportTheEnd) {
 TEST_F(HeadPoseTools, SayWhenAWalkIsSupersededOrFails) {
     Activate();
     // 1e308 seconds: the wait ends with the animation, not with the clock.
-    auto superseded = std::async(std::launch::async, [&] {
-        return Set({{"position", {2, 1.5, 0}}, {"duration_seconds", 1e308}, {"base_space", "stage"}});
+    std::string answer;
+    mcp::thread_pool pool(1);
+    auto superseded = pool.enqueue([&] {
+        answer = Set({{"position", {2, 1.5, 0}}, {"duration_seconds", 1e308}, {"base_space", "stage"}});
     });
     EXPECT_TRUE(WaitFor("Started animation for /user/head"));
+    EXPECT_EQ(pool.enqueue([] {}).wait_for(std::chrono::seconds(3)), std::future_status::ready)
+        << "the only worker serves nobody meanwhile";
     PoseAnimationManager::instance().CancelAll();
-    EXPECT_EQ(superseded.get(), R"({"success":true,"note":"Animation was superseded by a newer set_head_pose call."})");
+    superseded.wait();
+    EXPECT_EQ(answer, R"({"success":true,"note":"Animation was superseded by a newer set_head_pose call."})");
     runtime_.answer("xrSetInputDeviceLocationEXT", XR_ERROR_RUNTIME_FAILURE);
     FrameThread frames;
     EXPECT_EQ(Set({{"position", {2, 1.5, 0}}, {"duration_seconds", 60}}),
