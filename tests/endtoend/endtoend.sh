@@ -208,6 +208,24 @@ expect_of() {
   grep -q "$pattern" "$scratch/answer.txt" || fail "the answer of $1 lacks: $pattern"
 }
 
+# Relative to the view, at once and slowly: each goes as far as it is told, and the hand keeps its distance.
+moves_relative_to_the_view() {
+  local ahead='"position": [0, 0, -0.1], "base_space": "view"' orientation='"orientation": [0, 0, 0, 1]' tool
+  start demo "$build/bin/velmoor_demo"
+  wait_for_line demo 'FOCUSED, [0-9.]* frames a second'
+  expect_of true openxr_set_head_pose '{"position": [0, 1.6, 0], '"$orientation"', "base_space": "stage"}'
+  expect_of true openxr_set_controller_pose \
+    '{"hand": "right", "pose_type": "aim", "position": [0.5, 1.2, 0], '"$orientation"', "base_space": "stage"}'
+  for duration in 0 1; do
+    expect_of true openxr_set_head_pose "{$ahead, \"duration_seconds\": $duration}"
+  done
+  for tool in get_head_pose:0.0,1.6,-0.2 get_controller_pose:0.5,1.2,-0.2; do
+    "$build/bin/velmoor_agent" --call "openxr_${tool%:*}" '{"hand": "right", "pose_type": "aim", "base_space": "stage"}' \
+      >"$scratch/answer.txt" 2>&1 || fail "the call of ${tool%:*} ended with $?"
+    tr -d ' \n' <"$scratch/answer.txt" | grep -qF "[${tool#*:}]" || fail "${tool%:*} does not tell ${tool#*:}"
+  done
+}
+
 # An application in C, with a tool for each thread.
 tools_in_c() {
   start c_application "$build/bin/external_tools_c"

@@ -1,6 +1,7 @@
 // openxr_get_controller_pose tells where a controller is: from the runtime while the user holds it, from the
 // mirror of the simulated poses once automation has taken over, because what the runtime then reports through
 // the layer's action spaces is not what the agent set. openxr_set_controller_pose moves a simulated controller.
+#include <optional>
 #include <utility>
 
 #include "context/session_context.h"
@@ -188,32 +189,33 @@ json handle_set_controller_pose(const json& arguments, const std::string& /*sess
     if (!found.context) return found.refusal;
     const SessionContext& context = *found.context;
 
-    const std::string top_level_path = "/user/hand/" + input.hand;
-    const InputTarget target{top_level_path, top_level_path + "/input/" + input.pose_type + "/pose",
-                             reference_space_for_name(base_name, context)};
-    if (target.base_space == XR_NULL_HANDLE) return refuse(kSetName, invalid_base_space_text(base_name));
+    const XrSpace base_space = reference_space_for_name(base_name, context);
+    if (base_space == XR_NULL_HANDLE) return refuse(kSetName, invalid_base_space_text(base_name));
     const XrSpace space = PoseSpace(context, input);
     if (space == XR_NULL_HANDLE) {
         return refuse(kSetName,
                       input.pose_type + " pose action space is not available for " + input.hand + " controller.");
     }
-    const auto query_current = [&](XrPosef& pose) {
-        return QueryDevicePose(space, target.base_space, context.CurrentLocateTime(), input.hand + " controller", pose);
-    };
+    const XrTime time = context.CurrentLocateTime();
+    const std::string label = input.hand + " controller";
     XrPosef current = kIdentityPose;
     // What was not given stays as it is, or identity where that can't be told.
-    if (!given.has_position() || !given.has_orientation()) query_current(current);
-    const XrPosef wanted = given.applied_to(current);
+    if (!given.has_position() || !given.has_orientation()) QueryDevicePose(space, base_space, time, label, current);
+    const std::optional<MoveFrame> frame = find_move_frame(context, base_space, time);
+    const XrPosef wanted = frame ? frame->resolved(given.applied_to(current)) : given.applied_to(current);
+    const std::string top_level_path = "/user/hand/" + input.hand;
+    const InputTarget target{top_level_path, top_level_path + "/input/" + input.pose_type + "/pose",
+                             frame ? frame->space : base_space};
     const float duration_seconds = duration_argument(arguments);
     if (!(duration_seconds > 0.0f)) {
         const OperationResult moved =
             SetDeviceLocation(target.top_level_path, target.input_source_path, target.base_space, wanted);
         if (moved.ok) return pose_set_result();
-        return refuse(kSetName, "Failed to set " + input.hand + " controller " + input.pose_type + " pose.");
+        return refuse(kSetName, "Failed to set " + label + " " + input.pose_type + " pose.");
     }
     XrPosef start = kIdentityPose;
-    if (!query_current(start)) {
-        return refuse(kSetName, "Cannot query current " + input.hand + " controller pose for animation start.");
+    if (!frame || !QueryDevicePose(space, target.base_space, time, label, start)) {
+        return refuse(kSetName, "Cannot query current " + label + " pose for animation start.");
     }
     return MoveControllerOverTime(target, input, start, wanted, duration_seconds);
 }

@@ -1,5 +1,6 @@
 // openxr_get_head_pose reads where the runtime says the view is. openxr_set_head_pose moves the simulated
 // headset, at once or smoothly, and carries both controllers along as if the user's whole body moved.
+#include <optional>
 #include <utility>
 
 #include "context/session_context.h"
@@ -68,8 +69,9 @@ json handle_get_head_pose(const json& arguments, const std::string& /*session_id
     return make_json_tool_result(std::move(output));
 }
 
-// State of one head move: where everything was before it, in `base_space`. An animation keeps a copy, so every
-// step works from the start and the controllers keep their rigid relation to the head for the whole motion.
+// State of one head move: where everything was before it, in `base_space`, which stays where it is. An animation keeps
+// a copy, so every step works from the start and the controllers keep their rigid relation to the head for the whole
+// motion.
 struct HeadMoveContext {
     XrSpace base_space = XR_NULL_HANDLE;
     XrPosef old_head_pose = kIdentityPose;  // identity if it could not be located
@@ -126,12 +128,17 @@ json handle_set_head_pose(const json& arguments, const std::string& /*session_id
     if (!found.context) return found.refusal;
     const SessionContext& context = *found.context;
 
-    HeadMoveContext move;
-    move.base_space = reference_space_for_name(base_name, context);
-    if (move.base_space == XR_NULL_HANDLE) return refuse(kSetName, invalid_base_space_text(base_name));
+    const XrSpace base_space = reference_space_for_name(base_name, context);
+    if (base_space == XR_NULL_HANDLE) return refuse(kSetName, invalid_base_space_text(base_name));
     const XrTime time = context.CurrentLocateTime();
-    const bool head_located = QueryDevicePose(context.viewSpace, move.base_space, time, "head", move.old_head_pose);
-    const XrPosef target = given.applied_to(move.old_head_pose);
+    const std::optional<MoveFrame> frame = find_move_frame(context, base_space, time);
+    HeadMoveContext move;
+    move.base_space = frame ? frame->space : base_space;
+    const bool head_located =
+        frame && QueryDevicePose(context.viewSpace, move.base_space, time, "head", move.old_head_pose);
+    // In itself the view is at the identity.
+    const XrPosef target =
+        frame && frame->view ? frame->resolved(given.applied_to(kIdentityPose)) : given.applied_to(move.old_head_pose);
     const float duration_seconds = duration_argument(arguments);
     if (head_located) {
         move.left_located =

@@ -32,6 +32,13 @@ SessionLookup find_session_to_move(const json& arguments, const std::string& too
     return {std::move(context), {}};
 }
 
+std::optional<MoveFrame> find_move_frame(const SessionContext& context, XrSpace base_space, XrTime time) {
+    if (base_space != context.viewSpace) return MoveFrame{base_space, std::nullopt};
+    MoveFrame frame{context.stageSpace != XR_NULL_HANDLE ? context.stageSpace : context.localSpace, kIdentityPose};
+    if (!QueryDevicePose(context.viewSpace, frame.space, time, "head", *frame.view)) return std::nullopt;
+    return frame;
+}
+
 json play_pose_animation(ActiveAnimation animation, const std::string& tool_name, const std::string& subject,
                          const std::string& call) {
     const float duration_seconds = animation.duration_seconds;

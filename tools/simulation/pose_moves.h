@@ -1,9 +1,12 @@
 // How a pose tool gets hold of a session that it may move things in, and how it moves one over time.
 #pragma once
 
+#include <optional>
 #include <string>
 
+#include "context/session_context.h"
 #include "mcp/json.h"
+#include "tools/math/pose_math.h"
 #include "tools/session_tools.h"
 #include "tools/simulation/pose_animation_manager.h"
 
@@ -11,6 +14,19 @@ namespace orvanic_xr {
 
 // The session of the call with the simulation switched on, or the logged refusal.
 SessionLookup find_session_to_move(const json& arguments, const std::string& tool_name);
+
+// Where a move is written. The view moves with the head: a move relative to it is resolved once, and carried out in a
+// space that stays where it is.
+struct MoveFrame {
+    XrSpace space = XR_NULL_HANDLE;
+    // The view in `space`; nothing for a move relative to another space, which is `space` itself.
+    std::optional<XrPosef> view;
+
+    // `pose`, given relative to the base space of the move, in `space`.
+    XrPosef resolved(const XrPosef& pose) const { return view ? Compose(*view, pose) : pose; }
+};
+// Nothing if `base_space` is the view and nobody knows where that is.
+std::optional<MoveFrame> find_move_frame(const SessionContext& context, XrSpace base_space, XrTime time);
 
 // Plays `animation` to its end on the frame thread and answers what became of it. `subject` is what moves, as
 // "head"; `call` what takes it over, as "set_head_pose".

@@ -97,6 +97,16 @@ TEST_F(ControllerPoseTools, MoveOneInputAtOnce) {
     EXPECT_EQ(Set({{"hand", "left"}, {"position", {0, 1, -1}}}), "Error: Failed to set left controller grip pose.");
 }
 
+TEST_F(ControllerPoseTools, MoveRelativeToWhereTheViewWas) {
+    Activate();
+    runtime_.place("VIEW", {{0, 1, 0, 0}, {0, 1.5f, 1}});  // turned round: ahead is +z
+    EXPECT_EQ(Set({{"hand", "left"}, {"position", {0, 0, -1}}, {"base_space", "view"}}), kSucceeded);
+    EXPECT_THAT(runtime_.calls("xrSetInputDeviceLocationEXT"), ElementsAre(HasSubstr("STAGE, [0 1.5 2 | 0 1 0 0]")));
+    runtime_.place("VIEW", kIdentityPose, 0);
+    EXPECT_EQ(Set({{"hand", "left"}, {"position", {0, 0, -1}}, {"base_space", "view"}, {"duration_seconds", 1}}),
+              "Error: Cannot query current left controller pose for animation start.");
+}
+
 TEST_F(ControllerPoseTools, RefuseToWalkFromAnUnknownPlace) {
     Activate();
     runtime_.place("space(orvanic_xr_left_hand_grip_pose)", kIdentityPose, 0);

@@ -8,6 +8,7 @@ namespace orvanic_xr {
 namespace {
 
 using mcp::json;
+using testing::_;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -124,6 +125,28 @@ TEST_F(HeadPoseTools, WalkSmoothlyAndReportTheEnd) {
     const auto moves = runtime_.calls("xrSetInputDeviceLocationEXT");
     ASSERT_GE(moves.size(), 3u);
     EXPECT_THAT(moves.at(moves.size() - 3), HasSubstr("/user/head/input/view_kest/pose, STAGE, [2 1.5 0 | 0 0 0 1]"));
+}
+
+// The view is located once; a step that read it again would find it moved by the step before.
+TEST_F(HeadPoseTools, MoveRelativeToWhereTheViewWas) {
+    Activate();
+    runtime_.place("VIEW", {{0, 1, 0, 0}, {0, 1.5f, 1}});  // turned round: ahead is +z
+    runtime_.place("space(orvanic_xr_left_hand_aim_pose)", {{0, 0, 0, 1}, {0, 1, 1}});
+    const json ahead = {{"position", {0, 0, -1}}, {"base_space", "view"}};
+    EXPECT_EQ(Set(ahead), kSucceeded);
+    EXPECT_THAT(runtime_.calls("xrSetInputDeviceLocationEXT"),
+                ElementsAre(HasSubstr("STAGE, [0 1.5 2 | 0 1 0 0]"), HasSubstr("STAGE, [0 1 2 | 0 0 0 1]"), _));
+    json slowly = ahead;
+    slowly["duration_seconds"] = 0.05;
+    FrameThread frames;
+    EXPECT_EQ(Set(slowly), kSucceeded);
+    const auto moves = runtime_.calls("xrSetInputDeviceLocationEXT");
+    EXPECT_THAT(moves.at(moves.size() - 3), HasSubstr("STAGE, [0 1.5 2 | 0 1 0 0]"));
+    runtime_.take_calls();
+    // Nobody knows where the view is: at once, and nothing but the head, as from any other unknown place.
+    runtime_.place("VIEW", kIdentityPose, 0);
+    EXPECT_EQ(Set(slowly), kSucceeded);
+    EXPECT_THAT(runtime_.calls("xrSetInputDeviceLocationEXT"), ElementsAre(HasSubstr("VIEW, [0 0 -1 | 0 0 0 1]")));
 }
 
 TEST_F(HeadPoseTools, SayWhenAWalkIsSupersededOrFails) {
