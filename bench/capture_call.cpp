@@ -15,7 +15,6 @@
 #include "capture/capture_tools.h"
 #include "capture/image_encoding.h"
 #include "capture/screen_capture_manager.h"
-#include "capture/simulator_capture_records.h"
 #include "context/context_manager.h"
 #include "diagnostics/logger.h"
 #include "diagnostics/mcp_logger.h"
@@ -23,6 +22,7 @@
 #include "simulator/renderer/picture.h"
 #include "tests/fakes/fake_runtime.h"
 #include "tests/fakes/sse_client.h"
+#include "xr/simulator_capture_records.h"
 
 namespace orvanic_xr {
 namespace {

@@ -19,10 +19,10 @@
 #include "context/session_context.h"
 #include "diagnostics/logger.h"
 #include "layer/dispatch/dispatch.h"
-#include "layer/dispatch/handles.h"
 #include "layer/frame_hooks.h"
 #include "layer/session_hooks.h"
 #include "tests/fakes/allocation_counter.h"
+#include "xr/handles.h"
 
 namespace orvanic_xr {
 namespace {

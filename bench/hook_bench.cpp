@@ -15,9 +15,9 @@
 #include "layer/action_maps.h"
 #include "layer/binding_hooks.h"
 #include "layer/dispatch/dispatch.h"
-#include "layer/dispatch/handles.h"
 #include "layer/space_hooks.h"
 #include "tools/simulation/pose_animation_manager.h"
+#include "xr/handles.h"
 
 namespace {
 

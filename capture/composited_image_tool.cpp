@@ -10,7 +10,6 @@
 #include "capture/capture_tools.h"
 #include "capture/image_encoding.h"
 #include "capture/screen_capture_manager.h"
-#include "capture/simulator_capture_records.h"
 #include "context/context_manager.h"
 #include "diagnostics/clock.h"
 #include "diagnostics/logger.h"
@@ -18,6 +17,7 @@
 #include "tools/arguments.h"
 #include "tools/session_tools.h"
 #include "tools/tool_results.h"
+#include "xr/simulator_capture_records.h"
 
 namespace orvanic_xr {
 namespace {

@@ -1,9 +1,9 @@
 #include "capture/screen_capture_manager.h"
 
-#include "capture/simulator_capture_records.h"
 #include "capture/simulator_compositor_capture.h"
 #include "context/context_manager.h"
 #include "diagnostics/logger.h"
+#include "xr/simulator_capture_records.h"
 
 namespace orvanic_xr {
 

@@ -2,9 +2,9 @@
 
 #include <exception>
 
-#include "capture/simulator_capture_records.h"
 #include "diagnostics/logger.h"
 #include "layer/dispatch/dispatch.h"
+#include "xr/simulator_capture_records.h"
 
 namespace orvanic_xr {
 namespace {

@@ -1,24 +1,18 @@
 #include "context/context_manager.h"
 
-#include <charconv>
 #include <utility>
 
 #include "context/session_context.h"
 #include "diagnostics/clock.h"
 #include "diagnostics/logger.h"
-#include "layer/dispatch/handles.h"
+#include "diagnostics/number_text.h"
+#include "xr/handles.h"
 
 namespace orvanic_xr {
 namespace {
 
 // Layers that an application usually submits: a copy of a frame then needs no memory under the lock.
 constexpr std::size_t kUsualLayerCount = 4;
-
-// Null is "0x0" here, other than a pointer in a log line.
-std::string HexText(XrSession session) {
-    char text[16];
-    return "0x" + std::string(text, std::to_chars(text, text + sizeof text, HandleValue(session), 16).ptr);
-}
 
 }  // namespace
 
@@ -85,8 +79,8 @@ void ContextManager::updateSessionState(const SessionState& state) {
         after = *session_state_;
     }
     if (after.generation == before.generation) return;
-    LogInfo("Session restarted: old=", HexText(before.valid ? before.session : XR_NULL_HANDLE),
-            " new=", HexText(after.session), " generation=", after.generation);
+    LogInfo("Session restarted: old=", HexText(before.valid ? HandleValue(before.session) : 0),
+            " new=", HexText(HandleValue(after.session)), " generation=", after.generation);
 }
 
 bool ContextManager::updateCurrentSession(XrSession session, std::optional<XrSessionState> state, std::int64_t now_ns) {

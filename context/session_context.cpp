@@ -8,11 +8,10 @@
 #include "diagnostics/logger.h"
 #include "layer/dispatch/dispatch.h"
 #include "layer/dispatch/paths.h"
+#include "xr/pose_math.h"
 
 namespace orvanic_xr {
 namespace {
-
-constexpr XrPosef kIdentityPose = {{0.0f, 0.0f, 0.0f, 1.0f}, {0.0f, 0.0f, 0.0f}};
 
 struct ReferenceSpaceRow {
     XrReferenceSpaceType type;

@@ -12,4 +12,9 @@ std::string FixedText(double value) {
     return {text, end};
 }
 
+std::string HexText(std::uint64_t value) {
+    char text[18] = {'0', 'x'};
+    return {text, std::to_chars(text + 2, text + sizeof text, value, 16).ptr};
+}
+
 }  // namespace orvanic_xr

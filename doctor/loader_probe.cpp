@@ -4,7 +4,6 @@
 #include <link.h>
 #include <openxr/openxr.h>
 #include <openxr/openxr_loader_negotiation.h>
-#include <openxr/openxr_reflection.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,6 +15,7 @@
 
 #include "doctor/child.h"
 #include "doctor/whole_file.h"
+#include "xr/enum_names.h"
 
 namespace orvanic_xr {
 namespace {
@@ -43,14 +43,6 @@ const char* LastLinkError() {
 template <typename Function>
 Function Symbol(void* library, const char* name) {
     return reinterpret_cast<Function>(dlsym(library, name));
-}
-
-std::string ResultName(XrResult result) {
-#define VELMOOR_RESULT_NAME(name, value) \
-    if (result == (name)) return #name;
-    XR_LIST_ENUM_XrResult(VELMOOR_RESULT_NAME);
-#undef VELMOOR_RESULT_NAME
-    return "XrResult " + std::to_string(result);
 }
 
 std::string LoadedFrom(void* library) {
@@ -86,7 +78,7 @@ void AskInChild(int output) {
     Tell(output, "file", LoadedFrom(loader));
     TellLayers(output, loader);
     const XrResult result = TellExtensions(output, loader);
-    Tell(output, "runtime", XR_SUCCEEDED(result) ? "loads" : ResultName(result));
+    Tell(output, "runtime", XR_SUCCEEDED(result) ? "loads" : result_name_or_number(result));
 }
 
 void NegotiateInChild(int output, const std::string& library, const std::string& layer_name) {
@@ -103,7 +95,7 @@ void NegotiateInChild(int output, const std::string& library, const std::string&
     request.structSize = sizeof(request);
     const XrResult result = negotiate(&loader_info, layer_name.c_str(), &request);
     if (XR_FAILED(result) || !request.createApiLayerInstance) {
-        Tell(output, "problem", library + " refuses to negotiate: " + ResultName(result));
+        Tell(output, "problem", library + " refuses to negotiate: " + result_name_or_number(result));
     }
 }
 

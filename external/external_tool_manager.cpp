@@ -1,23 +1,18 @@
 #include "external/external_tool_manager.h"
 
 #include <algorithm>
-#include <charconv>
 #include <exception>
 #include <stdexcept>
 #include <utility>
 
 #include "diagnostics/clock.h"
 #include "diagnostics/logger.h"
+#include "diagnostics/number_text.h"
 #include "diagnostics/telemetry.h"
 #include "external/callback_buffer.h"
 
 namespace orvanic_xr {
 namespace {
-
-std::string HexText(std::uint32_t value) {
-    char digits[8];
-    return {digits, std::to_chars(digits, digits + sizeof digits, value, 16).ptr};
-}
 
 // What the agent reads of a callback that threw: as much of it as the buffer holds, and a terminator.
 void WriteError(std::vector<char>& buffer, const std::string& text) {
@@ -90,13 +85,13 @@ void ExternalToolManager::ProcessDeferredCallbacks(std::uint32_t invokeBitMask) 
         std::atomic<std::thread::id>& thread_;
     } const mark(pumping_thread_);
 
-    LogInfo("Processing ", queue.size(), " deferred external tool callbacks for invokeBitMask 0x",
+    LogInfo("Processing ", queue.size(), " deferred external tool callbacks for invokeBitMask ",
             HexText(invokeBitMask));
     std::deque<std::shared_ptr<DeferredCallbackEntry>> skipped;
     while (!queue.empty()) {
         const std::shared_ptr<DeferredCallbackEntry> entry = std::move(queue.front());
         queue.pop_front();
-        LogInfo("... Processing tool ", entry->toolName, " callbackFlags 0x", HexText(entry->callbackFlags));
+        LogInfo("... Processing tool ", entry->toolName, " callbackFlags ", HexText(entry->callbackFlags));
         if (ProcessEntryLocked(*entry, invokeBitMask) == Fate::kSkipped) skipped.push_back(entry);
     }
     queue.swap(skipped);

@@ -10,8 +10,8 @@
 #include "diagnostics/logger.h"
 #include "external/external_result.h"
 #include "external/registration.h"
-#include "layer/dispatch/handles.h"
 #include "tools/tool_registry.h"
+#include "xr/handles.h"
 
 namespace {
 

@@ -16,17 +16,17 @@
 #include <vector>
 
 #include "capture/screen_capture_manager.h"
-#include "capture/simulator_capture_records.h"
 #include "context/context_manager.h"
 #include "context/session_context.h"
 #include "diagnostics/logger.h"
 #include "fuzz/schema_arguments.h"
-#include "layer/dispatch/spatial_entity_ks.h"
 #include "scene/scene_context.h"
 #include "tests/fakes/fake_runtime.h"
 #include "tools/builtin_tools.h"
 #include "tools/simulation/pose_animation_manager.h"
 #include "tools/tool_registry.h"
+#include "xr/simulator_capture_records.h"
+#include "xr/spatial_entity_ks.h"
 
 namespace orvanic_xr {
 namespace {

@@ -12,12 +12,12 @@
 #include "diagnostics/telemetry.h"
 #include "external/external_tool_manager.h"
 #include "layer/action_maps.h"
-#include "layer/dispatch/handles.h"
-#include "layer/dispatch/spatial_entity_ks.h"
 #include "layer/hook_support.h"
 #include "scene/scene_context.h"
-#include "tools/enum_names.h"
 #include "tools/simulation/pose_animation_manager.h"
+#include "xr/enum_names.h"
+#include "xr/handles.h"
+#include "xr/spatial_entity_ks.h"
 
 namespace orvanic_xr {
 

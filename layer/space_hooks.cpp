@@ -13,15 +13,10 @@
 #include "layer/action_maps.h"
 #include "layer/dispatch/paths.h"
 #include "layer/hook_support.h"
-#include "tools/math/pose_math.h"
+#include "xr/location.h"
 
 namespace orvanic_xr {
 namespace {
-
-constexpr XrSpaceLocationFlags kPoseValid =
-    XR_SPACE_LOCATION_ORIENTATION_VALID_BIT | XR_SPACE_LOCATION_POSITION_VALID_BIT;
-constexpr XrSpaceLocationFlags kPoseValidAndTracked =
-    kPoseValid | XR_SPACE_LOCATION_ORIENTATION_TRACKED_BIT | XR_SPACE_LOCATION_POSITION_TRACKED_BIT;
 
 constexpr HookGuard Quiet(const char* name) {
     return {name, XR_ERROR_RUNTIME_FAILURE, false};
@@ -80,10 +75,7 @@ std::optional<XrPosef> LocateSimulated(PFN_xrLocateSpace locate_space, const Act
     if (!context || !IsAutomated(*context)) return std::nullopt;
     const std::optional<XrPosef> pose = SimulatedPose(*context, space);
     if (!pose || !context->stageSpace) return std::nullopt;
-    XrSpaceLocation stage{XR_TYPE_SPACE_LOCATION, nullptr, 0, {}};
-    if (XR_FAILED(locate_space(context->stageSpace, base_space, time, &stage))) return std::nullopt;
-    if ((stage.locationFlags & kPoseValid) != kPoseValid) return std::nullopt;
-    return Compose(stage.pose, *pose);
+    return PoseInSpace(locate_space, context->stageSpace, base_space, time, *pose);
 }
 
 XrResult LocateSpace(XrSpace space, XrSpace base_space, XrTime time, XrSpaceLocation* location) {

@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "layer/dispatch/dispatch.h"
-#include "layer/dispatch/spatial_entity_ks.h"
+#include "xr/spatial_entity_ks.h"
 
 namespace orvanic_xr {
 

@@ -12,9 +12,9 @@
 #include "scene/scene_tools.h"
 #include "tools/arguments.h"
 #include "tools/json_conversions.h"
-#include "tools/math/pose_math.h"
 #include "tools/session_tools.h"
 #include "tools/tool_results.h"
+#include "xr/pose_math.h"
 
 namespace orvanic_xr {
 namespace {

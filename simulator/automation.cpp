@@ -5,7 +5,7 @@
 #include "simulator/runtime.h"
 #include "simulator/session.h"
 #include "simulator/spaces.h"
-#include "tools/math/pose_math.h"
+#include "xr/pose_math.h"
 
 namespace simulator {
 namespace {

@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <memory>
 
-#include "capture/simulator_capture_records.h"
+#include "xr/simulator_capture_records.h"
 
 namespace simulator {
 

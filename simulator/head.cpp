@@ -4,7 +4,7 @@
 #include <cmath>
 #include <random>
 
-#include "tools/math/pose_math.h"
+#include "xr/pose_math.h"
 
 namespace simulator {
 namespace {

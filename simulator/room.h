@@ -9,8 +9,8 @@
 #include <string>
 #include <vector>
 
-#include "layer/dispatch/spatial_entity_ks.h"
 #include "simulator/settings.h"
+#include "xr/spatial_entity_ks.h"
 
 namespace simulator {
 

@@ -9,9 +9,9 @@
 #include <map>
 #include <vector>
 
-#include "layer/dispatch/spatial_entity_ks.h"
 #include "simulator/room.h"
 #include "simulator/settings.h"
+#include "xr/spatial_entity_ks.h"
 
 namespace simulator {
 

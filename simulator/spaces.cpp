@@ -9,14 +9,10 @@
 #include "simulator/runtime.h"
 #include "simulator/session.h"
 #include "simulator/views.h"
-#include "tools/math/pose_math.h"
+#include "xr/location.h"
 
 namespace simulator {
 namespace {
-
-constexpr XrSpaceLocationFlags kLocated =
-    XR_SPACE_LOCATION_ORIENTATION_VALID_BIT | XR_SPACE_LOCATION_POSITION_VALID_BIT |
-    XR_SPACE_LOCATION_ORIENTATION_TRACKED_BIT | XR_SPACE_LOCATION_POSITION_TRACKED_BIT;
 
 std::vector<XrReferenceSpaceType> ReferenceSpacesOf(const Session& session) {
     std::vector<XrReferenceSpaceType> types = {XR_REFERENCE_SPACE_TYPE_VIEW, XR_REFERENCE_SPACE_TYPE_LOCAL,
@@ -152,7 +148,7 @@ XrResult LocateSpace(XrSpace space, XrSpace base, XrTime time, XrSpaceLocation* 
         const auto target_pose = WorldPose(*target, time);
         const auto base_pose = WorldPose(*seen_from, time);
         const bool located = target_pose && base_pose;
-        location->locationFlags = located ? kLocated : 0;
+        location->locationFlags = located ? orvanic_xr::kPoseValidAndTracked : 0;
         location->pose = located ? RelativePose(*target_pose, *base_pose) : orvanic_xr::kIdentityPose;
         LeaveVelocityUnknown(location->next);
         return XR_SUCCESS;

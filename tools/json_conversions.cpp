@@ -1,11 +1,12 @@
 #include "tools/json_conversions.h"
 
 #include <algorithm>
-#include <charconv>
 #include <chrono>
 #include <cmath>
 #include <cstdio>
 #include <limits>
+
+#include "diagnostics/number_text.h"
 
 namespace orvanic_xr {
 namespace {
@@ -31,7 +32,7 @@ json unix_time_to_json(std::int64_t ns) {
 }
 
 json handle_to_json(std::uint64_t handle) {
-    return {{"handle", std::to_string(handle)}, {"handle_hex", handle_to_hex(handle)}};
+    return {{"handle", std::to_string(handle)}, {"handle_hex", HexText(handle)}};
 }
 
 json vector3_to_json(const XrVector3f& vector) {
@@ -66,11 +67,6 @@ std::string iso8601_text(std::int64_t ns) {
                   static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
                   static_cast<int>(clock.seconds().count()), static_cast<int>(clock.subseconds().count()));
     return text;
-}
-
-std::string handle_to_hex(std::uint64_t handle) {
-    char text[18] = {'0', 'x'};
-    return {text, std::to_chars(text + 2, text + sizeof text, handle, 16).ptr};
 }
 
 std::uint64_t clamped_uint64(const json& value) {

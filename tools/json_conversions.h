@@ -8,7 +8,7 @@
 #include <string>
 
 #include "mcp/json.h"
-#include "tools/enum_names.h"
+#include "xr/enum_names.h"
 
 namespace orvanic_xr {
 
@@ -24,8 +24,7 @@ json pose_to_json(const XrPosef& pose);                    // position [x, y, z]
 // position_valid, orientation_valid, position_tracked, orientation_tracked
 json space_location_flags_to_json(XrSpaceLocationFlags flags);
 
-std::string iso8601_text(std::int64_t ns);        // UTC, "2026-01-02T03:04:05.006Z"
-std::string handle_to_hex(std::uint64_t handle);  // "0x1a2b", no padding
+std::string iso8601_text(std::int64_t ns);  // UTC, "2026-01-02T03:04:05.006Z"
 
 // Numbers read out of arguments never leave their type: what doesn't fit is clamped to the nearest value that
 // does, NaN becomes 0, fractions are cut off for integers. `value` must be a JSON number (as nlohmann's get<>,

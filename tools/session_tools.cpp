@@ -2,8 +2,9 @@
 
 #include "context/context_manager.h"
 #include "diagnostics/logger.h"
-#include "layer/dispatch/handles.h"
+#include "diagnostics/number_text.h"
 #include "tools/json_conversions.h"
+#include "xr/handles.h"
 
 namespace orvanic_xr {
 namespace {
@@ -86,8 +87,8 @@ SessionResolution validate_session_handle(XrSession session, const std::string& 
     }
     if (session == current.session) return resolved(session);
 
-    const std::string provided = handle_to_hex(HandleValue(session));
-    const std::string active = handle_to_hex(HandleValue(current.session));
+    const std::string provided = HexText(HandleValue(session));
+    const std::string active = HexText(HandleValue(current.session));
     LogError(tool_name, ": Provided session handle does not match the active session. Provided: ", provided,
              ", Expected: ", active, ", Session generation: ", current.generation);
     return unresolved(stale_handle_report(provided, active, current, tool_name));

@@ -9,11 +9,10 @@
 
 #include "examples/velmoor_demo/check.h"
 #include "examples/velmoor_demo/game_tools.h"
+#include "xr/location.h"
 
 namespace demo {
 namespace {
-
-constexpr XrPosef kIdentity = {{0, 0, 0, 1}, {0, 0, 0}};
 
 // Without a graphics device there is no way but this one.
 constexpr char kHeadless[] = "XR_MND_headless";
@@ -97,7 +96,8 @@ void Application::CreateSession() {
 }
 
 XrSpace Application::CreateReferenceSpace(XrReferenceSpaceType type) {
-    const XrReferenceSpaceCreateInfo info = {XR_TYPE_REFERENCE_SPACE_CREATE_INFO, nullptr, type, kIdentity};
+    const XrReferenceSpaceCreateInfo info = {XR_TYPE_REFERENCE_SPACE_CREATE_INFO, nullptr, type,
+                                             orvanic_xr::kIdentityPose};
     XrSpace space = XR_NULL_HANDLE;
     Check(xrCreateReferenceSpace(session_, &info, &space), "xrCreateReferenceSpace");
     return space;
@@ -194,11 +194,9 @@ void Application::RunFrame() {
 }
 
 std::optional<XrPosef> Application::LocateHead(XrTime time) const {
-    constexpr XrSpaceLocationFlags kLocated =
-        XR_SPACE_LOCATION_ORIENTATION_VALID_BIT | XR_SPACE_LOCATION_POSITION_VALID_BIT;
-    XrSpaceLocation location = {XR_TYPE_SPACE_LOCATION, nullptr, 0, kIdentity};
+    XrSpaceLocation location = {XR_TYPE_SPACE_LOCATION, nullptr, 0, orvanic_xr::kIdentityPose};
     Check(xrLocateSpace(view_, stage_, time, &location), "xrLocateSpace");
-    if ((location.locationFlags & kLocated) != kLocated) return std::nullopt;
+    if (!orvanic_xr::HasValidPose(location.locationFlags)) return std::nullopt;
     return location.pose;
 }
 

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "examples/velmoor_demo/check.h"
+#include "xr/location.h"
 
 namespace demo {
 namespace {
@@ -27,10 +28,6 @@ constexpr Button kButtons[] = {
     {"menu", "Menu button", "input/menu/click", nullptr, "input/menu/click", nullptr},
     {"stick", "Thumbstick press", "input/thumbstick/click", "input/thumbstick/click", nullptr, nullptr},
 };
-
-constexpr XrPosef kIdentity = {{0, 0, 0, 1}, {0, 0, 0}};
-constexpr XrSpaceLocationFlags kLocated =
-    XR_SPACE_LOCATION_ORIENTATION_VALID_BIT | XR_SPACE_LOCATION_POSITION_VALID_BIT;
 
 // Collects the bindings of one profile.
 class Suggestions {
@@ -128,7 +125,8 @@ void Controls::SuggestBindings() {
 
 void Controls::MakePoseSpaces() {
     for (std::size_t hand = 0; hand < kHandNames.size(); ++hand) {
-        XrActionSpaceCreateInfo info = {XR_TYPE_ACTION_SPACE_CREATE_INFO, nullptr, grip_, hand_paths_[hand], kIdentity};
+        XrActionSpaceCreateInfo info = {XR_TYPE_ACTION_SPACE_CREATE_INFO, nullptr, grip_, hand_paths_[hand],
+                                        orvanic_xr::kIdentityPose};
         Check(xrCreateActionSpace(session_, &info, &grip_spaces_[hand]), "xrCreateActionSpace");
         info.action = aim_;
         Check(xrCreateActionSpace(session_, &info, &aim_spaces_[hand]), "xrCreateActionSpace");
@@ -166,9 +164,9 @@ XrActionStateGetInfo Controls::Ask(XrAction action, std::size_t hand) const {
 }
 
 std::optional<XrPosef> Controls::Locate(XrSpace space, XrSpace base, XrTime time) const {
-    XrSpaceLocation location = {XR_TYPE_SPACE_LOCATION, nullptr, 0, kIdentity};
+    XrSpaceLocation location = {XR_TYPE_SPACE_LOCATION, nullptr, 0, orvanic_xr::kIdentityPose};
     Check(xrLocateSpace(space, base, time, &location), "xrLocateSpace");
-    if ((location.locationFlags & kLocated) != kLocated) return std::nullopt;
+    if (!orvanic_xr::HasValidPose(location.locationFlags)) return std::nullopt;
     return location.pose;
 }
 

@@ -15,7 +15,7 @@
 #include <mutex>
 #include <shared_mutex>
 
-#include "layer/dispatch/spatial_entity_ks.h"
+#include "xr/spatial_entity_ks.h"
 
 namespace orvanic_xr {
 

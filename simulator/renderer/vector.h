@@ -5,7 +5,7 @@
 
 #include <cmath>
 
-#include "tools/math/pose_math.h"
+#include "xr/pose_math.h"
 
 namespace simulator {
 

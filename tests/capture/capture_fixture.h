@@ -10,11 +10,11 @@
 #include <vector>
 
 #include "capture/screen_capture_manager.h"
-#include "capture/simulator_capture_records.h"
 #include "context/context_manager.h"
 #include "tests/fakes/fake_runtime.h"
 #include "tests/fakes/log_capture.h"
 #include "tests/fakes/renew.h"
+#include "xr/simulator_capture_records.h"
 
 namespace orvanic_xr {
 

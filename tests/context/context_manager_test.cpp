@@ -8,9 +8,9 @@
 #include "context/session_context.h"
 #include "diagnostics/clock.h"
 #include "layer/dispatch/dispatch.h"
-#include "layer/dispatch/handles.h"
 #include "tests/fakes/fake_runtime.h"
 #include "tests/fakes/log_capture.h"
+#include "xr/handles.h"
 
 namespace orvanic_xr {
 

@@ -11,10 +11,10 @@
 
 #include "context/context_manager.h"
 #include "layer/dispatch/dispatch.h"
-#include "layer/dispatch/handles.h"
 #include "tests/fakes/fake_runtime.h"
 #include "tests/fakes/log_capture.h"
 #include "tests/fakes/renew.h"
+#include "xr/handles.h"
 
 namespace orvanic_xr {
 namespace {

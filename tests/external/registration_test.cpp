@@ -11,10 +11,10 @@
 #include <vector>
 
 #include "context/context_manager.h"
-#include "layer/dispatch/handles.h"
 #include "tests/fakes/log_capture.h"
 #include "tests/fakes/renew.h"
 #include "tools/tool_registry.h"
+#include "xr/handles.h"
 
 namespace orvanic_xr {
 namespace {

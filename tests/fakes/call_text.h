@@ -10,8 +10,8 @@
 #include <string>
 #include <type_traits>
 
-#include "layer/dispatch/handles.h"
-#include "layer/dispatch/spatial_entity_ks.h"
+#include "xr/handles.h"
+#include "xr/spatial_entity_ks.h"
 
 namespace orvanic_xr {
 

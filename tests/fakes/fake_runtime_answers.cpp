@@ -1,7 +1,7 @@
 #include <cstring>
 
-#include "capture/simulator_capture_records.h"
 #include "tests/fakes/fake_runtime_state.h"
+#include "xr/simulator_capture_records.h"
 
 namespace orvanic_xr {
 

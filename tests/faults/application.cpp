@@ -7,9 +7,7 @@
 #include <thread>
 #include <utility>
 
-#include "capture/simulator_capture_records.h"
 #include "layer/binding_hooks.h"
-#include "layer/dispatch/handles.h"
 #include "layer/frame_hooks.h"
 #include "layer/hooks.h"
 #include "layer/instance_hooks.h"
@@ -19,6 +17,8 @@
 #include "mcp/server_host.h"
 #include "tests/fakes/renew.h"
 #include "tools/tool_registry.h"
+#include "xr/handles.h"
+#include "xr/simulator_capture_records.h"
 
 namespace orvanic_xr {
 namespace {

@@ -11,11 +11,11 @@
 #include "layer/action_maps.h"
 #include "layer/binding_mirror.h"
 #include "layer/dispatch/dispatch.h"
-#include "layer/dispatch/handles.h"
 #include "tests/fakes/fake_runtime.h"
 #include "tests/fakes/log_capture.h"
 #include "tests/fakes/renew.h"
 #include "tools/simulation/pose_animation_manager.h"
+#include "xr/handles.h"
 
 namespace orvanic_xr {
 

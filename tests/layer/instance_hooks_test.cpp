@@ -15,7 +15,6 @@
 #include "layer/action_maps.h"
 #include "layer/binding_mirror.h"
 #include "layer/dispatch/dispatch.h"
-#include "layer/dispatch/handles.h"
 #include "layer/hooks.h"
 #include "layer/instance_extensions.h"
 #include "layer/space_hooks.h"
@@ -24,6 +23,7 @@
 #include "tools/simulation/pose_animation_manager.h"
 #include "tools/tool_registry.h"
 #include "tools/tool_registry_lifetime.h"
+#include "xr/handles.h"
 
 namespace orvanic_xr {
 namespace {

@@ -11,9 +11,9 @@
 #include "capture/screen_capture_manager.h"
 #include "diagnostics/clock.h"
 #include "external/external_tool.h"
-#include "layer/dispatch/handles.h"
 #include "scene/scene_context.h"
 #include "tests/layer/hook_fixture.h"
+#include "xr/handles.h"
 
 namespace orvanic_xr {
 namespace {

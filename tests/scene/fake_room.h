@@ -14,11 +14,11 @@
 #include "context/context_manager.h"
 #include "context/session_context.h"
 #include "layer/dispatch/dispatch.h"
-#include "layer/dispatch/handles.h"
 #include "scene/scene_context.h"
 #include "tests/fakes/fake_runtime.h"
 #include "tests/fakes/log_capture.h"
 #include "tests/fakes/renew.h"
+#include "xr/handles.h"
 
 namespace orvanic_xr {
 

@@ -6,9 +6,9 @@
 #include <set>
 #include <string>
 
-#include "layer/dispatch/handles.h"
 #include "scene/scene_tools.h"
 #include "tests/scene/fake_room.h"
+#include "xr/handles.h"
 
 namespace orvanic_xr {
 namespace {

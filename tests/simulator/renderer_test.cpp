@@ -9,9 +9,9 @@
 #include <limits>
 #include <thread>
 
-#include "capture/simulator_capture_records.h"
 #include "tests/simulator/simulator_fixture.h"
-#include "tools/math/pose_math.h"
+#include "xr/pose_math.h"
+#include "xr/simulator_capture_records.h"
 
 namespace simulator_test {
 namespace {

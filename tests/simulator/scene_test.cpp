@@ -8,8 +8,8 @@
 #include <thread>
 
 #include "layer/dispatch/dispatch.h"
-#include "layer/dispatch/spatial_entity_ks.h"
 #include "tests/simulator/simulator_fixture.h"
+#include "xr/spatial_entity_ks.h"
 
 namespace simulator_test {
 namespace {

@@ -8,9 +8,9 @@
 
 #include "context/context_manager.h"
 #include "diagnostics/clock.h"
-#include "layer/dispatch/handles.h"
 #include "tests/fakes/log_capture.h"
 #include "tests/fakes/renew.h"
+#include "xr/handles.h"
 
 namespace orvanic_xr {
 namespace {

@@ -8,9 +8,9 @@
 #include "tools/arguments.h"
 #include "tools/convert/convert_tools.h"
 #include "tools/json_conversions.h"
-#include "tools/math/pose_math.h"
 #include "tools/session_tools.h"
 #include "tools/tool_results.h"
+#include "xr/location.h"
 
 namespace orvanic_xr {
 namespace {
@@ -80,9 +80,7 @@ json handle_convert_pose_between_spaces(const json& arguments, const std::string
         return refuse(kName, "xrLocateSpace failed with result: " + code,
                       "xrLocateSpace failed (error code: " + code + ").");
     }
-    constexpr XrSpaceLocationFlags kBothValid =
-        XR_SPACE_LOCATION_ORIENTATION_VALID_BIT | XR_SPACE_LOCATION_POSITION_VALID_BIT;
-    if ((location.locationFlags & kBothValid) != kBothValid) {
+    if (!HasValidPose(location.locationFlags)) {
         LogWarning(kName, ": Space location does not have valid position and orientation");
         return make_text_tool_result("Error: The runtime could not determine a valid transform between '" +
                                      source_name + "' and '" + target_name +

@@ -1,10 +1,11 @@
 #include "diagnostics/logger.h"
+#include "diagnostics/number_text.h"
 #include "layer/dispatch/dispatch.h"
-#include "layer/dispatch/handles.h"
 #include "tools/inspect/inspect_tools.h"
 #include "tools/json_conversions.h"
 #include "tools/session_tools.h"
 #include "tools/tool_results.h"
+#include "xr/handles.h"
 
 namespace orvanic_xr {
 namespace {
@@ -26,7 +27,7 @@ json handle_exit_session(const json& arguments, const std::string& /*session_id*
         return refuse(kName, "xrRequestExitSession function is null",
                       "xrRequestExitSession function is not available.");
     }
-    LogInfo("Calling xrRequestExitSession with session handle: ", handle_to_hex(HandleValue(resolution.session)));
+    LogInfo("Calling xrRequestExitSession with session handle: ", HexText(HandleValue(resolution.session)));
     const XrResult result = request_exit_session(resolution.session);
     if (XR_FAILED(result)) {
         const std::string result_name = xr_result_to_string(result);

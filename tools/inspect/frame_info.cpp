@@ -1,9 +1,9 @@
 #include "context/context_manager.h"
-#include "layer/dispatch/handles.h"
 #include "tools/arguments.h"
 #include "tools/inspect/cached_record.h"
 #include "tools/inspect/inspect_tools.h"
 #include "tools/json_conversions.h"
+#include "xr/handles.h"
 
 namespace orvanic_xr {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <cmath>
 
-#include "tools/math/pose_math.h"
+#include "xr/pose_math.h"
 
 namespace orvanic_xr {
 

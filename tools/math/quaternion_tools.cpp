@@ -6,10 +6,10 @@
 #include "tools/arguments.h"
 #include "tools/json_conversions.h"
 #include "tools/math/math_tools.h"
-#include "tools/math/pose_math.h"
 #include "tools/math/quaternion_basis.h"
 #include "tools/math/result_text.h"
 #include "tools/tool_results.h"
+#include "xr/pose_math.h"
 
 namespace orvanic_xr {
 namespace {

@@ -6,7 +6,7 @@
 #include "diagnostics/logger.h"
 #include "layer/dispatch/dispatch.h"
 #include "layer/dispatch/paths.h"
-#include "tools/math/pose_math.h"
+#include "xr/location.h"
 
 namespace orvanic_xr {
 namespace {
@@ -120,14 +120,9 @@ void RestoreControllers(const Snapshot& snapshot, XrSpace base) {
 XrPosef InStageSpace(const SessionContext& context, XrSpace base_space, const XrPosef& pose) {
     const XrTime time = context.CurrentLocateTime();
     if (base_space == context.stageSpace || context.stageSpace == XR_NULL_HANDLE || time == 0) return pose;
-    XrSpaceLocation location{XR_TYPE_SPACE_LOCATION, nullptr, 0, {}};
-    const XrResult result = DispatchHolder::instance().Call(&NextDispatchTable::LocateSpace, base_space,
-                                                            context.stageSpace, time, &location);
-    if (XR_FAILED(result) || !HasValidPose(location.locationFlags)) {
-        LogWarning("RecordSimulatedControllerPose: could not transform pose to STAGE space; storing as-is");
-        return pose;
-    }
-    return Compose(location.pose, pose);
+    const auto in_stage = PoseInSpace(LocateInRuntime, base_space, context.stageSpace, time, pose);
+    if (!in_stage) LogWarning("RecordSimulatedControllerPose: could not transform pose to STAGE space; storing as-is");
+    return in_stage.value_or(pose);
 }
 
 void RecordSimulatedControllerPose(const std::string& top_level_path, const std::string& input_source_path,
@@ -169,10 +164,8 @@ OperationResult ActivateConformanceAutomation(SessionContext& context) {
     return Succeeded();
 }
 
-bool HasValidPose(XrSpaceLocationFlags flags) {
-    constexpr XrSpaceLocationFlags kValid =
-        XR_SPACE_LOCATION_POSITION_VALID_BIT | XR_SPACE_LOCATION_ORIENTATION_VALID_BIT;
-    return (flags & kValid) == kValid;
+XrResult LocateInRuntime(XrSpace space, XrSpace base_space, XrTime time, XrSpaceLocation* location) {
+    return DispatchHolder::instance().Call(&NextDispatchTable::LocateSpace, space, base_space, time, location);
 }
 
 bool QueryDevicePose(XrSpace space, XrSpace base_space, XrTime time, const std::string& label, XrPosef& pose) {
@@ -183,8 +176,7 @@ bool QueryDevicePose(XrSpace space, XrSpace base_space, XrTime time, const std::
     if (space == XR_NULL_HANDLE || base_space == XR_NULL_HANDLE) return cannot("space handle is null");
     if (time == 0) return cannot("no frame timing data");
     XrSpaceLocation location{XR_TYPE_SPACE_LOCATION, nullptr, 0, {}};
-    const XrResult result =
-        DispatchHolder::instance().Call(&NextDispatchTable::LocateSpace, space, base_space, time, &location);
+    const XrResult result = LocateInRuntime(space, base_space, time, &location);
     if (XR_FAILED(result)) return cannot("xrLocateSpace failed with error code ", static_cast<int>(result));
     if (!HasValidPose(location.locationFlags)) {
         const bool position_valid = (location.locationFlags & XR_SPACE_LOCATION_POSITION_VALID_BIT) != 0;

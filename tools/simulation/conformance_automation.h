@@ -37,6 +37,9 @@ bool conformance_automation_enabled();
 OperationResult EnsureConformanceAutomationActive(SessionContext& context);
 OperationResult ActivateConformanceAutomation(SessionContext& context);
 
+// xrLocateSpace of the next layer.
+XrResult LocateInRuntime(XrSpace space, XrSpace base_space, XrTime time, XrSpaceLocation* location);
+
 // Locates `space` in `base_space` into `pose`; false, with `pose` as it was, if it has no valid position and
 // orientation then. `label` is "head", "left controller" or "right controller" and only feeds log texts.
 bool QueryDevicePose(XrSpace space, XrSpace base_space, XrTime time, const std::string& label, XrPosef& pose);
@@ -45,8 +48,5 @@ bool QueryDevicePose(XrSpace space, XrSpace base_space, XrTime time, const std::
 // mirrored in its session's context even if the runtime refuses it.
 OperationResult SetDeviceLocation(const std::string& top_level_path, const std::string& input_source_path,
                                   XrSpace base_space, const XrPosef& pose);
-
-// Whether both the position and the orientation of a located space can be used.
-bool HasValidPose(XrSpaceLocationFlags flags);
 
 }  // namespace orvanic_xr

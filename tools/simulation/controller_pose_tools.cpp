@@ -8,7 +8,6 @@
 #include "diagnostics/logger.h"
 #include "layer/dispatch/dispatch.h"
 #include "tools/json_conversions.h"
-#include "tools/math/pose_math.h"
 #include "tools/session_tools.h"
 #include "tools/simulation/conformance_automation.h"
 #include "tools/simulation/pose_animation_manager.h"
@@ -16,6 +15,7 @@
 #include "tools/simulation/pose_moves.h"
 #include "tools/simulation/simulation_tools.h"
 #include "tools/tool_results.h"
+#include "xr/location.h"
 
 namespace orvanic_xr {
 namespace {
@@ -99,14 +99,11 @@ json MirrorPose(const SessionContext& context, const ControllerInput& input, con
                 XrSpace base_space, XrTime time) {
     XrPosef pose = mirrored;
     if (context.stageSpace != XR_NULL_HANDLE && context.stageSpace != base_space) {
-        XrSpaceLocation location{XR_TYPE_SPACE_LOCATION, nullptr, 0, {}};
-        const XrResult result = DispatchHolder::instance().Call(&NextDispatchTable::LocateSpace, context.stageSpace,
-                                                                base_space, time, &location);
-        if (XR_FAILED(result) || !HasValidPose(location.locationFlags)) {
+        const auto in_base = PoseInSpace(LocateInRuntime, context.stageSpace, base_space, time, mirrored);
+        if (!in_base) {
             LogWarning(kGetName, ": could not transform simulated pose to base space; reporting STAGE-space pose");
-        } else {
-            pose = Compose(location.pose, mirrored);
         }
+        pose = in_base.value_or(mirrored);
     }
     constexpr XrSpaceLocationFlags kAllFlags = 0xF;
     json answer = ControllerPoseResult(pose, kAllFlags, true, true);

@@ -7,7 +7,6 @@
 #include "diagnostics/logger.h"
 #include "layer/dispatch/dispatch.h"
 #include "tools/json_conversions.h"
-#include "tools/math/pose_math.h"
 #include "tools/session_tools.h"
 #include "tools/simulation/conformance_automation.h"
 #include "tools/simulation/pose_animation_manager.h"
@@ -15,6 +14,7 @@
 #include "tools/simulation/pose_moves.h"
 #include "tools/simulation/simulation_tools.h"
 #include "tools/tool_results.h"
+#include "xr/pose_math.h"
 
 namespace orvanic_xr {
 namespace {

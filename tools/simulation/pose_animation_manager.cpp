@@ -9,7 +9,7 @@
 #include "diagnostics/clock.h"
 #include "diagnostics/logger.h"
 #include "diagnostics/number_text.h"
-#include "tools/math/pose_math.h"
+#include "xr/pose_math.h"
 
 namespace orvanic_xr {
 namespace {

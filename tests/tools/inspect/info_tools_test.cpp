@@ -5,11 +5,11 @@
 #include <vector>
 
 #include "context/context_manager.h"
-#include "layer/dispatch/handles.h"
 #include "tests/fakes/log_capture.h"
 #include "tests/fakes/renew.h"
 #include "tests/tools/tool_answer.h"
 #include "tools/inspect/inspect_tools.h"
+#include "xr/handles.h"
 
 namespace orvanic_xr {
 namespace {

@@ -8,7 +8,7 @@
 #include "tests/fakes/log_capture.h"
 #include "tests/tools/tool_answer.h"
 #include "tools/math/math_tools.h"
-#include "tools/math/pose_math.h"
+#include "xr/pose_math.h"
 
 namespace orvanic_xr {
 namespace {

@@ -7,9 +7,9 @@
 
 #include "mcp/json.h"
 #include "tests/tools/session_fixture.h"
-#include "tools/math/pose_math.h"
 #include "tools/simulation/pose_animation_manager.h"
 #include "tools/simulation/simulation_tools.h"
+#include "xr/pose_math.h"
 
 namespace orvanic_xr {
 

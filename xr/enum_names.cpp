@@ -1,4 +1,4 @@
-#include "tools/enum_names.h"
+#include "xr/enum_names.h"
 
 #include <openxr/openxr_reflection.h>
 
@@ -34,6 +34,11 @@ const char* name_of(std::int32_t value, const EnumName (&names)[kCount], const c
 
 const char* xr_result_to_string(XrResult result) {
     return name_of(result, kResults, "Unknown");
+}
+
+std::string result_name_or_number(XrResult result) {
+    const char* name = name_of(result, kResults, nullptr);
+    return name ? name : "XrResult " + std::to_string(result);
 }
 
 const char* session_state_name(XrSessionState state) {
