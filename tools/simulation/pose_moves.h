@@ -6,9 +6,9 @@
 
 #include "context/session_context.h"
 #include "mcp/json.h"
-#include "tools/math/pose_math.h"
 #include "tools/session_tools.h"
 #include "tools/simulation/pose_animation_manager.h"
+#include "xr/pose_math.h"
 
 namespace orvanic_xr {
 
