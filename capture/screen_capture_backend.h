@@ -17,6 +17,8 @@ class ScreenCaptureBackend {
     virtual ~ScreenCaptureBackend() = default;
     virtual bool start(XrSession session) = 0;
     virtual void stop() = 0;
+    // The session that it was started for, or null.
+    virtual XrSession session() const = 0;
     // Whether a capture can be made now.
     virtual bool is_ready() = 0;
     // Asks for whatever is_ready needs.

@@ -2,6 +2,8 @@
 
 #include <exception>
 
+#include "context/context_manager.h"
+#include "context/session_context.h"
 #include "diagnostics/logger.h"
 #include "layer/dispatch/dispatch.h"
 #include "xr/simulator_capture_records.h"
@@ -77,9 +79,18 @@ bool OpenXRSimulatorCompositorCaptureBackend::capture(std::vector<std::uint8_t>&
     if (!active_) return Refuse("Not active");
     const XrSession session = session_;
     if (session == XR_NULL_HANDLE) return Refuse("Session is null");
-    const auto capture_output =
-        Resolve<PFN_xrCaptureSimulatorCompositorOutputKESTX1>("xrCaptureSimulatorCompositorOutputKESTX1");
+    const auto context = ContextManager::instance().getSessionContext(session);
+    if (context->ended()) return Refuse("Not active");
+    PFN_xrCaptureSimulatorCompositorOutputKESTX1 capture_output = nullptr;
+    if (const auto pass = context->EnterRuntime()) {
+        capture_output =
+            Resolve<PFN_xrCaptureSimulatorCompositorOutputKESTX1>("xrCaptureSimulatorCompositorOutputKESTX1");
+    }
     if (!capture_output) return Refuse("xrCaptureSimulatorCompositorOutputKESTX1 unavailable");
+    const auto call_runtime = [&](SimulatorCompositorCaptureInfo& asked) {
+        const auto pass = context->EnterRuntime();
+        return pass ? CallRuntime(capture_output, session, &asked) : XR_ERROR_HANDLE_INVALID;
+    };
 
     std::uint32_t width_told = 0;
     std::uint32_t height_told = 0;
@@ -88,7 +99,7 @@ bool OpenXRSimulatorCompositorCaptureBackend::capture(std::vector<std::uint8_t>&
     info.eye = eye == "left" ? 1 : 2;
     info.width_output = &width_told;
     info.height_output = &height_told;
-    XrResult result = CallRuntime(capture_output, session, &info);
+    XrResult result = call_runtime(info);
     if (XR_FAILED(result)) return Refuse("Failed to query dimensions, result: ", static_cast<int>(result));
     // The second call may tell another size; the buffer is of the first, and so is the picture.
     const std::uint32_t captured_width = width_told;
@@ -106,7 +117,7 @@ bool OpenXRSimulatorCompositorCaptureBackend::capture(std::vector<std::uint8_t>&
         return Refuse("Failed to allocate ", byte_count, " bytes");
     }
     info.pixels = pixels.data();
-    result = CallRuntime(capture_output, session, &info);
+    result = call_runtime(info);
     if (XR_FAILED(result)) return Refuse("Failed to capture frame, result: ", static_cast<int>(result));
     width = captured_width;
     height = captured_height;

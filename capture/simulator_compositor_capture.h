@@ -12,11 +12,12 @@
 
 namespace orvanic_xr {
 
-// Active from xrBeginSession to xrEndSession; lives across sessions.
+// Active from xrBeginSession to xrEndSession, or to the session's end; lives across sessions.
 class OpenXRSimulatorCompositorCaptureBackend : public ScreenCaptureBackend {
  public:
     bool start(XrSession session) override;
     void stop() override;
+    XrSession session() const override { return session_; }
     bool is_ready() override { return active_; }
     // This backend needs nobody's consent.
     bool request_permission() override { return active_; }

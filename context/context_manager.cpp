@@ -121,8 +121,18 @@ void ContextManager::createSessionContext(XrSession session) {
     session_contexts_.Create(session, [session] { return std::make_shared<SessionContext>(session); });
 }
 
+void ContextManager::closeSession(XrSession session) {
+    if (const auto context = session_contexts_.Find(session)) context->Close();
+}
+
+void ContextManager::closeSessions(XrInstance instance) {
+    for (const auto& context : session_contexts_.All()) {
+        if (context->instance() == instance) context->Close();
+    }
+}
+
 void ContextManager::removeSessionContext(XrSession session) {
-    session_contexts_.Remove(session);
+    if (const auto context = session_contexts_.Remove(session)) context->End();
 }
 
 std::shared_ptr<SessionContext> ContextManager::getSessionContext(XrSession session) const {

@@ -62,6 +62,11 @@ class ContextManager {
 
     // Makes the context of `session`, inside the lock. An entry that exists stays.
     void createSessionContext(XrSession session);
+    // The fence of a session, and of all sessions of an instance: returns when no tool calls the runtime with their
+    // handles any more. For the hooks that destroy them, before they forward and before whatever tells tools of it.
+    void closeSession(XrSession session);
+    void closeSessions(XrInstance instance);
+    // Ends the context too, for whoever still holds it.
     void removeSessionContext(XrSession session);
     // Never null: an unknown session gives an empty context, whose `session` is null.
     std::shared_ptr<SessionContext> getSessionContext(XrSession session) const;

@@ -73,11 +73,10 @@ Handle Make(Function make, Arguments... arguments) {
 
 // Destructors end here: the result is nobody's business, and neither is what the runtime throws.
 template <typename Handle, typename Function>
-void Destroy(Function destroy, Handle& handle) {
-    const Handle destroyed = std::exchange(handle, XR_NULL_HANDLE);
-    if (!destroy || destroyed == XR_NULL_HANDLE) return;
+void Destroy(Function destroy, Handle handle) {
+    if (!destroy || handle == XR_NULL_HANDLE) return;
     try {
-        destroy(destroyed);
+        destroy(handle);
     } catch (...) {
     }
 }
@@ -101,22 +100,29 @@ XrAction MakeAction(PFN_xrCreateAction create_action, XrActionSet set, const Act
 
 // Delegates, so that what was made before the runtime throws is destroyed.
 SessionContext::SessionContext(XrSession xr_session) : SessionContext() {
-    if (xr_session == XR_NULL_HANDLE) return;
+    if (xr_session == XR_NULL_HANDLE) {
+        Close();
+        return;
+    }
     session = xr_session;
-    runtime_number_ = DispatchHolder::instance().runtime_number();
+    instance_ = ContextManager::instance().getInstanceHandle();
     CreateReferenceSpaces();
     CreateActionsAndSpaces();
 }
 
 SessionContext::~SessionContext() {
-    if (session == XR_NULL_HANDLE) return;
-    // A tool may hold the last reference past the end of the instance, when the runtime is perhaps unloaded, or
-    // another one is there with handles of the same values.
-    const auto lease = DispatchHolder::instance().LeaseRuntime(runtime_number_);
-    if (!lease) return;
-    DestroyReferenceSpaces();
-    DestroyActionsAndSpaces();
-    session = XR_NULL_HANDLE;
+    // One that nobody ended was never shared, or its session outlives what kept it.
+    if (!ended()) DestroyHandles();
+}
+
+void SessionContext::End() {
+    Close();
+    DestroyHandles();
+}
+
+void SessionContext::AdoptSpace(XrSpace space) {
+    std::lock_guard lock(adopted_spaces_mutex_);
+    adopted_spaces_.push_back(space);
 }
 
 void SessionContext::CreateReferenceSpaces() {
@@ -145,7 +151,7 @@ void SessionContext::CreateActionsAndSpaces() {
     set_info.type = XR_TYPE_ACTION_SET_CREATE_INFO;
     CopyText("orvanic_xr_action_set", set_info.actionSetName);
     CopyText("Action set for Orvanic XR", set_info.localizedActionSetName);
-    actionSet = Make<XrActionSet>(create_action_set, ContextManager::instance().getInstanceHandle(), &set_info);
+    actionSet = Make<XrActionSet>(create_action_set, instance_, &set_info);
     if (actionSet == XR_NULL_HANDLE) {
         LogError("Failed to create action set");
         return;
@@ -171,18 +177,14 @@ void SessionContext::CreateActionsAndSpaces() {
     }
 }
 
-void SessionContext::DestroyReferenceSpaces() {
+// Nobody is inside the fence any more, so the handles stay in their fields: who looks there finds what is of no use.
+void SessionContext::DestroyHandles() const {
     const auto destroy_space = Next(&NextDispatchTable::DestroySpace);
+    for (const XrSpace space : adopted_spaces_) Destroy(destroy_space, space);
     for (const ReferenceSpaceRow& row : kReferenceSpaces) Destroy(destroy_space, this->*row.space);
-}
-
-void SessionContext::DestroyActionsAndSpaces() {
-    const auto destroy_action_set = Next(&NextDispatchTable::DestroyActionSet);
-    const auto destroy_space = Next(&NextDispatchTable::DestroySpace);
     if (actionSet == XR_NULL_HANDLE) return;
     for (const ActionRow& row : kActions) Destroy(destroy_space, this->*row.space);
-    Destroy(destroy_action_set, actionSet);
-    for (const ActionRow& row : kActions) this->*row.action = XR_NULL_HANDLE;  // went with their set
+    Destroy(Next(&NextDispatchTable::DestroyActionSet), actionSet);  // its actions go with it
 }
 
 void SessionContext::RecordFrameTime(XrTime time) {
@@ -218,11 +220,10 @@ SimulatedPoseSlot SessionContext::GetSimulatedControllerPose(int hand, int kind)
 }
 
 std::vector<XrActionSuggestedBinding> SessionContext::SuggestedBindings() const {
-    const XrInstance instance = ContextManager::instance().getInstanceHandle();
     std::vector<XrActionSuggestedBinding> bindings;
     for (const BindingRow& row : kBindings) {
         XrPath path = XR_NULL_PATH;
-        if (XR_FAILED(StringToPath(instance, row.path, path))) {
+        if (XR_FAILED(StringToPath(instance_, row.path, path))) {
             LogError("Failed to get path for: ", row.path);
             continue;
         }

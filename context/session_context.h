@@ -1,10 +1,12 @@
 // What the layer keeps for one XrSession: the reference spaces through which it locates things, its own action
 // set with the hands' pose actions and their spaces, the predicted display times of the frames in flight, and
-// the simulated controller poses. Made inside xrCreateSession, held by shared pointer, destroyed at the last
-// release after xrDestroySession. A context for a null session is empty: it makes and destroys nothing. One that
-// a tool holds past the end of the instance destroys nothing either: the runtime has taken all of it along.
+// the simulated controller poses. Made inside xrCreateSession and held by shared pointer. What it made in the runtime
+// goes inside xrDestroySession, or with the instance, also where a tool holds the context for longer: that tool's
+// calls are refused from then on. A context for a null session is empty: it makes and destroys nothing, and is ended
+// from the beginning.
 //
-// The fields without a lock are fixed after construction.
+// The fields without a lock are fixed after construction. Who is not called by the application with the session
+// itself uses the handles within EnterRuntime or Call.
 #pragma once
 
 #include <openxr/openxr.h>
@@ -16,6 +18,8 @@
 #include <vector>
 
 #include "context/ring_queue.h"
+#include "context/session_fence.h"
+#include "layer/dispatch/dispatch.h"
 
 namespace orvanic_xr {
 
@@ -36,6 +40,30 @@ class SessionContext {
     ~SessionContext();
     SessionContext(const SessionContext&) = delete;
     SessionContext& operator=(const SessionContext&) = delete;
+
+    // Permission to call the runtime with the session's handles: for the call alone, and across no wait, since the
+    // end of the session waits for it. Empty once the session has ended. Any thread.
+    SessionFence::Pass EnterRuntime() const { return fence_.Enter(); }
+    // One such call. After the end it answers as a runtime would that no longer knows the handles.
+    template <typename... Parameters, typename... Arguments>
+    XrResult Call(XrResult (XRAPI_PTR* NextDispatchTable::*slot)(Parameters...), Arguments... arguments) const {
+        const auto pass = EnterRuntime();
+        return pass ? DispatchHolder::instance().Call(slot, arguments...) : XR_ERROR_HANDLE_INVALID;
+    }
+    XrResult Locate(XrSpace space, XrSpace base_space, XrTime time, XrSpaceLocation* location) const {
+        return Call(&NextDispatchTable::LocateSpace, space, base_space, time, location);
+    }
+    bool ended() const { return fence_.closed(); }
+
+    // Ends the session for all but the application: calls that run are waited for, and no other begins. What was
+    // made stays.
+    void Close() { fence_.Close(); }
+    // The same, and what was made goes, while the runtime still has the session. Once, by who took the context out.
+    void End();
+    // Within EnterRuntime: `space` is destroyed at the end too.
+    void AdoptSpace(XrSpace space);
+
+    XrInstance instance() const { return instance_; }
 
     // Frame thread: a frame was promised for `time`; the oldest promised frame ended.
     void RecordFrameTime(XrTime time);
@@ -71,16 +99,21 @@ class SessionContext {
 
     // Set once the head and the controllers follow the simulation.
     std::atomic<bool> conformance_automation_active = false;
+    // Set while a tool is at that.
+    std::atomic_flag automation_activating;
 
  private:
     SessionContext() = default;
     void CreateReferenceSpaces();
     void CreateActionsAndSpaces();
-    void DestroyReferenceSpaces();
-    void DestroyActionsAndSpaces();
+    void DestroyHandles() const;
 
-    // DispatchHolder's number of the runtime in which the handles live.
-    std::uint64_t runtime_number_ = 0;
+    mutable SessionFence fence_;
+    XrInstance instance_ = XR_NULL_HANDLE;
+
+    // Guards adopted_spaces_.
+    std::mutex adopted_spaces_mutex_;
+    std::vector<XrSpace> adopted_spaces_;
 
     // Guards pendingDisplayTimes, lastDisplayTime and displayPeriod.
     mutable std::mutex frameTimeMutex;

@@ -6,6 +6,8 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <utility>
+#include <vector>
 
 namespace orvanic_xr {
 
@@ -29,10 +31,18 @@ class SessionMap {
         contexts_.try_emplace(session, made);
     }
 
-    void Remove(XrSession session) {
-        Node removed;
+    // What was removed, or null.
+    std::shared_ptr<Context> Remove(XrSession session) {
         std::lock_guard lock(mutex_);
-        removed = contexts_.extract(session);
+        auto removed = contexts_.extract(session);
+        return removed ? std::move(removed.mapped()) : nullptr;
+    }
+
+    std::vector<std::shared_ptr<Context>> All() const {
+        std::vector<std::shared_ptr<Context>> all;
+        std::lock_guard lock(mutex_);
+        for (const auto& [session, context] : contexts_) all.push_back(context);
+        return all;
     }
 
     void Clear() {
@@ -43,7 +53,6 @@ class SessionMap {
 
  private:
     using Map = std::map<XrSession, std::shared_ptr<Context>>;
-    using Node = typename Map::node_type;
 
     // Guards contexts_. Ordered by the handle's value.
     mutable std::mutex mutex_;

@@ -55,6 +55,7 @@ void NoteSuggestion(XrInstance instance, XrPath profile_path, std::span<const Xr
 std::vector<XrActionSuggestedBinding> WithOwnBindings(std::span<const XrActionSuggestedBinding> bindings,
                                                       const SessionContext& context) {
     std::vector<XrActionSuggestedBinding> all(bindings.begin(), bindings.end());
+    if (context.ended()) return all;
     for (const XrActionSuggestedBinding& own : context.SuggestedBindings()) {
         if (own.action) all.push_back(own);
     }
@@ -84,6 +85,8 @@ XrResult SuggestBindings(XrInstance instance, const XrInteractionProfileSuggeste
         LogWarning("Session context not found, calling next without appending bindings");
         return suggest(instance, suggested);
     }
+    // A suggestion takes the instance: the application may destroy the session meanwhile.
+    const auto pass = context->EnterRuntime();
     std::vector<XrActionSuggestedBinding> all;
     if (!GuardOwnWork(kSuggestGuard, [&] { all = WithOwnBindings(bindings, *context); })) {
         return suggest(instance, suggested);

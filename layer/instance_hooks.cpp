@@ -177,19 +177,20 @@ XrResult DestroyInstance(XrInstance instance) {
     const auto destroy_instance = NextFunction(&NextDispatchTable::DestroyInstance, "xrDestroyInstance");
     // On purpose the log file stays open here.
     if (!destroy_instance) return XR_ERROR_HANDLE_INVALID;
-    const bool closed = DispatchHolder::instance().CloseRuntime(instance);
+    // Tools that the application calls in the process, and releases that still wait, are not the server's to end.
+    ContextManager::instance().closeSessions(instance);
+    const bool is_current = DispatchHolder::instance().xr_instance() == instance;
     XrResult result = XR_SUCCESS;
     try {
         result = destroy_instance(instance);
     } catch (...) {
-        if (closed) ForgetHandles();  // nobody can tell what is left of it
+        if (is_current) ForgetHandles();  // nobody can tell what is left of it
         throw;
     }
     if (XR_FAILED(result)) {
-        if (closed) DispatchHolder::instance().OpenRuntime();
         LogError("OrvanicLayerXrDestroyInstance failed");
     } else {
-        if (closed) ForgetHandles();
+        if (is_current) ForgetHandles();
         LogInfo("OrvanicLayerXrDestroyInstance succeeded");
     }
     LogFileSink::instance().end_session();

@@ -84,9 +84,18 @@ void StopCapture() {
     if (const auto backend = ScreenCaptureManager::instance().backend()) backend->stop();
 }
 
+// An application may destroy a session that it did not end.
+void StopCaptureOf(XrSession session) {
+    const auto backend = ScreenCaptureManager::instance().backend();
+    if (backend && backend->session() == session) backend->stop();
+}
+
 void DropSession(XrSession session) {
+    // First, so that a tool that comes in between doesn't start what nobody would end.
+    ContextManager::instance().closeSession(session);
     PoseAnimationManager::instance().CancelAll();
     Telemetry::instance().session_ended();
+    StopCaptureOf(session);
     // The spaces and the action set are destroyed here, while the runtime still has the session.
     ContextManager::instance().removeSceneContext(session);
     ContextManager::instance().removeSessionContext(session);
@@ -174,9 +183,10 @@ XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrEndSession(XrSession session) {
 }
 
 XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrDestroySession(XrSession session) {
-    return GuardHook({"OrvanicLayerXrDestroySession"}, [&] {
+    constexpr HookGuard guard = {"OrvanicLayerXrDestroySession"};
+    return GuardHook(guard, [&] {
         LogInfo("OrvanicLayerXrDestroySession called");
-        DropSession(session);  // whatever comes of the call below
+        GuardOwnWork(guard, [&] { DropSession(session); });  // whatever comes of the call below
         const auto destroy_session = NextFunction(&NextDispatchTable::DestroySession, "xrDestroySession");
         if (!destroy_session) return XR_ERROR_RUNTIME_FAILURE;
         const XrResult result = destroy_session(session);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "context/context_manager.h"
 #include "diagnostics/logger.h"
 
 namespace orvanic_xr {
@@ -74,7 +75,7 @@ bool SceneContext::Functions::complete() const {
 
 SceneContext::SceneContext(XrSession session) : session_(session) {
     if (session_ == XR_NULL_HANDLE) return;
-    runtime_number_ = DispatchHolder::instance().runtime_number();
+    context_ = ContextManager::instance().getSessionContext(session_);
     next_ = Functions::FromNextLayer();
     if (!next_.complete()) {
         LogWarning("Required scene query extensions not enabled. Is the application a mixed-reality one?");
@@ -85,20 +86,7 @@ SceneContext::SceneContext(XrSession session) : session_(session) {
 }
 
 SceneContext::~SceneContext() {
-    if (session_ == XR_NULL_HANDLE) return;
-    // A tool may hold the last reference past the end of the instance: then the runtime took the spaces along.
-    if (const auto lease = DispatchHolder::instance().LeaseRuntime(runtime_number_)) {
-        for (auto& [uuid, entity] : entities_) {
-            const XrSpace space = std::exchange(entity.space, XR_NULL_HANDLE);
-            if (space == XR_NULL_HANDLE) continue;
-            try {
-                next_.destroy_space(space);
-            } catch (...) {  // a destructor's: what the runtime throws is nobody's business
-            }
-        }
-    }
-    session_ = XR_NULL_HANDLE;
-    LogInfo("SceneContext destroyed");
+    if (session_ != XR_NULL_HANDLE) LogInfo("SceneContext destroyed");
 }
 
 void SceneContext::StartContainerQuery() {
@@ -127,6 +115,9 @@ bool SceneContext::StartRemainingQuery(std::vector<XrUuidEXT> uuids) {
 }
 
 void SceneContext::on_event(const XrEventDataBuffer& event) {
+    // For all that one event leads to: the application may poll while another of its threads destroys the session.
+    const auto pass = context_ ? context_->EnterRuntime() : SessionFence::Pass();
+    if (!pass) return;
     if (event.type == XR_TYPE_EVENT_DATA_SPACE_SET_STATUS_COMPLETE_KS) {
         const auto& done = reinterpret_cast<const XrEventDataSpaceSetStatusCompleteKS&>(event);
         // On purpose: a request that failed stays, and then the query never completes.
@@ -204,6 +195,7 @@ bool SceneContext::CollectContainer(XrSpace space, std::vector<XrUuidEXT>& uuids
 void SceneContext::AddEntity(const XrSpaceQueryResultKS& result) {
     SceneEntity entity;
     entity.space = result.space;
+    context_->AdoptSpace(result.space);
     entity.semantic_label = ReadLabel(result.space);
     const std::string base = entity.semantic_label.empty() ? "UNKNOWN" : entity.semantic_label;
     entity.name = Joined(base, ' ', ++label_counts_[base]);

@@ -18,6 +18,7 @@
 #include <unordered_set>
 #include <vector>
 
+#include "context/session_context.h"
 #include "layer/dispatch/dispatch.h"
 #include "xr/spatial_entity_ks.h"
 
@@ -33,7 +34,7 @@ enum SceneQueryState : std::int32_t {
 };
 
 struct SceneEntity {
-    XrSpace space = XR_NULL_HANDLE;  // owned by the context
+    XrSpace space = XR_NULL_HANDLE;  // owned by the session's context
     std::string semantic_label;      // as the runtime gives it, empty if it gave none
     std::string name;                // unique: the label, or "UNKNOWN", and a number
     std::optional<XrRect2Df> bounding_box_2d;
@@ -42,7 +43,8 @@ struct SceneEntity {
 
 class SceneContext {
  public:
-    // Starts the query. A null session makes a stand-by context, which does nothing.
+    // Starts the query, for a session that has its SessionContext. A null session makes a stand-by context, which
+    // does nothing.
     explicit SceneContext(XrSession session);
     ~SceneContext();
     SceneContext(const SceneContext&) = delete;
@@ -66,7 +68,7 @@ class SceneContext {
         PFN_xrGetSpaceBoundingBox3DKS get_bounding_box_3d = nullptr;
         PFN_xrGetSpaceSemanticLabelsKS get_semantic_labels = nullptr;
         PFN_xrGetSpaceContainerKS get_container = nullptr;
-        PFN_xrDestroySpace destroy_space = nullptr;
+        PFN_xrDestroySpace destroy_space = nullptr;  // with which the session's context destroys what is found
 
         static Functions FromNextLayer();
         bool complete() const;
@@ -86,11 +88,11 @@ class SceneContext {
 
     std::atomic<SceneQueryState> state_ = NotStarted;
     Functions next_;
+    std::shared_ptr<SessionContext> context_;  // of the session, which ends what is called here
     std::optional<XrAsyncRequestIdKS> container_request_;
     std::optional<XrAsyncRequestIdKS> remaining_request_;
     std::unordered_set<XrAsyncRequestIdKS> pending_locatable_requests_;
     XrSession session_ = XR_NULL_HANDLE;
-    std::uint64_t runtime_number_ = 0;  // DispatchHolder's, of the runtime in which the spaces live
     std::unordered_map<std::string, SceneEntity> entities_;
     std::unordered_map<std::string, std::uint32_t> label_counts_;
 };

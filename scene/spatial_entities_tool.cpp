@@ -57,11 +57,10 @@ json EntityToJson(const SceneEntity& entity, const std::optional<XrPosef>& locat
 }
 
 // The pose of the entity as the runtime filled it: its validity flags are not looked at, on purpose.
-std::optional<XrPosef> LocateEntity(PFN_xrLocateSpace locate_space, const SceneEntity& entity, XrSpace base_space,
+std::optional<XrPosef> LocateEntity(const SessionContext& context, const SceneEntity& entity, XrSpace base_space,
                                     XrTime time) {
     XrSpaceLocation location{XR_TYPE_SPACE_LOCATION, nullptr, 0, {}};
-    const XrResult result =
-        locate_space ? locate_space(entity.space, base_space, time, &location) : XR_ERROR_FUNCTION_UNSUPPORTED;
+    const XrResult result = context.Locate(entity.space, base_space, time, &location);
     if (XR_SUCCEEDED(result)) return location.pose;
     LogWarning(kName, ": xrLocateSpace failed for entity '", entity.name,
                "' with result: ", xr_result_to_string(result));
@@ -75,7 +74,7 @@ json handle_list_spatial_entities(const json& arguments, const std::string& /*se
     const std::string base_name = string_argument(arguments, "base_space", default_base_space());
     LogInfo(kName, ": base_space=", base_name);
     const std::shared_ptr<SessionContext> context = ContextManager::instance().getSessionContext(resolution.session);
-    if (!context || context->session == XR_NULL_HANDLE) {
+    if (!context || context->ended()) {
         return refuse(kName, "SessionContext is not valid", "SessionContext is not valid.");
     }
     const std::shared_ptr<SceneContext> scene = ContextManager::instance().getSceneContext(resolution.session);
@@ -97,10 +96,9 @@ json handle_list_spatial_entities(const json& arguments, const std::string& /*se
         LogWarning(kName, ": No frame timing data available");
         return make_text_tool_result("Error: No frame timing data available. No frames have been rendered yet.");
     }
-    const auto locate_space = DispatchHolder::instance().Slot(&NextDispatchTable::LocateSpace);
     json entities = json::array();
     for (const auto& [uuid, entity] : scene->entities()) {
-        entities.push_back(EntityToJson(entity, LocateEntity(locate_space, entity, base_space, time)));
+        entities.push_back(EntityToJson(entity, LocateEntity(*context, entity, base_space, time)));
     }
     LogInfo(kName, ": Successfully retrieved ", entities.size(), " entities");
     json output = {{"base_space", base_name}, {"entity_count", entities.size()}};

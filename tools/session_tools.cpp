@@ -102,7 +102,7 @@ SessionLookup find_session_context(const json& arguments, const std::string& too
         return {nullptr,
                 refuse(tool_name, "SessionContext not found", "SessionContext not found for the active session.")};
     }
-    if (context->session == XR_NULL_HANDLE) {
+    if (context->ended()) {
         return {nullptr, refuse(tool_name, "SessionContext is not valid", "SessionContext is not valid.")};
     }
     return {std::move(context), {}};

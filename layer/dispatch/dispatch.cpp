@@ -24,47 +24,16 @@ DispatchHolder& DispatchHolder::instance() {
 
 void DispatchHolder::Replace(std::unique_ptr<NextDispatchTable> table, XrInstance xr_instance,
                              PFN_xrGetInstanceProcAddr next) {
-    {
-        std::lock_guard lock(mutex_);
-        table_.swap(table);
-        instance_ = xr_instance;
-        next_get_instance_proc_addr_ = next;
-        has_table_.store(table_ != nullptr, std::memory_order_release);
-    }
-    std::unique_lock gate(runtime_mutex_);
-    if (!runtime_open_) ++runtime_number_;
-    runtime_open_ = true;
+    std::lock_guard lock(mutex_);
+    table_.swap(table);
+    instance_ = xr_instance;
+    next_get_instance_proc_addr_ = next;
+    has_table_.store(table_ != nullptr, std::memory_order_release);
 }
 
 XrInstance DispatchHolder::xr_instance() const {
     std::lock_guard lock(mutex_);
     return instance_;
-}
-
-DispatchHolder::RuntimeLease DispatchHolder::LeaseRuntime() const {
-    RuntimeLease lease;
-    lease.lock_ = std::shared_lock(runtime_mutex_);
-    if (!runtime_open_) lease.lock_.unlock();
-    return lease;
-}
-
-DispatchHolder::RuntimeLease DispatchHolder::LeaseRuntime(std::uint64_t number) const {
-    RuntimeLease lease = LeaseRuntime();
-    if (lease && runtime_number_ != number) lease.lock_.unlock();
-    return lease;
-}
-
-bool DispatchHolder::CloseRuntime(XrInstance xr_instance) {
-    std::unique_lock gate(runtime_mutex_);
-    std::lock_guard lock(mutex_);
-    if (instance_ != xr_instance || !runtime_open_) return false;
-    runtime_open_ = false;
-    return true;
-}
-
-void DispatchHolder::OpenRuntime() {
-    std::unique_lock gate(runtime_mutex_);
-    runtime_open_ = true;
 }
 
 PFN_xrVoidFunction DispatchHolder::ResolveVoid(const char* name) const {

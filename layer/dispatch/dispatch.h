@@ -10,10 +10,8 @@
 
 #include <atomic>
 #include <cstddef>
-#include <cstdint>
 #include <memory>
 #include <mutex>
-#include <shared_mutex>
 
 #include "xr/spatial_entity_ks.h"
 
@@ -73,40 +71,10 @@ class DispatchHolder {
 
     XrInstance xr_instance() const;
 
-    // Permission to call down for a thread that nobody joins. While one is held, CloseRuntime waits; an empty
-    // one means that the instance is gone and its runtime perhaps unloaded.
-    class RuntimeLease {
-     public:
-        explicit operator bool() const { return lock_.owns_lock(); }
-
-     private:
-        friend class DispatchHolder;
-        std::shared_lock<std::shared_mutex> lock_;
-    };
-    RuntimeLease LeaseRuntime() const;
-
-    // Counts the runtimes that opened after another had closed. What was made under one number is gone under the
-    // next, even where its handles' values come again: the second lease is also empty under another number.
-    std::uint64_t runtime_number() const { return runtime_number_; }
-    RuntimeLease LeaseRuntime(std::uint64_t number) const;
-
-    // Ends the leases of `xr_instance` before it is destroyed; another instance's leases are left alone. True if
-    // it was open until now. The runtime opens with the next Replace, or with OpenRuntime when the destruction
-    // was refused.
-    bool CloseRuntime(XrInstance xr_instance);
-    void OpenRuntime();
-
  private:
     PFN_xrVoidFunction ResolveVoid(const char* name) const;
 
     std::atomic<bool> has_table_ = false;
-
-    // Held shared across the runtime calls of a lease, so that no runtime is unloaded under one. Guards the two
-    // below. Taken before mutex_.
-    mutable std::shared_mutex runtime_mutex_;
-    bool runtime_open_ = false;
-    // Read without the mutex: a session is made under the lock of all sessions, which a lease's holder may take.
-    std::atomic<std::uint64_t> runtime_number_ = 0;
 
     // Guards the three fields below.
     mutable std::mutex mutex_;

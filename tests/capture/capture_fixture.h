@@ -35,6 +35,9 @@ class CaptureTest : public testing::Test {
         instance.instance = runtime_.instance();
         instance.enabledExtensions = {kSimulatorCompositorCaptureExtension};
         ContextManager::instance().setInstanceState(instance);
+        ContextManager::instance().createSessionContext(Session());
+        runtime_.take_calls();
+        log_.take();
         Show({2, 2}, {2, 2});
     }
     ~CaptureTest() override {

@@ -113,13 +113,12 @@ TEST_F(Contexts, SecondContextOfASessionIsThrownAway) {
     EXPECT_EQ(runtime_.live_handles(), live);
 }
 
-TEST_F(Contexts, ContextGoesWithItsLastOwner) {
+TEST_F(Contexts, RemovedContextEndsAlsoForWhoeverHoldsIt) {
     manager_.createSessionContext(Session(0xab));
-    auto tools_share = manager_.getSessionContext(Session(0xab));
+    const auto tools_share = manager_.getSessionContext(Session(0xab));
+    EXPECT_FALSE(tools_share->ended());
     manager_.removeSessionContext(Session(0xab));
-    EXPECT_THAT(runtime_.calls("xrDestroySpace"), IsEmpty());
-    EXPECT_EQ(tools_share->session, Session(0xab));
-    tools_share.reset();
+    EXPECT_TRUE(tools_share->ended());
     EXPECT_EQ(runtime_.calls("xrDestroySpace").size(), 8u);
     manager_.removeSessionContext(Session(0xab));
 }
@@ -127,7 +126,9 @@ TEST_F(Contexts, ContextGoesWithItsLastOwner) {
 TEST_F(Contexts, SessionsThatTheirInstanceTookAlongAreForgottenWithoutACall) {
     Update(0xab, XR_SESSION_STATE_FOCUSED, 1);
     manager_.createSessionContext(Session(0xab));
-    DispatchHolder::instance().CloseRuntime(runtime_.instance());
+    manager_.closeSessions(runtime_.instance());
+    EXPECT_FALSE(manager_.getSessionContext(Session(0xab))->ended()) << "of no instance";
+    manager_.closeSessions(XR_NULL_HANDLE);
     runtime_.take_calls();
     manager_.forgetSessions();
     manager_.forgetSessions();

@@ -150,20 +150,23 @@ TEST_F(SessionContexts, WhatWasMadeBeforeTheRuntimeThrewIsDestroyed) {
     EXPECT_THAT(runtime_.live_handles(), ElementsAre("instance1"));
 }
 
-TEST_F(SessionContexts, OneThatOutlivesItsInstanceCallsNothing) {
-    DispatchHolder& holder = DispatchHolder::instance();
-    auto held_to_the_end = Make();
-    auto held_into_the_next = Make();
-    auto held_over_a_refusal = Make();
-    ASSERT_TRUE(holder.CloseRuntime(runtime_.instance()));
-    held_to_the_end.reset();
-    EXPECT_THAT(runtime_.take_calls(), IsEmpty());
-    holder.OpenRuntime();  // the runtime refused to destroy the instance
-    held_over_a_refusal.reset();
-    EXPECT_EQ(runtime_.take_calls().size(), 9u);
-    holder.CloseRuntime(runtime_.instance());
-    runtime_.install();  // the next instance
-    held_into_the_next.reset();
+TEST_F(SessionContexts, NothingIsCalledWithTheHandlesOfAnEndedSession) {
+    auto gone_with_its_instance = Make();
+    auto ended = Make();
+    ended->AdoptSpace(HandleFromValue<XrSpace>(0x99));
+    ended->End();
+    std::vector<std::string> calls = runtime_.take_calls();
+    EXPECT_EQ(calls.size(), 10u);
+    EXPECT_EQ(calls.front(), "xrDestroySpace(0x99)");
+    gone_with_its_instance->Close();
+    for (auto* context : {&ended, &gone_with_its_instance}) {
+        XrSpaceLocation location{};
+        EXPECT_EQ((*context)->Call(&NextDispatchTable::LocateSpace, (*context)->viewSpace, (*context)->stageSpace, 1,
+                                   &location),
+                  XR_ERROR_HANDLE_INVALID);
+        EXPECT_TRUE((*context)->ended());
+        context->reset();
+    }
     EXPECT_THAT(runtime_.take_calls(), IsEmpty());
 }
 

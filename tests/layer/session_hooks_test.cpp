@@ -330,22 +330,38 @@ TEST_F(SessionHooks, SceneEventsReachTheSceneOfTheCurrentSession) {
     EXPECT_THAT(log_.take(), IsEmpty());
 }
 
-// The runtime blocks the locate call of a tool while the application destroys the session.
-TEST_F(SessionHooks, ToolKeepsItsContextThroughTheDestruction) {
+// The runtime holds a tool's call while the application destroys the session, or the instance with it.
+TEST_F(SessionHooks, DestructionWaitsForTheCallOfAToolAndLetsNoneThroughAfterIt) {
     const XrSession session = Created();
-    Gate gate = runtime_.block("xrLocateSpace");
-    std::thread tool([&] {
-        const auto context = ContextManager::instance().getSessionContext(session);
+    const auto context = ContextManager::instance().getSessionContext(session);
+    const auto locate = [&] {
         XrSpaceLocation location{};
-        Next (&NextDispatchTable::LocateSpace)(context->viewSpace, context->stageSpace, 1, &location);
-    });
+        return context->Call(&NextDispatchTable::LocateSpace, context->viewSpace, context->stageSpace, 1, &location);
+    };
+    Gate gate = runtime_.block("xrLocateSpace");
+    auto held = std::async(std::launch::async, locate);
     ASSERT_TRUE(gate.wait_for_caller());
-    EXPECT_EQ(OrvanicLayerXrDestroySession(session), XR_SUCCESS);
-    EXPECT_THAT(runtime_.calls("xrDestroySpace"), IsEmpty());
+    auto destruction = std::async(std::launch::async, [&] { return OrvanicLayerXrDestroySession(session); });
+    EXPECT_EQ(destruction.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    EXPECT_EQ(locate(), XR_ERROR_HANDLE_INVALID) << "no second call, though the destruction is not yet forwarded";
     gate.open();
-    tool.join();
-    EXPECT_EQ(runtime_.calls("xrDestroySpace").size(), 8u);
-    EXPECT_EQ(runtime_.take_calls().back(), "xrDestroyActionSet(orvanic_xr_action_set)");
+    EXPECT_EQ(held.get(), XR_SUCCESS);
+    EXPECT_EQ(destruction.get(), XR_SUCCESS);
+    EXPECT_EQ(locate(), XR_ERROR_HANDLE_INVALID);
+    EXPECT_EQ(runtime_.calls("xrLocateSpace").size(), 1u);
+    EXPECT_EQ(runtime_.take_calls().back(), "xrDestroySession(session1)");
+}
+
+TEST_F(SessionHooks, BackendStopsWithASessionThatWasNotEnded) {
+    EnableCapture();
+    const XrSession session = Created();
+    OrvanicLayerXrBeginSession(session, nullptr);
+    const XrSession other = Created();
+    OrvanicLayerXrDestroySession(other);
+    EXPECT_THAT(runtime_.calls("xrStopSimulatorCompositorOutputCaptureKESTX1"), IsEmpty());
+    OrvanicLayerXrDestroySession(session);
+    EXPECT_EQ(runtime_.calls("xrStopSimulatorCompositorOutputCaptureKESTX1").size(), 1u);
+    EXPECT_FALSE(ScreenCaptureManager::instance().backend()->is_ready());
 }
 
 }  // namespace

@@ -210,6 +210,7 @@ class SceneTest : public testing::Test {
         ContextManager::instance().setInstanceState(instance);
         DispatchHolder::instance().Slot (&NextDispatchTable::CreateSession)(runtime_.instance(), nullptr, &session_);
         ContextManager::instance().updateSessionState({true, session_, XR_SESSION_STATE_FOCUSED, 1});
+        ContextManager::instance().createSessionContext(session_);
         runtime_.take_calls();
         log_.take();
     }

@@ -4,7 +4,6 @@
 
 #include "context/session_context.h"
 #include "diagnostics/logger.h"
-#include "layer/dispatch/dispatch.h"
 #include "tools/arguments.h"
 #include "tools/convert/convert_tools.h"
 #include "tools/json_conversions.h"
@@ -73,8 +72,7 @@ json handle_convert_pose_between_spaces(const json& arguments, const std::string
     }
 
     XrSpaceLocation location{XR_TYPE_SPACE_LOCATION, nullptr, 0, {}};
-    const XrResult result =
-        DispatchHolder::instance().Call(&NextDispatchTable::LocateSpace, source, target, time, &location);
+    const XrResult result = context.Locate(source, target, time, &location);
     if (XR_FAILED(result)) {
         const std::string code = xr_result_to_string(result);
         return refuse(kName, "xrLocateSpace failed with result: " + code,

@@ -1,3 +1,5 @@
+#include "context/context_manager.h"
+#include "context/session_context.h"
 #include "diagnostics/logger.h"
 #include "diagnostics/number_text.h"
 #include "layer/dispatch/dispatch.h"
@@ -22,13 +24,13 @@ json handle_exit_session(const json& arguments, const std::string& /*session_id*
     if (!DispatchHolder::instance().has_table()) {
         return refuse(kName, "dispatch table is not valid", "Dispatch table is not valid.");
     }
-    const auto request_exit_session = DispatchHolder::instance().Slot(&NextDispatchTable::RequestExitSession);
-    if (!request_exit_session) {
+    if (!DispatchHolder::instance().Slot(&NextDispatchTable::RequestExitSession)) {
         return refuse(kName, "xrRequestExitSession function is null",
                       "xrRequestExitSession function is not available.");
     }
     LogInfo("Calling xrRequestExitSession with session handle: ", HexText(HandleValue(resolution.session)));
-    const XrResult result = request_exit_session(resolution.session);
+    const auto context = ContextManager::instance().getSessionContext(resolution.session);
+    const XrResult result = context->Call(&NextDispatchTable::RequestExitSession, resolution.session);
     if (XR_FAILED(result)) {
         const std::string result_name = xr_result_to_string(result);
         LogError("xrRequestExitSession failed with result: ", result_name);

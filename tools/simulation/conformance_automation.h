@@ -32,21 +32,19 @@ inline constexpr char kHeadPosePath[] = "/user/head/input/view_kest/pose";
 // Whether the instance enabled XR_EXT_conformance_automation: the predicate of the tools that change devices.
 bool conformance_automation_enabled();
 
-// Activates once a session; after a failure the next call tries the whole sequence again. Two first calls at
-// the same time both run it, which does no harm.
+// Activates once a session; after a failure the next call tries the whole sequence again. Of two first calls at
+// the same time the second waits for what becomes of the first: its own snapshot would undo the first one's move.
 OperationResult EnsureConformanceAutomationActive(SessionContext& context);
 OperationResult ActivateConformanceAutomation(SessionContext& context);
 
-// xrLocateSpace of the next layer.
-XrResult LocateInRuntime(XrSpace space, XrSpace base_space, XrTime time, XrSpaceLocation* location);
-
 // Locates `space` in `base_space` into `pose`; false, with `pose` as it was, if it has no valid position and
 // orientation then. `label` is "head", "left controller" or "right controller" and only feeds log texts.
-bool QueryDevicePose(XrSpace space, XrSpace base_space, XrTime time, const std::string& label, XrPosef& pose);
+bool QueryDevicePose(const SessionContext& context, XrSpace space, XrSpace base_space, XrTime time,
+                     const std::string& label, XrPosef& pose);
 
-// Moves one input of a device of the active session to `pose`, given in `base_space`. A controller's pose is
-// mirrored in its session's context even if the runtime refuses it.
-OperationResult SetDeviceLocation(const std::string& top_level_path, const std::string& input_source_path,
-                                  XrSpace base_space, const XrPosef& pose);
+// Moves one input of a device of the session to `pose`, given in `base_space`, which is one of the session's. A
+// controller's pose is mirrored in the context even if the runtime refuses it.
+OperationResult SetDeviceLocation(SessionContext& context, const std::string& top_level_path,
+                                  const std::string& input_source_path, XrSpace base_space, const XrPosef& pose);
 
 }  // namespace orvanic_xr

@@ -68,7 +68,7 @@ const Component* FindComponent(const std::string& name, const std::string& hand)
 
 // One input of one controller of one session; a release thread keeps a copy.
 struct ControllerInput {
-    XrSession session = XR_NULL_HANDLE;
+    std::shared_ptr<SessionContext> session;
     std::string hand;
     const Component* component = nullptr;
     std::string sub_component;  // "X" or "Y" for the thumbstick, else empty
@@ -88,23 +88,24 @@ std::string AxisText(const ControllerInput& input) {
     return input.component->kind == InputKind::kThumbstick ? ", sub_component=" + input.sub_component : std::string();
 }
 
-XrResult SetState(const ControllerInput& input, XrPath device, XrPath source, double value) {
+XrResult SetState(const ControllerInput& input, double value) {
+    const auto pass = input.session->EnterRuntime();
+    if (!pass) return XR_ERROR_HANDLE_INVALID;
+    const XrPath device = PathFromText(input.session->instance(), input.top_level_path);
+    const XrPath source = PathFromText(input.session->instance(), input.input_source_path);
     const DispatchHolder& next = DispatchHolder::instance();
     if (input.component->kind == InputKind::kButton) {
         const auto set_bool = next.Resolve<PFN_xrSetInputDeviceStateBoolEXT>("xrSetInputDeviceStateBoolEXT");
         const XrBool32 pressed = value > 0.5 ? XR_TRUE : XR_FALSE;
-        return set_bool ? set_bool(input.session, device, source, pressed) : XR_ERROR_FUNCTION_UNSUPPORTED;
+        return set_bool ? set_bool(input.session->session, device, source, pressed) : XR_ERROR_FUNCTION_UNSUPPORTED;
     }
     const auto set_float = next.Resolve<PFN_xrSetInputDeviceStateFloatEXT>("xrSetInputDeviceStateFloatEXT");
-    return set_float ? set_float(input.session, device, source, static_cast<float>(value))
+    return set_float ? set_float(input.session->session, device, source, static_cast<float>(value))
                      : XR_ERROR_FUNCTION_UNSUPPORTED;
 }
 
 OperationResult SetControllerInputState(const ControllerInput& input, double value) {
-    const XrInstance instance = ContextManager::instance().getInstanceHandle();
-    const XrPath device = PathFromText(instance, input.top_level_path);
-    const XrPath source = PathFromText(instance, input.input_source_path);
-    const XrResult result = SetState(input, device, source, value);
+    const XrResult result = SetState(input, value);
     if (XR_FAILED(result)) {
         const char* function = input.component->kind == InputKind::kButton ? "xrSetInputDeviceStateBoolEXT"
                                                                            : "xrSetInputDeviceStateFloatEXT";
@@ -129,17 +130,12 @@ void SleepFor(std::chrono::milliseconds hold) {
     std::this_thread::sleep_until(hold < longest ? now + hold : steady_clock::time_point::max());
 }
 
-// The body of a release thread, which nobody joins: it may wake after the session, the instance or the runtime
-// is gone, so it asks for each before it calls down. `runtime_number` is DispatchHolder's: a later instance may
-// have a session with the same handle.
-void ReleaseAfter(const ControllerInput& input, std::chrono::milliseconds hold, std::uint64_t runtime_number) noexcept {
+// The body of a release thread, which nobody joins: it may wake after the session, the instance or the runtime is
+// gone, and then calls nothing. It keeps the context, for a later session may have the same handle.
+void ReleaseAfter(const ControllerInput& input, std::chrono::milliseconds hold) noexcept {
     try {
         if (hold.count() > 0) SleepFor(hold);
-        // Before the lease, and outlives it: the lock of all sessions is never taken under one, and if this becomes
-        // the last reference, its end takes a lease of its own.
-        const std::shared_ptr<SessionContext> context = ContextManager::instance().getSessionContext(input.session);
-        const auto lease = DispatchHolder::instance().LeaseRuntime(runtime_number);
-        if (!lease || context->session == XR_NULL_HANDLE) {
+        if (input.session->ended()) {
             LogError(kName, " auto-release skipped: session no longer valid");
             return;
         }
@@ -187,7 +183,7 @@ bool StartAutoRelease(const json& arguments, const ControllerInput& input) {
     double hold_seconds = 0.2;
     const json* hold = find_argument(arguments, "hold_duration");
     if (hold && hold->is_number() && hold->get<double>() > 0.0) hold_seconds = hold->get<double>();
-    std::thread(ReleaseAfter, input, HoldTime(hold_seconds), DispatchHolder::instance().runtime_number()).detach();
+    std::thread(ReleaseAfter, input, HoldTime(hold_seconds)).detach();
     return true;
 }
 
@@ -217,14 +213,13 @@ json handle_set_controller_input(const json& arguments, const std::string& /*ses
     if (const auto error = RangeError(*input.component, value)) return refuse(kName, *error);
     const SessionResolution resolution = resolve_session_from_arguments(arguments, kName);
     if (!resolution.valid) return refuse(kName, resolution.error);
-    input.session = resolution.session;
     LogInfo(kName, ": hand=", input.hand, ", component=", component_name, AxisText(input),
             ", value=", FixedText(value));
-    const std::shared_ptr<SessionContext> context = ContextManager::instance().getSessionContext(input.session);
-    if (!context || context->session == XR_NULL_HANDLE) {
+    input.session = ContextManager::instance().getSessionContext(resolution.session);
+    if (!input.session || input.session->ended()) {
         return refuse(kName, "SessionContext is not valid for the active session.");
     }
-    const OperationResult active = EnsureConformanceAutomationActive(*context);
+    const OperationResult active = EnsureConformanceAutomationActive(*input.session);
     if (!active.ok) return refuse(kName, active.error);
     BuildPaths(input);
     const OperationResult set = SetControllerInputState(input, value);

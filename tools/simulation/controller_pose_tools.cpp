@@ -1,6 +1,8 @@
 // openxr_get_controller_pose tells where a controller is: from the runtime while the user holds it, from the
 // mirror of the simulated poses once automation has taken over, because what the runtime then reports through
 // the layer's action spaces is not what the agent set. openxr_set_controller_pose moves a simulated controller.
+#include <functional>
+#include <memory>
 #include <optional>
 #include <utility>
 
@@ -69,10 +71,9 @@ json ControllerPoseResult(const XrPosef& pose, XrSpaceLocationFlags flags, json 
 }
 
 json RuntimePose(const SessionContext& context, const ControllerInput& input, XrSpace base_space, XrTime time) {
-    const DispatchHolder& next = DispatchHolder::instance();
     const XrActionStateGetInfo info{XR_TYPE_ACTION_STATE_GET_INFO, nullptr, PoseAction(context, input), XR_NULL_PATH};
     XrActionStatePose state{XR_TYPE_ACTION_STATE_POSE, nullptr, XR_FALSE};
-    XrResult result = next.Call(&NextDispatchTable::GetActionStatePose, context.session, &info, &state);
+    XrResult result = context.Call(&NextDispatchTable::GetActionStatePose, context.session, &info, &state);
     if (XR_FAILED(result)) {
         const std::string number = std::to_string(static_cast<int>(result));
         return refuse(kGetName, "xrGetActionStatePose failed with result: " + number,
@@ -83,7 +84,7 @@ json RuntimePose(const SessionContext& context, const ControllerInput& input, Xr
     }
     LogInfo(kGetName, ": Calling xrLocateSpace with time=", time);
     XrSpaceLocation location{XR_TYPE_SPACE_LOCATION, nullptr, 0, {}};
-    result = next.Call(&NextDispatchTable::LocateSpace, PoseSpace(context, input), base_space, time, &location);
+    result = context.Locate(PoseSpace(context, input), base_space, time, &location);
     if (XR_FAILED(result)) {
         const std::string number = std::to_string(static_cast<int>(result));
         return refuse(kGetName, "xrLocateSpace failed with result: " + number,
@@ -99,7 +100,8 @@ json MirrorPose(const SessionContext& context, const ControllerInput& input, con
                 XrSpace base_space, XrTime time) {
     XrPosef pose = mirrored;
     if (context.stageSpace != XR_NULL_HANDLE && context.stageSpace != base_space) {
-        const auto in_base = PoseInSpace(LocateInRuntime, context.stageSpace, base_space, time, mirrored);
+        const auto in_base = PoseInSpace(std::bind_front(&SessionContext::Locate, &context), context.stageSpace,
+                                         base_space, time, mirrored);
         if (!in_base) {
             LogWarning(kGetName, ": could not transform simulated pose to base space; reporting STAGE-space pose");
         }
@@ -151,6 +153,7 @@ json handle_get_controller_pose(const json& arguments, const std::string& /*sess
 
 // One input of one controller, as the runtime names it.
 struct InputTarget {
+    std::shared_ptr<SessionContext> session;
     std::string top_level_path;
     std::string input_source_path;
     XrSpace base_space;
@@ -164,9 +167,12 @@ json MoveControllerOverTime(const InputTarget& target, const ControllerInput& in
     animation.end_pose = to;
     animation.duration_seconds = duration_seconds;
     animation.apply = [target](const XrPosef& pose) {
-        return SetDeviceLocation(target.top_level_path, target.input_source_path, target.base_space, pose).ok;
+        return SetDeviceLocation(*target.session, target.top_level_path, target.input_source_path, target.base_space,
+                                 pose)
+            .ok;
     };
-    return play_pose_animation(std::move(animation), kSetName, input.hand + " controller", "set_controller_pose");
+    return play_pose_animation(*target.session, std::move(animation), kSetName, input.hand + " controller",
+                               "set_controller_pose");
 }
 
 json handle_set_controller_pose(const json& arguments, const std::string& /*session_id*/) {
@@ -197,21 +203,22 @@ json handle_set_controller_pose(const json& arguments, const std::string& /*sess
     const std::string label = input.hand + " controller";
     XrPosef current = kIdentityPose;
     // What was not given stays as it is, or identity where that can't be told.
-    if (!given.has_position() || !given.has_orientation()) QueryDevicePose(space, base_space, time, label, current);
+    if (!given.has_position() || !given.has_orientation())
+        QueryDevicePose(context, space, base_space, time, label, current);
     const std::optional<MoveFrame> frame = find_move_frame(context, base_space, time);
     const XrPosef wanted = frame ? frame->resolved(given.applied_to(current)) : given.applied_to(current);
     const std::string top_level_path = "/user/hand/" + input.hand;
-    const InputTarget target{top_level_path, top_level_path + "/input/" + input.pose_type + "/pose",
+    const InputTarget target{found.context, top_level_path, top_level_path + "/input/" + input.pose_type + "/pose",
                              frame ? frame->space : base_space};
     const float duration_seconds = duration_argument(arguments);
     if (!(duration_seconds > 0.0f)) {
-        const OperationResult moved =
-            SetDeviceLocation(target.top_level_path, target.input_source_path, target.base_space, wanted);
+        const OperationResult moved = SetDeviceLocation(*target.session, target.top_level_path,
+                                                        target.input_source_path, target.base_space, wanted);
         if (moved.ok) return pose_set_result();
         return refuse(kSetName, "Failed to set " + label + " " + input.pose_type + " pose.");
     }
     XrPosef start = kIdentityPose;
-    if (!frame || !QueryDevicePose(space, target.base_space, time, label, start)) {
+    if (!frame || !QueryDevicePose(context, space, target.base_space, time, label, start)) {
         return refuse(kSetName, "Cannot query current " + label + " pose for animation start.");
     }
     return MoveControllerOverTime(target, input, start, wanted, duration_seconds);

@@ -1,11 +1,11 @@
 // openxr_get_head_pose reads where the runtime says the view is. openxr_set_head_pose moves the simulated
 // headset, at once or smoothly, and carries both controllers along as if the user's whole body moved.
+#include <memory>
 #include <optional>
 #include <utility>
 
 #include "context/session_context.h"
 #include "diagnostics/logger.h"
-#include "layer/dispatch/dispatch.h"
 #include "tools/json_conversions.h"
 #include "tools/session_tools.h"
 #include "tools/simulation/conformance_automation.h"
@@ -56,8 +56,7 @@ json handle_get_head_pose(const json& arguments, const std::string& /*session_id
     }
     LogInfo(kGetName, ": Calling xrLocateSpace with time=", time);
     XrSpaceLocation location{XR_TYPE_SPACE_LOCATION, nullptr, 0, {}};
-    const XrResult result = DispatchHolder::instance().Call(&NextDispatchTable::LocateSpace, context.viewSpace,
-                                                            base_space, time, &location);
+    const XrResult result = context.Locate(context.viewSpace, base_space, time, &location);
     if (XR_FAILED(result)) {
         const std::string number = std::to_string(static_cast<int>(result));
         return refuse(kGetName, "xrLocateSpace failed with result: " + number,
@@ -73,6 +72,7 @@ json handle_get_head_pose(const json& arguments, const std::string& /*session_id
 // a copy, so every step works from the start and the controllers keep their rigid relation to the head for the whole
 // motion.
 struct HeadMoveContext {
+    std::shared_ptr<SessionContext> session;
     XrSpace base_space = XR_NULL_HANDLE;
     XrPosef old_head_pose = kIdentityPose;  // identity if it could not be located
     bool left_located = false;
@@ -82,10 +82,11 @@ struct HeadMoveContext {
 };
 
 // Only the aim input moves with the head: the grip input stays behind, on purpose.
-void MoveControllerWithHead(const XrPosef& delta, XrSpace base_space, const std::string& hand, const XrPosef& pose) {
+void MoveControllerWithHead(const HeadMoveContext& move, const XrPosef& delta, const std::string& hand,
+                            const XrPosef& pose) {
     const std::string top_level_path = "/user/hand/" + hand;
-    const OperationResult moved =
-        SetDeviceLocation(top_level_path, top_level_path + "/input/aim/pose", base_space, Compose(delta, pose));
+    const OperationResult moved = SetDeviceLocation(*move.session, top_level_path, top_level_path + "/input/aim/pose",
+                                                    move.base_space, Compose(delta, pose));
     if (!moved.ok) LogWarning(kSetName, ": Failed to move ", hand, " controller: ", moved.error);
 }
 
@@ -98,10 +99,10 @@ XrPosef PoseDelta(const XrPosef& from, const XrPosef& to) {
 
 // False if the head did not move; a controller that could not follow does not fail the move.
 bool ApplyHeadPose(const HeadMoveContext& move, const XrPosef& pose) {
-    if (!SetDeviceLocation(kHeadTopLevelPath, kHeadPosePath, move.base_space, pose).ok) return false;
+    if (!SetDeviceLocation(*move.session, kHeadTopLevelPath, kHeadPosePath, move.base_space, pose).ok) return false;
     const XrPosef delta = PoseDelta(move.old_head_pose, pose);
-    if (move.left_located) MoveControllerWithHead(delta, move.base_space, "left", move.left_pose);
-    if (move.right_located) MoveControllerWithHead(delta, move.base_space, "right", move.right_pose);
+    if (move.left_located) MoveControllerWithHead(move, delta, "left", move.left_pose);
+    if (move.right_located) MoveControllerWithHead(move, delta, "right", move.right_pose);
     return true;
 }
 
@@ -112,7 +113,7 @@ json MoveHeadOverTime(const HeadMoveContext& move, const XrPosef& target, float 
     animation.end_pose = target;
     animation.duration_seconds = duration_seconds;
     animation.apply = [move](const XrPosef& pose) { return ApplyHeadPose(move, pose); };
-    return play_pose_animation(std::move(animation), kSetName, "head", "set_head_pose");
+    return play_pose_animation(*move.session, std::move(animation), kSetName, "head", "set_head_pose");
 }
 
 json handle_set_head_pose(const json& arguments, const std::string& /*session_id*/) {
@@ -133,18 +134,19 @@ json handle_set_head_pose(const json& arguments, const std::string& /*session_id
     const XrTime time = context.CurrentLocateTime();
     const std::optional<MoveFrame> frame = find_move_frame(context, base_space, time);
     HeadMoveContext move;
+    move.session = found.context;
     move.base_space = frame ? frame->space : base_space;
     const bool head_located =
-        frame && QueryDevicePose(context.viewSpace, move.base_space, time, "head", move.old_head_pose);
+        frame && QueryDevicePose(context, context.viewSpace, move.base_space, time, "head", move.old_head_pose);
     // In itself the view is at the identity.
     const XrPosef target =
         frame && frame->view ? frame->resolved(given.applied_to(kIdentityPose)) : given.applied_to(move.old_head_pose);
     const float duration_seconds = duration_argument(arguments);
     if (head_located) {
         move.left_located =
-            QueryDevicePose(context.leftAimSpace, move.base_space, time, "left controller", move.left_pose);
+            QueryDevicePose(context, context.leftAimSpace, move.base_space, time, "left controller", move.left_pose);
         move.right_located =
-            QueryDevicePose(context.rightAimSpace, move.base_space, time, "right controller", move.right_pose);
+            QueryDevicePose(context, context.rightAimSpace, move.base_space, time, "right controller", move.right_pose);
         if (duration_seconds > 0.0f) return MoveHeadOverTime(move, target, duration_seconds);
     }
     if (!ApplyHeadPose(move, target)) return refuse(kSetName, "Failed to set head pose.");

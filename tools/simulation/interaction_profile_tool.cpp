@@ -6,6 +6,7 @@
 #include <string>
 
 #include "context/context_manager.h"
+#include "context/session_context.h"
 #include "diagnostics/logger.h"
 #include "layer/dispatch/dispatch.h"
 #include "tools/session_tools.h"
@@ -37,13 +38,11 @@ json NoneBoundEntry() {
 }
 
 // The entry of one hand. A failing runtime call is data here, not a failure of the tool.
-json QueryInteractionProfile(XrInstance instance, XrSession session, const std::string& hand) {
+json QueryInteractionProfile(const SessionContext& context, const std::string& hand) {
     const std::string path_text = "/user/hand/" + hand;
     const DispatchHolder& next = DispatchHolder::instance();
-    const auto get_profile = next.Slot(&NextDispatchTable::GetCurrentInteractionProfile);
-    const auto string_to_path = next.Slot(&NextDispatchTable::StringToPath);
-    const auto path_to_string = next.Slot(&NextDispatchTable::PathToString);
-    if (!get_profile || !string_to_path || !path_to_string) {
+    if (!next.Slot(&NextDispatchTable::GetCurrentInteractionProfile) || !next.Slot(&NextDispatchTable::StringToPath) ||
+        !next.Slot(&NextDispatchTable::PathToString)) {
         return FailedEntry("Runtime does not expose xrGetCurrentInteractionProfile");
     }
     const auto failed = [&](const char* function, XrResult result) {
@@ -51,16 +50,17 @@ json QueryInteractionProfile(XrInstance instance, XrSession session, const std::
                            std::to_string(static_cast<int>(result)) + ")");
     };
     XrPath path = XR_NULL_PATH;
-    XrResult result = string_to_path(instance, path_text.c_str(), &path);
+    const XrInstance instance = context.instance();
+    XrResult result = context.Call(&NextDispatchTable::StringToPath, instance, path_text.c_str(), &path);
     if (XR_FAILED(result)) return failed("xrStringToPath", result);
     XrInteractionProfileState state{XR_TYPE_INTERACTION_PROFILE_STATE, nullptr, XR_NULL_PATH};
-    result = get_profile(session, path, &state);
+    result = context.Call(&NextDispatchTable::GetCurrentInteractionProfile, context.session, path, &state);
     if (XR_FAILED(result)) return failed("xrGetCurrentInteractionProfile", result);
     if (state.interactionProfile == XR_NULL_PATH) return NoneBoundEntry();
     std::array<char, 256> buffer{};
     std::uint32_t count = 0;
-    result = path_to_string(instance, state.interactionProfile, static_cast<std::uint32_t>(buffer.size()), &count,
-                            buffer.data());
+    result = context.Call(&NextDispatchTable::PathToString, instance, state.interactionProfile,
+                          static_cast<std::uint32_t>(buffer.size()), &count, buffer.data());
     if (XR_FAILED(result)) return failed("xrPathToString", result);
     const std::string profile(buffer.data(), strnlen(buffer.data(), buffer.size()));
     if (profile.empty()) return NoneBoundEntry();
@@ -78,9 +78,10 @@ json handle_get_active_interaction_profile(const json& arguments, const std::str
     if (!resolution.valid) return make_text_tool_result(resolution.error);
     const XrInstance instance = ContextManager::instance().getInstanceHandle();
     if (instance == XR_NULL_HANDLE) return make_text_tool_result("Error: No active OpenXR instance.");
+    const auto context = ContextManager::instance().getSessionContext(resolution.session);
     json result = json::object();
     for (const char* side : {"left", "right"}) {
-        if (hand == side || hand == "both") result[side] = QueryInteractionProfile(instance, resolution.session, side);
+        if (hand == side || hand == "both") result[side] = QueryInteractionProfile(*context, side);
     }
     return make_json_tool_result(std::move(result));
 }

@@ -26,7 +26,7 @@ SessionLookup find_session_to_move(const json& arguments, const std::string& too
     if (!resolution.valid) return refused(resolution.error);
     std::shared_ptr<SessionContext> context = ContextManager::instance().getSessionContext(resolution.session);
     if (!context) return refused("SessionContext not found for the active session.");
-    if (context->session == XR_NULL_HANDLE) return refused("SessionContext is not valid.");
+    if (context->ended()) return refused("SessionContext is not valid.");
     const OperationResult active = EnsureConformanceAutomationActive(*context);
     if (!active.ok) return refused(active.error);
     return {std::move(context), {}};
@@ -35,14 +35,16 @@ SessionLookup find_session_to_move(const json& arguments, const std::string& too
 std::optional<MoveFrame> find_move_frame(const SessionContext& context, XrSpace base_space, XrTime time) {
     if (base_space != context.viewSpace) return MoveFrame{base_space, std::nullopt};
     MoveFrame frame{context.stageSpace != XR_NULL_HANDLE ? context.stageSpace : context.localSpace, kIdentityPose};
-    if (!QueryDevicePose(context.viewSpace, frame.space, time, "head", *frame.view)) return std::nullopt;
+    if (!QueryDevicePose(context, context.viewSpace, frame.space, time, "head", *frame.view)) return std::nullopt;
     return frame;
 }
 
-json play_pose_animation(ActiveAnimation animation, const std::string& tool_name, const std::string& subject,
-                         const std::string& call) {
+json play_pose_animation(const SessionContext& context, ActiveAnimation animation, const std::string& tool_name,
+                         const std::string& subject, const std::string& call) {
     const float duration_seconds = animation.duration_seconds;
     std::future<AnimationResult> outcome = PoseAnimationManager::instance().StartAnimation(std::move(animation));
+    // The session's end closes its fence first and then ends all animations: one that came after may never be ticked.
+    if (context.ended()) return refuse(tool_name, "SessionContext is not valid.");
     if (!ends_in_time(outcome, duration_seconds)) {
         PoseAnimationManager::instance().CancelAll();
         return refuse(tool_name, "Animation timed out (application may have stopped rendering).");

@@ -28,9 +28,9 @@ struct MoveFrame {
 // Nothing if `base_space` is the view and nobody knows where that is.
 std::optional<MoveFrame> find_move_frame(const SessionContext& context, XrSpace base_space, XrTime time);
 
-// Plays `animation` to its end on the frame thread and answers what became of it. `subject` is what moves, as
-// "head"; `call` what takes it over, as "set_head_pose".
-json play_pose_animation(ActiveAnimation animation, const std::string& tool_name, const std::string& subject,
-                         const std::string& call);
+// Plays `animation`, which moves something of `context`, to its end on the frame thread and answers what became of it.
+// `subject` is what moves, as "head"; `call` what takes it over, as "set_head_pose".
+json play_pose_animation(const SessionContext& context, ActiveAnimation animation, const std::string& tool_name,
+                         const std::string& subject, const std::string& call);
 
 }  // namespace orvanic_xr

@@ -1,5 +1,7 @@
 #include "tools/simulation/conformance_automation.h"
 
+#include <chrono>
+#include <future>
 #include <thread>
 
 #include "tests/tools/simulation/simulation_fixture.h"
@@ -99,11 +101,21 @@ TEST_F(Activation, SurvivesRefusedLocations) {
                             "xrSetInputDeviceLocationEXT failed for /user/hand/right with error code: -22"));
 }
 
-TEST_F(Activation, OfTwoFirstCallsAtOnceDoesNoHarm) {
-    std::thread other([&] { EXPECT_TRUE(EnsureConformanceAutomationActive(*context_).ok); });
-    EXPECT_TRUE(EnsureConformanceAutomationActive(*context_).ok);
-    other.join();
-    EXPECT_TRUE(context_->conformance_automation_active);
+// The first is held on its way, the second comes in between and moves: nothing writes an older pose over that.
+TEST_F(Activation, OfTwoFirstCallsTheSecondWaitsForTheFirst) {
+    Gate gate = runtime_.block_call("xrSetInputDeviceActiveEXT", 2);
+    std::thread first([&] { EXPECT_TRUE(EnsureConformanceAutomationActive(*context_).ok); });
+    ASSERT_TRUE(gate.wait_for_caller());
+    auto second = std::async(std::launch::async, [&] {
+        EXPECT_TRUE(EnsureConformanceAutomationActive(*context_).ok);
+        return SetDeviceLocation(*context_, kHeadTopLevelPath, kHeadPosePath, context_->stageSpace, kHead).ok;
+    });
+    EXPECT_EQ(second.wait_for(std::chrono::milliseconds(50)), std::future_status::timeout);
+    gate.open();
+    first.join();
+    EXPECT_TRUE(second.get());
+    EXPECT_EQ(runtime_.calls("xrSetInputDeviceActiveEXT").size(), 3u);
+    EXPECT_THAT(runtime_.calls("xrSetInputDeviceLocationEXT").back(), EndsWith("STAGE, [0 1.5 0 | 0 0 0 1])"));
 }
 
 TEST_F(Activation, QueriesTellWhyADeviceHasNoPose) {
@@ -126,12 +138,12 @@ TEST_F(Activation, QueriesTellWhyADeviceHasNoPose) {
         runtime_.place("VIEW", kHead, row.flags);
         if (XR_FAILED(row.result)) runtime_.answer_once("xrLocateSpace", row.result);
         XrPosef pose = kIdentityPose;
-        EXPECT_FALSE(QueryDevicePose(context_->viewSpace, context_->stageSpace, kFrameTime, "head", pose));
+        EXPECT_FALSE(QueryDevicePose(*context_, context_->viewSpace, context_->stageSpace, kFrameTime, "head", pose));
         EXPECT_EQ(pose.position.y, 0.0f);
         EXPECT_THAT(log_.take(), ElementsAre(row.line));
     }
     XrPosef pose;
-    EXPECT_FALSE(QueryDevicePose(XR_NULL_HANDLE, context_->stageSpace, kFrameTime, "head", pose));
+    EXPECT_FALSE(QueryDevicePose(*context_, XR_NULL_HANDLE, context_->stageSpace, kFrameTime, "head", pose));
     EXPECT_THAT(log_.take(), ElementsAre("WARNING Cannot query head pose: space handle is null"));
 }
 
@@ -148,7 +160,8 @@ constexpr char kRightAim[] = "/user/hand/right/input/aim/pose";
 
 TEST_F(Mirror, KeepsWhatTheAgentSetEvenIfTheRuntimeRefusesIt) {
     runtime_.answer("xrSetInputDeviceLocationEXT", XR_ERROR_PATH_UNSUPPORTED);
-    const OperationResult refused = SetDeviceLocation("/user/hand/right", kRightAim, context_->stageSpace, kRight);
+    const OperationResult refused =
+        SetDeviceLocation(*context_, "/user/hand/right", kRightAim, context_->stageSpace, kRight);
     EXPECT_EQ(refused.error, "xrSetInputDeviceLocationEXT failed for /user/hand/right with error code: -22");
     EXPECT_EQ(Mirrored(kRightHand, kAimKind).x, 0.25f);
     EXPECT_THAT(runtime_.calls("xrLocateSpace"), IsEmpty()) << "a STAGE pose is kept as it came";
@@ -159,13 +172,13 @@ TEST_F(Mirror, KeepsWhatTheAgentSetEvenIfTheRuntimeRefusesIt) {
 TEST_F(Mirror, IsInStageSpaceWhereThatCanBeTold) {
     // LOCAL stands a quarter turn to the left at (1, 0, 0) of STAGE: its -z points along -x.
     runtime_.place("LOCAL", {{0, 0.70710678f, 0, 0.70710678f}, {1, 0, 0}});
-    SetDeviceLocation("/user/hand/right", kRightAim, context_->localSpace, {{0, 0, 0, 1}, {0, 1, -2}});
+    SetDeviceLocation(*context_, "/user/hand/right", kRightAim, context_->localSpace, {{0, 0, 0, 1}, {0, 1, -2}});
     EXPECT_NEAR(Mirrored(kRightHand, kAimKind).x, -1.0f, 1e-6f);
     EXPECT_NEAR(Mirrored(kRightHand, kAimKind).y, 1.0f, 1e-6f);
     EXPECT_NEAR(Mirrored(kRightHand, kAimKind).z, 0.0f, 1e-6f);
     log_.take();
     runtime_.place("LOCAL", kIdentityPose, XR_SPACE_LOCATION_POSITION_VALID_BIT);
-    SetDeviceLocation("/user/hand/right", kRightAim, context_->localSpace, kRight);
+    SetDeviceLocation(*context_, "/user/hand/right", kRightAim, context_->localSpace, kRight);
     EXPECT_EQ(Mirrored(kRightHand, kAimKind).x, 0.25f);
     EXPECT_EQ(log_.take().front(),
               "WARNING RecordSimulatedControllerPose: could not transform pose to STAGE space; storing as-is");

@@ -122,10 +122,10 @@ TEST_F(ControllerInputTool, ReleasesByItselfAfterTheHold) {
 TEST_F(ControllerInputTool, LeavesWhatEndedDuringTheHoldAlone) {
     const std::function<void()> ends[] = {
         [&] { ContextManager::instance().removeSessionContext(session_); },
-        [&] { DispatchHolder::instance().CloseRuntime(runtime_.instance()); },
+        [&] { ContextManager::instance().closeSessions(runtime_.instance()); },
         [&] {
-            DispatchHolder::instance().CloseRuntime(runtime_.instance());
-            runtime_.install();  // its session has the handle of the one before
+            ContextManager::instance().removeSessionContext(session_);
+            ContextManager::instance().createSessionContext(session_);  // the next one has the same handle
         },
     };
     for (const auto& end : ends) {
@@ -137,7 +137,6 @@ TEST_F(ControllerInputTool, LeavesWhatEndedDuringTheHoldAlone) {
         end();
         EXPECT_TRUE(WaitFor("ERROR openxr_set_controller_input auto-release skipped: session no longer valid"));
         EXPECT_THAT(runtime_.calls("xrSetInputDeviceStateBoolEXT"), IsEmpty());
-        DispatchHolder::instance().OpenRuntime();
     }
 }
 
