@@ -4,15 +4,11 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <string_view>
 
 namespace orvanic_xr {
 
 // Name and version of the MCP server at loopback of `family`, with a blank between them. Nothing if nobody
 // introduces himself as one in two seconds.
 std::optional<std::string> GreetMcpServer(int family, std::uint16_t port);
-
-// The value of the first "data:" line that is whole and begins with `start`, in what came on a stream so far.
-std::optional<std::string> EventData(std::string_view stream, std::string_view start);
 
 }  // namespace orvanic_xr

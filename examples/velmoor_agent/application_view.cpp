@@ -23,7 +23,7 @@ bool StartsWith(const std::string& line, const char* start) {
 ApplicationView::ApplicationView(const std::string& file, Transcript& transcript) : transcript_(transcript) {
     if (file.empty()) return;
     stream_.open(file);
-    if (!stream_) throw McpError("cannot read " + file);
+    if (!stream_) throw mcp::client_error("cannot read " + file);
 }
 
 std::vector<std::string> ApplicationView::NewLines() {

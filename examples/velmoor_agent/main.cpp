@@ -21,8 +21,8 @@
 #include <string>
 
 #include "examples/velmoor_agent/application_view.h"
-#include "examples/velmoor_agent/mcp_client.h"
 #include "examples/velmoor_agent/pictures.h"
+#include "examples/velmoor_agent/tool_call.h"
 #include "examples/velmoor_agent/tour.h"
 
 namespace {
@@ -67,8 +67,8 @@ Options ReadOptions(int argc, char** argv) {
     return options;
 }
 
-int CallOnce(agent::McpClient& client, const Options& options) {
-    const agent::ToolAnswer answer = client.CallTool(options.tool, options.arguments);
+int CallOnce(mcp::blocking_client& client, const Options& options) {
+    const agent::ToolAnswer answer = agent::CallTool(client, options.tool, options.arguments);
     std::cout << answer.text << "\n";
     return answer.is_error ? 1 : 0;
 }
@@ -78,7 +78,7 @@ bool WantsColours() {
     return isatty(STDOUT_FILENO) == 1 && (!refused || !*refused);
 }
 
-bool TakeTour(agent::McpClient& client, const Options& options, agent::Transcript& transcript) {
+bool TakeTour(mcp::blocking_client& client, const Options& options, agent::Transcript& transcript) {
     agent::ApplicationView view(options.watched_file, transcript);
     agent::Film film(client, options.film);
     agent::Company company;
@@ -95,9 +95,9 @@ bool TakeTour(agent::McpClient& client, const Options& options, agent::Transcrip
 
 int Run(const Options& options) {
     const std::string& url = options.url;
-    agent::McpClient client(url);
-    client.Connect(kServerComesUp);
-    const agent::json told = client.Initialize("velmoor_agent", "1.0");
+    mcp::blocking_client client(url, {{"name", "velmoor_agent"}, {"version", "1.0"}});
+    client.await_ready(kServerComesUp);
+    const agent::json told = client.await_introduction(kServerComesUp);
     if (!options.tool.empty()) return CallOnce(client, options);
     const agent::json server = told.value("serverInfo", agent::json::object());
     agent::Transcript transcript(std::cout, WantsColours());

@@ -27,7 +27,7 @@ void Film::Shoot() {
     due_ = now + kBetweenPictures;
     char name[32];
     std::snprintf(name, sizeof name, "/frame_%03d.png", taken_ + 1);
-    const ToolAnswer answer = client_.CallTool("openxr_capture_composited_image", {{"eye", "left"}});
+    const ToolAnswer answer = CallTool(client_, "openxr_capture_composited_image", {{"eye", "left"}});
     if (SavePicture(answer, directory_ + name).empty()) ++taken_;
 }
 

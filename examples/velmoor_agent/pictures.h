@@ -4,7 +4,7 @@
 #include <chrono>
 #include <string>
 
-#include "examples/velmoor_agent/mcp_client.h"
+#include "examples/velmoor_agent/tool_call.h"
 
 namespace agent {
 
@@ -15,13 +15,13 @@ std::string SavePicture(const ToolAnswer& answer, const std::string& file);
 class Film {
  public:
     // The directory has to be there. An empty name means that nothing is filmed.
-    Film(McpClient& client, std::string directory) : client_(client), directory_(std::move(directory)) {}
+    Film(mcp::blocking_client& client, std::string directory) : client_(client), directory_(std::move(directory)) {}
 
     // Takes a picture if one is due; to be called more often than that. One that can't be had is left out.
     void Shoot();
 
  private:
-    McpClient& client_;
+    mcp::blocking_client& client_;
     std::string directory_;
     int taken_ = 0;
     std::chrono::steady_clock::time_point due_{};

@@ -23,13 +23,13 @@ std::string Complain(const TourStep& step, const ToolAnswer& answer) {
     }
 }
 
-ToolAnswer Call(McpClient& client, const std::string& tool, const json& arguments, const Company& company) {
-    auto answer = std::async(std::launch::async, [&] { return client.CallTool(tool, arguments); });
+ToolAnswer Call(mcp::blocking_client& client, const std::string& tool, const json& arguments, const Company& company) {
+    auto answer = std::async(std::launch::async, [&] { return CallTool(client, tool, arguments); });
     while (answer.wait_for(kBetweenLooks) != std::future_status::ready) company.while_waiting();
     return answer.get();
 }
 
-bool TakeStep(McpClient& client, const TourStep& step, const Company& company, Transcript& transcript) {
+bool TakeStep(mcp::blocking_client& client, const TourStep& step, const Company& company, Transcript& transcript) {
     const json arguments = step.late_arguments ? step.late_arguments() : step.arguments;
     transcript.Call(step.tool, arguments);
     const auto give_up = std::chrono::steady_clock::now() + step.patience;
@@ -51,9 +51,11 @@ bool TakeStep(McpClient& client, const TourStep& step, const Company& company, T
 
 }  // namespace
 
-bool RunTour(McpClient& client, const std::vector<TourStep>& steps, const Company& company, Transcript& transcript) {
+bool RunTour(mcp::blocking_client& client, const std::vector<TourStep>& steps, const Company& company,
+             Transcript& transcript) {
     std::set<std::string> offered;
-    for (const json& tool : client.ListTools()) offered.insert(tool.at("name"));
+    const json list = client.request("tools/list", json::object());
+    for (const json& tool : list.at("tools")) offered.insert(tool.at("name"));
     transcript.Tools(offered);
 
     int number = 0;

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "examples/velmoor_agent/mcp_client.h"
+#include "examples/velmoor_agent/tool_call.h"
 #include "examples/velmoor_agent/transcript.h"
 
 namespace agent {
@@ -39,6 +39,7 @@ struct Company {
 
 // Takes the steps one after the other and shows what is asked and answered. A step whose tool the server does
 // not offer is skipped with a line that says so. True if no step failed.
-bool RunTour(McpClient& client, const std::vector<TourStep>& steps, const Company& company, Transcript& transcript);
+bool RunTour(mcp::blocking_client& client, const std::vector<TourStep>& steps, const Company& company,
+             Transcript& transcript);
 
 }  // namespace agent

@@ -5,7 +5,7 @@
 #include <set>
 #include <string>
 
-#include "examples/velmoor_agent/mcp_client.h"
+#include "examples/velmoor_agent/tool_call.h"
 
 namespace agent {
 

@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include "doctor/mcp_greeting.h"
 #include "tests/doctor/finding_line.h"
 
 namespace orvanic_xr {
@@ -64,15 +63,6 @@ TEST(Port, ListenersAreReadFromTheKernelsTable) {
         "00:00000000 00000000  1000        0 4714 1 0 100 0 0\n"
         "   4: torn\n";
     EXPECT_THAT(ListeningInodes(kTable, 8720), ElementsAre("4711", "4714"));
-}
-
-TEST(Greeting, TakesWholeLinesOfData) {
-    constexpr char kStream[] =
-        "HTTP/1.1 200 OK\r\n\r\n2f\r\nevent: endpoint\r\ndata: /message?session_id=1\r\n\r\ndata: {\"id\":1}\ndata: "
-        "{\"id";
-    EXPECT_EQ(EventData(kStream, "/"), "/message?session_id=1");
-    EXPECT_EQ(EventData(kStream, "{"), "{\"id\":1}");
-    EXPECT_EQ(EventData("data: {\"id", "{"), std::nullopt);
 }
 
 }  // namespace
