@@ -32,6 +32,11 @@ class RingQueue {
         head_ = (head_ + 1) % slots_.size();
         --size_;
     }
+    // Those behind it move up.
+    void erase(std::size_t index) {
+        for (; index + 1 < size_; ++index) (*this)[index] = std::move((*this)[index + 1]);
+        --size_;
+    }
 
  private:
     void Grow() {

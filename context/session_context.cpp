@@ -200,6 +200,15 @@ void SessionContext::ConsumeFrameTime() {
     if (!pendingDisplayTimes.empty()) pendingDisplayTimes.pop_front();
 }
 
+void SessionContext::DropFrameTime(XrTime time) {
+    std::lock_guard lock(frameTimeMutex);
+    for (std::size_t i = 0; i < pendingDisplayTimes.size(); ++i) {
+        if (pendingDisplayTimes[i] != time) continue;
+        pendingDisplayTimes.erase(i);
+        return;
+    }
+}
+
 XrTime SessionContext::CurrentLocateTime() const {
     std::lock_guard lock(frameTimeMutex);
     if (!pendingDisplayTimes.empty()) return pendingDisplayTimes.front();

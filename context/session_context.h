@@ -65,9 +65,11 @@ class SessionContext {
 
     XrInstance instance() const { return instance_; }
 
-    // Frame thread: a frame was promised for `time`; the oldest promised frame ended.
+    // Frame thread: a frame was promised for `time`; the oldest promised frame ended; the frame that was promised for
+    // `time` will never be shown.
     void RecordFrameTime(XrTime time);
     void ConsumeFrameTime();
+    void DropFrameTime(XrTime time);
     // The time for a tool to locate at: the oldest frame in flight, else one period behind the newest frame,
     // else 0, which means that no time is known yet. Any thread.
     XrTime CurrentLocateTime() const;

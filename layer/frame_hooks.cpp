@@ -45,10 +45,11 @@ XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrWaitFrame(XrSession session, const 
 
 XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrBeginFrame(XrSession session, const XrFrameBeginInfo* frameBeginInfo) {
     return GuardHook({"OrvanicLayerXrBeginFrame"}, [&] {
-        PendingFrames::instance().MarkBegun(SystemNanoseconds());
+        const bool begun = PendingFrames::instance().MarkBegun(session, SystemNanoseconds());
         const auto begin_frame = NextFunction(&NextDispatchTable::BeginFrame, "xrBeginFrame");
         if (!begin_frame) return XR_ERROR_RUNTIME_FAILURE;
         const XrResult result = begin_frame(session, frameBeginInfo);
+        if (begun && result != XR_SUCCESS) PendingFrames::instance().SettleBegun(session, result);
         ExternalToolManager::instance().ProcessDeferredCallbacks(kAtBeginFrame);
         return result;
     });

@@ -58,9 +58,38 @@ void PendingFrames::MarkWaited(XrSession session, XrResult result, const XrFrame
     context->RecordFrameTime(frame.predictedDisplayTime);
 }
 
-void PendingFrames::MarkBegun(std::int64_t now_ns) {
+bool PendingFrames::MarkBegun(XrSession session, std::int64_t now_ns) {
     std::lock_guard lock(mutex_);
-    if (!frames_.empty()) frames_.back().beginFrameTime = now_ns;
+    if (frames_.empty()) return false;
+    frames_.back().beginFrameTime = now_ns;
+    // The newest may still be waited for: the oldest that was not begun begins.
+    for (std::size_t i = 0; i < frames_.size(); ++i) {
+        PendingFrame& frame = frames_[i];
+        if (frame.begun || !frame.waited || XR_FAILED(frame.waitResult) || frame.session != session) continue;
+        return frame.begun = true;
+    }
+    return false;
+}
+
+void PendingFrames::SettleBegun(XrSession session, XrResult result) {
+    std::shared_ptr<SessionContext> context;  // outlives the lock, as above
+    std::lock_guard lock(mutex_);
+    const std::size_t begun = NewestBegunLocked(session, frames_.size());
+    if (begun == kNone) return;
+    if (XR_FAILED(result)) frames_[begun].begun = false;
+    if (result != XR_FRAME_DISCARDED) return;
+    const std::size_t discarded = NewestBegunLocked(session, begun);
+    if (discarded == kNone) return;
+    context = ContextManager::instance().getSessionContext(session);
+    context->DropFrameTime(frames_[discarded].predictedDisplayTime);
+    frames_.erase(discarded);
+}
+
+std::size_t PendingFrames::NewestBegunLocked(XrSession session, std::size_t end) const {
+    while (end-- > 0) {
+        if (frames_[end].begun && frames_[end].session == session) return end;
+    }
+    return kNone;
 }
 
 void PendingFrames::MarkEnded(std::int64_t now_ns) {

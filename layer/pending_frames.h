@@ -1,10 +1,11 @@
 // The frames in flight: between the entry of xrWaitFrame and a successful xrEndFrame. OpenXR lets frames overlap,
 // and an application may wait on one thread and render on another: what a wait or a begin tells goes to the newest
-// frame, what an end tells to the oldest.
+// frame, what an end tells to the oldest. Frames are begun in the order in which they were waited for, one at a time.
 #pragma once
 
 #include <openxr/openxr.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <mutex>
 #include <vector>
@@ -16,6 +17,7 @@ namespace orvanic_xr {
 
 struct PendingFrame {
     bool waited = false;  // xrWaitFrame returned
+    bool begun = false;
     XrResult waitResult = XR_SUCCESS;
     XrTime predictedDisplayTime = 0;
     XrDuration predictedDisplayPeriod = 0;
@@ -36,7 +38,11 @@ class PendingFrames {
     void Push(XrSession session, std::int64_t now_ns);
     // `frame_state` is what the runtime filled, or null.
     void MarkWaited(XrSession session, XrResult result, const XrFrameState* frame_state);
-    void MarkBegun(std::int64_t now_ns);
+    // True if there is a frame that this begins.
+    bool MarkBegun(XrSession session, std::int64_t now_ns);
+    // The call for which MarkBegun gave true answered something other than XR_SUCCESS: it began nothing, or the frame
+    // that was begun before, and not ended, was discarded for it and is dropped.
+    void SettleBegun(XrSession session, XrResult result);
     void MarkEnded(std::int64_t now_ns);
     // The oldest frame was ended with success by `session`: stores it as the last frame and drops it. `end_info`
     // may be null. Without a frame in flight nothing happens.
@@ -45,8 +51,12 @@ class PendingFrames {
     std::vector<PendingFrame> frames() const;  // oldest first
 
  private:
-    // Guards frames_. It has no bound: on purpose only a successful end takes a frame out, so one that is abandoned
-    // at the end of a session stays for the next one.
+    // The index of the newest frame of `session` below `end` that was begun, or kNone.
+    static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
+    std::size_t NewestBegunLocked(XrSession session, std::size_t end) const;
+
+    // Guards frames_. It has no bound: on purpose only a successful end or a discard takes a frame out, so one that is
+    // abandoned at the end of a session stays for the next one.
     mutable std::mutex mutex_;
     RingQueue<PendingFrame> frames_;
 };

@@ -176,6 +176,43 @@ TEST_F(FrameHooks, OverlappingFramesTakeTimesOfTheNewestAndEndTheOldest) {
     EXPECT_EQ(Context(session_).CurrentLocateTime(), 1'010'000'000);
 }
 
+TEST_F(FrameHooks, DiscardedFrameIsDroppedAndNoOther) {
+    struct Row {
+        const char* name;
+        bool wait_before_begin;  // the next wait is on its way, on another thread, before the discarding begin
+    };
+    for (const Row& row : {Row{"one after the other", false}, Row{"overlapping", true}}) {
+        SCOPED_TRACE(row.name);
+        Renew(PendingFrames::instance());
+        const XrSession session = OpenSession();
+        XrFrameState state{};
+        const auto wait = [&] { return OrvanicLayerXrWaitFrame(session, nullptr, &state); };
+        const auto begin = [&](XrResult answer) {
+            runtime_.answer("xrBeginFrame", answer);
+            return OrvanicLayerXrBeginFrame(session, nullptr);
+        };
+        wait();
+        begin(XR_SUCCESS);
+        wait();
+        for (int i = 0; i < 20; ++i) {
+            const XrTime next_shown = state.predictedDisplayTime;
+            if (row.wait_before_begin) wait();
+            begin(XR_ERROR_CALL_ORDER_INVALID);  // begins nothing
+            EXPECT_EQ(begin(XR_FRAME_DISCARDED), XR_FRAME_DISCARDED);
+            begin(XR_ERROR_CALL_ORDER_INVALID);
+            EXPECT_EQ(Context(session).CurrentLocateTime(), next_shown);
+            if (!row.wait_before_begin) wait();
+        }
+        const XrTime in_flight = Pending().front().predictedDisplayTime;
+        OrvanicLayerXrEndFrame(session, nullptr);
+        EXPECT_EQ(Last().predictedDisplayTime, in_flight);
+        EXPECT_EQ(in_flight, state.predictedDisplayTime - 10'000'000);
+        ASSERT_EQ(Pending().size(), 1u);
+        EXPECT_EQ(Pending()[0].predictedDisplayTime, state.predictedDisplayTime);
+        OrvanicLayerXrDestroySession(session);
+    }
+}
+
 TEST_F(FrameHooks, LocateTimeGoesOnePeriodAheadOnceFramesHaveEnded) {
     RunFrame();
     EXPECT_EQ(Context(session_).CurrentLocateTime(), 0);
