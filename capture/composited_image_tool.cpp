@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <thread>
 #include <utility>
 #include <vector>
 
@@ -11,7 +10,6 @@
 #include "capture/image_encoding.h"
 #include "capture/screen_capture_manager.h"
 #include "context/context_manager.h"
-#include "diagnostics/clock.h"
 #include "diagnostics/logger.h"
 #include "mcp/thread_pool.h"
 #include "tools/arguments.h"
@@ -34,8 +32,7 @@ constexpr char kPermissionPending[] =
     "approve it, then call openxr_capture_composited_image again. This is not an error; retry once the user has "
     "granted permission.";
 
-constexpr std::int64_t kPermissionWaitNs = 5'000'000'000;
-constexpr std::chrono::milliseconds kPermissionPoll{100};
+constexpr std::chrono::seconds kPermissionWait{5};
 
 // Asks for permission and waits a while for it. True if a capture can be made now.
 bool WaitUntilReady(ScreenCaptureBackend& backend) {
@@ -43,11 +40,7 @@ bool WaitUntilReady(ScreenCaptureBackend& backend) {
     LogInfo(kName, ": Capture backend not ready, requesting permission");
     backend.request_permission();
     const mcp::lent_place lent;
-    const std::int64_t asked_ns = MonotonicNanoseconds();
-    while (!backend.is_ready() && MonotonicNanoseconds() - asked_ns < kPermissionWaitNs) {
-        std::this_thread::sleep_for(kPermissionPoll);
-    }
-    if (backend.is_ready()) return true;
+    if (ScreenCaptureManager::instance().wait_until_ready(backend, kPermissionWait)) return true;
     LogInfo(kName, ": Permission not yet granted, returning pending status");
     return false;
 }

@@ -2,6 +2,8 @@
 // stops it, the end of the instance releases it; the capture tool uses it in between.
 #pragma once
 
+#include <chrono>
+#include <condition_variable>
 #include <memory>
 #include <mutex>
 
@@ -19,9 +21,18 @@ class ScreenCaptureManager {
     std::shared_ptr<ScreenCaptureBackend> backend() const;
     void shutdown();
 
+    // Whether a capture can be made now, or within `limit`. Asks the backend again and again, with nothing locked.
+    bool wait_until_ready(ScreenCaptureBackend& backend, std::chrono::nanoseconds limit);
+    // The instance ends: ends these waits, and until the next open also those that come later, since the server's end
+    // waits for the tools that wait here.
+    void close();
+    void open();
+
  private:
-    // Guards backend_.
+    // Guards both below.
     mutable std::mutex mutex_;
+    std::condition_variable closing_;
+    bool closed_ = false;
     std::shared_ptr<ScreenCaptureBackend> backend_;
 };
 

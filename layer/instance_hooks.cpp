@@ -154,6 +154,7 @@ XrResult CreateInstance(const XrInstanceCreateInfo& info, const XrApiLayerCreate
     ContextManager::instance().setSceneContextFactory(MakeSceneContext);
     ExternalToolManager::instance().Open();
     PoseAnimationManager::instance().Open();
+    ScreenCaptureManager::instance().open();
     InitializeOrvanicMcpServer();
     return result;
 }
@@ -167,10 +168,12 @@ void ForgetHandles() {
 
 XrResult DestroyInstance(XrInstance instance) {
     LogInfo("OrvanicLayerXrDestroyInstance called");
-    // The server waits for running tools, and these for callbacks and animations, which nobody moves on any more.
+    // The server waits for running tools, and these for callbacks and animations, which nobody moves on any more, or
+    // for a capture.
     ExternalToolManager::instance().Close();
     Telemetry::instance().close();
     PoseAnimationManager::instance().Close();
+    ScreenCaptureManager::instance().close();
     DestroyOrvanicMcpServer();
     ScreenCaptureManager::instance().shutdown();
 

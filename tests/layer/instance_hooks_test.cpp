@@ -10,6 +10,7 @@
 #include <utility>
 #include <vector>
 
+#include "capture/screen_capture_manager.h"
 #include "diagnostics/clock.h"
 #include "external/external_tool_manager.h"
 #include "layer/action_maps.h"
@@ -304,6 +305,23 @@ TEST_F(InstanceHooks, NobodyIsLeftWaitingAtTheEnd) {
         EXPECT_EQ(animations[i].get(), AnimationSuperseded);
         EXPECT_EQ(callbacks[i].wait_for(std::chrono::seconds(0)), std::future_status::ready);
     }
+}
+
+// Permission that nobody gives: the tool would wait five seconds for it.
+TEST_F(InstanceHooks, CaptureDoesNotWaitBeyondTheEnd) {
+    runtime_.extensions.emplace_back("XR_KESTX1_simulator_compositor_output_capture");
+    ASSERT_EQ(Create(), XR_SUCCESS);
+    ContextManager::instance().updateSessionState({true, HandleFromValue<XrSession>(0x13), XR_SESSION_STATE_IDLE, 1});
+    ASSERT_TRUE(ScreenCaptureManager::instance().initialize());
+    auto call = std::async(std::launch::async, [] {
+        return InProcessToolRegistry::instance().invoke("openxr_capture_composited_image", json::object());
+    });
+    const auto asks = [&] { return log_.messages("INFO").back().find("requesting permission") != std::string::npos; };
+    while (!asks() && call.wait_for(std::chrono::milliseconds(1)) == std::future_status::timeout) {
+    }
+    EXPECT_EQ(OrvanicLayerXrDestroyInstance(instance_), XR_SUCCESS);
+    EXPECT_EQ(call.wait_for(std::chrono::seconds(1)), std::future_status::ready);
+    EXPECT_THAT(mcp::dump_json(call.get().result), HasSubstr("permission is pending"));
 }
 
 TEST_F(InstanceHooks, RegistriesOutliveARegistrationThroughThem) {
