@@ -64,20 +64,16 @@ void AddTools(mcp::server& server) {
 class Session : private mcp::frame_sink {
  public:
     explicit Session(mcp::server& server) : server_(server) {
-        mcp::http_request get;
-        get.cut_connection = [] {};
-        stream_ = server.handle_sse(get).stream;
+        stream_ = server.handle_sse({.method = "GET"}, [] {}).stream;
         const std::string endpoint = NextFrame();
         id_ = endpoint.substr(endpoint.find('=') + 1);
     }
 
     int Post(const std::string& body) { return Post(body, id_); }
     int Post(const std::string& body, const std::string& session_id) {
-        mcp::http_request post;
-        post.session_id = session_id;
-        post.body = body;
-        post.headers = [] { return mcp::header_map{{"user-agent", "fuzz"}}; };
-        return server_.handle_jsonrpc(post).status;
+        mcp::http_request head{.method = "POST", .session_id = session_id, .headers = {{"user-agent", "fuzz"}}};
+        mcp::http_body posted{.text = body};
+        return server_.handle_jsonrpc(head, posted).status;
     }
 
     json NextAnswer() {

@@ -18,11 +18,12 @@ connection_limits default_connection_limits() {
     const std::size_t cores = std::thread::hardware_concurrency();
     rlimit descriptors{};
     getrlimit(RLIMIT_NOFILE, &descriptors);
+    const std::size_t workers = std::clamp<std::size_t>(descriptors.rlim_cur / 3, 64, 512);
     return {
         .kept_workers = std::max<std::size_t>(8, cores - std::min<std::size_t>(cores, 1)),
-        .workers = 512,
-        .connections = std::clamp<std::size_t>(descriptors.rlim_cur / 3, 64, 4096),
+        .workers = workers,
         .patience = std::chrono::seconds(5),  // as long as a silent connection lasts
+        .streams = workers / 4 * 3,
     };
 }
 
@@ -35,9 +36,12 @@ connection_workers::~connection_workers() {
 bool connection_workers::enqueue(std::function<void()> serve) {
     {
         std::unique_lock lock(mutex_);
-        const auto has_room = [this] { return stopped_ || connections_locked() < limits_.connections; };
+        const auto has_room = [this] { return stopped_ || free_locked() > 0; };
         if (!room_.wait_until(lock, full_since_ + limits_.patience, has_room) || stopped_) return false;
-        if (queue_.size() >= idle_ && workers_.size() < limits_.workers && !start_worker_locked()) return false;
+        const auto is_one_idle = [this] { return stopped_ || queue_.size() < idle_; };
+        if (!is_one_idle() && !start_worker_locked()) {
+            if (!room_.wait_for(lock, limits_.patience, is_one_idle) || stopped_) return false;
+        }
         queue_.push_back(std::move(serve));
         if (!has_room()) full_since_ = std::chrono::steady_clock::now();
     }
@@ -47,20 +51,19 @@ bool connection_workers::enqueue(std::function<void()> serve) {
 
 bool connection_workers::is_crowded() {
     const std::lock_guard lock(mutex_);
-    return connections_locked() > limits_.connections / 2;
+    return free_locked() < limits_.workers / 2;
 }
 
-// False only if there is no worker at all: with one, a connection waits until it is free.
 bool connection_workers::start_worker_locked() {
     for (std::thread& ended : ended_) ended.join();
     ended_.clear();
     try {
         workers_.emplace_back(&connection_workers::run_worker, this);
         ++idle_;  // from now on, not only when it runs: the next connection must not count on it as well
+        return true;
     } catch (const std::system_error&) {  // the host is out of threads
-        return !workers_.empty();
+        return false;
     }
-    return true;
 }
 
 void connection_workers::shutdown() {

@@ -13,9 +13,9 @@ namespace mcp {
 
 struct connection_limits {
     std::size_t kept_workers;            // stay once they were started; the others end after idling for a while
-    std::size_t workers;                 // run at once
-    std::size_t connections;             // run or wait for a worker; the next one waits until one of them has ended
-    std::chrono::milliseconds patience;  // but when none has for that long, it and those behind it are turned away
+    std::size_t workers;                 // run at once, one a connection; the next one waits until one of them is free
+    std::chrono::milliseconds patience;  // but when none is for that long, it and those behind it are turned away
+    std::size_t streams;                 // of the connections, so that a share of them is left to requests
 };
 
 // For this machine and this process: a flood of connections must neither take all threads nor all descriptors
@@ -31,19 +31,20 @@ class connection_workers {
     connection_workers(const connection_workers&) = delete;
     connection_workers& operator=(const connection_workers&) = delete;
 
-    // False if `serve` is not going to be run. It must not throw. Waits while there are too many. For one thread.
+    // False if `serve` is not going to be run. It must not throw. Waits while all workers are busy, within the
+    // patience. For one thread.
     bool enqueue(std::function<void()> serve);
 
     // True while more than half of the connections are taken. Any thread.
     bool is_crowded();
 
-    // Runs what is queued, and joins all workers.
+    // Runs what was taken, and joins all workers.
     void shutdown();
 
  private:
     void run_worker() noexcept;
     bool start_worker_locked();
-    std::size_t connections_locked() const { return workers_.size() - idle_ + queue_.size(); }
+    std::size_t free_locked() const { return limits_.workers - (workers_.size() - idle_ + queue_.size()); }
 
     const connection_limits limits_;
 
@@ -51,7 +52,7 @@ class connection_workers {
     std::condition_variable wake_;
     std::condition_variable room_;
     std::chrono::steady_clock::time_point full_since_;
-    std::deque<std::function<void()>> queue_;
+    std::deque<std::function<void()>> queue_;  // never more than idle workers
     std::size_t idle_ = 0;
     bool stopped_ = false;
     std::list<std::thread> workers_;

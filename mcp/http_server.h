@@ -1,60 +1,34 @@
-// HTTP for the server. The implementation is the one file that sees cpp-httplib.
+// HTTP for the server: which requests are answered, and by whom.
+//
+// A connection_server accepts connections and has each served on a worker of its own. There a head_reader reads the
+// head of a request; it is answered before anything of its body is read, unless it is the POST that the body is for.
+// The answer goes straight onto the connection, as one text or, for a stream, chunk by chunk.
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <functional>
-#include <map>
 #include <memory>
 #include <optional>
-#include <span>
 #include <string>
-#include <string_view>
 
-#include "mcp/event_dispatcher.h"
+#include "mcp/connection.h"
+#include "mcp/connection_workers.h"
+#include "mcp/http_message.h"
 
 namespace mcp {
 
-// Request headers under their lower-cased names. Several of one name are joined by ", ".
-using header_map = std::map<std::string, std::string>;
-
-struct http_header {
-    const char* name;
-    const char* value;
-};
-
-struct http_request {
-    std::string remote_address;
-    int remote_port = 0;
-    std::string path;        // without the query
-    std::string session_id;  // the query key of that name; empty if absent
-    std::string body;
-    bool head_only = false;
-    int refusal = 0;                       // the status to answer with, where the body could not be taken; else 0
-    std::function<header_map()> headers;   // only while the handler runs
-    std::function<void()> cut_connection;  // of a GET: ends it at once, from any thread, also later
-    std::shared_ptr<void> budget_share;    // to be kept until the request is done with
-};
-
-// Called again and again to write to an open stream, for as long as it returns true. It is destroyed when the
-// stream has ended, for whatever reason.
-using stream_source = std::function<bool(frame_sink& sink)>;
-
-struct http_answer {
-    int status = 200;
-    std::string content_type;
-    std::span<const http_header> headers;  // go out in this order, behind the content type
-    std::string body = {};
-    stream_source stream = {};  // set if the body is a stream
-};
-
-using http_handler = std::function<http_answer(http_request& request)>;
+using http_handler = std::function<http_answer(const http_request& request)>;
+// May take from the request and its body what it needs.
+using http_post_handler = std::function<http_answer(http_request& request, http_body& body)>;
+// `cut_connection` ends the request's connection at once, from any thread, also later.
+using http_get_handler = std::function<http_answer(const http_request& request, std::function<void()> cut_connection)>;
 
 // What it answers goes out in place of all else; with nothing the request goes its way.
 using http_gate = std::function<std::optional<http_answer>(const http_request& request)>;
 
 struct http_limits {
-    std::chrono::seconds write_timeout;
+    connection_limits connections;
+    connection_timings timings;
     std::size_t body_bytes;        // of one request; a larger one is refused with 413
     std::size_t all_bodies_bytes;  // of all requests in hand; those beyond are refused with 503
 };
@@ -68,12 +42,13 @@ class http_server {
     http_server(const http_server&) = delete;
     http_server& operator=(const http_server&) = delete;
 
-    // All to be set before serve(). The gate is asked of each request, whatever its path and method, before its body
-    // is read. `on_options` is for every path.
+    // All to be set before serve(), each once. The gate is asked of each request, whatever its path and method.
+    // `on_options` is for every path, on_get() for HEAD as well. All other requests are answered with 404, and a GET
+    // that announces a body with 400.
     void set_gate(http_gate gate);
     void on_options(http_handler handler);
-    void on_post(const std::string& path, http_handler handler);
-    void on_get(const std::string& path, http_handler handler);
+    void on_post(const std::string& path, http_post_handler handler);
+    void on_get(const std::string& path, http_get_handler handler);
 
     // Binds to `host` and `port`, where 0 takes any free port. Returns the port, or 0 if that failed.
     int bind(const std::string& host, int port);

@@ -3,7 +3,7 @@
 
 #include <string>
 
-#include "mcp/http_server.h"
+#include "mcp/http_message.h"
 
 namespace mcp {
 

@@ -26,9 +26,13 @@ constexpr http_header kStreamHeaders[] = {
     {"Access-Control-Allow-Origin", "*"},
 };
 
-void log_access(const http_request& request, const char* method, const http_answer& answer) {
-    log_info(request.remote_address, ":", request.remote_port, " - \"", method, " ", request.path, " HTTP/1.1\" ",
-             answer.status);
+constexpr http_header kNoStreamHeaders[] = {
+    {"Access-Control-Allow-Origin", "*"},
+};
+
+void log_access(const http_request& request, const http_answer& answer) {
+    log_info(request.remote_address, ":", request.remote_port, " - \"", request.method, " ", request.path,
+             " HTTP/1.1\" ", answer.status);
 }
 
 }  // namespace
@@ -36,7 +40,10 @@ void log_access(const http_request& request, const char* method, const http_answ
 server::server(const server_config& config)
     : config_(config),
       sessions_(std::make_shared<session_table>(config)),
-      http_({.write_timeout = std::chrono::seconds(config.write_timeout_seconds),
+      http_({.connections = config.connections,
+             .timings = {.silence = config.timings.silence,
+                         .request = config.timings.request_time,
+                         .write = std::chrono::seconds(config.write_timeout_seconds)},
              .body_bytes = config.body_limit,
              .all_bodies_bytes = config.all_bodies_limit}),
       name_(config.name),
@@ -96,24 +103,24 @@ bool server::start(bool blocking) {
 
 void server::add_routes() {
     if (config_.local_only) http_.set_gate(&server::refuse_foreign);
-    http_.on_options([](http_request&) {
+    http_.on_options([](const http_request&) {
         return http_answer{.status = 204, .content_type = "application/json", .headers = kPreflightHeaders};
     });
-    http_.on_post(config_.msg_endpoint, [this](http_request& request) {
-        http_answer answer = handle_jsonrpc(request);
-        log_access(request, "POST", answer);
+    http_.on_post(config_.msg_endpoint, [this](http_request& request, http_body& body) {
+        http_answer answer = handle_jsonrpc(request, body);
+        log_access(request, answer);
         return answer;
     });
-    http_.on_get(config_.sse_endpoint, [this](http_request& request) {
-        http_answer answer = handle_sse(request);
-        log_access(request, "GET", answer);
+    http_.on_get(config_.sse_endpoint, [this](const http_request& request, std::function<void()> cut_connection) {
+        http_answer answer = handle_sse(request, std::move(cut_connection));
+        log_access(request, answer);
         return answer;
     });
 }
 
 // On purpose without CORS headers: a page from elsewhere is not to read even that it was refused.
 std::optional<http_answer> server::refuse_foreign(const http_request& request) {
-    const char* const part = foreign_part(request.remote_address, request.headers());
+    const char* const part = foreign_part(request.remote_address, request.headers);
     if (!part) return std::nullopt;
     log_warning("Refused ", request.remote_address, ":", request.remote_port, ": its ", part,
                 " is not this machine (ORVANICXR_LOCAL_ONLY=1)");
@@ -123,10 +130,15 @@ std::optional<http_answer> server::refuse_foreign(const http_request& request) {
                        .body = R"({"error":"Only this machine is served"})"};
 }
 
-http_answer server::handle_sse(http_request& request) {
+http_answer server::handle_sse(const http_request& request, std::function<void()> cut_connection) {
     http_answer answer{.status = 200, .content_type = "text/event-stream", .headers = kStreamHeaders};
-    if (!request.head_only) answer.stream = sessions_->open_session(std::move(request.cut_connection));
-    return answer;
+    if (request.method == "HEAD") return answer;
+    answer.stream = sessions_->open_session(std::move(cut_connection));
+    if (answer.stream) return answer;
+    return {.status = 503,
+            .content_type = "application/json",
+            .headers = kNoStreamHeaders,
+            .body = R"({"error":"Server busy"})"};
 }
 
 void server::run_listener() noexcept {

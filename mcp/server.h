@@ -80,9 +80,10 @@ class server {
     void sweep_inactive_sessions();
 
     // The POST route: checks `request`, hands it to the pool and gives the acknowledgement.
-    http_answer handle_jsonrpc(http_request& request);
-    // The GET route: opens a session, whose stream is part of the answer.
-    http_answer handle_sse(http_request& request);
+    http_answer handle_jsonrpc(http_request& request, http_body& body);
+    // The GET route: opens a session, whose stream is part of the answer. `cut_connection` ends that stream's
+    // connection, from any thread.
+    http_answer handle_sse(const http_request& request, std::function<void()> cut_connection);
 
  private:
     enum class listen_state { idle, listening, failed };
@@ -100,7 +101,7 @@ class server {
     void run_maintenance() noexcept;
     void end_maintenance();
 
-    http_answer accept_request(http_request& request);
+    http_answer accept_request(http_request& request, http_body& posted);
     void answer_request(const json_rpc_request& request, const std::string& session_id, const header_map& headers,
                         event_dispatcher& dispatcher) noexcept;
     void deliver(std::string frame, const std::string& session_id, event_dispatcher& dispatcher);

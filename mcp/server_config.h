@@ -7,6 +7,8 @@
 #include <string>
 #include <thread>
 
+#include "mcp/connection_workers.h"
+
 namespace mcp {
 
 // Every pause and limit of a server. The defaults are what clients rely on; tests shorten them.
@@ -20,6 +22,8 @@ struct server_timings {
     std::chrono::milliseconds stop_pause{300};          // for streams to notice that the server stops
     std::chrono::milliseconds join_budget{2000};        // for the session threads to end, all together ...
     std::chrono::milliseconds join_patience{100};       // ... and each of them
+    std::chrono::milliseconds silence{5000};            // a connection silent for so long is ended ...
+    std::chrono::milliseconds request_time{60000};      // ... and one whose request takes longer to come
 };
 
 struct server_config {
@@ -35,6 +39,7 @@ struct server_config {
     std::size_t all_bodies_limit = 64u << 20;      // bytes of all requests in hand; those beyond get 503
     std::size_t untaken_answer_limit = 64u << 20;  // bytes a session may leave unread before its stream is closed
     bool local_only = false;                       // 403 for whoever is not this machine; see local_only.h
+    connection_limits connections = default_connection_limits();
     server_timings timings;
 };
 

@@ -41,8 +41,13 @@ http_answer refused(int status, const std::string& error) {
 
 http_answer refused_body(int status) {
     switch (status) {
+        case 408:
+            return refused(status, "Request timeout");
         case 413:
             return refused(status, "Payload too large");
+        case 415:
+        case 501:
+            return refused(status, "Unsupported encoding");
         case 503:
             return refused(status, "Server busy");
         default:
@@ -92,9 +97,9 @@ std::string message_frame(const json_rpc_response& response, const std::string& 
 
 }  // namespace
 
-http_answer server::handle_jsonrpc(http_request& request) {
+http_answer server::handle_jsonrpc(http_request& request, http_body& body) {
     try {
-        return request.refusal == 0 ? accept_request(request) : refused_body(request.refusal);
+        return body.refusal == 0 ? accept_request(request, body) : refused_body(body.refusal);
     } catch (const std::exception& e) {
         log_error("Exception while accepting a request: ", e.what());
     } catch (...) {
@@ -103,12 +108,12 @@ http_answer server::handle_jsonrpc(http_request& request) {
     return refused(500, "Internal server error");
 }
 
-http_answer server::accept_request(http_request& request) {
+http_answer server::accept_request(http_request& request, http_body& posted) {
     const std::string& session_id = request.session_id;
     if (const auto open = sessions_->find(session_id)) open->touch();
     json body;
     try {
-        body = parse_json(request.body);
+        body = parse_json(posted.text);
     } catch (const std::exception& e) {
         log_error("Failed to parse JSON request: ", e.what());
         return refused(400, "Invalid JSON");
@@ -128,13 +133,13 @@ http_answer server::accept_request(http_request& request) {
     }
     if (rpc.method != "ping") {
         log_info("POST /message accepted: method=", rpc.method, name_part(rpc), " session=", session_id,
-                 " body_bytes=", request.body.size());
+                 " body_bytes=", posted.text.size());
     }
     header_map headers;
-    if (rpc.method == "initialize") headers = request.headers();
+    if (rpc.method == "initialize") headers = std::move(request.headers);
     workers_.enqueue([this, rpc = std::move(rpc), session_id, headers = std::move(headers),
                       dispatcher = std::move(dispatcher),
-                      budget_share = request.budget_share] { answer_request(rpc, session_id, headers, *dispatcher); });
+                      budget_share = posted.budget_share] { answer_request(rpc, session_id, headers, *dispatcher); });
     return accepted();
 }
 

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <memory>
 #include <stdexcept>
 #include <utility>
@@ -65,6 +66,7 @@ bool raw_socket::receive(std::chrono::steady_clock::time_point deadline) {
         throw std::runtime_error("nothing came in time; so far: " + received_.substr(0, 500));
     }
     std::array<char, 65536> bytes;
+    errno = 0;
     const ssize_t count = recv(socket_, bytes.data(), bytes.size(), 0);
     if (count > 0) received_.append(bytes.data(), static_cast<std::size_t>(count));
     return count > 0;
@@ -87,6 +89,14 @@ std::string raw_socket::read_bytes(std::size_t count) {
     std::string bytes = received_.substr(0, count);
     received_.erase(0, count);
     return bytes;
+}
+
+std::string raw_socket::read_to_end() {
+    const auto deadline = std::chrono::steady_clock::now() + kClientPatience;
+    while (receive(deadline)) {
+    }
+    if (errno != 0) throw std::runtime_error("reset after: " + received_.substr(0, 500));
+    return std::exchange(received_, {});
 }
 
 bool raw_socket::ends_within(std::chrono::milliseconds patience) {

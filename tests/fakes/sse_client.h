@@ -21,6 +21,8 @@ class raw_socket {
     // Everything up to and including `end`.
     std::string read_until(std::string_view end, std::chrono::milliseconds patience = kClientPatience);
     std::string read_bytes(std::size_t count);
+    // Everything up to the end of the connection. A reset is no end.
+    std::string read_to_end();
     // Waits for the peer to end the connection, over whatever still comes.
     bool ends_within(std::chrono::milliseconds patience);
     // False once the peer has ended the connection and all it sent was read.

@@ -1,11 +1,13 @@
 #include "mcp/connection_workers.h"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 
 #include <atomic>
 #include <chrono>
 #include <future>
 #include <thread>
+#include <tuple>
 
 namespace mcp {
 namespace {
@@ -18,7 +20,7 @@ TEST(ConnectionWorkers, BurstOfStreamsIsServedAtOnce) {
     std::promise<void> all_served;
     std::promise<void> end;
     const std::shared_future<void> ended = end.get_future().share();
-    connection_workers workers({.kept_workers = 4, .workers = 40, .connections = 100, .patience = 0ms});
+    connection_workers workers({.kept_workers = 4, .workers = 40, .patience = 0ms, .streams = 0});
     workers.enqueue([] {});
     for (int i = 0; i < 40; ++i) {
         ASSERT_TRUE(workers.enqueue([&] {
@@ -30,12 +32,12 @@ TEST(ConnectionWorkers, BurstOfStreamsIsServedAtOnce) {
     end.set_value();
 }
 
-TEST(ConnectionWorkers, ConnectionWaitsBeyondTheWorkersAndIsTurnedAwayBeyondTheLimit) {
+TEST(ConnectionWorkers, ConnectionIsTurnedAwayWhenAllWorkersStayBusy) {
     std::atomic<int> served = 0;
     std::promise<void> end;
     const std::shared_future<void> ended = end.get_future().share();
     {
-        connection_workers workers({.kept_workers = 1, .workers = 2, .connections = 5, .patience = 1ms});
+        connection_workers workers({.kept_workers = 1, .workers = 5, .patience = 1ms, .streams = 0});
         const auto serve = [&] {
             ended.wait();
             ++served;
@@ -51,7 +53,7 @@ TEST(ConnectionWorkers, ConnectionWaitsBeyondTheWorkersAndIsTurnedAwayBeyondTheL
 TEST(ConnectionWorkers, ConnectionBeyondTheLimitIsTakenAsSoonAsOneHasEnded) {
     std::atomic<int> served = 0;
     {
-        connection_workers workers({.kept_workers = 1, .workers = 2, .connections = 3, .patience = 20s});
+        connection_workers workers({.kept_workers = 1, .workers = 3, .patience = 20s, .streams = 0});
         for (int i = 0; i < 50; ++i) {
             EXPECT_TRUE(workers.enqueue([&] {
                 std::this_thread::sleep_for(1ms);
@@ -62,8 +64,21 @@ TEST(ConnectionWorkers, ConnectionBeyondTheLimitIsTakenAsSoonAsOneHasEnded) {
     EXPECT_EQ(served, 50);
 }
 
+TEST(ConnectionWorkers, TakeNoMoreThanAThirdOfTheDescriptorsWithinBounds) {
+    rlimit usual{};
+    getrlimit(RLIMIT_NOFILE, &usual);
+    for (const auto& [descriptors, workers, streams] :
+         {std::tuple(100u, 64u, 48u), {600u, 200u, 150u}, {4096u, 512u, 384u}}) {
+        const rlimit set{.rlim_cur = descriptors, .rlim_max = usual.rlim_max};
+        ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &set), 0);
+        EXPECT_EQ(default_connection_limits().workers, workers);
+        EXPECT_EQ(default_connection_limits().streams, streams);
+    }
+    setrlimit(RLIMIT_NOFILE, &usual);
+}
+
 TEST(ConnectionWorkers, ShutDownTakeNothingMore) {
-    connection_workers workers({.kept_workers = 1, .workers = 2, .connections = 5, .patience = 0ms});
+    connection_workers workers({.kept_workers = 1, .workers = 5, .patience = 0ms, .streams = 0});
     workers.shutdown();
     EXPECT_FALSE(workers.enqueue([] {}));
 }

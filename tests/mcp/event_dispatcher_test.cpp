@@ -48,9 +48,14 @@ class recording_sink final : public frame_sink {
 class EventDispatcher : public testing::Test {
  protected:
     // Has a worker wait, and gives it the time to get there.
-    std::future<bool> WaitElsewhere() {
-        auto waiting = std::async(std::launch::async, [this] { return dispatcher_.await_frame(&sink_, 10s); });
-        std::this_thread::sleep_for(20ms);
+    static std::future<bool> WaitElsewhere(event_dispatcher& dispatcher, recording_sink& sink) {
+        const auto starts = std::make_shared<std::promise<void>>();
+        auto waiting = std::async(std::launch::async, [&dispatcher, &sink, starts] {
+            starts->set_value();
+            return dispatcher.await_frame(&sink, 30s);
+        });
+        starts->get_future().wait();
+        std::this_thread::sleep_for(50ms);
         return waiting;
     }
 
@@ -62,7 +67,7 @@ TEST_F(EventDispatcher, FramePostedBeforeTheWaitIsReplacedByTheNext) {
     dispatcher_.post_frame("old");
     EXPECT_FALSE(dispatcher_.await_frame(&sink_, 1ms));
     EXPECT_EQ(sink_.written(), "");
-    auto waiting = WaitElsewhere();
+    auto waiting = WaitElsewhere(dispatcher_, sink_);
     dispatcher_.post_frame("new");
     EXPECT_TRUE(waiting.get());
     EXPECT_EQ(sink_.written(), "new");
@@ -80,7 +85,7 @@ TEST_F(EventDispatcher, AnswersPostedBeforeTheWaitAreAllWrittenInOneGo) {
 }
 
 TEST_F(EventDispatcher, WhoPostsAnAnswerWritesItOnlyWhereThereIsRoom) {
-    auto waiting = WaitElsewhere();
+    auto waiting = WaitElsewhere(dispatcher_, sink_);
     dispatcher_.post_answer("one ");
     EXPECT_EQ(sink_.writers(), std::vector{std::this_thread::get_id()});
     sink_.room = false;
@@ -118,8 +123,7 @@ TEST_F(EventDispatcher, FailedWriteCloses) {
         sink.throws = throws;
         sink.fails = true;
         sink.room = lent;
-        auto waiting = std::async(std::launch::async, [&] { return dispatcher.await_frame(&sink, 10s); });
-        std::this_thread::sleep_for(20ms);
+        auto waiting = WaitElsewhere(dispatcher, sink);
         const auto is_thrown_from = [](const auto& work) {
             try {
                 work();
@@ -135,7 +139,7 @@ TEST_F(EventDispatcher, FailedWriteCloses) {
 }
 
 TEST_F(EventDispatcher, CloseAndReleaseEndAWait) {
-    auto released = WaitElsewhere();
+    auto released = WaitElsewhere(dispatcher_, sink_);
     dispatcher_.release_reader();
     EXPECT_FALSE(released.get());
     EXPECT_EQ(dispatcher_.post_answer("late"), post_result::stored);
@@ -151,14 +155,14 @@ TEST_F(EventDispatcher, CloseAndReleaseEndAWait) {
 
 TEST_F(EventDispatcher, PauseEndsWithTheSession) {
     std::atomic<bool> keep_on = true;
-    auto paused = std::async(std::launch::async, [&] { dispatcher_.pause(10s, keep_on); });
+    auto paused = std::async(std::launch::async, [&] { dispatcher_.pause(1h, keep_on); });
     keep_on = false;
     dispatcher_.wake();
-    EXPECT_EQ(paused.wait_for(5s), std::future_status::ready);
+    EXPECT_EQ(paused.wait_for(30s), std::future_status::ready);
     keep_on = true;
-    paused = std::async(std::launch::async, [&] { dispatcher_.pause(10s, keep_on); });
+    paused = std::async(std::launch::async, [&] { dispatcher_.pause(1h, keep_on); });
     dispatcher_.close();
-    EXPECT_EQ(paused.wait_for(5s), std::future_status::ready);
+    EXPECT_EQ(paused.wait_for(30s), std::future_status::ready);
 }
 
 // Many post while one waits again and again, with a sink that has room only now and then.
