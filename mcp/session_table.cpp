@@ -7,38 +7,69 @@
 
 #include "diagnostics/clock.h"
 #include "diagnostics/mcp_logger.h"
-#include "mcp/sse.h"
 
 namespace mcp {
+namespace {
+
+// Enough for the calls that are still in flight when their session ends.
+constexpr std::size_t kRememberedSessions = 1000;
+
+}  // namespace
 
 session_table::session_thread::~session_thread() {
     if (thread.joinable()) thread.detach();
 }
 
-session_table::session_table(const server_config& config)
+session_table::open_stream::open_stream(std::shared_ptr<session_table> of, std::shared_ptr<event_dispatcher> from)
+    : table(std::move(of)), dispatcher(std::move(from)) {}
+
+session_table::open_stream::~open_stream() {
+    if (!session_id.empty()) table->end_stream(session_id);
+}
+
+session_table::session_table(const server_config& config, std::function<std::string()> draw_id)
     : timings_(config.timings),
       msg_endpoint_(config.msg_endpoint),
-      untaken_answer_limit_(config.untaken_answer_limit) {}
+      untaken_answer_limit_(config.untaken_answer_limit),
+      stream_limit_(config.connections.streams),
+      draw_id_(std::move(draw_id)) {}
 
 stream_source session_table::open_session(std::function<void()> cut_connection) {
-    const std::string session_id = make_session_id();
     const auto dispatcher = std::make_shared<event_dispatcher>(untaken_answer_limit_);
-    const std::shared_ptr<session_table> table = shared_from_this();
-    std::shared_ptr<void> closes_session(nullptr, [table, session_id](void*) { table->close_session(session_id); });
+    const auto stream = std::make_shared<open_stream>(shared_from_this(), dispatcher);
     {
         // Held until the thread is in its place: the thread takes it out when it ends.
         const std::lock_guard lock(mutex_);
-        session& opened = sessions_[session_id];
+        if (streams_ >= stream_limit_) return {};
+        stream->session_id = new_id_locked();
+        ++streams_;
+        session& opened = sessions_[stream->session_id];
         opened.dispatcher = dispatcher;
         opened.cut_connection = std::move(cut_connection);
-        std::packaged_task<void()> body(
-            [table, session_id, dispatcher] { run_session(table, session_id, *dispatcher); });
+        std::packaged_task<void()> body([table = stream->table, session_id = stream->session_id, dispatcher] {
+            run_session(table, session_id, *dispatcher);
+        });
         opened.thread.ended = body.get_future();
         opened.thread.thread = std::thread(std::move(body));
     }
-    return [table, session_id, dispatcher, closes_session](frame_sink& sink) {
-        return table->write_stream(session_id, *dispatcher, sink);
+    return [stream](frame_sink& sink) {
+        return stream->table->write_stream(stream->session_id, *stream->dispatcher, sink);
     };
+}
+
+void session_table::end_stream(const std::string& session_id) noexcept {
+    close_session(session_id);
+    const std::lock_guard lock(mutex_);
+    --streams_;
+}
+
+// New among those that are remembered as well: it is not to begin with what another one left.
+std::string session_table::new_id_locked() const {
+    std::string id = draw_id_();
+    while (sessions_.contains(id) || session_initialized_.contains(id) || session_protocol_versions_.contains(id)) {
+        id = draw_id_();
+    }
+    return id;
 }
 
 std::shared_ptr<event_dispatcher> session_table::find(const std::string& session_id) const {
@@ -120,6 +151,7 @@ void session_table::close_session(const std::string& session_id) noexcept {
         {
             const std::lock_guard lock(mutex_);
             closed = sessions_.extract(session_id);
+            if (!closed.empty()) remember_locked(session_id);
         }
         if (closed.empty()) return;
         closed.mapped().dispatcher->close();
@@ -129,6 +161,14 @@ void session_table::close_session(const std::string& session_id) noexcept {
     } catch (...) {
         log_error("Unknown exception while cleaning up session resources: ");
     }
+}
+
+void session_table::remember_locked(const std::string& session_id) {
+    closed_.push_back(session_id);
+    if (closed_.size() <= kRememberedSessions) return;
+    session_initialized_.erase(closed_.front());
+    session_protocol_versions_.erase(closed_.front());
+    closed_.pop_front();
 }
 
 void session_table::sweep_inactive_sessions() {
@@ -179,7 +219,7 @@ bool session_table::is_session_ready(const std::string& session_id) const noexce
 
 void session_table::set_protocol_version(const std::string& session_id, const std::string& version) {
     const std::lock_guard lock(mutex_);
-    session_protocol_versions_[session_id] = version;
+    if (sessions_.contains(session_id)) session_protocol_versions_[session_id] = version;
 }
 
 void session_table::end_sessions() {

@@ -37,7 +37,7 @@ class log_lines {
     }
     // Waits for a line.
     bool has(const std::string& text) {
-        for (int tries = 0; tries < 1000; ++tries) {
+        for (int tries = 0; tries < 6000; ++tries) {
             {
                 const std::lock_guard lock(mutex_);
                 const auto found = std::find_if(lines_.begin(), lines_.end(), [&](const std::string& line) {
@@ -59,6 +59,7 @@ inline server_timings short_timings() {
     server_timings timings;
     timings.endpoint_delay = std::chrono::milliseconds(5);
     timings.stop_pause = std::chrono::milliseconds(5);
+    timings.silence = std::chrono::hours(1);  // who waits for that where he need not is seen
     return timings;
 }
 
