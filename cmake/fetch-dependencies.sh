@@ -58,6 +58,9 @@ fetch_openxr() {
   find "$target/openxr" -mindepth 1 -not -path '*/include*' \( -type f -o -type l \) -delete
 }
 
+# Tried: 0.41.0, oldest and newest alike, since no suite of the mirror has a newer one. The server uses it to read the
+# heads of requests (mcp/request_head.cpp); 0.18.7 of Debian 13 neither bounds how many headers one has, nor refuses
+# two lengths that differ.
 fetch_httplib() {
   own_apt source --download-only cpp-httplib/trixie-backports >/dev/null 2>&1 ||
     own_apt source --download-only cpp-httplib >/dev/null || give_up "the mirror has no newer cpp-httplib"

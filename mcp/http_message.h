@@ -17,21 +17,21 @@ using header_map = std::map<std::string, std::string>;
 
 // The head of a request.
 struct http_request {
-    std::string remote_address;
+    std::string remote_address = {};
     int remote_port = 0;
     std::string method;  // as it was sent, and so are the others but for the path
     std::string version = "HTTP/1.1";
-    std::string path;        // decoded, without the query
-    std::string session_id;  // the query key of that name; empty if absent
-    header_map headers;
+    std::string path = {};        // decoded, without the query
+    std::string session_id = {};  // the query key of that name; empty if absent
+    header_map headers = {};
 };
 
 // The body of a request, as far as it was taken.
 struct http_body {
-    std::string text;
+    std::string text = {};
     int refusal = 0;  // the status to answer with, where the body could not be taken; else 0
     // What it takes of the memory for requests, to be kept until the request is done with. Null where a test makes it.
-    std::shared_ptr<body_budget::share> budget_share;
+    std::shared_ptr<body_budget::share> budget_share = nullptr;
 };
 
 struct http_header {
