@@ -1,6 +1,5 @@
 #include "layer/instance_hooks.h"
 
-#include <cstring>
 #include <memory>
 #include <set>
 #include <span>
@@ -16,7 +15,9 @@
 #include "diagnostics/logger.h"
 #include "diagnostics/telemetry.h"
 #include "external/external_tool_manager.h"
+#include "external/fixed_text.h"
 #include "layer/action_maps.h"
+#include "layer/available_extensions.h"
 #include "layer/binding_mirror.h"
 #include "layer/dispatch/dispatch.h"
 #include "layer/hook_support.h"
@@ -29,44 +30,8 @@
 namespace orvanic_xr {
 namespace {
 
-template <std::size_t kSize>
-std::string FixedSizeText(const char (&text)[kSize]) {
-    return std::string(text, strnlen(text, kSize));
-}
-
 std::span<const char* const> Names(std::uint32_t count, const char* const* names) {
     return names ? std::span(names, count) : std::span<const char* const>();
-}
-
-std::set<std::string> AvailableExtensions(PFN_xrGetInstanceProcAddr next) {
-    PFN_xrEnumerateInstanceExtensionProperties enumerate = nullptr;
-    next(XR_NULL_HANDLE, "xrEnumerateInstanceExtensionProperties", reinterpret_cast<PFN_xrVoidFunction*>(&enumerate));
-    if (!enumerate) {
-        LogWarning("xrEnumerateInstanceExtensionProperties function is not available");
-        return {};
-    }
-    std::uint32_t count = 0;
-    XrResult result = enumerate(nullptr, 0, &count, nullptr);
-    if (XR_FAILED(result)) {
-        LogWarning("Failed to enumerate instance extensions (first call), result: ", result);
-        return {};
-    }
-    if (count == 0) {
-        LogInfo("No instance extensions available");
-        return {};
-    }
-    std::vector<XrExtensionProperties> properties(count, {XR_TYPE_EXTENSION_PROPERTIES, nullptr, {}, 0});
-    result = enumerate(nullptr, count, &count, properties.data());
-    if (XR_FAILED(result)) {
-        LogWarning("Failed to enumerate instance extensions (second call), result: ", result);
-        return {};
-    }
-    std::set<std::string> available;
-    for (const XrExtensionProperties& extension : properties) {
-        if (extension.extensionName[0] != '\0') available.insert(FixedSizeText(extension.extensionName));
-    }
-    LogInfo("Queried available extensions, count: ", available.size());
-    return available;
 }
 
 // What goes down in place of the application's create info: with the wanted extensions, without our own. The
@@ -105,9 +70,9 @@ class DownstreamCreateInfo {
 InstanceState DescribeApplication(const XrInstanceCreateInfo& record) {
     InstanceState state;
     state.valid = true;
-    state.applicationName = FixedSizeText(record.applicationInfo.applicationName);
+    state.applicationName = TextOf(record.applicationInfo.applicationName);
     state.applicationVersion = record.applicationInfo.applicationVersion;
-    state.engineName = FixedSizeText(record.applicationInfo.engineName);
+    state.engineName = TextOf(record.applicationInfo.engineName);
     state.engineVersion = record.applicationInfo.engineVersion;
     state.apiVersion = record.applicationInfo.apiVersion;
     for (const char* name : Names(record.enabledApiLayerCount, record.enabledApiLayerNames)) {
@@ -134,7 +99,7 @@ XrResult CreateInstance(const XrInstanceCreateInfo& info, const XrApiLayerCreate
     LogFileSink::instance().begin_session("api_layer");
     if (chain.left_out_a_copy) LogInfo("Another copy of this layer lies below and is left out");
 
-    std::set<std::string> available = AvailableExtensions(next);
+    std::set<std::string> available = AvailableExtensions(chain);
     const DownstreamCreateInfo downstream(info, available);
     XrInstance handle = instance;
     const XrResult result = chain.next_create_api_layer_instance(&downstream.record(), &chain.create_info, &handle);

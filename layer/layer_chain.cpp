@@ -9,12 +9,6 @@ namespace {
 
 constexpr std::string_view kLayerNames[] = {"XR_APILAYER_KESTX_orvanic", "XR_APILAYER_KESTX_velmoor"};
 
-bool ValidNextInfo(const XrApiLayerNextInfo& next) {
-    static_assert(sizeof(XrApiLayerNextInfo) == 296);
-    return next.structType == XR_LOADER_INTERFACE_STRUCT_API_LAYER_NEXT_INFO && next.structVersion != 0 &&
-           next.structSize >= sizeof(XrApiLayerNextInfo);
-}
-
 bool IsOwn(const XrApiLayerNextInfo& entry) {
     const std::string_view name(entry.layerName, strnlen(entry.layerName, sizeof entry.layerName));
     return std::ranges::find(kLayerNames, name) != std::end(kLayerNames);
@@ -26,7 +20,7 @@ bool HasFunctions(const XrApiLayerNextInfo& entry) {
 
 // Another copy of this layer somewhere below `entry`, on the part of the chain that can be read.
 bool OwnBelow(const XrApiLayerNextInfo* entry) {
-    for (; entry && ValidNextInfo(*entry); entry = entry->next) {
+    for (; entry && IsReadable(*entry); entry = entry->next) {
         if (IsOwn(*entry)) return true;
     }
     return false;
@@ -34,13 +28,19 @@ bool OwnBelow(const XrApiLayerNextInfo* entry) {
 
 }  // namespace
 
+bool IsReadable(const XrApiLayerNextInfo& entry) {
+    static_assert(sizeof(XrApiLayerNextInfo) == 296);
+    return entry.structType == XR_LOADER_INTERFACE_STRUCT_API_LAYER_NEXT_INFO && entry.structVersion != 0 &&
+           entry.structSize >= sizeof(XrApiLayerNextInfo);
+}
+
 bool ValidCreateInfo(const XrApiLayerCreateInfo* info) {
     static_assert(sizeof(XrApiLayerCreateInfo) == 544);
     if (!info || info->structType != XR_LOADER_INTERFACE_STRUCT_API_LAYER_CREATE_INFO || info->structVersion == 0 ||
         info->structSize < sizeof(XrApiLayerCreateInfo) || !info->nextInfo) {
         return false;
     }
-    return ValidNextInfo(*info->nextInfo) && IsOwn(*info->nextInfo) && HasFunctions(*info->nextInfo);
+    return IsReadable(*info->nextInfo) && IsOwn(*info->nextInfo) && HasFunctions(*info->nextInfo);
 }
 
 ChainBelow::ChainBelow(const XrApiLayerCreateInfo& info)
@@ -55,7 +55,7 @@ ChainBelow::ChainBelow(const XrApiLayerCreateInfo& info)
 void ChainBelow::LeaveOutOtherCopies(const XrApiLayerNextInfo& own) {
     relinked_.push_back(own);
     XrApiLayerNextInfo* above = &relinked_.back();
-    while (above->next && ValidNextInfo(*above->next)) {
+    while (above->next && IsReadable(*above->next)) {
         const XrApiLayerNextInfo& entry = *above->next;
         if (IsOwn(entry) && HasFunctions(entry)) {
             // What lies below the copy moves up into its place.

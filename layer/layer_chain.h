@@ -12,6 +12,9 @@ namespace orvanic_xr {
 // and the first entry must bear one of the layer's names.
 bool ValidCreateInfo(const XrApiLayerCreateInfo* info);
 
+// Whether an entry of the loader's chain is the published record or a larger one; its `next` may be followed then.
+bool IsReadable(const XrApiLayerNextInfo& entry);
+
 // What is handed to the next layer, and the two functions to reach it by.
 //
 // An application can enable both names of the layer, and the loader then creates it twice, one above the other.

@@ -226,6 +226,20 @@ moves_relative_to_the_view() {
   done
 }
 
+# Another layer between ours and the runtime, which doesn't tell what the runtime has.
+over_api_dump() {
+  local manifests=$build/api_dump
+  [ -d "$manifests" ] || { echo "skipped: the package openxr-layer-apidump can't be had"; exit 77; }
+  export XR_API_LAYER_PATH=$XR_API_LAYER_PATH:$manifests XR_API_DUMP_FILE_NAME=$scratch/dump
+  XR_ENABLE_API_LAYERS=$XR_ENABLE_API_LAYERS:XR_APILAYER_LUNARG_api_dump start demo "$build/bin/velmoor_demo"
+  wait_for_line demo 'FOCUSED, [0-9.]* frames a second'
+  expect_of XR_EXT_local_floor openxr_get_instance_info '{"include_enabled_extensions": true}'
+  expect_of true openxr_set_head_pose '{"position": [0, 1.6, 0]}'
+  kill -INT "$pid"
+  ended_well demo
+  grep -q xrSetInputDeviceLocationEXT "$scratch/dump" || fail "the other layer was not between"
+}
+
 # An application in C, with a tool for each thread.
 tools_in_c() {
   start c_application "$build/bin/external_tools_c"

@@ -182,6 +182,42 @@ TEST_F(InstanceHooks, RuntimeThatDoesNotTellItsExtensionsCostsAWarning) {
     EXPECT_EQ(warnings_of_creation(), "Failed to enumerate instance extensions (second call), result: -11");
 }
 
+// A layer below that doesn't tell its extensions hides nothing of what lies below it.
+TEST_F(InstanceHooks, LayersBelowAMuteOneAreAskedForTheirExtensions) {
+    const auto mute = [](XrInstance, const char*, PFN_xrVoidFunction* function) {
+        *function = nullptr;
+        return XR_ERROR_HANDLE_INVALID;
+    };
+    const PFN_xrEnumerateInstanceExtensionProperties of_a_layer = [](const char*, std::uint32_t capacity,
+                                                                     std::uint32_t* count, auto* properties) {
+        *count = 1;
+        if (capacity > 0) std::strcpy(properties->extensionName, "XR_OF_A_LAYER");
+        return XR_SUCCESS;
+    };
+    static const auto enumerate = reinterpret_cast<PFN_xrVoidFunction>(of_a_layer);
+    const auto telling = [](XrInstance, const char*, PFN_xrVoidFunction* function) {
+        *function = enumerate;
+        return XR_SUCCESS;
+    };
+    const auto create = FakeRuntime::next_create_api_layer_instance();
+    XrApiLayerNextInfo unreadable = NextInfo("XR_APILAYER_D", mute, create);
+    unreadable.structSize = 8;
+    XrApiLayerNextInfo lowest =
+        NextInfo("XR_APILAYER_C", FakeRuntime::next_get_instance_proc_addr(), create, &unreadable);
+    XrApiLayerNextInfo lower = NextInfo("XR_APILAYER_B", telling, create, &lowest);
+    XrApiLayerNextInfo low = NextInfo("XR_APILAYER_A", nullptr, create, &lower);
+    next_info_ = NextInfo(kVelmoor, mute, create, &low);
+    runtime_.extensions = {"XR_EXT_local_floor"};
+    EXPECT_EQ(Create(), XR_SUCCESS);
+    EXPECT_THAT(ContextManager::instance().getInstanceState().availableExtensions,
+                ElementsAre("XR_EXT_local_floor", "XR_OF_A_LAYER"));
+    EXPECT_TRUE(ContextManager::instance().isExtensionEnabled("XR_EXT_local_floor"));
+    // One that answers is not gone behind.
+    next_info_.nextGetInstanceProcAddr = telling;
+    EXPECT_EQ(Create(), XR_SUCCESS);
+    EXPECT_THAT(ContextManager::instance().getInstanceState().availableExtensions, ElementsAre("XR_OF_A_LAYER"));
+}
+
 TEST_F(InstanceHooks, RefusedInstanceStillLeavesTableStateAndTools) {
     runtime_.answer("xrCreateApiLayerInstance", XR_ERROR_LIMIT_REACHED);
     instance_ = HandleFromValue<XrInstance>(0x77);
