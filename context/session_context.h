@@ -34,6 +34,9 @@ struct SimulatedPoseSlot {
     bool valid = false;  // recorded at least once
 };
 
+// What the runtime makes of the layer's action set in xrSyncActions.
+enum class OwnSet : std::uint8_t { kUntried, kAttached, kRefused };
+
 class SessionContext {
  public:
     explicit SessionContext(XrSession session);
@@ -103,6 +106,8 @@ class SessionContext {
     std::atomic<bool> conformance_automation_active = false;
     // Set while a tool is at that.
     std::atomic_flag automation_activating;
+
+    std::atomic<OwnSet> own_set = OwnSet::kUntried;
 
  private:
     SessionContext() = default;

@@ -1,5 +1,7 @@
 #include "layer/action_maps.h"
 
+#include "xr/pose_math.h"
+
 namespace orvanic_xr {
 
 ActionMaps& ActionMaps::instance() {
@@ -15,9 +17,9 @@ void ActionMaps::AddPoseKinds(XrAction action, PoseKinds kinds) {
     known.isAim |= kinds.isAim;
 }
 
-void ActionMaps::AddSpace(XrSpace space, const ActionSpace& entry) {
+void ActionMaps::AddSpace(XrSpace space, const ActionSpace& entry, const XrPosef& offset) {
     std::lock_guard lock(mutex_);
-    actionSpaces[space] = entry;
+    actionSpaces[space] = {entry, offset};
     poseActions.insert(entry.action);
 }
 
@@ -25,11 +27,17 @@ std::optional<ActionMaps::Located> ActionMaps::FindSpace(XrSpace space, bool not
     std::lock_guard lock(mutex_);
     const auto found = actionSpaces.find(space);
     if (found == actionSpaces.end()) return std::nullopt;
-    Located located = {found->second};
+    Located located = {found->second.space};
     const auto kinds = actionPoseKinds.find(located.action);
     located.isGrip = kinds != actionPoseKinds.end() && kinds->second.isGrip;
     located.first_time = note_first_time && seenLocateSpaces.insert(space).second;
     return located;
+}
+
+XrPosef ActionMaps::OffsetOf(XrSpace space) const {
+    std::lock_guard lock(mutex_);
+    const auto found = actionSpaces.find(space);
+    return found == actionSpaces.end() ? kIdentityPose : found->second.offset;
 }
 
 bool ActionMaps::HasSpaceOf(XrAction action) const {
@@ -46,7 +54,7 @@ void ActionMaps::ForgetAction(XrAction action) {
     std::lock_guard lock(mutex_);
     actionPoseKinds.erase(action);
     poseActions.erase(action);
-    std::erase_if(actionSpaces, [&](const auto& entry) { return entry.second.action == action; });
+    std::erase_if(actionSpaces, [&](const auto& entry) { return entry.second.space.action == action; });
 }
 
 void ActionMaps::Clear() {

@@ -22,6 +22,7 @@ struct PoseKinds {
 struct ActionSpace {
     XrAction action = XR_NULL_HANDLE;
     std::int32_t hand = kUnknownHand;
+    bool has_offset = false;  // its poseInActionSpace is not the identity
 };
 
 // Any thread. The mutex is held for the lookups alone, never across a runtime call or a log line.
@@ -36,11 +37,12 @@ class ActionMaps {
 
     // Kinds only ever come to an action; one that is bound to both has both.
     void AddPoseKinds(XrAction action, PoseKinds kinds);
-    void AddSpace(XrSpace space, const ActionSpace& entry);
+    void AddSpace(XrSpace space, const ActionSpace& entry, const XrPosef& offset = {});
 
     // On the hot path: one lookup for a space that is not the application's action space, and no allocation
     // unless `note_first_time`.
     std::optional<Located> FindSpace(XrSpace space, bool note_first_time);
+    XrPosef OffsetOf(XrSpace space) const;   // the identity for a space that is not known any more
     bool HasSpaceOf(XrAction action) const;  // recorded at any time, also when the space is gone
 
     void ForgetSpace(XrSpace space);
@@ -51,7 +53,11 @@ class ActionMaps {
     // Guards all four.
     mutable std::mutex mutex_;
     std::unordered_map<XrAction, PoseKinds> actionPoseKinds;
-    std::unordered_map<XrSpace, ActionSpace> actionSpaces;
+    struct KnownSpace {
+        ActionSpace space;
+        XrPosef offset;  // not looked at by most, so not copied with the rest
+    };
+    std::unordered_map<XrSpace, KnownSpace> actionSpaces;
     std::unordered_set<XrAction> poseActions;  // those with a recorded space
     std::unordered_set<XrSpace> seenLocateSpaces;
 };

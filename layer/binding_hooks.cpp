@@ -50,16 +50,26 @@ void NoteSuggestion(XrInstance instance, XrPath profile_path, std::span<const Xr
     BindingMirror::instance().Note(profile, bindings);
 }
 
-// The application's bindings and the layer's behind them. An action that could not be made is left out: the next
-// layer would refuse the application's bindings with it.
-std::vector<XrActionSuggestedBinding> WithOwnBindings(std::span<const XrActionSuggestedBinding> bindings,
-                                                      const SessionContext& context) {
-    std::vector<XrActionSuggestedBinding> all(bindings.begin(), bindings.end());
-    if (context.ended()) return all;
-    for (const XrActionSuggestedBinding& own : context.SuggestedBindings()) {
-        if (own.action) all.push_back(own);
+// The codes with which a runtime may refuse a call for the sake of what the layer put into it.
+bool MayComeOfWidening(XrResult result) {
+    switch (result) {
+        case XR_ERROR_VALIDATION_FAILURE:
+        case XR_ERROR_HANDLE_INVALID:
+        case XR_ERROR_PATH_INVALID:
+        case XR_ERROR_PATH_UNSUPPORTED:
+        case XR_ERROR_ACTIONSETS_ALREADY_ATTACHED:
+        case XR_ERROR_ACTIONSET_NOT_ATTACHED:
+            return true;
+        default:
+            return false;
     }
-    return all;
+}
+
+void LogRefusedSuggestion(XrInstance instance, XrPath profile_path, XrResult refusal) {
+    const std::string profile = TextFromPath(instance, profile_path);
+    if (!BindingMirror::instance().NoteRefusal(profile)) return;
+    LogWarning("Bindings for ", profile, " were refused with the orvanic ones among them, XrResult=", refusal,
+               "; suggesting them as they came");
 }
 
 XrResult SuggestBindings(XrInstance instance, const XrInteractionProfileSuggestedBinding* suggested) {
@@ -88,14 +98,20 @@ XrResult SuggestBindings(XrInstance instance, const XrInteractionProfileSuggeste
     // A suggestion takes the instance: the application may destroy the session meanwhile.
     const auto pass = context->EnterRuntime();
     std::vector<XrActionSuggestedBinding> all;
-    if (!GuardOwnWork(kSuggestGuard, [&] { all = WithOwnBindings(bindings, *context); })) {
-        return suggest(instance, suggested);
-    }
+    const auto widen = [&] {
+        all.assign(bindings.begin(), bindings.end());
+        AppendOwnBindings(*context, all);
+    };
+    if (!GuardOwnWork(kSuggestGuard, widen)) return suggest(instance, suggested);
     XrInteractionProfileSuggestedBinding widened = *suggested;
     widened.countSuggestedBindings = static_cast<std::uint32_t>(all.size());
     widened.suggestedBindings = all.data();
     LogInfo("Appending ", all.size() - bindings.size(), " orvanic bindings to ", bindings.size(), " original bindings");
-    const XrResult result = suggest(instance, &widened);
+    XrResult result = suggest(instance, &widened);
+    if (all.size() > bindings.size() && MayComeOfWidening(result)) {
+        GuardOwnWork(kSuggestGuard, [&] { LogRefusedSuggestion(instance, suggested->interactionProfile, result); });
+        result = suggest(instance, suggested);
+    }
     if (XR_FAILED(result)) {
         LogError("OrvanicLayerXrSuggestInteractionProfileBindings failed");
     } else {
@@ -112,10 +128,12 @@ XrResult AttachActionSets(XrSession session, const XrSessionActionSetsAttachInfo
         LogError("attachInfo is null");
         return XR_ERROR_VALIDATION_FAILURE;
     }
-    GuardOwnWork(kAttachGuard, EnsureProntoControllerPlusBindingsSuggested);
+    const auto context = ContextManager::instance().getSessionContext(session);
+    GuardOwnWork(kAttachGuard, [&] {
+        if (context) EnsureProntoControllerPlusBindingsSuggested(*context);
+    });
     if (!CanWiden(attach_info->countActionSets, attach_info->actionSets)) return attach(session, attach_info);
 
-    const auto context = ContextManager::instance().getSessionContext(session);
     if (!context) {
         LogWarning("Session context not found, calling next without appending action set");
         return attach(session, attach_info);
@@ -135,6 +153,7 @@ XrResult AttachActionSets(XrSession session, const XrSessionActionSetsAttachInfo
     if (XR_FAILED(result)) {
         LogError("OrvanicLayerXrAttachSessionActionSets failed");
     } else {
+        context->own_set = OwnSet::kAttached;
         LogInfo("OrvanicLayerXrAttachSessionActionSets succeeded");
     }
     return result;
@@ -161,6 +180,18 @@ XrResult SyncWithOwnSet(PFN_xrSyncActions sync, XrSession session, const XrActio
     return sync(session, &widened);
 }
 
+// After a sync that was refused with the layer's set in it. Once that set is attached the refusal is the
+// application's own, unless it is gone without the layer's set.
+XrResult SyncAsItCame(PFN_xrSyncActions sync, XrSession session, const XrActionsSyncInfo& sync_info, XrResult refusal,
+                      SessionContext& context) {
+    const XrResult result = sync(session, &sync_info);
+    if (context.own_set == OwnSet::kAttached && XR_FAILED(result)) return result;
+    context.own_set = OwnSet::kRefused;
+    LogWarning("Sync was refused with the orvanic action set in it, XrResult=", refusal,
+               "; syncing as the application does until action sets are attached");
+    return result;
+}
+
 XrResult SyncActions(XrSession session, const XrActionsSyncInfo* sync_info) {
     const auto sync = NextFunction(&NextDispatchTable::SyncActions, "xrSyncActions");
     if (!sync) return XR_ERROR_RUNTIME_FAILURE;
@@ -179,7 +210,9 @@ XrResult SyncActions(XrSession session, const XrActionsSyncInfo* sync_info) {
         LogWarning("Orvanic action set is null, calling next without appending active action set");
         return sync(session, sync_info);
     }
-    const XrResult result = SyncWithOwnSet(sync, session, *sync_info, context->actionSet);
+    if (context->own_set == OwnSet::kRefused) return sync(session, sync_info);
+    XrResult result = SyncWithOwnSet(sync, session, *sync_info, context->actionSet);
+    if (MayComeOfWidening(result)) result = SyncAsItCame(sync, session, *sync_info, result, *context);
     if (XR_FAILED(result)) LogError("OrvanicLayerXrSyncActions failed");
     return result;
 }

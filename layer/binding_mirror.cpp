@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "context/context_manager.h"
+#include "context/session_context.h"
 #include "diagnostics/logger.h"
 #include "layer/dispatch/dispatch.h"
 #include "layer/dispatch/paths.h"
@@ -54,6 +55,10 @@ void BindingMirror::Note(const std::string& profile, std::span<const XrActionSug
     const bool is_mirrored = profile == kProntoControllerPlusProfile;
     if (is_mirrored) LogInfo("App suggested bindings for pronto_controller_plus");
     std::lock_guard lock(mutex_);
+    if (std::exchange(session_ended_, false)) {
+        suggestedBindingsByProfile.clear();
+        appSuggestedProntoBindings = false;
+    }
     if (is_mirrored) {
         appSuggestedProntoBindings = true;
     } else if (!bindings.empty()) {
@@ -66,12 +71,61 @@ SuggestedBindingsByProfile BindingMirror::ToMirror() const {
     return appSuggestedProntoBindings ? SuggestedBindingsByProfile() : suggestedBindingsByProfile;
 }
 
+void BindingMirror::NoteSessionEnd() {
+    std::lock_guard lock(mutex_);
+    session_ended_ = true;
+}
+
+bool BindingMirror::NoteRefusal(const std::string& profile) {
+    std::lock_guard lock(mutex_);
+    return refused_profiles_.insert(profile).second;
+}
+
+void BindingMirror::NoteAction(XrAction action, XrActionSet set) {
+    std::lock_guard lock(mutex_);
+    sets_of_actions_[action] = set;
+}
+
+void BindingMirror::ForgetAction(XrAction action) {
+    std::lock_guard lock(mutex_);
+    ForgetActionLocked(action);
+}
+
+std::vector<XrAction> BindingMirror::ForgetActionsOf(XrActionSet set) {
+    std::lock_guard lock(mutex_);
+    std::vector<XrAction> actions;
+    for (const auto& [action, its_set] : sets_of_actions_) {
+        if (its_set == set) actions.push_back(action);
+    }
+    for (const XrAction action : actions) ForgetActionLocked(action);
+    return actions;
+}
+
+void BindingMirror::ForgetActionLocked(XrAction action) {
+    sets_of_actions_.erase(action);
+    for (auto& [profile, bindings] : suggestedBindingsByProfile) {
+        std::erase_if(bindings, [&](const XrActionSuggestedBinding& binding) { return binding.action == action; });
+    }
+    std::erase_if(suggestedBindingsByProfile, [](const auto& entry) { return entry.second.empty(); });
+}
+
 void BindingMirror::ForgetBindings() {
     std::lock_guard lock(mutex_);
     suggestedBindingsByProfile.clear();
+    appSuggestedProntoBindings = false;
+    session_ended_ = false;
+    refused_profiles_.clear();
+    sets_of_actions_.clear();
 }
 
-void EnsureProntoControllerPlusBindingsSuggested() {
+void AppendOwnBindings(const SessionContext& context, std::vector<XrActionSuggestedBinding>& bindings) {
+    if (context.ended()) return;
+    for (const XrActionSuggestedBinding& own : context.SuggestedBindings()) {
+        if (own.action) bindings.push_back(own);
+    }
+}
+
+void EnsureProntoControllerPlusBindingsSuggested(const SessionContext& context) {
     const SuggestedBindingsByProfile by_profile = BindingMirror::instance().ToMirror();
     if (by_profile.empty()) {
         LogInfo("EnsureProntoControllerPlusBindingsSuggested: nothing to do");
@@ -99,6 +153,8 @@ void EnsureProntoControllerPlusBindingsSuggested() {
         "mirroring ",
         mirrored.size(), " translated bindings from {", Joined(by_profile),
         "} so ZAMS conformance automation mock devices can bind app actions");
+    // The same devices feed the layer's own actions, which no other suggestion binds to this profile.
+    AppendOwnBindings(context, mirrored);
     const XrInteractionProfileSuggestedBinding suggestion = {XR_TYPE_INTERACTION_PROFILE_SUGGESTED_BINDING, nullptr,
                                                              profile, static_cast<std::uint32_t>(mirrored.size()),
                                                              mirrored.data()};

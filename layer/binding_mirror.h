@@ -7,11 +7,15 @@
 
 #include <map>
 #include <mutex>
+#include <set>
 #include <span>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 namespace orvanic_xr {
+
+class SessionContext;
 
 using SuggestedBindingsByProfile = std::map<std::string, std::vector<XrActionSuggestedBinding>>;
 
@@ -20,23 +24,43 @@ class BindingMirror {
  public:
     static BindingMirror& instance();
 
-    // Replaces what was noted for `profile`. The mirrored profile itself is only noted as suggested.
+    // Replaces what was noted for `profile`. The mirrored profile itself is only noted as suggested. The first time
+    // after the end of a session everything older goes: an application that suggests anew has made its actions anew.
     void Note(const std::string& profile, std::span<const XrActionSuggestedBinding> bindings);
+    void NoteSessionEnd();
+
+    // Whether this is the first suggestion for `profile` that was refused with the layer's bindings in it.
+    bool NoteRefusal(const std::string& profile);
+
+    // An action that was destroyed, by itself or with its set, is not handed to the runtime again.
+    void NoteAction(XrAction action, XrActionSet set);
+    void ForgetAction(XrAction action);
+    std::vector<XrAction> ForgetActionsOf(XrActionSet set);  // which those were
 
     // What there is to mirror: nothing if the application suggested for the mirrored profile itself.
     SuggestedBindingsByProfile ToMirror() const;
 
-    // The actions are gone with their instance, and must not be handed to the runtime of another.
+    // The instance is gone, with its actions and all that was suggested to it.
     void ForgetBindings();
 
  private:
-    // Guards both.
+    void ForgetActionLocked(XrAction action);
+
+    // Guards all of them.
     mutable std::mutex mutex_;
     SuggestedBindingsByProfile suggestedBindingsByProfile;
     bool appSuggestedProntoBindings = false;
+    bool session_ended_ = false;  // since the last suggestion
+    std::set<std::string> refused_profiles_;
+    std::unordered_map<XrAction, XrActionSet> sets_of_actions_;
 };
 
-// Suggests the mirrored bindings to the next layer. A failure is logged and changes nothing for the application.
-void EnsureProntoControllerPlusBindingsSuggested();
+// The layer's bindings, behind those that are there. An action that could not be made is left out: the next layer
+// would refuse the application's bindings with it.
+void AppendOwnBindings(const SessionContext& context, std::vector<XrActionSuggestedBinding>& bindings);
+
+// Suggests the mirrored bindings to the next layer, and with them those of `context`, whose session is about to have
+// its action sets attached. A failure is logged and changes nothing for the application.
+void EnsureProntoControllerPlusBindingsSuggested(const SessionContext& context);
 
 }  // namespace orvanic_xr

@@ -29,6 +29,11 @@ struct HookGuard {
     void (*after_report)() noexcept = nullptr;    // runs last, when all is logged
 };
 
+// For hooks of which telemetry does not hear.
+constexpr HookGuard Quiet(const char* name) {
+    return {name, XR_ERROR_RUNTIME_FAILURE, false};
+}
+
 // Logs "Exception in <hook>" and tells telemetry if the guard says so.
 void ReportHookException(const HookGuard& guard) noexcept;
 

@@ -2,6 +2,7 @@
 
 #include "diagnostics/verbose.h"
 #include "external/registration.h"
+#include "layer/action_hooks.h"
 #include "layer/binding_hooks.h"
 #include "layer/dispatch/dispatch.h"
 #include "layer/frame_hooks.h"
@@ -44,7 +45,9 @@ const HookRow kHooks[] = {
     {"xrGetActionStateFloat", Erased(OrvanicLayerXrGetActionStateFloat), true},
     {"xrGetActionStateBoolean", Erased(OrvanicLayerXrGetActionStateBoolean), true},
     {"xrDestroySpace", Erased(OrvanicLayerXrDestroySpace)},
+    {"xrCreateAction", Erased(OrvanicLayerXrCreateAction)},
     {"xrDestroyAction", Erased(OrvanicLayerXrDestroyAction)},
+    {"xrDestroyActionSet", Erased(OrvanicLayerXrDestroyActionSet)},
     {"xrOrvanicRegisterExternalToolKESTX1", Erased(OrvanicLayerXrOrvanicRegisterExternalToolKESTX1)},
 };
 

@@ -12,6 +12,7 @@
 #include "diagnostics/telemetry.h"
 #include "external/external_tool_manager.h"
 #include "layer/action_maps.h"
+#include "layer/binding_mirror.h"
 #include "layer/hook_support.h"
 #include "scene/scene_context.h"
 #include "tools/simulation/pose_animation_manager.h"
@@ -100,6 +101,7 @@ void DropSession(XrSession session) {
     ContextManager::instance().removeSceneContext(session);
     ContextManager::instance().removeSessionContext(session);
     ActionMaps::instance().Clear();
+    BindingMirror::instance().NoteSessionEnd();
 }
 
 void NoteSessionState(const XrEventDataSessionStateChanged& event) {

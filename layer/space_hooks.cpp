@@ -1,5 +1,6 @@
 #include "layer/space_hooks.h"
 
+#include <cstring>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -18,10 +19,6 @@
 namespace orvanic_xr {
 namespace {
 
-constexpr HookGuard Quiet(const char* name) {
-    return {name, XR_ERROR_RUNTIME_FAILURE, false};
-}
-
 std::int32_t HandOfPath(const std::string& path) {
     if (path == "/user/hand/left") return kLeftHand;
     if (path == "/user/hand/right") return kRightHand;
@@ -37,7 +34,9 @@ void NoteActionSpace(const XrActionSpaceCreateInfo& info, XrSpace space) {
     }
     LogDebug("[inputdiag] CreateActionSpace space=", space, " action=", info.action, " subactionPath=", path,
              " hand=", hand);
-    ActionMaps::instance().AddSpace(space, {info.action, hand});
+    const XrPosef& offset = info.poseInActionSpace;
+    const bool has_offset = std::memcmp(&offset, &kIdentityPose, sizeof offset) != 0;
+    ActionMaps::instance().AddSpace(space, {info.action, hand, has_offset}, offset);
 }
 
 // The application's action space, with the debug line at its first locate.
@@ -78,6 +77,11 @@ std::optional<XrPosef> LocateSimulated(PFN_xrLocateSpace locate_space, const Act
     return PoseInSpace(locate_space, context->stageSpace, base_space, time, *pose);
 }
 
+// Apart from the hook, whose own composition is inlined only where there is no second call.
+[[gnu::noinline, gnu::flatten]] void AddOffset(XrSpace space, XrPosef& pose) {
+    pose = Compose(pose, ActionMaps::instance().OffsetOf(space));
+}
+
 XrResult LocateSpace(XrSpace space, XrSpace base_space, XrTime time, XrSpaceLocation* location) {
     const auto locate_space = NextFunction(&NextDispatchTable::LocateSpace, "xrLocateSpace");
     if (!locate_space) return XR_ERROR_RUNTIME_FAILURE;
@@ -86,6 +90,8 @@ XrResult LocateSpace(XrSpace space, XrSpace base_space, XrTime time, XrSpaceLoca
         if (const auto pose = LocateSimulated(locate_space, *action_space, base_space, time)) {
             // On purpose the runtime is not asked about the space, and a `next` chain is left as it is.
             location->pose = *pose;
+            if (action_space->has_offset) [[unlikely]]
+                AddOffset(space, location->pose);
             location->locationFlags = kPoseValidAndTracked;
             return XR_SUCCESS;
         }
@@ -199,14 +205,6 @@ XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrDestroySpace(XrSpace space) {
         ActionMaps::instance().ForgetSpace(space);
         const auto destroy = NextFunction(&NextDispatchTable::DestroySpace, "xrDestroySpace");
         return destroy ? destroy(space) : XR_ERROR_RUNTIME_FAILURE;
-    });
-}
-
-XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrDestroyAction(XrAction action) {
-    return GuardHook(Quiet("OrvanicLayerXrDestroyAction"), [&] {
-        ActionMaps::instance().ForgetAction(action);
-        const auto destroy = NextFunction(&NextDispatchTable::DestroyAction, "xrDestroyAction");
-        return destroy ? destroy(action) : XR_ERROR_RUNTIME_FAILURE;
     });
 }
 

@@ -27,6 +27,5 @@ XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrGetActionStateBoolean(XrSession ses
                                                                    XrActionStateBoolean* state);
 
 XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrDestroySpace(XrSpace space);
-XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrDestroyAction(XrAction action);
 
 }  // namespace orvanic_xr

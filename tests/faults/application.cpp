@@ -7,6 +7,7 @@
 #include <thread>
 #include <utility>
 
+#include "layer/action_hooks.h"
 #include "layer/binding_hooks.h"
 #include "layer/frame_hooks.h"
 #include "layer/hooks.h"

@@ -101,6 +101,55 @@ TEST_F(BindingHooks, SuggestionThatIsRefusedGoesBackAsItIs) {
     EXPECT_THAT(log_.messages("ERROR"), ElementsAre("OrvanicLayerXrSuggestInteractionProfileBindings failed"));
 }
 
+TEST_F(BindingHooks, RefusalThatTheLayersBindingsMayHaveCausedIsTriedWithoutThem) {
+    OpenSession();
+    const XrAction fire = MakeAction("fire");
+    const std::string as_it_came = SuggestCall(kSimple, "fire /user/hand/left/input/select/click");
+    const auto suggest = [&](XrResult refusal) {
+        runtime_.answer_once("xrSuggestInteractionProfileBindings", refusal);
+        return Suggest(kSimple, {{fire, "/user/hand/left/input/select/click"}});
+    };
+    for (const XrResult refusal : {XR_ERROR_PATH_UNSUPPORTED, XR_ERROR_ACTIONSETS_ALREADY_ATTACHED,
+                                   XR_ERROR_HANDLE_INVALID, XR_ERROR_PATH_INVALID, XR_ERROR_VALIDATION_FAILURE}) {
+        runtime_.take_calls();
+        EXPECT_EQ(suggest(refusal), XR_SUCCESS) << refusal;
+        EXPECT_THAT(SuggestCalls(), ElementsAre(HasSubstr(kOwnBindings), as_it_came));
+    }
+    EXPECT_THAT(log_.messages("WARNING"),
+                ElementsAre("Bindings for " + std::string(kSimple) +
+                            " were refused with the orvanic ones among them, XrResult=-22; suggesting them as they "
+                            "came"))
+        << "once for each profile";
+    EXPECT_EQ(suggest(XR_ERROR_INSTANCE_LOST), XR_ERROR_INSTANCE_LOST);
+}
+
+TEST_F(BindingHooks, RefusedSyncGoesOnWithoutTheLayersSetUntilItIsAttached) {
+    const XrSession session = OpenSession();
+    const XrActionSet game = MakeActionSet("game");
+    const std::string widened = "xrSyncActions(session1, [game, orvanic_xr_action_set])";
+    const std::string as_it_came = "xrSyncActions(session1, [game])";
+    const auto calls_of_sync = [&](XrResult result) {
+        runtime_.take_calls();
+        EXPECT_EQ(Sync(session, {{game, XR_NULL_PATH}}), result);
+        return runtime_.take_calls();
+    };
+    runtime_.answer_once("xrSyncActions", XR_ERROR_ACTIONSET_NOT_ATTACHED);
+    EXPECT_THAT(calls_of_sync(XR_SUCCESS), ElementsAre(widened, as_it_came));
+    EXPECT_THAT(calls_of_sync(XR_SUCCESS), ElementsAre(as_it_came));
+    EXPECT_THAT(log_.messages("WARNING"),
+                ElementsAre("Sync was refused with the orvanic action set in it, XrResult=-46; syncing as the "
+                            "application does until action sets are attached"));
+    runtime_.answer_once("xrAttachSessionActionSets", XR_ERROR_HANDLE_INVALID);
+    Attach(session, {game});
+    EXPECT_THAT(calls_of_sync(XR_SUCCESS), ElementsAre(as_it_came));
+    Attach(session, {game});
+    EXPECT_THAT(calls_of_sync(XR_SUCCESS), ElementsAre(widened));
+    runtime_.answer("xrSyncActions", XR_ERROR_ACTIONSET_NOT_ATTACHED);
+    EXPECT_THAT(calls_of_sync(XR_ERROR_ACTIONSET_NOT_ATTACHED), ElementsAre(widened, as_it_came));
+    runtime_.behave("xrSyncActions");
+    EXPECT_THAT(calls_of_sync(XR_SUCCESS), ElementsAre(widened)) << "the refusal was the application's own";
+}
+
 TEST_F(BindingHooks, ProfileWithoutANameIsNotRemembered) {
     OpenSession();
     const XrAction hand = MakeAction("hand");
@@ -201,7 +250,8 @@ TEST_F(BindingHooks, AttachMirrorsWhatWasSuggestedForOtherProfiles) {
     EXPECT_THAT(SuggestCalls(), ElementsAre(SuggestCall(kPronto,
                                                         "fire /user/hand/left/input/trigger/value, "
                                                         "menu /user/hand/right/input/system/click, "
-                                                        "menu /user/hand/left/input/trigger/value")));
+                                                        "menu /user/hand/left/input/trigger/value, " +
+                                                            std::string(kOwnBindings))));
     EXPECT_EQ(runtime_.calls().back(), "xrAttachSessionActionSets(session1, [orvanic_xr_action_set])");
     EXPECT_THAT(
         log_.messages("INFO"),
@@ -224,7 +274,8 @@ TEST_F(BindingHooks, MirrorTakesTheLastSuggestionOfAProfile) {
     Suggest(kSimple, {});  // takes nothing away
     runtime_.take_calls();
     Attach(session, {});
-    EXPECT_THAT(SuggestCalls(), ElementsAre(SuggestCall(kPronto, "fire /user/hand/right/input/a/click")));
+    EXPECT_THAT(SuggestCalls(),
+                ElementsAre(HasSubstr(", [fire /user/hand/right/input/a/click, " + std::string(kOwnBindings))));
 }
 
 TEST_F(BindingHooks, ApplicationThatKnowsTheProfileGetsNoMirror) {
@@ -261,7 +312,7 @@ TEST_F(BindingHooks, MirrorThatFailsStopsNoAttach) {
     Suggest(kSimple, {{fire, "/user/hand/left/input/trigger/value"}, {fire, "/user/hand/left/input/x/click"}});
     runtime_.on("xrStringToPath", string_to_path_refusing("/user/hand/left/input/trigger/value"));
     EXPECT_THAT(attach(), ElementsAre("Mirror: xrStringToPath failed for /user/hand/left/input/trigger/value"));
-    EXPECT_THAT(SuggestCalls(), ElementsAre(HasSubstr("[fire /user/hand/left/input/x/click]")));
+    EXPECT_THAT(SuggestCalls(), ElementsAre(HasSubstr("[fire /user/hand/left/input/x/click, orvanic")));
     runtime_.on("xrStringToPath", string_to_path_refusing(kPronto));
     EXPECT_THAT(attach(), ElementsAre("Failed to resolve " + std::string(kPronto) + "; skipping mirror"));
     EXPECT_THAT(SuggestCalls(), IsEmpty());

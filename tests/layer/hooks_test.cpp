@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "diagnostics/verbose.h"
+#include "layer/action_hooks.h"
 #include "layer/binding_hooks.h"
 #include "layer/frame_hooks.h"
 #include "layer/instance_hooks.h"
@@ -56,6 +57,8 @@ const HookRow kRows[] = {
     {"LocateSpace", [] { return OrvanicLayerXrLocateSpace({}, {}, 0, nullptr); }, kFailure, false},
     {"GetActionStatePose", [] { return OrvanicLayerXrGetActionStatePose({}, nullptr, nullptr); }, kFailure, false},
     {"DestroySpace", [] { return OrvanicLayerXrDestroySpace({}); }, kFailure, false},
+    {"CreateAction", [] { return OrvanicLayerXrCreateAction({}, nullptr, nullptr); }, kFailure, false},
+    {"DestroyActionSet", [] { return OrvanicLayerXrDestroyActionSet({}); }, kFailure, false},
     {"DestroyAction", [] { return OrvanicLayerXrDestroyAction({}); }, kFailure, false},
 };
 
@@ -110,7 +113,7 @@ TEST_F(Hooks, LookupFindsEveryHookByItsExactName) {
     std::vector<std::string> names = {"GetInstanceProcAddr", "GetActionStateFloat", "GetActionStateBoolean",
                                       "OrvanicRegisterExternalToolKESTX1"};
     for (const HookRow& row : kRows) names.push_back(row.function);
-    EXPECT_EQ(names.size(), 21u);
+    EXPECT_EQ(names.size(), 23u);
     PFN_xrVoidFunction function = nullptr;
     for (const std::string& name : names) {
         EXPECT_EQ(Lookup(("xr" + name).c_str(), function), XR_SUCCESS) << name;

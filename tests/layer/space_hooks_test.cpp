@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "diagnostics/verbose.h"
+#include "layer/action_hooks.h"
 #include "tests/layer/hook_fixture.h"
 
 namespace orvanic_xr {
