@@ -12,12 +12,12 @@
 namespace simulator {
 namespace {
 
-// The path is a source of the profile, or the part of one ("input/trigger") of which the runtime picks the
-// component.
+// The path is a source of the profile, or one without its component ("input/trigger"), which the runtime then picks.
 bool Offers(const Profile& profile, TopLevel top, std::string_view rest) {
-    const std::string parent = std::string(rest) + "/";
+    const bool names_source = rest.find('/') != std::string_view::npos;
     return std::any_of(profile.sources.begin(), profile.sources.end(), [&](const Source& source) {
-        return (source.tops & BitOf(top)) && (source.path == rest || source.path.substr(0, parent.size()) == parent);
+        const std::string_view parent = source.path.substr(0, source.path.rfind('/'));
+        return (source.tops & BitOf(top)) && (source.path == rest || (names_source && parent == rest));
     });
 }
 
@@ -69,25 +69,6 @@ void ResolveAll(const Instance& instance, Input& input) {
         for (const SuggestedBinding& suggestion : suggestions) {
             if (!input.IsAttached(*suggestion.action->set)) continue;
             if (auto binding = Resolve(*profile, suggestion)) bindings.push_back(std::move(*binding));
-        }
-    }
-}
-
-// Grip and aim mean the same on every hand controller. A pose action that names one of them in the suggestion for
-// any profile follows it on the others, too, where those leave the action without a source for that hand.
-void ShareHandPoses(const Instance& instance, Input& input) {
-    for (auto& [profile, bindings] : input.bindings_by_profile) {
-        for (const auto& [other, suggestions] : instance.suggestions) {
-            for (const SuggestedBinding& suggestion : suggestions) {
-                if (suggestion.action->type != XR_ACTION_TYPE_POSE_INPUT) continue;
-                if (!input.IsAttached(*suggestion.action->set)) continue;
-                auto shared = Resolve(*profile, suggestion);
-                if (!shared || (shared->top != TopLevel::kLeftHand && shared->top != TopLevel::kRightHand)) continue;
-                const bool has_source = std::any_of(bindings.begin(), bindings.end(), [&](const Binding& binding) {
-                    return binding.action == shared->action && binding.top == shared->top;
-                });
-                if (!has_source) bindings.push_back(std::move(*shared));
-            }
         }
     }
 }
@@ -156,7 +137,6 @@ XrResult AttachSessionActionSets(XrSession session, const XrSessionActionSetsAtt
         for (const auto& set : sets) set->attached = true;
         owner.input.attached = std::move(sets);
         ResolveAll(*owner.instance, owner.input);
-        ShareHandPoses(*owner.instance, owner.input);
         return XR_SUCCESS;
     });
 }

@@ -48,6 +48,7 @@ TEST_F(SimulatorActions, SuggestedPathsHaveToBeThoseOfTheProfile) {
         {kTouchProfile, action, "/user/hand/left/input/a/click", XR_ERROR_PATH_UNSUPPORTED},
         {kTouchProfile, action, "/user/hand/right/input/a/click", XR_SUCCESS},
         {kTouchProfile, action, "/user/hand/left", XR_ERROR_PATH_UNSUPPORTED},
+        {kTouchProfile, action, "/user/hand/left/input", XR_ERROR_PATH_UNSUPPORTED},
         {kTouchProfile, XR_NULL_HANDLE, trigger, XR_ERROR_HANDLE_INVALID},
         {index, action, "/user/hand/left/input/a/click", XR_SUCCESS},
         {simple, action, trigger, XR_ERROR_PATH_UNSUPPORTED},

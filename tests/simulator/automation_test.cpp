@@ -119,11 +119,15 @@ TEST_F(SimulatorAutomation, ProfileIsSelectedAtTheNextSync) {
 
 TEST_F(SimulatorAutomation, DeviceFeedsNothingThatWasNotSuggestedForItsProfile) {
     const XrAction fire = MakeAction(set_, "fire", XR_ACTION_TYPE_FLOAT_INPUT);
-    Play({{fire, "/user/hand/left/input/trigger/value"}}, kTouchProfile);
+    const XrAction aim = MakeAction(set_, "aim", XR_ACTION_TYPE_POSE_INPUT);
+    const XrAction other = MakeAction(set_, "other", XR_ACTION_TYPE_FLOAT_INPUT);
+    Suggest(kTouchProfile, {{fire, "/user/hand/left/input/trigger/value"}, {aim, "/user/hand/left/input/aim/pose"}});
+    Play({{other, "/user/hand/left/input/squeeze/value"}});
     SetFloat(kLeft, "input/trigger/value", 1.0f);
     SyncSet();
+    EXPECT_EQ(Float(other).isActive, XrBool32{XR_TRUE});
     EXPECT_EQ(Float(fire).isActive, XrBool32{XR_FALSE});
-    EXPECT_EQ(ProfileOf(kLeft), "");
+    EXPECT_EQ(StateOf(GetActionStatePose, XR_TYPE_ACTION_STATE_POSE, session_, aim).isActive, XrBool32{XR_FALSE});
 }
 
 TEST_F(SimulatorAutomation, ValuesReachTheActionsAndStay) {
