@@ -41,6 +41,9 @@ target_compile_definitions(velmoor_httplib INTERFACE CPPHTTPLIB_SEND_FLAGS=MSG_N
 
 find_package(nlohmann_json 3.11 REQUIRED)
 
+# Of the graphics interfaces headers alone: nothing of them is linked.
+find_path(VELMOOR_VULKAN_INCLUDE_DIR NAMES vulkan/vulkan.h REQUIRED)
+
 find_package(fmt 9 REQUIRED)
 
 find_path(VELMOOR_STB_INCLUDE_DIR NAMES stb_image_write.h PATH_SUFFIXES stb REQUIRED)

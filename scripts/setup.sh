@@ -3,7 +3,7 @@
 
 build_tools=(cmake:cmake ninja:ninja-build c++:g++ pkg-config:pkg-config xz:xz-utils)
 build_packages=(nlohmann-json3-dev libfmt-dev libstb-dev libopenxr-loader1 libgtest-dev libgmock-dev libbenchmark-dev
-  libpng-dev)
+  libpng-dev libvulkan-dev)
 
 say() { echo "run: $*" >&2; }
 fail() { say "$@"; exit 1; }
@@ -87,6 +87,13 @@ build() {
   shift
   say "build $directory"
   cmake --build "$directory" --parallel "$(nproc)" ${1:+--target "$@"} >&2 || fail "building $directory failed"
+}
+
+# Drivers in software, and what checks their use. Without them the tests that render are skipped.
+need_rendering_drivers() {
+  local packages=(mesa-vulkan-drivers vulkan-validationlayers)
+  command -v apt-get >/dev/null || return 0
+  (need_packages "${packages[@]}") || say "no ${packages[*]}: tests that render may be skipped"
 }
 
 # The clients from npm. Where they can't be had the tests with them are skipped; CI insists where it has Node.js.

@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "simulator/instance.h"
+#include "simulator/renderer/composition.h"
 #include "simulator/renderer/picture.h"
 #include "simulator/runtime.h"
 #include "simulator/session.h"
@@ -28,10 +29,22 @@ constexpr std::uint32_t kBothEyes = 3;
 
 // What has to be known for one call, taken with the mutex locked.
 struct Shot {
+    std::size_t eye = 0;
     WorldView world;
     std::shared_ptr<RoomToDraw> room;
-    Settings::EyeSize size;
+    Settings::EyeSize size = {};
+    // Null in a headless session; it may end at any time.
+    std::shared_ptr<Session> rendering;
+    std::uint64_t waits = 0;
+    std::shared_ptr<const SubmittedFrame> frame;
 };
+
+// What the application shows, where it shows anything. The runtime's mutex is open while this waits.
+std::shared_ptr<const SubmittedFrame> FrameOf(const Shot& shot) {
+    std::unique_lock lock(Runtime::instance().mutex);
+    if (!shot.rendering->running) Refuse(XR_ERROR_SESSION_NOT_RUNNING);
+    return shot.rendering->requests.Await(lock, shot.eye, shot.waits);
+}
 
 std::shared_ptr<Session> RunningSession(const Runtime& runtime, XrSession handle) {
     auto session = runtime.Get(handle);
@@ -60,7 +73,8 @@ Settings::EyeSize ToldSize(const Settings& settings, bool for_pixels) {
     }
 }
 
-Shot Take(Session& session, SimulatorCompositorCaptureInfo& info) {
+Shot Take(const std::shared_ptr<Session>& taken, SimulatorCompositorCaptureInfo& info) {
+    Session& session = *taken;
     Capture& capture = session.capture;
     const auto eye = static_cast<std::uint32_t>(info.eye);
     if ((capture.eyes & eye) == 0) Refuse(XR_ERROR_CALL_ORDER_INVALID);
@@ -70,7 +84,14 @@ Shot Take(Session& session, SimulatorCompositorCaptureInfo& info) {
     const Settings::EyeSize told = ToldSize(settings, info.pixels != nullptr);
     *info.width_output = told.width;
     *info.height_output = told.height;
-    return {LookAtWorld(session, session.frames.LatestDisplayTime(Now())), capture.room, settings.eye_size};
+    Shot shot;
+    shot.eye = eye - 1;
+    shot.world = LookAtWorld(session, session.frames.LatestDisplayTime(Now()));
+    shot.room = capture.room;
+    shot.size = settings.eye_size;
+    if (session.graphics) shot.rendering = taken;
+    shot.waits = session.frames.wait_calls;
+    return shot;
 }
 
 }  // namespace
@@ -101,14 +122,19 @@ XrResult CaptureSimulatorCompositorOutputKESTX1(XrSession session, SimulatorComp
     const XrResult result = Guarded([&](Runtime& runtime) {
         const auto captured = RunningSession(runtime, session);
         CheckInfo(info);
-        shot = Take(*captured, *info);
+        shot = Take(captured, *info);
         return XR_SUCCESS;
     });
     if (XR_FAILED(result) || !info->pixels) return result;
     return WithoutThrowing([&] {
-        const std::size_t eye = info->eye == 1 ? 0 : 1;
-        const LitRoom& room = shot.room->Lit(shot.world.things);
-        DrawPicture(shot.world, room, eye, shot.size.width, shot.size.height, info->pixels);
+        if (shot.rendering) shot.frame = FrameOf(shot);
+        if (shot.frame) shot.world = shot.frame->world;
+        const bool room_is_seen = !shot.frame || shot.frame->mode != XR_ENVIRONMENT_BLEND_MODE_OPAQUE;
+        const auto [width, height] = shot.size;
+        if (room_is_seen) {
+            DrawPicture(shot.world, shot.room->Lit(shot.world.things), shot.eye, width, height, info->pixels);
+        }
+        if (shot.frame) Compose(shot.frame->layers, shot.frame->eye, shot.frame->mode, width, height, info->pixels);
         return XR_SUCCESS;
     });
 }

@@ -1,5 +1,6 @@
 // XR_KESTX1_simulator_compositor_output_capture: a picture of what an eye sees at this moment, drawn when it is asked
-// for. Checks are strict, in this order: handle, session running, record, capture started.
+// for. Where an application renders, that is the frame that it begins next, and the call waits for it. Checks are
+// strict, in this order: handle, session running, record, capture started.
 #pragma once
 
 #include <openxr/openxr.h>

@@ -16,6 +16,8 @@ inline constexpr char kSpatialEntityStorage[] = "XR_KS_spatial_entity_storage";
 inline constexpr char kSpatialEntityContainer[] = "XR_KS_spatial_entity_container";
 inline constexpr char kScene[] = "XR_KS_scene";
 inline constexpr char kCompositorCapture[] = "XR_KESTX1_simulator_compositor_output_capture";
+inline constexpr char kVulkanEnable[] = "XR_KHR_vulkan_enable";
+inline constexpr char kVulkanEnable2[] = "XR_KHR_vulkan_enable2";
 inline constexpr char kHeadless[] = "XR_MND_headless";
 
 struct Extension {
@@ -27,6 +29,8 @@ struct Extension {
 
 inline constexpr Extension kExtensions[] = {
     {kHeadless, 2, nullptr},
+    {kVulkanEnable, 10, nullptr},
+    {kVulkanEnable2, 4, nullptr},
     {kLocalFloor, 1, nullptr},
     {kConformanceAutomation, 3, nullptr},
     {kProntoProfile, 1, nullptr},

@@ -52,6 +52,14 @@ XrTime AwaitTick(Runtime& runtime, std::unique_lock<std::mutex>& lock, XrSession
     return tick;
 }
 
+void CheckEnd(const Runtime& runtime, const std::shared_ptr<Session>& session, const XrFrameEndInfo& info) {
+    if (info.displayTime <= 0) Refuse(XR_ERROR_TIME_INVALID);
+    if (!IsOffered(info.environmentBlendMode)) Refuse(XR_ERROR_ENVIRONMENT_BLEND_MODE_UNSUPPORTED);
+    if (info.layerCount > XR_MIN_COMPOSITION_LAYERS_SUPPORTED) Refuse(XR_ERROR_LAYER_LIMIT_EXCEEDED);
+    Require(info.layerCount == 0 || info.layers);
+    if (session->graphics) CheckLayers(runtime, session, info);
+}
+
 }  // namespace
 
 FrameLoop::FrameLoop(double frames_per_second) : period_(static_cast<XrDuration>(1e9 / frames_per_second)) {}
@@ -76,7 +84,9 @@ XrResult WaitFrame(XrSession session, const XrFrameWaitInfo* info, XrFrameState*
         const auto waiting = runtime.Get(session);
         if (info) RequireType(info, XR_TYPE_FRAME_WAIT_INFO);
         RequireType(state, XR_TYPE_FRAME_STATE);
+        const std::uint64_t call = ++waiting->frames.wait_calls;
         const XrTime tick = AwaitTick(runtime, lock, session);
+        waiting->frames.waited_wait = call;
         state->predictedDisplayTime = waiting->frames.DisplayTime(tick);
         state->predictedDisplayPeriod = waiting->frames.period();
         state->shouldRender = IsShown(*waiting);
@@ -91,6 +101,7 @@ XrResult BeginFrame(XrSession session, const XrFrameBeginInfo* info) {
         if (!owner.running) Refuse(XR_ERROR_SESSION_NOT_RUNNING);
         if (!owner.frames.waited) Refuse(XR_ERROR_CALL_ORDER_INVALID);
         owner.frames.waited = false;
+        owner.frames.begun_wait = owner.frames.waited_wait;
         const bool discarded = std::exchange(owner.frames.begun, true);
         runtime.frame_changed.notify_all();
         return discarded ? XR_FRAME_DISCARDED : XR_SUCCESS;
@@ -98,20 +109,32 @@ XrResult BeginFrame(XrSession session, const XrFrameBeginInfo* info) {
 }
 
 XrResult EndFrame(XrSession session, const XrFrameEndInfo* info) {
-    return Guarded([&](Runtime& runtime) {
-        Session& owner = *runtime.Get(session);
+    FrameReading reading;
+    std::shared_ptr<Session> ended;
+    const XrResult result = Guarded([&](Runtime& runtime) {
+        const auto owner = runtime.Get(session);
         RequireType(info, XR_TYPE_FRAME_END_INFO);
-        if (!owner.running) Refuse(XR_ERROR_SESSION_NOT_RUNNING);
-        if (!owner.frames.begun) Refuse(XR_ERROR_CALL_ORDER_INVALID);
-        if (info->displayTime <= 0) Refuse(XR_ERROR_TIME_INVALID);
-        if (info->environmentBlendMode != XR_ENVIRONMENT_BLEND_MODE_OPAQUE) {
-            Refuse(XR_ERROR_ENVIRONMENT_BLEND_MODE_UNSUPPORTED);
+        if (!owner->running) Refuse(XR_ERROR_SESSION_NOT_RUNNING);
+        if (!owner->frames.begun) Refuse(XR_ERROR_CALL_ORDER_INVALID);
+        CheckEnd(runtime, owner, *info);
+        owner->frames.begun = false;
+        // Frames of a headless session have layers that nobody looks at.
+        if (owner->graphics) {
+            owner->Step();
+            reading = PlanReading(runtime, *owner, *info);
         }
-        if (info->layerCount > XR_MIN_COMPOSITION_LAYERS_SUPPORTED) Refuse(XR_ERROR_LAYER_LIMIT_EXCEEDED);
-        Require(info->layerCount == 0 || info->layers);
-        // Every layer shows a swapchain, and a headless session has none.
-        if (info->layerCount > 0) Refuse(XR_ERROR_LAYER_INVALID);
-        owner.frames.begun = false;
+        ended = owner;
+        return XR_SUCCESS;
+    });
+    if (XR_FAILED(result) || reading.parts.empty()) return result;
+    // Reading takes a while, and only the application's own frame has to wait for it.
+    reading.Read();
+    return Guarded([&](Runtime&) {
+        for (auto& part : reading.parts) {
+            const bool is_whole = XR_SUCCEEDED(part.failure);
+            ended->requests.Settle(*part.request, is_whole ? std::move(part.frame) : nullptr, part.failure);
+            if (part.failure == XR_ERROR_SESSION_LOST) Refuse(part.failure);
+        }
         return XR_SUCCESS;
     });
 }

@@ -28,6 +28,10 @@ class FrameLoop {
         return last_tick_ > 0 ? DisplayTime(epoch_ + last_tick_ * period_) : now;
     }
 
+    // Calls of xrWaitFrame since the session was made, and which of them the frames below come from.
+    std::uint64_t wait_calls = 0;
+    std::uint64_t waited_wait = 0;
+    std::uint64_t begun_wait = 0;
     // A thread is inside xrWaitFrame for the next frame.
     bool being_waited_for = false;
     // Waited for and not yet begun; begun and not yet ended.

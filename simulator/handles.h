@@ -10,13 +10,14 @@
 
 namespace simulator {
 
-enum class HandleKind : std::uint8_t { kInstance = 1, kSession, kSpace, kActionSet, kAction };
+enum class HandleKind : std::uint8_t { kInstance = 1, kSession, kSpace, kActionSet, kAction, kSwapchain };
 
 struct Action;
 struct ActionSet;
 struct Instance;
 struct Session;
 struct Space;
+struct Swapchain;
 
 template <class Object>
 inline constexpr HandleKind kKindOf = {};
@@ -30,6 +31,8 @@ template <>
 inline constexpr HandleKind kKindOf<ActionSet> = HandleKind::kActionSet;
 template <>
 inline constexpr HandleKind kKindOf<Action> = HandleKind::kAction;
+template <>
+inline constexpr HandleKind kKindOf<Swapchain> = HandleKind::kSwapchain;
 
 // Not synchronised: the runtime's mutex guards it.
 class HandleTable {
@@ -64,8 +67,7 @@ class HandleTable {
     void RemoveIf(Predicate predicate) {
         for (std::size_t index = 0; index < slots_.size(); ++index) {
             const Slot& slot = slots_[index];
-            if (slot.object && slot.kind == kKindOf<Object> &&
-                predicate(*static_cast<const Object*>(slot.object.get()))) {
+            if (slot.object && slot.kind == kKindOf<Object> && predicate(*static_cast<Object*>(slot.object.get()))) {
                 Free(index);
             }
         }

@@ -116,7 +116,11 @@ XrResult DestroyInstance(XrInstance instance) {
     return Guarded([&](Runtime& runtime) {
         const auto owner = runtime.Get(instance);
         runtime.handles.RemoveIf<Space>([&](const Space& space) { return space.session->instance == owner; });
-        runtime.handles.RemoveIf<Session>([&](const Session& session) { return session.instance == owner; });
+        runtime.handles.RemoveIf<Session>([&](Session& session) {
+            if (session.instance != owner) return false;
+            session.Close(runtime);
+            return true;
+        });
         runtime.handles.RemoveIf<Action>([&](const Action& action) { return action.set->instance == owner.get(); });
         runtime.handles.RemoveIf<ActionSet>([&](const ActionSet& set) { return set.instance == owner.get(); });
         runtime.Remove<Instance>(instance);
@@ -166,13 +170,14 @@ XrResult GetSystem(XrInstance instance, const XrSystemGetInfo* info, XrSystemId*
 
 XrResult GetSystemProperties(XrInstance instance, XrSystemId system, XrSystemProperties* properties) {
     return Guarded([&](Runtime& runtime) {
-        runtime.Get(instance);
+        const auto owner = runtime.Get(instance);
         if (system != kSystemId) Refuse(XR_ERROR_SYSTEM_INVALID);
         RequireType(properties, XR_TYPE_SYSTEM_PROPERTIES);
         properties->systemId = kSystemId;
         properties->vendorId = 0x10001;
         CopyText(kRuntimeName, properties->systemName);
-        properties->graphicsProperties = {1024, 1024, XR_MIN_COMPOSITION_LAYERS_SUPPORTED};
+        const auto [width, height] = owner->settings.LargestImage();
+        properties->graphicsProperties = {height, width, XR_MIN_COMPOSITION_LAYERS_SUPPORTED};
         properties->trackingProperties = {XR_TRUE, XR_TRUE};
         return XR_SUCCESS;
     });

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "simulator/events.h"
+#include "simulator/graphics/graphics.h"
 #include "simulator/paths.h"
 #include "simulator/settings.h"
 
@@ -36,6 +37,7 @@ struct Instance {
     std::set<std::string, std::less<>> extensions;
     PathTable paths;
     EventQueue events;
+    GraphicsEntry graphics;
     // What was last suggested for each profile.
     std::map<const Profile*, std::vector<SuggestedBinding>> suggestions;
 };

@@ -9,6 +9,7 @@
 #include "simulator/events.h"
 #include "simulator/extensions.h"
 #include "simulator/frames.h"
+#include "simulator/graphics_calls.h"
 #include "simulator/input.h"
 #include "simulator/instance.h"
 #include "simulator/paths.h"
@@ -32,6 +33,9 @@ struct Function {
 #define VELMOOR_ROW(name, extension) \
     { "xr" #name, reinterpret_cast<PFN_xrVoidFunction>(static_cast<PFN_xr##name>(name)), extension }
 #define VELMOOR_CORE(name) VELMOOR_ROW(name, nullptr)
+// Whose types belong to a graphics interface, which this file does not know.
+#define VELMOOR_GRAPHICS_ROW(name, function, extension) \
+    { "xr" #name, reinterpret_cast<PFN_xrVoidFunction>(function), extension }
 
 // The rows that need no instance come first.
 const Function kFunctions[] = {
@@ -89,6 +93,14 @@ const Function kFunctions[] = {
     VELMOOR_CORE(GetInputSourceLocalizedName),
     VELMOOR_CORE(ApplyHapticFeedback),
     VELMOOR_CORE(StopHapticFeedback),
+    VELMOOR_GRAPHICS_ROW(GetVulkanInstanceExtensionsKHR, GetVulkanExtensions, kVulkanEnable),
+    VELMOOR_GRAPHICS_ROW(GetVulkanDeviceExtensionsKHR, GetVulkanExtensions, kVulkanEnable),
+    VELMOOR_GRAPHICS_ROW(GetVulkanGraphicsDeviceKHR, GetVulkanGraphicsDeviceKHR, kVulkanEnable),
+    VELMOOR_GRAPHICS_ROW(GetVulkanGraphicsRequirementsKHR, GetVulkanGraphicsRequirements, kVulkanEnable),
+    VELMOOR_GRAPHICS_ROW(CreateVulkanInstanceKHR, CreateVulkanInstanceKHR, kVulkanEnable2),
+    VELMOOR_GRAPHICS_ROW(CreateVulkanDeviceKHR, CreateVulkanDeviceKHR, kVulkanEnable2),
+    VELMOOR_GRAPHICS_ROW(GetVulkanGraphicsDevice2KHR, GetVulkanGraphicsDevice2KHR, kVulkanEnable2),
+    VELMOOR_GRAPHICS_ROW(GetVulkanGraphicsRequirements2KHR, GetVulkanGraphicsRequirements, kVulkanEnable2),
     VELMOOR_ROW(SetInputDeviceActiveEXT, kConformanceAutomation),
     VELMOOR_ROW(SetInputDeviceStateBoolEXT, kConformanceAutomation),
     VELMOOR_ROW(SetInputDeviceStateFloatEXT, kConformanceAutomation),
@@ -109,6 +121,7 @@ const Function kFunctions[] = {
 };
 constexpr std::size_t kWithoutInstance = 3;
 
+#undef VELMOOR_GRAPHICS_ROW
 #undef VELMOOR_CORE
 #undef VELMOOR_ROW
 

@@ -1,4 +1,4 @@
-// The headless runtime. One mutex guards everything that lives in it; an entry point takes it for its whole
+// The runtime. One mutex guards everything that lives in it; an entry point takes it for its whole
 // call, so any call may come from any thread. Only xrWaitFrame lets go of it, while it sleeps.
 //
 // A call with a handle that is none is refused. VELMOOR_SIM_STRICT makes one exception, for the destroyed: a runtime
@@ -21,26 +21,9 @@
 #include <string_view>
 
 #include "simulator/handles.h"
+#include "simulator/refusal.h"
 
 namespace simulator {
-
-struct Refusal {
-    XrResult result;
-};
-
-[[noreturn]] inline void Refuse(XrResult result) {
-    throw Refusal{result};
-}
-
-inline void Require(bool condition) {
-    if (!condition) Refuse(XR_ERROR_VALIDATION_FAILURE);
-}
-
-// The record is there and says that it is what the function takes.
-template <class Record>
-void RequireType(const Record* record, XrStructureType type) {
-    Require(record && record->type == type);
-}
 
 class Runtime {
  public:
@@ -53,6 +36,7 @@ class Runtime {
     std::shared_ptr<Space> Get(XrSpace handle) const { return GetAs<Space>(handle); }
     std::shared_ptr<ActionSet> Get(XrActionSet handle) const { return GetAs<ActionSet>(handle); }
     std::shared_ptr<Action> Get(XrAction handle) const { return GetAs<Action>(handle); }
+    std::shared_ptr<Swapchain> Get(XrSwapchain handle) const { return GetAs<Swapchain>(handle); }
 
     bool IsAlive(XrSession handle) const;
 

@@ -4,6 +4,7 @@
 #include "simulator/instance.h"
 #include "simulator/runtime.h"
 #include "simulator/spaces.h"
+#include "simulator/swapchains.h"
 
 namespace simulator {
 namespace {
@@ -18,6 +19,10 @@ void ForgetStateEvents(Instance& instance, XrSession session) {
     });
 }
 
+GraphicsExtensions EnabledGraphics(const Instance& instance) {
+    return {.vulkan = instance.HasExtension(kVulkanEnable) || instance.HasExtension(kVulkanEnable2)};
+}
+
 }  // namespace
 
 void Session::Enter(XrSessionState next) {
@@ -26,18 +31,46 @@ void Session::Enter(XrSessionState next) {
         XrEventDataSessionStateChanged{XR_TYPE_EVENT_DATA_SESSION_STATE_CHANGED, nullptr, handle, next, Now()});
 }
 
+void Session::Step() {
+    switch (state) {
+        case XR_SESSION_STATE_READY:
+            return Enter(XR_SESSION_STATE_SYNCHRONIZED);
+        case XR_SESSION_STATE_SYNCHRONIZED:
+            return Enter(exit_requested ? XR_SESSION_STATE_STOPPING : XR_SESSION_STATE_VISIBLE);
+        case XR_SESSION_STATE_VISIBLE:
+            return Enter(exit_requested ? XR_SESSION_STATE_SYNCHRONIZED : XR_SESSION_STATE_FOCUSED);
+        case XR_SESSION_STATE_FOCUSED:
+            if (exit_requested) Enter(XR_SESSION_STATE_VISIBLE);
+            return;
+        default:
+            return;
+    }
+}
+
+void Session::Stop() {
+    running = false;
+    capture.eyes = 0;
+    requests.Abandon();
+}
+
+void Session::Close(Runtime& runtime) {
+    Stop();
+    runtime.handles.RemoveIf<Swapchain>([&](const Swapchain& swapchain) { return swapchain.session.get() == this; });
+    graphics.reset();
+}
+
 XrResult CreateSession(XrInstance instance, const XrSessionCreateInfo* info, XrSession* session) {
     return Guarded([&](Runtime& runtime) {
         const auto owner = runtime.Get(instance);
         RequireType(info, XR_TYPE_SESSION_CREATE_INFO);
         Require(session && info->createFlags == 0);
         if (info->systemId != kSystemId) Refuse(XR_ERROR_SYSTEM_INVALID);
-        // A graphics binding would stand in the chain; there is no device that it could name.
-        if (!owner->HasExtension(kHeadless) || info->next) Refuse(XR_ERROR_GRAPHICS_DEVICE_INVALID);
         const auto of_owner = [&](const Session& other) { return other.instance == owner; };
         if (runtime.handles.CountIf<Session>(of_owner) >= kMaxSessions) Refuse(XR_ERROR_LIMIT_REACHED);
 
         auto created = std::make_shared<Session>();
+        created->graphics = BindGraphics(info->next, EnabledGraphics(*owner), owner->graphics);
+        if (!created->graphics && !owner->HasExtension(kHeadless)) Refuse(XR_ERROR_GRAPHICS_DEVICE_INVALID);
         created->instance = owner;
         created->frames = FrameLoop(owner->settings.frames_per_second);
         created->head = HeadSway(owner->settings.seed);
@@ -53,7 +86,7 @@ XrResult CreateSession(XrInstance instance, const XrSessionCreateInfo* info, XrS
 XrResult DestroySession(XrSession session) {
     return Guarded([&](Runtime& runtime) {
         const auto ended = runtime.Get(session);
-        ended->running = false;
+        ended->Close(runtime);
         ForgetStateEvents(*ended->instance, session);
         runtime.handles.RemoveIf<Space>([&](const Space& space) { return space.session == ended; });
         runtime.Remove<Session>(session);
@@ -65,16 +98,16 @@ XrResult DestroySession(XrSession session) {
 XrResult BeginSession(XrSession session, const XrSessionBeginInfo* info) {
     return Guarded([&](Runtime& runtime) {
         Session& begun = *runtime.Get(session);
-        // The view configuration is not looked at: a headless session has no views to show.
         RequireType(info, XR_TYPE_SESSION_BEGIN_INFO);
         if (begun.running) Refuse(XR_ERROR_SESSION_RUNNING);
         if (begun.state != XR_SESSION_STATE_READY) Refuse(XR_ERROR_SESSION_NOT_READY);
+        // That of a headless session is ignored, for it has no views to show.
+        const bool is_shown = info->primaryViewConfigurationType == XR_VIEW_CONFIGURATION_TYPE_PRIMARY_STEREO;
+        if (begun.graphics && !is_shown) Refuse(XR_ERROR_VIEW_CONFIGURATION_TYPE_UNSUPPORTED);
         begun.running = true;
         begun.frames.Start(Now());
         begun.head.Start(begun.frames.epoch());
-        begun.Enter(XR_SESSION_STATE_SYNCHRONIZED);
-        begun.Enter(XR_SESSION_STATE_VISIBLE);
-        begun.Enter(XR_SESSION_STATE_FOCUSED);
+        while (!begun.graphics && begun.state != XR_SESSION_STATE_FOCUSED) begun.Step();
         return XR_SUCCESS;
     });
 }
@@ -84,8 +117,7 @@ XrResult EndSession(XrSession session) {
         Session& ended = *runtime.Get(session);
         if (!ended.running) Refuse(XR_ERROR_SESSION_NOT_RUNNING);
         if (ended.state != XR_SESSION_STATE_STOPPING) Refuse(XR_ERROR_SESSION_NOT_STOPPING);
-        ended.running = false;
-        ended.capture.eyes = 0;
+        ended.Stop();
         ended.Enter(XR_SESSION_STATE_IDLE);
         ended.Enter(ended.exit_requested ? XR_SESSION_STATE_EXITING : XR_SESSION_STATE_READY);
         runtime.frame_changed.notify_all();
@@ -99,9 +131,7 @@ XrResult RequestExitSession(XrSession session) {
         if (!asked.running) Refuse(XR_ERROR_SESSION_NOT_RUNNING);
         if (asked.exit_requested) return XR_SUCCESS;
         asked.exit_requested = true;
-        asked.Enter(XR_SESSION_STATE_VISIBLE);
-        asked.Enter(XR_SESSION_STATE_SYNCHRONIZED);
-        asked.Enter(XR_SESSION_STATE_STOPPING);
+        while (!asked.graphics && asked.state != XR_SESSION_STATE_STOPPING) asked.Step();
         return XR_SUCCESS;
     });
 }

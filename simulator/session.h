@@ -4,6 +4,8 @@
 //   xrBeginSession    SYNCHRONIZED, VISIBLE, FOCUSED   (with no display, nothing has to be shown first)
 //   xrRequestExitSession   VISIBLE, SYNCHRONIZED, STOPPING
 //   xrEndSession      IDLE, and EXITING if an exit was asked for, else READY again
+//
+// A session that renders takes the same way, by one state for each frame that it ends.
 #pragma once
 
 #include <openxr/openxr.h>
@@ -13,17 +15,26 @@
 #include "simulator/capture.h"
 #include "simulator/devices.h"
 #include "simulator/frames.h"
+#include "simulator/graphics/graphics.h"
 #include "simulator/head.h"
 #include "simulator/input.h"
 #include "simulator/scene.h"
+#include "simulator/submitted_frame.h"
 
 namespace simulator {
 
 struct Instance;
+class Runtime;
 
 struct Session {
     // Moves to `next` and tells the application.
     void Enter(XrSessionState next);
+    // One state nearer to where it has to go, if it is not there yet: up to FOCUSED, or to STOPPING.
+    void Step();
+    // It runs no more: whoever waits for a frame is told.
+    void Stop();
+    // What is left to do before its handle goes.
+    void Close(Runtime& runtime);
 
     std::shared_ptr<Instance> instance;
     XrSession handle = XR_NULL_HANDLE;
@@ -37,6 +48,10 @@ struct Session {
     Input input;
     Scene scene;
     Capture capture;
+    // Null in a headless session. Its destruction belongs to xrDestroySession, on the application's thread.
+    std::unique_ptr<GraphicsDevice> graphics;
+    ToldViews told_views;
+    FrameRequests requests;
 };
 
 XRAPI_ATTR XrResult XRAPI_CALL CreateSession(XrInstance instance, const XrSessionCreateInfo* info, XrSession* session);

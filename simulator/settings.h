@@ -3,7 +3,8 @@
 //   VELMOOR_SIM_HZ         frames a second, 1 to 1000; 72 when unset or no number
 //   VELMOOR_SIM_SEED       whole number that the head's sway depends on; 0 when unset
 //   VELMOOR_SIM_SCENE      what is wrong with the room, by the names below; nothing when unset
-//   VELMOOR_SIM_EYE_SIZE   "<width>x<height>" of a captured picture, in pixels, each 1 to 16384; 1024x1024 when unset
+//   VELMOOR_SIM_EYE_SIZE   "<width>x<height>" of a captured picture, and of the images that an
+//                          application is told to draw; in pixels, each 1 to 16384; 1024x1024 when unset
 //                          or of another form
 //   VELMOOR_SIM_CAPTURE    what is wrong with captures, by the names below; nothing when unset
 //   VELMOOR_SIM_STRICT     "1": a call with a destroyed handle, or with one whose parent was destroyed, ends the
@@ -11,6 +12,7 @@
 //                          with a line on standard error that names function and handle; refused when unset
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 
 namespace simulator {
@@ -47,6 +49,9 @@ struct Settings {
         std::uint32_t width;
         std::uint32_t height;
     };
+
+    // That a swapchain may have: what any device can do, and more if a picture is to be larger.
+    EyeSize LargestImage() const { return {std::max(eye_size.width, 4096u), std::max(eye_size.height, 4096u)}; }
 
     double frames_per_second = 72.0;
     std::uint32_t seed = 0;

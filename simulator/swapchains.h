@@ -1,11 +1,40 @@
-// A headless session has no swapchains: there are no formats, and no handle is one.
+// Swapchains of a session that renders: a few images that the application draws into in turn. A headless session has
+// none: there are no formats.
+//
+// The images are those of simulator/graphics; here is who has them. They go round: the application acquires the next
+// one, waits for it, draws and releases it, oldest first. What a layer shows is the one that was released last.
 #pragma once
 
 #include <openxr/openxr.h>
 
 #include <cstdint>
+#include <memory>
+#include <optional>
+
+#include "simulator/graphics/graphics.h"
 
 namespace simulator {
+
+struct Session;
+
+struct Swapchain {
+    bool IsStatic() const { return (info.createFlags & XR_SWAPCHAIN_CREATE_STATIC_IMAGE_BIT) != 0; }
+
+    std::shared_ptr<Session> session;
+    // With no chain.
+    XrSwapchainCreateInfo info = {};
+    // Shared with xrEndFrame while it reads.
+    std::shared_ptr<ImageSet> images;
+    std::uint32_t image_count = 0;
+    // Whether any was acquired yet.
+    bool prepared = false;
+    // The one that is acquired next, and how many before it are.
+    std::uint32_t next = 0;
+    std::uint32_t acquired = 0;
+    // Of those, the oldest was waited for.
+    bool waited = false;
+    std::optional<std::uint32_t> released;
+};
 
 XRAPI_ATTR XrResult XRAPI_CALL EnumerateSwapchainFormats(XrSession session, std::uint32_t capacity,
                                                          std::uint32_t* count, std::int64_t* formats);

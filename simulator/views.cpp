@@ -1,5 +1,7 @@
 #include "simulator/views.h"
 
+#include <algorithm>
+
 #include "simulator/instance.h"
 #include "simulator/runtime.h"
 #include "simulator/session.h"
@@ -11,8 +13,11 @@ namespace {
 
 constexpr float kHalfEyeDistance = 0.0315f;
 constexpr XrFovf kFieldOfView = {-0.7854f, 0.7854f, 0.7854f, -0.7854f};
-constexpr std::uint32_t kRecommendedSize = 1024;
-constexpr std::uint32_t kMaxSize = 4096;
+// What both Vulkan and OpenGL promise of any device.
+constexpr std::uint32_t kMaxSamples = 4;
+// The one that suits most applications first.
+constexpr std::array kBlendModes = {XR_ENVIRONMENT_BLEND_MODE_OPAQUE, XR_ENVIRONMENT_BLEND_MODE_ADDITIVE,
+                                    XR_ENVIRONMENT_BLEND_MODE_ALPHA_BLEND};
 
 void CheckSystem(const Runtime& runtime, XrInstance instance, XrSystemId system) {
     runtime.Get(instance);
@@ -35,6 +40,10 @@ std::array<EyeView, 2> EyesOf(const XrPosef& head) {
     const XrPosef right = {{0, 0, 0, 1}, {kHalfEyeDistance, 0, 0}};
     return {EyeView{orvanic_xr::Compose(head, left), kFieldOfView},
             EyeView{orvanic_xr::Compose(head, right), kFieldOfView}};
+}
+
+bool IsOffered(XrEnvironmentBlendMode mode) {
+    return std::find(kBlendModes.begin(), kBlendModes.end(), mode) != kBlendModes.end();
 }
 
 XrResult EnumerateViewConfigurations(XrInstance instance, XrSystemId system, std::uint32_t capacity,
@@ -62,12 +71,16 @@ XrResult EnumerateViewConfigurationViews(XrInstance instance, XrSystemId system,
     return Guarded([&](Runtime& runtime) {
         CheckSystem(runtime, instance, system);
         CheckConfiguration(type);
+        const Settings& settings = runtime.Get(instance)->settings;
         return WriteElements(2, capacity, count, views, [&](std::size_t i) {
             XrViewConfigurationView& view = views[i];
             RequireType(&view, XR_TYPE_VIEW_CONFIGURATION_VIEW);
-            view.recommendedImageRectWidth = view.recommendedImageRectHeight = kRecommendedSize;
-            view.maxImageRectWidth = view.maxImageRectHeight = kMaxSize;
-            view.recommendedSwapchainSampleCount = view.maxSwapchainSampleCount = 1;
+            view.recommendedImageRectWidth = settings.eye_size.width;
+            view.recommendedImageRectHeight = settings.eye_size.height;
+            view.maxImageRectWidth = settings.LargestImage().width;
+            view.maxImageRectHeight = settings.LargestImage().height;
+            view.recommendedSwapchainSampleCount = 1;
+            view.maxSwapchainSampleCount = kMaxSamples;
         });
     });
 }
@@ -77,7 +90,7 @@ XrResult EnumerateEnvironmentBlendModes(XrInstance instance, XrSystemId system, 
     return Guarded([&](Runtime& runtime) {
         CheckSystem(runtime, instance, system);
         CheckConfiguration(type);
-        return WriteList(std::array{XR_ENVIRONMENT_BLEND_MODE_OPAQUE}, capacity, count, modes);
+        return WriteList(kBlendModes, capacity, count, modes);
     });
 }
 
@@ -94,6 +107,7 @@ XrResult LocateViews(XrSession session, const XrViewLocateInfo* info, XrViewStat
         const auto head = HeadPose(*owner, info->displayTime);
         const auto base_pose = WorldPose(*base, info->displayTime);
         const bool located = head && base_pose;
+        if (head) owner->told_views.Tell(info->displayTime, *head);
         const auto eyes = EyesOf(head.value_or(orvanic_xr::kIdentityPose));
         state->viewStateFlags = located ? XR_VIEW_STATE_ORIENTATION_VALID_BIT | XR_VIEW_STATE_POSITION_VALID_BIT |
                                               XR_VIEW_STATE_ORIENTATION_TRACKED_BIT | XR_VIEW_STATE_POSITION_TRACKED_BIT

@@ -22,6 +22,8 @@ struct EyeView {
 // Left and right, for a head at `head`.
 std::array<EyeView, 2> EyesOf(const XrPosef& head);
 
+bool IsOffered(XrEnvironmentBlendMode mode);
+
 XRAPI_ATTR XrResult XRAPI_CALL EnumerateViewConfigurations(XrInstance instance, XrSystemId system,
                                                            std::uint32_t capacity, std::uint32_t* count,
                                                            XrViewConfigurationType* types);

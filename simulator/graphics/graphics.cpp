@@ -1,0 +1,42 @@
+#include "simulator/graphics/graphics.h"
+
+#include "simulator/graphics/vulkan_device.h"
+#include "simulator/graphics/vulkan_entry.h"
+#include "simulator/refusal.h"
+
+namespace simulator {
+namespace {
+
+bool IsBinding(XrStructureType type) {
+    switch (type) {
+        case XR_TYPE_GRAPHICS_BINDING_OPENGL_XLIB_KHR:
+        case XR_TYPE_GRAPHICS_BINDING_OPENGL_XCB_KHR:
+        case XR_TYPE_GRAPHICS_BINDING_OPENGL_WAYLAND_KHR:
+        case XR_TYPE_GRAPHICS_BINDING_OPENGL_ES_ANDROID_KHR:
+        case XR_TYPE_GRAPHICS_BINDING_VULKAN_KHR:
+        case XR_TYPE_GRAPHICS_BINDING_EGL_MNDX:
+            return true;
+        default:
+            return false;
+    }
+}
+
+}  // namespace
+
+GraphicsEntry::GraphicsEntry() : vulkan(std::make_unique<VulkanEntry>()) {}
+GraphicsEntry::~GraphicsEntry() = default;
+
+std::unique_ptr<GraphicsDevice> BindGraphics(const void* chain, const GraphicsExtensions& enabled,
+                                             const GraphicsEntry& entry) {
+    for (auto* link = static_cast<const XrBaseInStructure*>(chain); link; link = link->next) {
+        if (!IsBinding(link->type)) continue;
+        if (link->type == XR_TYPE_GRAPHICS_BINDING_VULKAN_KHR && enabled.vulkan) {
+            const auto& binding = *reinterpret_cast<const XrGraphicsBindingVulkanKHR*>(link);
+            return MakeVulkanDevice(entry.vulkan->CheckBinding(binding), binding);
+        }
+        Refuse(XR_ERROR_GRAPHICS_DEVICE_INVALID);
+    }
+    return nullptr;
+}
+
+}  // namespace simulator

@@ -1,0 +1,100 @@
+// How a frame of the application's comes into a picture. Whoever wants one leaves a request with the session and
+// waits; the xrEndFrame that ends a frame which began after that reads the images of its layers into plain memory and
+// hands it over. So the graphics device is used by the application's thread alone, and while nobody asks, nothing is
+// read, copied or allocated.
+#pragma once
+
+#include <openxr/openxr.h>
+
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <cstddef>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <vector>
+
+#include "simulator/layers.h"
+#include "simulator/world.h"
+
+namespace simulator {
+
+// What one eye was shown, in plain memory.
+struct SubmittedFrame {
+    EyeView eye;
+    XrEnvironmentBlendMode mode = XR_ENVIRONMENT_BLEND_MODE_OPAQUE;
+    std::vector<ComposedLayer> layers;
+    // Behind the layers.
+    WorldView world;
+};
+
+struct FrameRequest {
+    std::size_t eye = 0;
+    // Calls of xrWaitFrame that came before it: what those frames show may be older than the request.
+    std::uint64_t waits = 0;
+    std::chrono::steady_clock::time_point made;
+    // Told under the runtime's mutex, once one of the following is there.
+    std::condition_variable settled;
+    std::shared_ptr<const SubmittedFrame> frame;
+    // Why there is none.
+    XrResult failure = XR_SUCCESS;
+};
+
+// Where the views were told to be for the latest frames, so that a picture is seen from where its frame was drawn for.
+class ToldViews {
+ public:
+    void Tell(XrTime time, const XrPosef& head);
+    // None where nobody asked about this time.
+    std::optional<XrPosef> HeadAt(XrTime time) const;
+
+ private:
+    struct Row {
+        XrTime time = 0;
+        XrPosef head = {};
+    };
+    std::array<Row, 4> rows_;
+    std::size_t next_ = 0;
+};
+
+// A session's; the runtime's mutex guards it.
+class FrameRequests {
+ public:
+    // `waits` is the count of calls of xrWaitFrame so far. Waits with the mutex open, no longer than half a second;
+    // gives the last frame that somebody got of this eye where none comes, and null where there was none. Throws what
+    // failed.
+    std::shared_ptr<const SubmittedFrame> Await(std::unique_lock<std::mutex>& lock, std::size_t eye,
+                                                std::uint64_t waits);
+
+    // Those that a frame settles whose xrWaitFrame was call number `wait`; with it they are no longer here.
+    std::vector<std::shared_ptr<FrameRequest>> Take(std::uint64_t wait);
+    bool empty() const { return pending_.empty(); }
+
+    void Settle(FrameRequest& request, std::shared_ptr<const SubmittedFrame> frame, XrResult failure);
+    // The session does not run any more.
+    void Abandon();
+
+ private:
+    std::vector<std::shared_ptr<FrameRequest>> pending_;
+    std::array<std::shared_ptr<const SubmittedFrame>, 2> last_;
+};
+
+// The requests that the frame settles, and what has to be read for them: taken with the mutex locked, and read with it
+// open.
+struct FrameReading {
+    struct Part {
+        std::shared_ptr<FrameRequest> request;
+        std::shared_ptr<SubmittedFrame> frame;
+        std::vector<PlannedLayer> layers;
+        XrResult failure = XR_SUCCESS;
+    };
+    std::vector<Part> parts;
+
+    // On the thread of xrEndFrame. Throws nothing: what fails is kept with its part.
+    void Read() noexcept;
+};
+
+FrameReading PlanReading(const Runtime& runtime, Session& session, const XrFrameEndInfo& info);
+
+}  // namespace simulator
