@@ -22,23 +22,35 @@ void WriteError(std::vector<char>& buffer, const std::string& text) {
     buffer[length] = '\0';
 }
 
+// The one who waits is told once: a callback that ended the instance finds its own call given up.
+void Complete(DeferredCallbackEntry& entry) {
+    try {
+        entry.completion.set_value();
+    } catch (const std::future_error&) {
+    }
+}
+
+void GiveUp(DeferredCallbackEntry& entry) {
+    entry.timedOutInQueue = true;
+    Complete(entry);
+}
+
 void ExecuteEntry(DeferredCallbackEntry& entry) {
     LogInfo(" ... executing callback");
     try {
         CallWithBuffer(entry.callback, entry.resultBuffer, entry.argumentsJson, entry.userData,
                        [] { LogInfo(" ... re-execute callback (size inefficient)"); });
         entry.executed = true;
-        entry.completion.set_value();
-        LogInfo(" ... completed");
     } catch (const std::exception& exception) {
         LogWarning("Exception processing deferred callback: ", exception.what());
         WriteError(entry.resultBuffer, std::string("Error: ") + exception.what());
-        entry.completion.set_value();
     } catch (...) {
         LogWarning("Unknown exception processing deferred callback");
         WriteError(entry.resultBuffer, "Error: Unknown exception");
-        entry.completion.set_value();
     }
+    const bool executed = entry.executed;
+    Complete(entry);
+    if (executed) LogInfo(" ... completed");
 }
 
 }  // namespace
@@ -62,7 +74,7 @@ void ExternalToolManager::Enqueue(std::shared_ptr<DeferredCallbackEntry> entry) 
     if (PumpingOnThisThread()) throw std::runtime_error("a deferred tool callback cannot wait for another one");
     std::lock_guard lock(mutex);
     if (closed_) {
-        Abandon(*entry);
+        GiveUp(*entry);
     } else {
         queue.push_back(std::move(entry));
     }
@@ -78,72 +90,79 @@ void ExternalToolManager::ProcessDeferredCallbacks(std::uint32_t invokeBitMask) 
     std::lock_guard lock(mutex);
     if (queue.empty()) return;
     struct PumpingMark {
-        explicit PumpingMark(std::atomic<std::thread::id>& thread) : thread_(thread) {
-            thread_ = std::this_thread::get_id();
+        explicit PumpingMark(ExternalToolManager& manager) : manager_(manager) {
+            manager_.pumping_thread_ = std::this_thread::get_id();
         }
-        ~PumpingMark() { thread_ = std::thread::id(); }
-        std::atomic<std::thread::id>& thread_;
-    } const mark(pumping_thread_);
+        ~PumpingMark() {
+            manager_.at_work_.reset();
+            manager_.pumping_thread_ = std::thread::id();
+        }
+        ExternalToolManager& manager_;
+    } const mark(*this);
 
     LogInfo("Processing ", queue.size(), " deferred external tool callbacks for invokeBitMask ",
             HexText(invokeBitMask));
-    std::deque<std::shared_ptr<DeferredCallbackEntry>> skipped;
-    while (!queue.empty()) {
-        const std::shared_ptr<DeferredCallbackEntry> entry = std::move(queue.front());
-        queue.pop_front();
-        LogInfo("... Processing tool ", entry->toolName, " callbackFlags ", HexText(entry->callbackFlags));
-        if (ProcessEntryLocked(*entry, invokeBitMask) == Fate::kSkipped) skipped.push_back(entry);
+    // Those that are skipped stay where they are: a callback may end the instance, and with it all that wait.
+    for (std::size_t skipped = 0; skipped < queue.size();) {
+        at_work_ = queue[skipped];
+        LogInfo("... Processing tool ", at_work_->toolName, " callbackFlags ", HexText(at_work_->callbackFlags));
+        const Fate fate = FateLocked(*at_work_, invokeBitMask);
+        if (fate == Fate::kSkipped) {
+            LogInfo(" ... skipped");
+            ++skipped;
+            continue;
+        }
+        queue.erase(queue.begin() + static_cast<std::ptrdiff_t>(skipped));
+        if (fate == Fate::kGivenUp) {
+            GiveUp(*at_work_);
+        } else {
+            ExecuteEntry(*at_work_);
+        }
     }
-    queue.swap(skipped);
     LogInfo("Remaining queue size ", queue.size());
 }
 
-ExternalToolManager::Fate ExternalToolManager::ProcessEntryLocked(DeferredCallbackEntry& entry,
-                                                                  std::uint32_t invokeBitMask) {
+ExternalToolManager::Fate ExternalToolManager::FateLocked(const DeferredCallbackEntry& entry,
+                                                          std::uint32_t invokeBitMask) const {
     // Before the flags are looked at: a stale entry goes with whichever pump comes. Whole seconds, so it goes at
     // one more than the limit.
     const std::int64_t elapsed = (MonotonicNanoseconds() - entry.enqueueTime) / 1000000000;
     if (elapsed > timeoutSeconds) {
         LogWarning("External tool callback timed out in queue (elapsed: ", elapsed, "s, limit: ", timeoutSeconds, "s)");
-        entry.timedOutInQueue = true;
-        entry.completion.set_value();
-        return Fate::kDone;
+        return Fate::kGivenUp;
     }
-    if ((entry.callbackFlags & invokeBitMask) == 0) {
-        LogInfo(" ... skipped");
-        return Fate::kSkipped;
-    }
-    ExecuteEntry(entry);
-    return Fate::kDone;
+    return (entry.callbackFlags & invokeBitMask) == 0 ? Fate::kSkipped : Fate::kExecuted;
+}
+
+std::unique_lock<std::mutex> ExternalToolManager::LockUnlessPumping() {
+    std::unique_lock lock(mutex, std::defer_lock);
+    if (!PumpingOnThisThread()) lock.lock();
+    return lock;
 }
 
 void ExternalToolManager::ClearAbandoned() {
     std::deque<std::shared_ptr<DeferredCallbackEntry>> abandoned;
     {
-        std::lock_guard lock(mutex);
+        const auto lock = LockUnlessPumping();
         abandoned.swap(queue);
+        if (PumpingOnThisThread()) abandoned.push_back(at_work_);
     }
     if (abandoned.empty()) return;
     LogWarning("Clearing ", abandoned.size(), " abandoned deferred callbacks (session ending)");
     Telemetry::instance().error("external_tool", "abandoned");
-    for (const auto& entry : abandoned) Abandon(*entry);
-}
-
-void ExternalToolManager::Abandon(DeferredCallbackEntry& entry) {
-    entry.timedOutInQueue = true;
-    entry.completion.set_value();
+    for (const auto& entry : abandoned) GiveUp(*entry);
 }
 
 void ExternalToolManager::Close() {
     {
-        std::lock_guard lock(mutex);
+        const auto lock = LockUnlessPumping();
         closed_ = true;
     }
     ClearAbandoned();
 }
 
 void ExternalToolManager::Open() {
-    std::lock_guard lock(mutex);
+    const auto lock = LockUnlessPumping();
     closed_ = false;
 }
 

@@ -51,16 +51,17 @@ class ExternalToolManager {
     // thread, and gives up those that waited too long. Throws nothing that a callback throws.
     void ProcessDeferredCallbacks(std::uint32_t invokeBitMask);
 
-    // The instance ends: whoever still waits is told at once.
+    // The instance ends: whoever still waits is told at once, also the caller of the callback that ends it.
     void ClearAbandoned();
     // The same, and until the next Open also for whoever comes later: the server's end waits for its callers.
     void Close();
     void Open();
 
  private:
-    enum class Fate { kDone, kSkipped };
-    Fate ProcessEntryLocked(DeferredCallbackEntry& entry, std::uint32_t invokeBitMask);
-    static void Abandon(DeferredCallbackEntry& entry);
+    enum class Fate { kExecuted, kSkipped, kGivenUp };
+    Fate FateLocked(const DeferredCallbackEntry& entry, std::uint32_t invokeBitMask) const;
+    // Holds nothing on the pump's own thread, where a callback that ends the instance comes with the mutex held.
+    std::unique_lock<std::mutex> LockUnlessPumping();
     bool PumpingOnThisThread() const { return pumping_thread_ == std::this_thread::get_id(); }
 
     // The thread that is inside ProcessDeferredCallbacks, so that a callback which leads back here is not left
@@ -71,6 +72,7 @@ class ExternalToolManager {
     // calls from.
     std::mutex mutex;
     std::deque<std::shared_ptr<DeferredCallbackEntry>> queue;
+    std::shared_ptr<DeferredCallbackEntry> at_work_;  // what the pump is at
     std::int64_t timeoutSeconds;
     bool closed_ = false;
 };

@@ -1,7 +1,8 @@
 // The way down to the next layer: one flat table of its functions, and the one object that owns the table.
 //
 // Hooks and tools on any thread read slots. A reader copies the pointer under the mutex and calls it with the
-// mutex released, so nothing of ours is ever locked while the runtime works. The table is replaced when an
+// mutex released, so the mutex is not held while the runtime works. The one exception is the look-up of a function that
+// the table lacks: the next layer's xrGetInstanceProcAddr is asked under it. The table is replaced when an
 // instance is created and stays in place when one is destroyed: there is one holder, so one instance is
 // served at a time and the last one created wins.
 #pragma once

@@ -1,5 +1,6 @@
 #include "layer/instance_hooks.h"
 
+#include <algorithm>
 #include <chrono>
 #include <functional>
 #include <future>
@@ -7,6 +8,7 @@
 #include <shared_mutex>
 #include <span>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -358,6 +360,27 @@ TEST_F(InstanceHooks, CaptureDoesNotWaitBeyondTheEnd) {
     EXPECT_EQ(OrvanicLayerXrDestroyInstance(instance_), XR_SUCCESS);
     EXPECT_EQ(call.wait_for(std::chrono::seconds(1)), std::future_status::ready);
     EXPECT_THAT(mcp::dump_json(call.get().result), HasSubstr("permission is pending"));
+}
+
+// The callback runs inside the application's xrPollEvent, with calls of its own and of another tool waiting.
+TEST_F(InstanceHooks, DeferredCallbackMayEndItsInstance) {
+    ASSERT_EQ(Create(), XR_SUCCESS);
+    const auto destroy = [](char*, std::uint32_t, std::uint32_t*, const char*, void* instance) {
+        return OrvanicLayerXrDestroyInstance(static_cast<XrInstance>(instance));
+    };
+    std::vector<std::future<json>> calls;
+    for (const std::uint32_t flags : {2u, 1u, 1u}) {
+        const ExternalTool tool = {"tool", destroy, flags, instance_};
+        calls.push_back(std::async(std::launch::async, [tool] { return ExecuteExternalTool(tool, json::object()); }));
+        while (std::ranges::count(log_.messages("INFO"), " ... waiting") < std::ssize(calls)) std::this_thread::yield();
+    }
+    // A caller may only be about to wait.
+    while (runtime_.calls("xrDestroyInstance").empty()) ExternalToolManager::instance().ProcessDeferredCallbacks(1);
+    for (auto& call : calls) {
+        ASSERT_EQ(call.wait_for(std::chrono::seconds(3)), std::future_status::ready);
+        EXPECT_EQ(call.get()[0]["text"], "Error: External tool callback timed out in processing queue");
+    }
+    EXPECT_THAT(runtime_.calls("xrDestroyInstance"), SizeIs(1));
 }
 
 TEST_F(InstanceHooks, RegistriesOutliveARegistrationThroughThem) {

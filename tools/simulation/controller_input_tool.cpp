@@ -183,7 +183,14 @@ bool StartAutoRelease(const json& arguments, const ControllerInput& input) {
     double hold_seconds = 0.2;
     const json* hold = find_argument(arguments, "hold_duration");
     if (hold && hold->is_number() && hold->get<double>() > 0.0) hold_seconds = hold->get<double>();
-    std::thread(ReleaseAfter, input, HoldTime(hold_seconds)).detach();
+    try {
+        std::thread(ReleaseAfter, input, HoldTime(hold_seconds)).detach();
+    } catch (...) {
+        LogWarning(kName, ": no thread to be had for the hold, letting go at once");
+        const OperationResult released = SetControllerInputState(input, 0.0);
+        if (!released.ok) LogError(kName, " auto-release failed: ", released.error);
+        throw;
+    }
     return true;
 }
 

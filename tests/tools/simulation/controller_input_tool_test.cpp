@@ -1,5 +1,8 @@
+#include <pthread.h>
+
 #include <functional>
 #include <string>
+#include <system_error>
 
 #include "tests/tools/simulation/simulation_fixture.h"
 
@@ -117,6 +120,18 @@ TEST_F(ControllerInputTool, ReleasesByItselfAfterTheHold) {
             Set({{"hand", "right"}, {"component", "A"}, {"value", 1}, {"auto_release", true}, {"hold_duration", hold}}),
             R"({"success":true,"auto_release":true})");
     }
+}
+
+TEST_F(ControllerInputTool, LetsGoAtOnceIfNoThreadCanHold) {
+    Activate();
+    pthread_attr_t before;
+    ASSERT_EQ(pthread_getattr_default_np(&before), 0);
+    pthread_attr_t impossible = before;
+    pthread_attr_setstacksize(&impossible, std::size_t{1} << 46);
+    pthread_setattr_default_np(&impossible);
+    EXPECT_THROW(Set({{"hand", "right"}, {"component", "A"}, {"value", 1}, {"auto_release", true}}), std::system_error);
+    pthread_setattr_default_np(&before);
+    EXPECT_THAT(runtime_.calls("xrSetInputDeviceStateBoolEXT"), ElementsAre(EndsWith(", 1)"), EndsWith(", 0)")));
 }
 
 TEST_F(ControllerInputTool, LeavesWhatEndedDuringTheHoldAlone) {
