@@ -28,7 +28,16 @@ class frame_sink {
 // heartbeats. An answer is queued, and never lost or reordered while the stream lives.
 //
 // While the worker waits it lends its sink: who posts a small answer then writes it in its place, if that needs
-// no waiting, which spares the client the time that waking the worker takes.
+// no waiting, which spares the client the time that waking the worker takes. At any time it is in one state:
+//
+//           await_frame()         something is due
+//     away ----------------> lent -------------------> worker writes --> away
+//      ^                      | |
+//      +--- nothing in time --+ | post_answer() of a small one, and room
+//                               +--------------------> poster writes --> lent
+//
+// and from each of them "closed", for good: by close() or a write that failed. Writing is done without the lock;
+// what is posted meanwhile waits for whoever writes. What is posted while the worker is away waits for its return.
 class event_dispatcher {
  public:
     enum class post_result { stored, closed, too_much };

@@ -52,9 +52,6 @@ server::server(const server_config& config)
 
 server::~server() {
     stop();
-    // A server that could not bind its port has stopped by itself, but its threads are still to be ended.
-    end_maintenance();
-    if (listener_thread_.joinable()) listener_thread_.join();
 }
 
 void server::set_server_info(const std::string& name, const std::string& version) {
@@ -236,14 +233,23 @@ void server::sweep_inactive_sessions() {
 }
 
 void server::stop() {
-    if (!sessions_->set_running(false)) return;
-    log_info("Stopping MCP server on ", config_.host, ":", config_.port);
+    const bool was_running = sessions_->set_running(false);
+    if (was_running) log_info("Stopping MCP server on ", config_.host, ":", config_.port);
+    // 1. Nothing is swept any more.
     end_maintenance();
-    sessions_->end_sessions();
+    // 2. No request finds its session, and the session threads end. The streams stay open ...
+    sessions_->forget_sessions();
+    // 3. ... and so a tool that ends within this pause can still answer.
+    if (was_running) std::this_thread::sleep_for(config_.timings.stop_pause);
+    // 4. The session threads are joined, but for those that take too long.
+    sessions_->join_threads();
+    // 5. All connections are cut, which ends reads and writes.
     http_.stop();
+    // 6. The streams that waited for something to write end as well.
     sessions_->release_streams();
+    // 7. The listener ends with the last connection. One that could not bind its port has ended by itself.
     if (listener_thread_.joinable()) listener_thread_.join();
-    log_info("MCP server stopped");
+    if (was_running) log_info("MCP server stopped");
 }
 
 }  // namespace mcp

@@ -62,6 +62,7 @@ class server {
     // log, in is_running() and in wait_until_listening(). Blocking: serves on the calling thread until stop(),
     // and returns false if the port could not be bound.
     bool start(bool blocking);
+    // Ends all threads but for the pool's workers, and all connections. Does no harm when there are none.
     void stop();
 
     // False before start, after stop, and after the port could not be bound.

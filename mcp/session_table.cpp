@@ -222,27 +222,26 @@ void session_table::set_protocol_version(const std::string& session_id, const st
     if (sessions_.contains(session_id)) session_protocol_versions_[session_id] = version;
 }
 
-void session_table::end_sessions() {
-    std::vector<session_thread> threads;
-    std::vector<std::shared_ptr<event_dispatcher>> dispatchers;
-    {
-        const std::lock_guard lock(mutex_);
-        for (auto& [session_id, open] : sessions_) {
-            dispatchers.push_back(std::move(open.dispatcher));
-            threads.push_back(std::move(open.thread));
-        }
-        sessions_.clear();
-        session_initialized_.clear();
-        session_protocol_versions_.clear();
-        forgotten_ = dispatchers;
+void session_table::forget_sessions() {
+    const std::lock_guard lock(mutex_);
+    for (auto& [session_id, open] : sessions_) {
+        // On purpose not closed: what is still answered goes out.
+        open.dispatcher->wake();
+        forgotten_.push_back(std::move(open.dispatcher));
+        threads_.push_back(std::move(open.thread));
     }
-    // On purpose the dispatchers are not closed: a tool that ends during the pause can still answer.
-    for (const auto& dispatcher : dispatchers) dispatcher->wake();
-    std::this_thread::sleep_for(timings_.stop_pause);
-    join_or_detach(std::move(threads));
+    sessions_.clear();
+    closed_.clear();
+    session_initialized_.clear();
+    session_protocol_versions_.clear();
 }
 
-void session_table::join_or_detach(std::vector<session_thread> threads) const {
+void session_table::join_threads() {
+    std::vector<session_thread> threads;
+    {
+        const std::lock_guard lock(mutex_);
+        threads.swap(threads_);
+    }
     const auto start = std::chrono::steady_clock::now();
     for (session_thread& open : threads) {
         if (std::chrono::steady_clock::now() - start >= timings_.join_budget) {

@@ -47,14 +47,15 @@ class session_table : public std::enable_shared_from_this<session_table> {
     bool is_session_ready(const std::string& session_id) const noexcept;
     void set_protocol_version(const std::string& session_id, const std::string& version);
 
-    // With `running` cleared: forgets all sessions and waits for their threads, within the time that the
-    // settings give. The streams stay open.
-    void end_sessions();
-    // Wakes the streams of the sessions that end_sessions() forgot. They end once they have nothing to write.
+    // With `running` cleared: forgets all sessions, whose threads end. Their streams stay open.
+    void forget_sessions();
+    // Waits for the threads of the forgotten sessions, within the time that the settings give.
+    void join_threads();
+    // Wakes the streams of the forgotten sessions. They end once they have nothing to write.
     void release_streams();
 
  private:
-    // A thread that is joined only by end_sessions(), and runs on by itself otherwise.
+    // A thread that is joined only by join_threads(), and runs on by itself otherwise.
     struct session_thread {
         session_thread() = default;
         session_thread(session_thread&&) = default;
@@ -88,7 +89,6 @@ class session_table : public std::enable_shared_from_this<session_table> {
     void send_heartbeats(const std::string& session_id, event_dispatcher& dispatcher);
     bool write_stream(const std::string& session_id, event_dispatcher& dispatcher, frame_sink& sink) noexcept;
     bool continue_stream(const std::string& session_id, event_dispatcher& dispatcher, frame_sink& sink);
-    void join_or_detach(std::vector<session_thread> threads) const;
     std::string new_id_locked() const;
     void end_stream(const std::string& session_id) noexcept;
     void remember_locked(const std::string& session_id);
@@ -107,7 +107,8 @@ class session_table : public std::enable_shared_from_this<session_table> {
     std::deque<std::string> closed_;  // the sessions that ended and are remembered below, the oldest first
     std::map<std::string, bool, std::less<>> session_initialized_;
     std::map<std::string, std::string, std::less<>> session_protocol_versions_;
-    std::vector<std::shared_ptr<event_dispatcher>> forgotten_;  // by end_sessions(), with streams still open
+    std::vector<std::shared_ptr<event_dispatcher>> forgotten_;  // with streams still open
+    std::vector<session_thread> threads_;                       // of the forgotten sessions
 };
 
 }  // namespace mcp
