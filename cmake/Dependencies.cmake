@@ -36,8 +36,6 @@ target_include_directories(velmoor_openxr_headers SYSTEM INTERFACE ${VELMOOR_OPE
 add_library(velmoor_httplib INTERFACE)
 target_include_directories(velmoor_httplib SYSTEM INTERFACE ${VELMOOR_HTTPLIB_INCLUDE_DIR})
 target_link_libraries(velmoor_httplib INTERFACE Threads::Threads)
-# Defined here, so that all who include it agree: a write to a vanished peer raises no signal.
-target_compile_definitions(velmoor_httplib INTERFACE CPPHTTPLIB_SEND_FLAGS=MSG_NOSIGNAL)
 
 find_package(nlohmann_json 3.11 REQUIRED)
 

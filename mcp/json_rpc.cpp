@@ -1,5 +1,6 @@
 #include "mcp/json_rpc.h"
 
+#include <string_view>
 #include <utility>
 
 namespace mcp {
@@ -24,18 +25,15 @@ json to_json(const json_rpc_response& response) {
     return object;
 }
 
-void append_text(std::string& text, const json_rpc_response& response, const std::string& result_text) {
-    text += R"({"jsonrpc":)";
-    text += dump_json(response.jsonrpc);
-    text += R"(,"id":)";
-    text += dump_json(response.id);
+void append_text(std::string& text, const json_rpc_response& response) {
     if (!response.error.empty()) {
-        text += R"(,"error":)";
-        text += dump_json(response.error);
-    } else {
-        text += R"(,"result":)";
-        text += result_text.empty() ? dump_json(response.result) : result_text;
+        text += dump_json(to_json(response));
+        return;
     }
+    constexpr std::string_view kNullResult = "null}";
+    text += dump_json(to_json(make_result_response(response.id, nullptr)));
+    text.resize(text.size() - kNullResult.size());
+    text += response.result_text.empty() ? dump_json(response.result) : response.result_text;
     text += '}';
 }
 

@@ -27,7 +27,8 @@ struct json_rpc_response {
     std::string jsonrpc = "2.0";
     json id;
     json result;
-    json error;  // null, {} or [] in a response that tells a result
+    json error;                    // null, {} or [] in a response that tells a result
+    std::string result_text = {};  // the compact text of `result`, where that was made already
 };
 
 // Carries a JSON-RPC error code to where the request is answered.
@@ -47,8 +48,7 @@ json_rpc_response make_error_response(json id, std::int32_t code, const std::str
 // `jsonrpc`, `id`, and then either `result` or `error`.
 json to_json(const json_rpc_response& response);
 
-// Appends the compact text of to_json(response) to `text`, without building it first. `result_text` is the
-// compact text of `response.result` if the caller has it, else empty.
-void append_text(std::string& text, const json_rpc_response& response, const std::string& result_text = {});
+// Appends the compact text of to_json(response) to `text`. Neither copies the result, nor makes a text that is there.
+void append_text(std::string& text, const json_rpc_response& response);
 
 }  // namespace mcp

@@ -107,11 +107,11 @@ class server {
                         event_dispatcher& dispatcher) noexcept;
     void deliver(std::string frame, const std::string& session_id, event_dispatcher& dispatcher);
 
-    // Nothing for a notification. `result_text` gets the compact text of the result if that is made on the way.
+    // Nothing for a notification.
     std::optional<json_rpc_response> dispatch_request(const json_rpc_request& request, const std::string& session_id,
-                                                      const header_map& headers, std::string& result_text);
+                                                      const header_map& headers);
     json_rpc_response run_method(const json_rpc_request& request, const std::string& session_id,
-                                 const header_map& headers, std::string& result_text);
+                                 const header_map& headers);
     method_handler find_method(const std::string& method) const;
     json_rpc_response handle_initialize(const json_rpc_request& request, const std::string& session_id,
                                         const header_map& headers);

@@ -86,11 +86,11 @@ std::string arguments_part(const json_rpc_request& request) {
     return " args=" + text;
 }
 
-std::string message_frame(const json_rpc_response& response, const std::string& result_text) {
+std::string message_frame(const json_rpc_response& response) {
     std::string frame;
-    frame.reserve(kMessageFrameBegin.size() + result_text.size() + kFrameEnd.size() + 128);
+    frame.reserve(kMessageFrameBegin.size() + response.result_text.size() + kFrameEnd.size() + 128);
     frame += kMessageFrameBegin;
-    append_text(frame, response, result_text);
+    append_text(frame, response);
     frame += kFrameEnd;
     return frame;
 }
@@ -146,22 +146,21 @@ http_answer server::accept_request(http_request& request, http_body& posted) {
 void server::answer_request(const json_rpc_request& request, const std::string& session_id, const header_map& headers,
                             event_dispatcher& dispatcher) noexcept {
     try {
-        std::string result_text;
-        const auto response = dispatch_request(request, session_id, headers, result_text);
+        const auto response = dispatch_request(request, session_id, headers);
         if (request.is_notification()) return;
         if (response && response->id.is_null()) {
             log_error("Refusing to emit JSON-RPC response with id:null over SSE — method=", request.method,
                       " session_id=", session_id, " payload=", dump_json(to_json(*response)));
             return;
         }
-        deliver(response ? message_frame(*response, result_text) : kNullFrame, session_id, dispatcher);
+        deliver(response ? message_frame(*response) : kNullFrame, session_id, dispatcher);
     } catch (...) {
         // No memory for an answer of that size. A small one keeps the client from waiting for ever.
         log_error("Failed to build response: session_id=", session_id);
         try {
             const auto response =
                 make_error_response(request.id, kInternalError, "Internal error: no memory for the answer");
-            deliver(message_frame(response, {}), session_id, dispatcher);
+            deliver(message_frame(response), session_id, dispatcher);
         } catch (...) {
             log_error("Failed to send response via SSE: session_id=", session_id);
         }
@@ -180,14 +179,13 @@ void server::deliver(std::string frame, const std::string& session_id, event_dis
 }
 
 std::optional<json_rpc_response> server::dispatch_request(const json_rpc_request& request,
-                                                          const std::string& session_id, const header_map& headers,
-                                                          std::string& result_text) {
+                                                          const std::string& session_id, const header_map& headers) {
     if (request.is_notification()) {
         if (request.method == "notifications/initialized") sessions_->mark_session_initialized(session_id, true);
         return std::nullopt;
     }
     try {
-        return run_method(request, session_id, headers, result_text);
+        return run_method(request, session_id, headers);
     } catch (const mcp_exception& e) {
         log_error("MCP exception: ", e.what(), ", code: ", e.code);
         return make_error_response(request.id, e.code, e.what());
@@ -201,7 +199,7 @@ std::optional<json_rpc_response> server::dispatch_request(const json_rpc_request
 }
 
 json_rpc_response server::run_method(const json_rpc_request& request, const std::string& session_id,
-                                     const header_map& headers, std::string& result_text) {
+                                     const header_map& headers) {
     const std::string& method = request.method;
     const std::string name = name_part(request);
     if (method != "ping") log_info("Processing method call: ", method, name, arguments_part(request));
@@ -218,12 +216,12 @@ json_rpc_response server::run_method(const json_rpc_request& request, const std:
     }
     log_info("Calling method handler: ", method, name);
     const std::int64_t start_ns = orvanic_xr::MonotonicNanoseconds();
-    json result = handler(request.params, session_id);
+    json_rpc_response response = make_result_response(request.id, handler(request.params, session_id));
     const std::int64_t end_ns = orvanic_xr::MonotonicNanoseconds();
-    if (!result.is_null()) result_text = dump_json(result);
+    if (!response.result.is_null()) response.result_text = dump_json(response.result);
     log_info("Method call successful: ", method, name, " duration_ms=", (end_ns - start_ns) / 1'000'000,
-             " result_bytes=", result_text.size());
-    return make_result_response(request.id, std::move(result));
+             " result_bytes=", response.result_text.size());
+    return response;
 }
 
 server::method_handler server::find_method(const std::string& method) const {
