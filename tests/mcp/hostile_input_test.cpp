@@ -133,7 +133,8 @@ TEST_F(HostileInput, RequestsThatAreNone) {
          post + "Transfer-Encoding: chunked\r\n\r\n3e8\r\n" + std::string(1000, ' ') + "\r\nffffffffffffffff\r\n" +
              much,
          413, R"({"error":"Payload too large"})"},
-        {"trailers without end", post + "Transfer-Encoding: chunked\r\n\r\n0\r\n" + Repeated("X: y\r\n", 2000), 400,
+        {"trailers without end",
+         post + "Transfer-Encoding: chunked\r\n\r\n2\r\n{}\r\n0\r\n" + Repeated("X: y\r\n", 2000), 400,
          R"({"error":"Invalid JSON"})"},
         {"unknown encoding", post + "Content-Encoding: nonsense\r\nContent-Length: 2\r\n\r\n{}", 415,
          R"({"error":"Unsupported encoding"})"},

@@ -21,7 +21,7 @@ using Server = ServerTest;
 
 TEST_F(Server, StreamBeginsWithItsHeadersInOrderAndEachOnce) {
     Start();
-    for (const char* wish : {"", "Connection: close\r\n"}) {
+    for (const char* wish : {"", "Connection: close\r\n", "Range: bytes=0-9\r\n"}) {
         SCOPED_TRACE(wish);
         raw_socket socket(Port());
         socket.send(std::string("GET /sse HTTP/1.1\r\nHost: localhost\r\n") + wish + "\r\n");
@@ -49,6 +49,19 @@ TEST_F(Server, HeadOfTheStreamOpensNoSession) {
     socket.send("HEAD /sse HTTP/1.1\r\nHost: localhost\r\n\r\nOPTIONS / HTTP/1.1\r\nHost: localhost\r\n\r\n");
     EXPECT_THAT(socket.read_until("\r\n\r\n"), HasSubstr("Content-Type: text/event-stream\r\n"));
     EXPECT_THAT(socket.read_until("\r\n\r\n"), testing::StartsWith("HTTP/1.1 204 "));
+    EXPECT_TRUE(log_.has(" - \"HEAD /sse HTTP/1.1\" 200"));
+}
+
+TEST_F(Server, BodyMayComeInChunksAndWaitToBeInvited) {
+    Start();
+    raw_socket socket(Port());
+    const std::string ping = R"({"method":"ping","id":1})";
+    socket.send("POST /message HTTP/1.1\r\nExpect: 100-continue\r\nTransfer-Encoding: Chunked\r\n\r\n");
+    EXPECT_EQ(socket.read_until("\r\n\r\n"), "HTTP/1.1 100 Continue\r\n\r\n");
+    const std::string chunks =
+        "A;x=y\r\n" + ping.substr(0, 10) + "\r\n00e\r\n" + ping.substr(10) + "\r\n0\r\nX: y\r\n\r\n";
+    EXPECT_EQ(http_exchange(socket, chunks).status, 202);
+    EXPECT_EQ(http_exchange(socket, post_request("/message", ping)).status, 202);
 }
 
 TEST_F(Server, AnswersAtTheHttpLevel) {
@@ -103,6 +116,7 @@ TEST_F(Server, PreflightOnAnyPathAndPostsOnOne) {
         const http_reply reply = http_exchange(socket, "OPTIONS " + path + " HTTP/1.1\r\nHost: localhost\r\n\r\n");
         EXPECT_EQ(reply.status, 204);
         EXPECT_EQ(reply.header("Access-Control-Allow-Origin"), "*");
+        EXPECT_EQ(reply.header("Content-Length"), "");
         EXPECT_EQ(reply.header("Access-Control-Allow-Methods"), "GET, POST, OPTIONS");
         EXPECT_EQ(reply.header("Access-Control-Allow-Headers"), "Content-Type");
         EXPECT_EQ(reply.body, "");
