@@ -141,7 +141,7 @@ class body_reader {
         std::size_t bytes = 0;
         do {
             if (!read_line(line)) return false;
-            bytes += line.size();
+            bytes += line.size() + 2;
             if (bytes > kLineBytes) return refuse(kBadRequest);
         } while (!line.empty());
         return true;
