@@ -3,10 +3,12 @@
 #include <dlfcn.h>
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <cstring>
 #include <exception>
 #include <functional>
+#include <set>
 #include <stdexcept>
 #include <thread>
 #include <utility>
@@ -187,12 +189,90 @@ void Life::LeaveCallsPending() {
     Check(pressed.find("true") != std::string::npos, pressed);
     CallOnAThread("openxr_set_head_pose", kMove);
     CallOnAThread("wait_for_poll", "{}");
-    WaitUntilServed();
-    agent_.emplace(kPort);
-    agent_->shake_hands();
+    ConnectAgent();
     agent_->post(ToolCall(2, "openxr_set_head_pose", kMove));
     agent_->post(ToolCall(3, "wait_for_poll", "{}"));
     for (int i = 0; i < 5; ++i) RunFrame();
+}
+
+void Life::ConnectAgent() {
+    WaitUntilServed();
+    agent_.emplace(kPort);
+    agent_->shake_hands();
+}
+
+void Life::StartCallers() {
+    static constexpr std::array<std::pair<const char*, const char*>, 10> kCalls = {{
+        {"openxr_set_head_pose", R"({"position": [0, 1, 2], "duration_seconds": 0.3})"},
+        {"openxr_set_controller_pose", R"({"hand": "left", "position": [0, 1, 0], "duration_seconds": 0.01})"},
+        {"openxr_set_controller_input",
+         R"({"hand": "left", "component": "X", "value": 1, "auto_release": true, "hold_duration": 0.02})"},
+        {"openxr_get_head_pose", "{}"},
+        {"openxr_get_controller_pose", R"({"hand": "right"})"},
+        {"openxr_get_active_interaction_profile", "{}"},
+        {"openxr_list_spatial_entities", "{}"},
+        {"openxr_capture_composited_image", "{}"},
+        {"openxr_set_head_pose", R"({"position": [0, 1, 1]})"},
+        {"openxr_convert_pose_between_spaces", R"({"source_space": "local"})"},
+    }};
+    const auto invoke = layer_.Find<PFN_OrvanicXR_InvokeTool>("OrvanicXR_InvokeTool");
+    for (std::size_t first : {0u, 3u, 6u}) {
+        callers_.emplace_back([this, invoke, first] {
+            for (std::size_t i = first; !stop_calling_; ++i) {
+                const auto& [tool, arguments] = kCalls[i % kCalls.size()];
+                if (!Invoke(invoke, tool, arguments).empty()) ++answered_;
+                std::this_thread::sleep_for(std::chrono::microseconds(200));
+            }
+        });
+    }
+    poller_ = std::thread([this, poll = Get<PFN_xrPollEvent>("xrPollEvent")] {
+        while (!stop_polling_) {
+            XrEventDataBuffer event = {XR_TYPE_EVENT_DATA_BUFFER, nullptr, {}};
+            if (poll(instance_, &event) != XR_SUCCESS) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+    });
+    ConnectAgent();
+    reader_ = std::thread([this] {
+        std::set<std::string> heads;
+        try {
+            for (;;) {
+                const std::string message = agent_->next_message();
+                heads.insert(message.substr(0, message.find(R"("result")")));
+                told_ = static_cast<int>(heads.size());
+            }
+        } catch (const std::runtime_error&) {  // the end of the stream
+        }
+    });
+}
+
+void Life::LiveUnderCallers(bool with_picture) {
+    for (const char* tool : {"openxr_set_head_pose", "openxr_get_head_pose"}) {
+        agent_->post(ToolCall(++asked_, tool, kMove));
+    }
+    if (with_picture) agent_->post(ToolCall(++asked_, "openxr_capture_composited_image", "{}"));
+    for (int i = 0; i < 15; ++i) RunFrame();
+    const std::string hand = Invoke(layer_.Find<PFN_OrvanicXR_InvokeTool>("OrvanicXR_InvokeTool"),
+                                    "openxr_get_controller_pose", R"({"hand": "left", "pose_type": "aim"})");
+    Check(hand.find("not available") == std::string::npos, hand);
+}
+
+void Life::AwaitAnswers() {
+    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    while (told_ < asked_ && std::chrono::steady_clock::now() < deadline) RunFrame();
+}
+
+void Life::StopPolling() {
+    stop_polling_ = true;
+    poller_.join();
+}
+
+int Life::StopCallers() {
+    stop_calling_ = true;
+    for (std::thread& caller : callers_) caller.join();
+    reader_.join();
+    Check(told_ == asked_, std::to_string(told_) + " answers to " + std::to_string(asked_) + " calls");
+    agent_.reset();
+    return answered_ + told_;
 }
 
 int Life::ExpectAnswers() {

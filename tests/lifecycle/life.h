@@ -5,11 +5,13 @@
 #include <openxr/openxr.h>
 #include <openxr/openxr_loader_negotiation.h>
 
+#include <atomic>
 #include <chrono>
 #include <future>
 #include <memory>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "tests/fakes/sse_client.h"
@@ -53,6 +55,17 @@ class Life {
     // Leaves behind, at work: a move that takes a minute, a tool of the application's own that waits for a poll, and
     // a button that is let go soon. An agent asks for the first two as well.
     void LeaveCallsPending();
+    // Threads that call tools in the process, and one that polls, for as long as sessions and the instance come and go.
+    void StartCallers();
+    // In a running session: an agent asks too, for a picture if it may, the layer's actions are there, and some frames
+    // go by.
+    void LiveUnderCallers(bool with_picture);
+    // Until the agent has its answers: the server's end leaves a slow tool no stream.
+    void AwaitAnswers();
+    void StopPolling();
+    // After the instance: all came to an end, and the agent has all its answers. How many there were.
+    int StopCallers();
+
     // After the instance: each of them came to an end. How many were at work until then; a busy machine may not
     // have begun with all of them.
     int ExpectAnswers();
@@ -61,6 +74,7 @@ class Life {
     template <typename Function>
     Function Get(const char* name) const;
     void CallOnAThread(const std::string& tool, const std::string& arguments);
+    void ConnectAgent();
 
     SharedLibrary simulator_;
     SharedLibrary layer_;
@@ -69,6 +83,14 @@ class Life {
     XrSession session_ = XR_NULL_HANDLE;
     std::vector<std::future<std::string>> calls_;
     std::optional<mcp::sse_client> agent_;
+    int asked_ = 0;
+    std::atomic<int> told_ = 0;  // how many answers the agent has read
+    std::thread reader_;
+    std::atomic<bool> stop_polling_ = false;
+    std::atomic<bool> stop_calling_ = false;
+    std::atomic<int> answered_ = 0;
+    std::thread poller_;
+    std::vector<std::thread> callers_;
 };
 
 }  // namespace lifecycle

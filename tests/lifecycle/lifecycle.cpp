@@ -2,6 +2,7 @@
 // and looks for what stays behind. Or ends the process with all of that going on.
 //
 //   velmoor_lifecycle cycles COUNT
+//   velmoor_lifecycle load COUNT
 //   velmoor_lifecycle exit|return|_exit
 #include <unistd.h>
 
@@ -49,16 +50,38 @@ int Cycles(int count) {
     return no_more && cut_short > 0 ? 0 : 1;
 }
 
+// Sessions and instances come and go while tools are called from all sides; every other instance takes its last session
+// along.
+int UnderLoad(int count) {
+    int answered = 0;
+    for (int cycle = 1; cycle <= count; ++cycle) {
+        Life life;
+        life.StartCallers();
+        constexpr int kSessions = 6;
+        for (int i = 1; i <= kSessions; ++i) {
+            life.CreateSession();
+            if (i == kSessions) life.AwaitAnswers();
+            life.LiveUnderCallers(i < kSessions);
+            if (i < kSessions || cycle % 2 == 0) life.EndSession();
+        }
+        life.StopPolling();
+        life.DestroyInstance();
+        answered += life.StopCallers();
+    }
+    std::cout << "cycle " << count << ": " << answered << " calls answered\n";
+    return 0;
+}
+
 int Main(int argc, char** argv) {
     const std::string_view mode = argc >= 2 ? argv[1] : "";
-    if (mode == "cycles" && argc == 3) {
+    if ((mode == "cycles" || mode == "load") && argc == 3) {
         const std::string_view text = argv[2];
         int count = 0;
         std::from_chars(text.data(), text.data() + text.size(), count);
-        return Cycles(count);
+        return mode == "load" ? UnderLoad(count) : Cycles(count);
     }
     if (mode != "exit" && mode != "return" && mode != "_exit") {
-        std::fprintf(stderr, "usage: velmoor_lifecycle cycles COUNT | exit | return | _exit\n");
+        std::fprintf(stderr, "usage: velmoor_lifecycle cycles COUNT | load COUNT | exit | return | _exit\n");
         return 2;
     }
     Life life;
@@ -74,6 +97,7 @@ int Main(int argc, char** argv) {
 
 int main(int argc, char** argv) {
     setenv("VELMOOR_SIM_HZ", "500", 1);
+    setenv("VELMOOR_SIM_STRICT", "1", 1);
     try {
         return lifecycle::Main(argc, argv);
     } catch (const std::exception& error) {
