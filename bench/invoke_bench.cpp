@@ -9,6 +9,7 @@
 
 #include "diagnostics/logger.h"
 #include "diagnostics/telemetry.h"
+#include "tools/argument_check.h"
 #include "tools/math/math_tools.h"
 #include "tools/tool_registry.h"
 #include "tools/tool_results.h"
@@ -45,8 +46,9 @@ enum class Told { kNobody, kTelemetry };
 void BM_InvokeTool(benchmark::State& state, ToolEntry (*make)(), const char* arguments, Told told) {
     ToolEntry entry = make();
     const std::string name = entry.tool.name;
-    ToolHandler handler =
-        told == Told::kTelemetry ? wrapWithTelemetry(name, std::move(entry.handler)) : std::move(entry.handler);
+    ToolHandler handler = told == Told::kTelemetry
+                              ? wrapWithTelemetry(name, warn_of_unfit_arguments(entry.tool, std::move(entry.handler)))
+                              : std::move(entry.handler);
     InProcessToolRegistry::instance().registerTool(std::move(entry.tool), std::move(handler));
     char result[4096];
     Quietly(state, [&] {

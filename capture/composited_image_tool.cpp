@@ -41,6 +41,9 @@ bool WaitUntilReady(ScreenCaptureBackend& backend) {
     backend.request_permission();
     const mcp::lent_place lent;
     if (ScreenCaptureManager::instance().wait_until_ready(backend, kPermissionWait)) return true;
+    if (backend.session() == XR_NULL_HANDLE) {
+        LogWarning(kName, ": no permission is missing: no session has begun, or its capture could not be started");
+    }
     LogInfo(kName, ": Permission not yet granted, returning pending status");
     return false;
 }

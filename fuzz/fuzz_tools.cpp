@@ -77,7 +77,7 @@ class Application {
             for (;;) {
                 std::this_thread::sleep_for(std::chrono::microseconds(200));
                 PoseAnimationManager::instance().Tick();
-                PoseAnimationManager::instance().CancelAll();
+                PoseAnimationManager::instance().CancelAll("the test");
             }
         }).detach();
     }

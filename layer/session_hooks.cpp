@@ -94,7 +94,7 @@ void StopCaptureOf(XrSession session) {
 void DropSession(XrSession session) {
     // First, so that a tool that comes in between doesn't start what nobody would end.
     ContextManager::instance().closeSession(session);
-    PoseAnimationManager::instance().CancelAll();
+    PoseAnimationManager::instance().CancelAll("the end of the session");
     Telemetry::instance().session_ended();
     StopCaptureOf(session);
     // The spaces and the action set are destroyed here, while the runtime still has the session.

@@ -121,6 +121,10 @@ void SceneContext::on_event(const XrEventDataBuffer& event) {
     if (event.type == XR_TYPE_EVENT_DATA_SPACE_SET_STATUS_COMPLETE_KS) {
         const auto& done = reinterpret_cast<const XrEventDataSpaceSetStatusCompleteKS&>(event);
         // On purpose: a request that failed stays, and then the query never completes.
+        if (XR_FAILED(done.result) && pending_locatable_requests_.contains(done.requestId)) {
+            LogWarning("A thing of the room can't be located, result: ", done.result,
+                       ": the scene query will not complete");
+        }
         if (done.result == XR_SUCCESS && done.componentType == XR_SPACE_COMPONENT_TYPE_LOCATABLE_KS) {
             pending_locatable_requests_.erase(done.requestId);
         }
@@ -147,7 +151,10 @@ void SceneContext::FinishIfNothingIsPending() {
 void SceneContext::ProcessResults(XrAsyncRequestIdKS request) {
     const auto results = RetrieveResults(request);
     // On purpose: without results the query stays where it is, for nothing restarts it.
-    if (!results) return;
+    if (!results) {
+        LogWarning("Failed to retrieve scene query results: the query will not complete");
+        return;
+    }
     const bool first_query = state_ == QueryingContainers;
     std::vector<XrUuidEXT> contained;
     for (const XrSpaceQueryResultKS& result : *results) {

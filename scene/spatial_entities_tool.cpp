@@ -67,6 +67,15 @@ std::optional<XrPosef> LocateEntity(const SessionContext& context, const SceneEn
     return std::nullopt;
 }
 
+// The answer speaks of progress in any case; the log tells where there is none.
+void WarnIfNeverReady(const SceneContext& scene) {
+    if (scene.state() == NotStarted) {
+        LogWarning(kName, ": it never started, since the application did not enable the scene extensions");
+    } else if (scene.state() == Failed) {
+        LogWarning(kName, ": it will never end, since the runtime refused to start it");
+    }
+}
+
 json handle_list_spatial_entities(const json& arguments, const std::string& /*session_id*/) {
     LogInfo(kName, " tool called");
     const SessionResolution resolution = resolve_session_from_arguments(arguments, kName);
@@ -84,6 +93,7 @@ json handle_list_spatial_entities(const json& arguments, const std::string& /*se
     }
     if (!scene->is_ready()) {
         LogWarning(kName, ": Scene query is still in progress");
+        WarnIfNeverReady(*scene);
         return make_text_tool_result(
             "Scene query is still in progress. Please try again in a moment when the scene data is ready.");
     }

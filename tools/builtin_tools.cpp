@@ -7,6 +7,7 @@
 #include "capture/capture_tools.h"
 #include "diagnostics/logger.h"
 #include "scene/scene_tools.h"
+#include "tools/argument_check.h"
 #include "tools/convert/convert_tools.h"
 #include "tools/inspect/inspect_tools.h"
 #include "tools/math/math_tools.h"
@@ -58,7 +59,8 @@ void register_builtin_tools(IToolRegistry& registry) {
             continue;
         }
         add_reason_and_sentiment_parameters(entry.tool);
-        registry.registerTool(std::move(entry.tool), wrapWithTelemetry(name, std::move(entry.handler)));
+        ToolHandler checked = warn_of_unfit_arguments(entry.tool, std::move(entry.handler));
+        registry.registerTool(std::move(entry.tool), wrapWithTelemetry(name, std::move(checked)));
         LogInfo("Registered '", name, "' tool");
     }
 }

@@ -111,6 +111,9 @@ TEST_F(CompositedImageTool, WithoutARunningSessionItWaitsFiveSecondsAndTellsToRe
     });
     tool.join();
     EXPECT_EQ(text, kPending);
+    EXPECT_THAT(log_.messages("WARNING"),
+                ElementsAre("openxr_capture_composited_image: no permission is missing: no session has begun, or its "
+                            "capture could not be started"));
     EXPECT_EQ(log_.take().back(),
               "INFO openxr_capture_composited_image: Permission not yet granted, returning pending status");
 }

@@ -210,10 +210,12 @@ TEST_F(SessionHooks, DestructionDropsTheContextsBeforeTheRuntimeDropsTheSession)
     ASSERT_EQ(animation.wait_for(std::chrono::seconds(0)), std::future_status::ready);
     EXPECT_EQ(animation.get(), AnimationSuperseded);
     EXPECT_FALSE(ActionMaps::instance().FindSpace(HandleFromValue<XrSpace>(0x99), false));
-    EXPECT_THAT(log_.take(), ElementsAre("INFO OrvanicLayerXrDestroySession called",
-                                         "WARNING PoseAnimationManager: Cancelling 1 active animations",
-                                         "INFO SceneContext destroyed",
-                                         "INFO OrvanicLayerXrDestroySession succeeded, cleared session state"));
+    EXPECT_THAT(log_.take(),
+                ElementsAre("INFO OrvanicLayerXrDestroySession called",
+                            "WARNING PoseAnimationManager: Cancelling 1 active animations",
+                            "WARNING PoseAnimationManager: /user/head superseded by the end of the session",
+                            "INFO SceneContext destroyed",
+                            "INFO OrvanicLayerXrDestroySession succeeded, cleared session state"));
     EXPECT_FALSE(State().valid);
     EXPECT_EQ(State().session, XrSession{});
     EXPECT_EQ(State().state, XR_SESSION_STATE_UNKNOWN);
@@ -322,6 +324,8 @@ TEST_F(SessionHooks, SceneEventsReachTheSceneOfTheCurrentSession) {
     runtime_.push_event(event);
     EXPECT_EQ(Poll(), XR_SUCCESS);
     EXPECT_THAT(CallNames(), ElementsAre("xrPollEvent", "xrRetrieveSpaceQueryResultsKS"));
+    EXPECT_THAT(log_.take(),
+                ElementsAre("WARNING Failed to retrieve scene query results: the query will not complete"));
     // Without a current session it is nobody's.
     ContextManager::instance().updateSessionState({});
     runtime_.push_event(event);

@@ -15,7 +15,9 @@ namespace {
 
 using mcp::json;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::IsEmpty;
+using testing::StartsWith;
 
 class Scene : public SceneTest {
  protected:
@@ -177,6 +179,19 @@ TEST_F(SpatialEntitiesTool, RefusesInTheOrderOfItsChecks) {
     EXPECT_EQ(List({{"base_space", 7}}), "Error: No frame timing data available. No frames have been rendered yet.");
     context_->RecordFrameTime(1'000'000'000);
     EXPECT_EQ(List(json::array()), "{\n  \"base_space\": \"local\",\n  \"entity_count\": 0,\n  \"entities\": []\n}");
+}
+
+TEST_F(SpatialEntitiesTool, SaysInTheLogThatTheQueryWillNeverEnd) {
+    const auto reason_of_a_new_query = [&] {
+        ContextManager::instance().removeSceneContext(session_);
+        ContextManager::instance().createSceneContext(session_);
+        EXPECT_THAT(List({}), StartsWith("Scene query is still in progress."));
+        return log_.lines("WARNING").back();
+    };
+    runtime_.answer("xrQuerySpacesKS", XR_ERROR_RUNTIME_FAILURE);
+    EXPECT_THAT(reason_of_a_new_query(), EndsWith("the runtime refused to start it"));
+    runtime_.lack("xrQuerySpacesKS");
+    EXPECT_THAT(reason_of_a_new_query(), EndsWith("the application did not enable the scene extensions"));
 }
 
 TEST_F(SpatialEntitiesTool, PutsTheBoxesWhereTheBaseSpaceSeesThem) {

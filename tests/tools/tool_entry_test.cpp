@@ -8,11 +8,16 @@
 
 #include "diagnostics/clock.h"
 #include "diagnostics/telemetry.h"
+#include "tests/fakes/log_capture.h"
+#include "tools/argument_check.h"
 
 namespace orvanic_xr {
 namespace {
 
 using testing::ElementsAre;
+using testing::IsEmpty;
+using testing::SizeIs;
+using testing::UnorderedElementsAre;
 
 TEST(ToolBuilder, WritesTheSchemaInWireOrder) {
     mcp::tool tool = ToolBuilder("some_tool", "Does something.")
@@ -75,6 +80,41 @@ TEST(ReasonAndSentiment, AreReadFromAnyArguments) {
         EXPECT_EQ(intent.reason, row.reason);
         EXPECT_EQ(intent.sentiment, row.sentiment);
     }
+}
+
+TEST(WarnOfUnfitArguments, SaysWhatWillNotBeUsedAndPassesAllOn) {
+    LogCapture log;
+    ToolBuilder builder("some_tool", "");
+    builder.add_string_parameter("text", "", false)
+        .add_number_parameter("number", "", false)
+        .add_boolean_parameter("flag", "", false)
+        .add_bounded_array_parameter("three", "", "number", 3, 3, false)
+        .add_array_parameter("list", "", "number", false)
+        .add_schema_parameter("choice", "", {{"oneOf", json::array()}}, false);
+    json passed;
+    const ToolHandler checked = warn_of_unfit_arguments(builder.build(), [&](const json& arguments, const auto&) {
+        passed = arguments;
+        return json();
+    });
+    json arguments = mcp::parse_json(
+        R"({"text": "a", "number": 1.5, "flag": false, "three": [1, 2, 3], "list": [1], "choice": true})");
+    for (const json& fit : {arguments, json(nullptr), json::array({1}), json{{"three", nullptr}}}) checked(fit, "");
+    EXPECT_THAT(log.take(), IsEmpty());
+    arguments =
+        mcp::parse_json(R"({"text": 1, "number": "1", "flag": 1, "three": [1, 2], "list": "[1]", "posi\ntion": 1})");
+    checked(arguments, "");
+    EXPECT_EQ(passed, arguments);
+    EXPECT_THAT(log.messages("WARNING"),
+                UnorderedElementsAre("some_tool: argument \"text\" does not fit, the schema says: string",
+                                     "some_tool: argument \"number\" does not fit, the schema says: number",
+                                     "some_tool: argument \"flag\" does not fit, the schema says: boolean",
+                                     "some_tool: argument \"three\" does not fit, the schema says: array of 3",
+                                     "some_tool: argument \"list\" does not fit, the schema says: array",
+                                     "some_tool: no parameter is called \"posi\\ntion\": ignored"));
+    log.take();
+    for (int i = 0; i < 100; ++i) arguments["a" + std::to_string(i)] = i;
+    checked(arguments, "");
+    EXPECT_THAT(log.lines(), SizeIs(8)) << "a caller may send thousands";
 }
 
 // Writes down each event as its text, and what the event record holds of a tool.

@@ -159,6 +159,13 @@ struct InputTarget {
     XrSpace base_space;
 };
 
+bool MoveController(const InputTarget& target, const XrPosef& pose) {
+    const OperationResult moved =
+        SetDeviceLocation(*target.session, target.top_level_path, target.input_source_path, target.base_space, pose);
+    if (!moved.ok) LogWarning(kSetName, ": ", moved.error);
+    return moved.ok;
+}
+
 json MoveControllerOverTime(const InputTarget& target, const ControllerInput& input, const XrPosef& from,
                             const XrPosef& to, float duration_seconds) {
     ActiveAnimation animation;
@@ -166,11 +173,7 @@ json MoveControllerOverTime(const InputTarget& target, const ControllerInput& in
     animation.start_pose = from;
     animation.end_pose = to;
     animation.duration_seconds = duration_seconds;
-    animation.apply = [target](const XrPosef& pose) {
-        return SetDeviceLocation(*target.session, target.top_level_path, target.input_source_path, target.base_space,
-                                 pose)
-            .ok;
-    };
+    animation.apply = [target](const XrPosef& pose) { return MoveController(target, pose); };
     return play_pose_animation(*target.session, std::move(animation), kSetName, input.hand + " controller",
                                "set_controller_pose");
 }
@@ -212,9 +215,7 @@ json handle_set_controller_pose(const json& arguments, const std::string& /*sess
                              frame ? frame->space : base_space};
     const float duration_seconds = duration_argument(arguments);
     if (!(duration_seconds > 0.0f)) {
-        const OperationResult moved = SetDeviceLocation(*target.session, target.top_level_path,
-                                                        target.input_source_path, target.base_space, wanted);
-        if (moved.ok) return pose_set_result();
+        if (MoveController(target, wanted)) return pose_set_result();
         return refuse(kSetName, "Failed to set " + label + " " + input.pose_type + " pose.");
     }
     XrPosef start = kIdentityPose;

@@ -99,7 +99,12 @@ XrPosef PoseDelta(const XrPosef& from, const XrPosef& to) {
 
 // False if the head did not move; a controller that could not follow does not fail the move.
 bool ApplyHeadPose(const HeadMoveContext& move, const XrPosef& pose) {
-    if (!SetDeviceLocation(*move.session, kHeadTopLevelPath, kHeadPosePath, move.base_space, pose).ok) return false;
+    const OperationResult moved =
+        SetDeviceLocation(*move.session, kHeadTopLevelPath, kHeadPosePath, move.base_space, pose);
+    if (!moved.ok) {
+        LogWarning(kSetName, ": ", moved.error);
+        return false;
+    }
     const XrPosef delta = PoseDelta(move.old_head_pose, pose);
     if (move.left_located) MoveControllerWithHead(move, delta, "left", move.left_pose);
     if (move.right_located) MoveControllerWithHead(move, delta, "right", move.right_pose);

@@ -14,6 +14,8 @@
 namespace orvanic_xr {
 namespace {
 
+constexpr char kInstanceEnds[] = "the end of the instance";
+
 using Entry = std::pair<std::string, std::shared_ptr<ActiveAnimation>>;
 
 // An animation may be superseded while a tick is at work on it: the value that came first stands.
@@ -44,6 +46,12 @@ bool Step(const std::string& key, ActiveAnimation& animation, std::int64_t now) 
     return true;
 }
 
+// On purpose the result doesn't tell what it was; the log does.
+void Supersede(ActiveAnimation& animation, const char* cause) {
+    LogWarning("PoseAnimationManager: ", animation.name, " superseded by ", cause);
+    Fulfil(animation, AnimationSuperseded);
+}
+
 }  // namespace
 
 PoseAnimationManager& PoseAnimationManager::instance() {
@@ -57,7 +65,7 @@ std::future<AnimationResult> PoseAnimationManager::StartAnimation(ActiveAnimatio
     const auto running = active_.find(animation.name);
     if (running != active_.end()) {
         LogInfo("PoseAnimationManager: Cancelling existing animation for ", animation.name);
-        Fulfil(*running->second, AnimationSuperseded);
+        Supersede(*running->second, "a newer animation");
         active_.erase(running);
     }
     auto started = std::make_shared<ActiveAnimation>(std::move(animation));
@@ -66,7 +74,7 @@ std::future<AnimationResult> PoseAnimationManager::StartAnimation(ActiveAnimatio
     LogInfo("PoseAnimationManager: Started animation for ", started->name,
             " (duration=", FixedText(static_cast<double>(started->duration_seconds)), "s)");
     if (closed_) {
-        Fulfil(*started, AnimationSuperseded);
+        Supersede(*started, kInstanceEnds);
         return outcome;
     }
     active_[started->name] = std::move(started);
@@ -94,11 +102,11 @@ void PoseAnimationManager::Tick() {
     }
 }
 
-void PoseAnimationManager::CancelAll() {
+void PoseAnimationManager::CancelAll(const char* cause) {
     std::lock_guard lock(mutex_);
     if (active_.empty()) return;
     LogWarning("PoseAnimationManager: Cancelling ", active_.size(), " active animations");
-    for (const auto& [name, animation] : active_) Fulfil(*animation, AnimationSuperseded);
+    for (const auto& [name, animation] : active_) Supersede(*animation, cause);
     active_.clear();
 }
 
@@ -107,7 +115,7 @@ void PoseAnimationManager::Close() {
         std::lock_guard lock(mutex_);
         closed_ = true;
     }
-    CancelAll();
+    CancelAll(kInstanceEnds);
 }
 
 void PoseAnimationManager::Open() {

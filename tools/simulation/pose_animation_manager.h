@@ -44,8 +44,9 @@ class PoseAnimationManager {
     // they throw goes to the caller, and their animation tries again at the next frame.
     void Tick();
 
-    // Ends every animation as AnimationSuperseded; devices stay where their last step put them. Any thread.
-    void CancelAll();
+    // Ends every animation as AnimationSuperseded; devices stay where their last step put them. Any thread. `cause`
+    // goes to the log: their callers are told of a newer call, whatever it was.
+    void CancelAll(const char* cause);
     // The same, and until the next Open also for every one that is started later: the server's end waits for the
     // tools that wait for them.
     void Close();

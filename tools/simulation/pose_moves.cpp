@@ -46,7 +46,7 @@ json play_pose_animation(const SessionContext& context, ActiveAnimation animatio
     // The session's end closes its fence first and then ends all animations: one that came after may never be ticked.
     if (context.ended()) return refuse(tool_name, "SessionContext is not valid.");
     if (!ends_in_time(outcome, duration_seconds)) {
-        PoseAnimationManager::instance().CancelAll();
+        PoseAnimationManager::instance().CancelAll("an animation that timed out");
         return refuse(tool_name, "Animation timed out (application may have stopped rendering).");
     }
     switch (outcome.get()) {

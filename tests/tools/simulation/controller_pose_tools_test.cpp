@@ -95,6 +95,7 @@ TEST_F(ControllerPoseTools, MoveOneInputAtOnce) {
     EXPECT_FALSE(context_->GetSimulatedControllerPose(kRightHand, kGripKind).valid);
     runtime_.answer("xrSetInputDeviceLocationEXT", XR_ERROR_PATH_UNSUPPORTED);
     EXPECT_EQ(Set({{"hand", "left"}, {"position", {0, 1, -1}}}), "Error: Failed to set left controller grip pose.");
+    EXPECT_THAT(log_.lines("WARNING").back(), HasSubstr("failed for /user/hand/left with error code: -22"));
 }
 
 TEST_F(ControllerPoseTools, MoveRelativeToWhereTheViewWas) {
@@ -124,7 +125,7 @@ TEST_F(ControllerPoseTools, WalkUnderAKeyOfTheirOwn) {
         return Set({{"hand", "left"}, {"pose_type", "aim"}, {"position", {0, 1, -1}}, {"duration_seconds", 1e9}});
     });
     EXPECT_TRUE(WaitFor("Started animation for /user/hand/left/aim (duration=1000000000.000000s)"));
-    PoseAnimationManager::instance().CancelAll();
+    PoseAnimationManager::instance().CancelAll("the test");
     EXPECT_EQ(walk.get(), R"({"success":true,"note":"Animation was superseded by a newer set_controller_pose call."})");
 }
 

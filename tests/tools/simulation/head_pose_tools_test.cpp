@@ -95,6 +95,8 @@ TEST_F(HeadPoseTools, RefuseToMoveInTheOrderOfTheirChecks) {
     runtime_.answer("xrSetInputDeviceLocationEXT", XR_ERROR_PATH_UNSUPPORTED);
     EXPECT_EQ(Set({{"position", position}}), "Error: Failed to set head pose.");
     EXPECT_EQ(log_.lines("ERROR").back(), "ERROR openxr_set_head_pose: Failed to set head pose.");
+    EXPECT_EQ(log_.lines("WARNING").back(),
+              "WARNING openxr_set_head_pose: xrSetInputDeviceLocationEXT failed for /user/head with error code: -22");
 }
 
 // Drives frames while a tool waits for its animation.
@@ -160,7 +162,7 @@ TEST_F(HeadPoseTools, SayWhenAWalkIsSupersededOrFails) {
     EXPECT_TRUE(WaitFor("Started animation for /user/head"));
     EXPECT_EQ(pool.enqueue([] {}).wait_for(std::chrono::seconds(3)), std::future_status::ready)
         << "the only worker serves nobody meanwhile";
-    PoseAnimationManager::instance().CancelAll();
+    PoseAnimationManager::instance().CancelAll("the test");
     superseded.wait();
     EXPECT_EQ(answer, R"({"success":true,"note":"Animation was superseded by a newer set_head_pose call."})");
     runtime_.answer("xrSetInputDeviceLocationEXT", XR_ERROR_RUNTIME_FAILURE);

@@ -21,6 +21,7 @@ namespace {
 using testing::ElementsAre;
 using testing::FloatEq;
 using testing::FloatNear;
+using testing::UnorderedElementsAre;
 
 constexpr XrPosef kStart = {{0, 0, 0, 1}, {0, 0, 0}};
 constexpr XrPosef kEnd = {{0, 0, 0, 1}, {2, 0, -4}};
@@ -76,6 +77,7 @@ TEST_F(PoseAnimations, GiveWayToANewerOneOfTheSameNameOnly) {
     auto second = Start("head", 1.0f, newer);
     EXPECT_EQ(first.get(), AnimationSuperseded);
     EXPECT_THAT(log_.take(), ElementsAre("INFO PoseAnimationManager: Cancelling existing animation for head",
+                                         "WARNING PoseAnimationManager: head superseded by a newer animation",
                                          "INFO PoseAnimationManager: Started animation for head (duration=1.000000s)"));
     clock_.Advance(1'000'000'000);
     manager_.Tick();
@@ -117,13 +119,15 @@ TEST_F(PoseAnimations, AllEndWhenCancelled) {
     auto head = Start("head", 1.0f, seen);
     auto hand = Start("hand", 1.0f, seen);
     log_.take();
-    manager_.CancelAll();
-    manager_.CancelAll();
+    manager_.CancelAll("the test");
+    manager_.CancelAll("the test");
     manager_.Tick();
     EXPECT_TRUE(seen.empty());
     EXPECT_EQ(head.get(), AnimationSuperseded);
     EXPECT_EQ(hand.get(), AnimationSuperseded);
-    EXPECT_THAT(log_.take(), ElementsAre("WARNING PoseAnimationManager: Cancelling 2 active animations"));
+    EXPECT_THAT(log_.take(), UnorderedElementsAre("WARNING PoseAnimationManager: Cancelling 2 active animations",
+                                                  "WARNING PoseAnimationManager: head superseded by the test",
+                                                  "WARNING PoseAnimationManager: hand superseded by the test"));
 }
 
 // The new animation takes the name while the old one, in its last step, is being applied: the tick then clears
@@ -162,7 +166,7 @@ TEST(PoseAnimationThreads, EveryStarterGetsOneResult) {
                 animation.duration_seconds = 0.0001f;
                 animation.apply = [](const XrPosef&) { return true; };
                 auto outcome = manager.StartAnimation(std::move(animation));
-                if (i % 50 == 0) manager.CancelAll();
+                if (i % 50 == 0) manager.CancelAll("the test");
                 if (outcome.wait_for(std::chrono::seconds(10)) == std::future_status::ready) {
                     outcome.get();
                     ++results;

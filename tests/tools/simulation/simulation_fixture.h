@@ -15,7 +15,7 @@ namespace orvanic_xr {
 
 class SimulationTest : public SessionTest {
  protected:
-    ~SimulationTest() override { PoseAnimationManager::instance().CancelAll(); }
+    ~SimulationTest() override { PoseAnimationManager::instance().CancelAll("the test"); }
 
     static std::string Call(ToolEntry (*make)(), const mcp::json& arguments) {
         return Answer(make, mcp::dump_json(arguments));
