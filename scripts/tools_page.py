@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Prints docs/tools.md as the server of a running demo tells it: ./run docs keeps it, a test compares it.
 
-Every declaration comes from tools/list, and every answer from a call. What differs from run to run is left out.
+Every declaration comes from tools/list, and every answer from a call. What an agent should know before it calls stands
+in a table below, and is tried where a call can show it. What differs from run to run is left out.
 The session is asked to end by the last call.
 """
 
@@ -108,6 +109,234 @@ FAMILIES = [
         {"openxr_exit_session": {}},
     ),
 ]
+
+# What an agent should know before it calls, by tool. Where a call can show it, the function is given `call` and has to
+# come out true; it runs before the example, and leaves nothing behind that an example would show.
+KNOW = {
+    "openxr_get_instance_info": [
+        (
+            "The enabled extensions are those that went down to the runtime: the layer added what its tools need.",
+            lambda call: "XR_EXT_conformance_automation"
+            in call("openxr_get_instance_info", include_enabled_extensions=True)["enabled_extensions"],
+        ),
+    ],
+    "openxr_get_session_info": [
+        (
+            "Tools that take a `session_handle` use this session if none is given. A handle of an earlier session is "
+            "refused.",
+            lambda call: "pose"
+            in call(
+                "openxr_get_head_pose",
+                session_handle=call("openxr_get_session_info")["session"]["handle"],
+            ),
+        ),
+        "The state is the last one that the application polled.",
+    ],
+    "openxr_get_system_info": [
+        "The record is made when a session is created, and kept after the session has ended.",
+    ],
+    "openxr_get_frame_info": [
+        "The record is of the last frame that the runtime took, and is kept after the session has ended: compare "
+        "its time with the present one.",
+        (
+            "The history holds the last 30 frames.",
+            lambda call: len(call("openxr_get_frame_info", include_history=True)["history"]) <= 30,
+        ),
+    ],
+    "openxr_get_active_interaction_profile": [
+        "When the simulation takes over, the profile changes with the application's next `xrSyncActions`, not "
+        "with the call that took over.",
+    ],
+    "openxr_set_head_pose": [
+        "The first move or press of a session takes head and both controllers over: they stay where they were, "
+        "and no longer follow the user until the session ends. Both poses of a controller start as its aim pose.",
+        "Call it after the application's first frame. Before that nothing can be located: the move is instant "
+        "whatever its duration, and what is not given becomes identity.",
+        (
+            "The aim poses of the controllers move along with the head. The grip poses stay behind.",
+            lambda call: head_carries_aim_and_not_grip(call),
+        ),
+        (
+            "Relative to `view` the position is a step from where the head is: [0, 0, -1] goes one metre ahead.",
+            lambda call: steps_ahead(call),
+        ),
+        "Orientations are not normalised: send unit quaternions.",
+        "The application sees an instant move in its next frame. A running animation of the head overwrites the "
+        "move then.",
+        "The `note` that a newer call superseded an animation is also the answer when the session ends, or when "
+        "another animation times out. The log names the cause.",
+    ],
+    "openxr_set_controller_pose": [
+        (
+            "`grip` and `aim` are two poses: setting one leaves the other where it is. Set both to move a controller.",
+            lambda call: aim_and_grip_are_apart(call),
+        ),
+        "A later move of the head moves the aim pose again.",
+        "With a duration it is refused where the present pose can't be located; an instant move is not.",
+    ],
+    "openxr_set_controller_input": [
+        "An input keeps its value until another call changes it, or `auto_release` sets it to 0.",
+        "With `auto_release` the answer comes at once, before the release.",
+        "The application reads inputs once a frame: a hold that is shorter than a frame may never be seen. 0.1 s "
+        "is enough at 30 frames a second.",
+        "A thumbstick has two axes, and a call sets one of them.",
+    ],
+    "openxr_get_head_pose": [
+        "The head is located for the display time of the application's latest frame.",
+        "Look at `flags` first: an answer without a valid pose is no error.",
+    ],
+    "openxr_get_controller_pose": [
+        (
+            "`is_active` is a number while the user holds the controller, and a boolean once it is simulated.",
+            lambda call: call("openxr_get_controller_pose", hand="left")["is_active"] is True,
+        ),
+        "Once simulated, the pose is the one that was last asked for, even if the runtime refused it.",
+    ],
+    "openxr_capture_composited_image": [
+        "The picture is of the latest frame that was composited. After a move it may still show the frame before: "
+        "wait for a frame or two.",
+        "A pending permission is also the answer while no session runs. The log tells which it is.",
+    ],
+    "openxr_list_spatial_entities": [
+        (
+            "Sizes are along an entity's own axes, which the orientation of `center` turns: the height of a box is not "
+            "always along +y of the base space.",
+            lambda call: all(
+                "orientation" in box["center"] and "width" in box["size"]
+                for entity in call("openxr_list_spatial_entities")["entities"]
+                for box in (entity["bounding_box_2d"], entity["bounding_box_3d"])
+                if box
+            ),
+        ),
+        "The room is read once a session. A name belongs to that reading: the number in it may differ in another "
+        "session.",
+        "A query in progress is also the answer when the query could not start, or when the application did not "
+        "enable the scene extensions. The log tells which it is.",
+    ],
+    "openxr_convert_pose_between_spaces": [
+        (
+            "Without position and orientation it answers where the origin of the source space is.",
+            lambda call: call("openxr_convert_pose_between_spaces", source_space="view")["output_pose"]
+            == call("openxr_get_head_pose", base_space="stage")["pose"],
+        ),
+        "The spaces are located now: do not keep a conversion that involves `view`.",
+    ],
+    "convert_openxr_pose_to_unity": [
+        (
+            "The conversion is its own inverse: both tools compute the same.",
+            lambda call: call("convert_openxr_pose_to_unity", position=[1, 2, 3])
+            == call("convert_unity_pose_to_openxr", position=[1, 2, 3]),
+        ),
+    ],
+    "convert_unity_pose_to_openxr": [
+        "Unity's world origin is not necessarily that of `local` or `stage`: ask the application.",
+    ],
+    "math_calc": [
+        (
+            "A power is `**`, not `^`.",
+            lambda call: not call("math_calc", expression="2^3")["success"]
+            and call("math_calc", expression="2**3")["result"] == 8,
+        ),
+        ("Angles are in radians.", lambda call: call("math_calc", expression="sin(pi/2)")["result"] == 1),
+        (
+            "The result is rounded to four decimals: scale small values up.",
+            lambda call: call("math_calc", expression="0.00001")["result"] == 0
+            and call("math_calc", expression="0.00001 * 10**5")["result"] == 1,
+        ),
+    ],
+    "math_add": [
+        (
+            "A vector has three components; two are refused.",
+            lambda call: call("math_add", a=[1, 2], b=[3, 4]).startswith("Error: "),
+        ),
+    ],
+    "math_sub": [
+        (
+            "From `a` to `b` is `b` minus `a`: give the target as `a`.",
+            lambda call: call("math_sub", a=[2, 0, 0], b=[0, 0, 0])["result"] == [2, 0, 0],
+        ),
+    ],
+    "math_mul": [
+        (
+            "Two vectors are multiplied component by component.",
+            lambda call: call("math_mul", a=[1, 2, 3], b=[4, 5, 6])["result"] == [4, 10, 18],
+        ),
+    ],
+    "math_div": [
+        (
+            "A division by zero is refused.",
+            lambda call: call("math_div", a=1, b=0) == "Error: Division by zero",
+        ),
+    ],
+    "math_dot": [
+        (
+            "It is the cosine of the angle only for vectors of length 1.",
+            lambda call: call("math_dot", vector_a=[2, 0, 0], vector_b=[2, 0, 0])["result"] == 4,
+        ),
+    ],
+    "math_cross": [
+        (
+            "The order matters: swapped vectors give the opposite direction.",
+            lambda call: call("math_cross", vector_a=[0, 1, 0], vector_b=[1, 0, 0])["result"] == [0, 0, -1],
+        ),
+    ],
+    "math_build_quat": [
+        (
+            "To look at a point, give the point minus the head's position. The length does not matter.",
+            lambda call: call("math_build_quat", front_direction=[0, 0, -5])["quaternion"] == AHEAD,
+        ),
+        (
+            "Straight up or down takes another `up_direction`.",
+            lambda call: call("math_build_quat", front_direction=UP).startswith("Error: "),
+        ),
+    ],
+    "math_decompose_quat": [
+        (
+            "The quaternion may have any length but zero.",
+            lambda call: call("math_decompose_quat", quaternion=[0, 1, 0, 1])["front_direction"] == [-1, 0, 0],
+        ),
+    ],
+    "math_multiply_quat": [
+        (
+            "The second rotation is applied first.",
+            lambda call: call("math_multiply_quat", quaternion1=[0, 1, 0, 1], quaternion2=[1, 0, 0, 1])["result"]
+            == [0.5, 0.5, -0.5, 0.5],
+        ),
+    ],
+    "openxr_exit_session": [
+        "It asks and does not wait: the session ends when the application takes part. The server goes with the "
+        "instance.",
+    ],
+}
+
+
+def position_of(call, tool, **arguments):
+    return call(f"openxr_get_{tool}_pose", base_space="stage", **arguments)["pose"]["position"]
+
+
+def head_carries_aim_and_not_grip(call):
+    def where(kind):
+        return position_of(call, "controller", hand="right", pose_type=kind)
+
+    aim, grip = where("aim"), where("grip")
+    call("openxr_set_head_pose", position=[1, 1.6, 0], base_space="stage")
+    moved = where("aim") != aim and where("grip") == grip
+    call("openxr_set_head_pose", position=UP, base_space="stage")
+    return moved
+
+
+def steps_ahead(call):
+    call("openxr_set_head_pose", position=[0, 0, -1], base_space="view")
+    there = position_of(call, "head") == [0, 1.6, -1]
+    call("openxr_set_head_pose", position=UP, base_space="stage")
+    return there
+
+
+def aim_and_grip_are_apart(call):
+    aim = position_of(call, "controller", hand="left", pose_type="aim")
+    call("openxr_set_controller_pose", hand="left", position=[-0.3, 1, -0.3], base_space="stage")
+    return position_of(call, "controller", hand="left", pose_type="aim") == aim
+
 
 # What an answer holds under these names is another thing in each run.
 VOLATILE = {"unix_timestamp", "iso8601", "XrTime", "time_in_seconds", "handle", "handle_hex"}
@@ -267,7 +496,18 @@ HINTS = {
 }
 
 
-def section(tool, arguments, answer):
+def known(call, name):
+    """What to know of a tool, as a list. What a call shows to be otherwise ends the script."""
+    lines = []
+    for entry in KNOW[name]:
+        text, is_so = (entry, None) if isinstance(entry, str) else entry
+        if is_so and not is_so(call):
+            raise SystemExit(f"scripts/tools_page.py: of {name} it does not hold: {text}")
+        lines.append(f"- {text}\n")
+    return "Before you call it:\n\n" + "".join(lines)
+
+
+def section(tool, know, arguments, answer):
     hints = [text for name, text in HINTS.items() if tool["annotations"][name]]
     return "\n".join(
         [
@@ -275,6 +515,7 @@ def section(tool, arguments, answer):
             paragraphs(tool["description"]) + "\n",
             f"*Hints: {'; '.join(hints)}.*\n",
             parameter_table(tool["inputSchema"]),
+            know,
             "```\n" + fit(arguments) + "\n```\n",
             "answers\n",
             "```\n" + answer_text(answer) + "\n```\n",
@@ -285,9 +526,10 @@ def section(tool, arguments, answer):
 def page(client):
     # The application's own tools have no annotations.
     tools = {tool["name"]: tool for tool in client.tools() if "annotations" in tool}
-    told = {name for _, _, examples in FAMILIES for name in examples}
-    if tools.keys() != told:
-        raise SystemExit(f"scripts/tools_page.py and the server differ over: {', '.join(sorted(tools.keys() ^ told))}")
+    for told in ({name for _, _, examples in FAMILIES for name in examples}, KNOW.keys()):
+        if tools.keys() != told:
+            names = ", ".join(sorted(tools.keys() ^ told))
+            raise SystemExit(f"scripts/tools_page.py and the server differ over: {names}")
     common = [{name: tool["inputSchema"]["properties"][name] for name in COMMON} for tool in tools.values()]
     if any(one != common[0] for one in common):
         raise SystemExit("reason and sentiment are not the same in all tools")
@@ -299,7 +541,8 @@ def page(client):
     for family, word, examples in FAMILIES:
         parts.append(f"\n## {family}\n" + (f"\n{word}\n" if word else ""))
         for name, arguments in examples.items():
-            parts.append("\n" + section(tools[name], arguments, client.call(name, **arguments)))
+            know = known(client.call, name)
+            parts.append("\n" + section(tools[name], know, arguments, client.call(name, **arguments)))
     return "".join(parts)
 
 
