@@ -82,7 +82,8 @@ json handle_capture_composited_image(const json& arguments, const std::string& /
         eye = given->get<std::string>();
     }
     if (eye != "left" && eye != "right") {
-        return refuse(kName, "Invalid 'eye' parameter: " + eye, "Invalid 'eye' parameter. Must be 'left' or 'right'.");
+        return refuse(kName, "Invalid 'eye' parameter: " + ShownPeerText(eye),
+                      "Invalid 'eye' parameter. Must be 'left' or 'right'.");
     }
     const std::shared_ptr<ScreenCaptureBackend> backend = ScreenCaptureManager::instance().backend();
     if (!backend) {

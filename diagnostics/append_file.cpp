@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <cstddef>
 
+#include "diagnostics/write_signals.h"
+
 namespace orvanic_xr {
 
 AppendFile::~AppendFile() {
@@ -20,6 +22,7 @@ bool AppendFile::Open(const std::string& path) {
 }
 
 void AppendFile::Write(std::string_view text) noexcept {
+    const HeldWriteSignals held;
     while (!text.empty() && !failed_) {
         const ssize_t written = write(descriptor_, text.data(), text.size());
         if (written >= 0) {

@@ -30,6 +30,16 @@ void AppendLogPart(std::string& line, const char* part);  // null is "(null)"
 void AppendLogPart(std::string& line, const void* part);
 void AppendLogPart(std::string& line, double part);  // six significant digits
 
+// Text of somebody on the network, wherever it enters a line: its control bytes are written as "\x0a", so that it
+// can neither begin a line nor steer a terminal, and beyond the limit only its length is told.
+struct PeerText {
+    std::string_view text;
+    std::size_t limit = 200;
+};
+inline constexpr std::size_t kErrorTextBytes = 400;  // the limit of an error's text, half of which may be the peer's
+void AppendLogPart(std::string& line, PeerText part);
+std::string ShownPeerText(std::string_view text);  // for a message that is put together before it is logged
+
 // Bytes are numbers here, and a bool is 1 or 0.
 template <std::integral Integer>
 void AppendLogPart(std::string& line, Integer part) {

@@ -81,7 +81,7 @@ json handle_list_spatial_entities(const json& arguments, const std::string& /*se
     const SessionResolution resolution = resolve_session_from_arguments(arguments, kName);
     if (!resolution.valid) return make_text_tool_result(resolution.error);
     const std::string base_name = string_argument(arguments, "base_space", default_base_space());
-    LogInfo(kName, ": base_space=", base_name);
+    LogInfo(kName, ": base_space=", PeerText{base_name});
     const std::shared_ptr<SessionContext> context = ContextManager::instance().getSessionContext(resolution.session);
     if (!context || context->ended()) {
         return refuse(kName, "SessionContext is not valid", "SessionContext is not valid.");
@@ -99,7 +99,8 @@ json handle_list_spatial_entities(const json& arguments, const std::string& /*se
     }
     const XrSpace base_space = reference_space_for_name(base_name, *context);
     if (base_space == XR_NULL_HANDLE) {
-        return refuse(kName, "Invalid or unavailable base_space: " + base_name, invalid_base_space_text(base_name));
+        return refuse(kName, "Invalid or unavailable base_space: " + ShownPeerText(base_name),
+                      invalid_base_space_text(base_name));
     }
     const XrTime time = context->CurrentLocateTime();
     if (time == 0) {

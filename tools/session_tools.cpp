@@ -121,7 +121,8 @@ std::string default_base_space() {
 }
 
 std::string invalid_base_space_text(const std::string& name) {
-    return "Invalid or unavailable base_space '" + name + "'. Valid options: 'local', 'stage', 'local_floor', 'view'.";
+    return "Invalid or unavailable base_space '" + ShownPeerText(name) +
+           "'. Valid options: 'local', 'stage', 'local_floor', 'view'.";
 }
 
 std::string base_space_to_read_description() {

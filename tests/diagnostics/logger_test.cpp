@@ -1,12 +1,17 @@
 #include "diagnostics/logger.h"
 
 #include <gmock/gmock.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
+#include <csignal>
+#include <cstdlib>
 #include <limits>
 #include <map>
 #include <sstream>
 #include <thread>
 
+#include "diagnostics/append_file.h"
 #include "diagnostics/clock.h"
 #include "diagnostics/mcp_logger.h"
 #include "diagnostics/number_text.h"
@@ -42,7 +47,7 @@ TEST(LogParts, AreWrittenAsAStreamInTheCLocaleWritesThem) {
     char text[] = "array";
     const struct {
         std::string got;
-        const char* expected;
+        std::string expected;
     } rows[] = {
         {Joined("a", std::string("b"), std::string_view("c"), 'd', text), "abcdarray"},
         {Joined(no_text, "!"), "(null)!"},
@@ -59,6 +64,10 @@ TEST(LogParts, AreWrittenAsAStreamInTheCLocaleWritesThem) {
         {Joined(static_cast<const int*>(nullptr)), "0"},
         {Joined(reinterpret_cast<void*>(~std::uintptr_t{0})), "0xffffffffffffffff"},
         {Joined(SomeFunction).substr(0, 2), "0x"},
+        {Joined(PeerText{"plain \\ \"\xC3\xA9\xC2\xA0\""}), "plain \\ \"\xC3\xA9\xC2\xA0\""},
+        {Joined(PeerText{"a\n[\x1b\x7f\xC2\x9B"}), "a\\x0a[\\x1b\\x7f\\xc2\x9B"},
+        {ShownPeerText(std::string(200, 'x')), std::string(200, 'x')},
+        {ShownPeerText(std::string(199, 'x') + "\xC3\xA9"), std::string(199, 'x') + "...(201 bytes)"},
     };
     for (const auto& row : rows) EXPECT_EQ(row.got, row.expected);
 }
@@ -107,6 +116,44 @@ TEST_F(LoggerLines, CarryTimePrefixTagAndParts) {
               "\x1b[90m2026-01-01 00:01:01\x1b[0m [Velmoor] no tag\n"
               "\x1b[90m2026-01-01 00:01:01\x1b[0m [Velmoor] none either\n");
     EXPECT_EQ(GetCapturedStderr(), "\x1b[90m2026-01-01 00:01:01\x1b[0m [Velmoor] \x1b[31m[ERROR]\x1b[0m e3\n");
+}
+
+bool IsPending(int signal) {
+    sigset_t pending;
+    sigpending(&pending);
+    return sigismember(&pending, signal) == 1;
+}
+
+// Both consoles are pipes that nobody reads, and files have grown as far as they may.
+void LogWhereNobodyReads(bool signals_of_host_wait) {
+    int ends[2];
+    if (pipe(ends) != 0 || close(ends[0]) != 0 || dup2(ends[1], 1) != 1 || dup2(ends[1], 2) != 2) std::exit(1);
+    sigset_t both;
+    sigemptyset(&both);
+    for (const int signal : {SIGPIPE, SIGXFSZ}) sigaddset(&both, signal);
+    if (signals_of_host_wait) {
+        sigprocmask(SIG_BLOCK, &both, nullptr);
+        for (const int signal : {SIGPIPE, SIGXFSZ}) raise(signal);
+    }
+    AppendFile file;
+    if (!file.Open(ScratchDirectory().path() + "/full")) std::exit(2);
+    const rlimit nothing{0, RLIM_INFINITY};
+    setrlimit(RLIMIT_FSIZE, &nothing);
+    file.Write("x");
+    LogInfo("to standard output");
+    LogError("to standard error");
+    sigset_t blocked;
+    sigprocmask(SIG_BLOCK, nullptr, &blocked);
+    for (const int signal : {SIGPIPE, SIGXFSZ}) {
+        if (sigismember(&blocked, signal) != int{signals_of_host_wait}) std::exit(3);
+        if (IsPending(signal) != signals_of_host_wait) std::exit(4);
+    }
+    std::exit(0);
+}
+
+TEST_F(LoggerLines, ThatNobodyReadsRaiseNoSignal) {
+    EXPECT_EXIT(LogWhereNobodyReads(false), testing::ExitedWithCode(0), "");
+    EXPECT_EXIT(LogWhereNobodyReads(true), testing::ExitedWithCode(0), "");
 }
 
 struct CountedPart {

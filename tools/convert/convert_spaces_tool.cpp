@@ -39,7 +39,7 @@ constexpr char kOrientationDescription[] =
 
 json refuse_space(const std::string& parameter, const std::string& space_name) {
     const std::string message = "Invalid or unavailable " + parameter;
-    return refuse(kName, message + ": " + space_name,
+    return refuse(kName, message + ": " + ShownPeerText(space_name),
                   message + " '" + space_name + "'. Valid options: 'local', 'stage', 'local_floor', 'view'.");
 }
 
@@ -57,7 +57,7 @@ json handle_convert_pose_between_spaces(const json& arguments, const std::string
     LogInfo(kName, " tool called");
     const std::string source_name = string_argument(arguments, "source_space", default_base_space());
     const std::string target_name = string_argument(arguments, "target_space", "stage");
-    LogInfo(kName, ": source_space=", source_name, ", target_space=", target_name);
+    LogInfo(kName, ": source_space=", PeerText{source_name}, ", target_space=", PeerText{target_name});
     const SessionLookup found = find_session_context(arguments, kName);
     if (!found.context) return found.refusal;
     const SessionContext& context = *found.context;

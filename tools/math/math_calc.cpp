@@ -37,13 +37,13 @@ json handle_math_calc(const json& arguments, const std::string& /*session_id*/) 
                       "Missing or invalid 'expression' parameter. Must be a string.");
     }
     const auto& expression = argument->get_ref<const std::string&>();
-    LogInfo(kName, ": expression=", expression);
+    LogInfo(kName, ": expression=", PeerText{expression});
     try {
         const double result = EvaluateExpression(expression);
         LogInfo(kName, ": result=", FixedText(result));
         return make_json_tool_result({{"success", true}, {"expression", expression}, {"result", result}});
     } catch (const std::exception& failure) {
-        LogError(kName, ": error: ", failure.what());
+        LogError(kName, ": error: ", PeerText{failure.what(), kErrorTextBytes});
         return make_json_tool_result({{"success", false}, {"expression", expression}, {"error", failure.what()}});
     }
 }

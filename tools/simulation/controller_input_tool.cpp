@@ -174,7 +174,7 @@ std::optional<std::string> ReadSubComponent(const json& arguments, ControllerInp
     if (!thumbstick) return "'sub_component' is only valid for 'Thumbstick' component.";
     input.sub_component = given->get<std::string>();
     if (input.sub_component == "X" || input.sub_component == "Y") return std::nullopt;
-    return "'sub_component' must be 'X' or 'Y' for Thumbstick, got '" + input.sub_component + "'.";
+    return "'sub_component' must be 'X' or 'Y' for Thumbstick, got '" + ShownPeerText(input.sub_component) + "'.";
 }
 
 // Starts the release thread if the call asks for one.
@@ -207,7 +207,7 @@ json handle_set_controller_input(const json& arguments, const std::string& /*ses
     const std::string component_name = component->get<std::string>();
     input.component = FindComponent(component_name, input.hand);
     if (!input.component) {
-        return refuse(kName, "Component '" + component_name + "' is not valid for " + input.hand +
+        return refuse(kName, "Component '" + ShownPeerText(component_name) + "' is not valid for " + input.hand +
                                  " controller. Valid components: " +
                                  (input.hand == "left" ? kLeftComponents : kRightComponents) + ".");
     }

@@ -60,7 +60,7 @@ bool IsPoseType(const std::string& pose_type) {
 }
 
 std::string InvalidPoseTypeText(const std::string& pose_type) {
-    return "Invalid 'pose_type' parameter. Must be 'aim' or 'grip', got '" + pose_type + "'.";
+    return "Invalid 'pose_type' parameter. Must be 'aim' or 'grip', got '" + ShownPeerText(pose_type) + "'.";
 }
 
 json ControllerPoseResult(const XrPosef& pose, XrSpaceLocationFlags flags, json is_active, bool simulated) {
@@ -120,15 +120,17 @@ json handle_get_controller_pose(const json& arguments, const std::string& /*sess
     const std::string base_name = string_argument(arguments, "base_space", default_base_space());
     const ControllerInput input{*hand.hand, string_argument(arguments, "pose_type", "grip")};
     if (!IsPoseType(input.pose_type)) {
-        return refuse(kGetName, "Invalid pose_type value: " + input.pose_type, InvalidPoseTypeText(input.pose_type));
+        return refuse(kGetName, "Invalid pose_type value: " + ShownPeerText(input.pose_type),
+                      InvalidPoseTypeText(input.pose_type));
     }
-    LogInfo(kGetName, ": hand=", input.hand, ", pose_type=", input.pose_type, ", base_space=", base_name);
+    LogInfo(kGetName, ": hand=", input.hand, ", pose_type=", input.pose_type, ", base_space=", PeerText{base_name});
     const SessionLookup found = find_session_context(arguments, kGetName);
     if (!found.context) return found.refusal;
     const SessionContext& context = *found.context;
     const XrSpace base_space = reference_space_for_name(base_name, context);
     if (base_space == XR_NULL_HANDLE) {
-        return refuse(kGetName, "Invalid or unavailable base_space: " + base_name, invalid_base_space_text(base_name));
+        return refuse(kGetName, "Invalid or unavailable base_space: " + ShownPeerText(base_name),
+                      invalid_base_space_text(base_name));
     }
     if (PoseAction(context, input) == XR_NULL_HANDLE) {
         return refuse(kGetName, input.pose_type + " pose action is null for " + input.hand + " controller",
@@ -189,7 +191,7 @@ json handle_set_controller_pose(const json& arguments, const std::string& /*sess
     if (!given.has_position() && !given.has_orientation()) {
         return refuse(kSetName, "At least one of 'position' or 'orientation' must be provided.");
     }
-    LogInfo(kSetName, ": hand=", input.hand, ", pose_type=", input.pose_type, ", base_space=", base_name,
+    LogInfo(kSetName, ": hand=", input.hand, ", pose_type=", input.pose_type, ", base_space=", PeerText{base_name},
             ", has_position=", int{given.has_position()}, ", has_orientation=", int{given.has_orientation()});
     const SessionLookup found = find_session_to_move(arguments, kSetName);
     if (!found.context) return found.refusal;

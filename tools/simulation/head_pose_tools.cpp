@@ -38,13 +38,14 @@ constexpr char kSetDescription[] =
 json handle_get_head_pose(const json& arguments, const std::string& /*session_id*/) {
     LogInfo(kGetName, " tool called");
     const std::string base_name = string_argument(arguments, "base_space", default_base_space());
-    LogInfo(kGetName, ": base_space=", base_name);
+    LogInfo(kGetName, ": base_space=", PeerText{base_name});
     const SessionLookup found = find_session_context(arguments, kGetName);
     if (!found.context) return found.refusal;
     const SessionContext& context = *found.context;
     const XrSpace base_space = reference_space_for_name(base_name, context);
     if (base_space == XR_NULL_HANDLE) {
-        return refuse(kGetName, "Invalid or unavailable base_space: " + base_name, invalid_base_space_text(base_name));
+        return refuse(kGetName, "Invalid or unavailable base_space: " + ShownPeerText(base_name),
+                      invalid_base_space_text(base_name));
     }
     if (context.viewSpace == XR_NULL_HANDLE) {
         return refuse(kGetName, "View reference space is null", "View reference space is not available.");
@@ -128,7 +129,7 @@ json handle_set_head_pose(const json& arguments, const std::string& /*session_id
     if (!given.has_position() && !given.has_orientation()) {
         return refuse(kSetName, "At least one of 'position' or 'orientation' must be provided.");
     }
-    LogInfo(kSetName, ": base_space=", base_name, ", has_position=", int{given.has_position()},
+    LogInfo(kSetName, ": base_space=", PeerText{base_name}, ", has_position=", int{given.has_position()},
             ", has_orientation=", int{given.has_orientation()});
     const SessionLookup found = find_session_to_move(arguments, kSetName);
     if (!found.context) return found.refusal;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "diagnostics/log_line.h"
 #include "tools/json_conversions.h"
 #include "tools/session_tools.h"
 #include "tools/tool_results.h"
@@ -33,8 +34,9 @@ HandArgument read_hand_argument(const json& arguments) {
     }
     const std::string hand = value->get<std::string>();
     if (hand == "left" || hand == "right") return {hand, {}, {}};
-    return {
-        {}, "Invalid 'hand' parameter. Must be 'left' or 'right', got '" + hand + "'.", "Invalid hand value: " + hand};
+    return {{},
+            "Invalid 'hand' parameter. Must be 'left' or 'right', got '" + ShownPeerText(hand) + "'.",
+            "Invalid hand value: " + ShownPeerText(hand)};
 }
 
 int hand_index(const std::string& hand) {
