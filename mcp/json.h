@@ -15,9 +15,24 @@ using json = nlohmann::ordered_json;
 // the host application, so a hostile text must not choose the depth.
 inline constexpr std::size_t kMaxJsonDepth = 256;
 
-// The value of `text`. Throws json::exception if it is no JSON, or std::runtime_error if it is nested deeper
-// than kMaxJsonDepth.
+// Members that one object may have: an ordered object compares each new key with all keys before it.
+inline constexpr std::size_t kMaxJsonMembers = 4096;
+
+// Values that a text may hold, itself and all below it. The smallest take 2 bytes of text and many times that of
+// memory.
+inline constexpr std::size_t kMaxJsonValues = 200'000;
+
+// Memory of one value beside its text, on average over the most wasteful texts: its place in a container that has
+// grown by doubling, and blocks of its own for text and children.
+inline constexpr std::size_t kJsonValueBytes = 128;
+
+// The value of `text`. Throws json::exception if it is no JSON, or std::runtime_error if it is beyond one of the
+// limits above.
 json parse_json(std::string_view text);
+
+// Bytes of memory that the value of `text` takes at most beyond the length of `text`. Nothing is parsed for that.
+// 0 if `text` is beyond one of the limits.
+std::size_t json_overhead(std::string_view text);
 
 // Compact text of `value`, or one indented by `indent` blanks. Bytes that are no UTF-8 become U+FFFD, so an
 // answer never vanishes for the sake of a name that somebody encoded wrongly.

@@ -13,6 +13,11 @@
 #include "mcp/sse.h"
 
 namespace mcp {
+
+using orvanic_xr::kErrorTextBytes;
+using orvanic_xr::PeerText;
+using orvanic_xr::ShownPeerText;
+
 namespace {
 
 constexpr http_header kPostHeaders[] = {
@@ -25,8 +30,6 @@ constexpr std::array kSupportedProtocolVersions = {"2025-11-25", "2025-06-18", "
 
 // The answer of a request whose dispatch gave none.
 constexpr const char* kNullFrame = "event: message\r\ndata: null\r\n\r\n";
-
-constexpr std::size_t kLoggedArgumentsBytes = 200;
 
 http_answer accepted() {
     return {.status = 202, .content_type = "text/plain", .headers = kPostHeaders, .body = "Accepted"};
@@ -65,25 +68,33 @@ json_rpc_request take_request(json& body) {
     return request;
 }
 
+// False if the budget has no room for that.
+bool charge(const http_body& posted, std::size_t bytes) {
+    return !posted.budget_share || posted.budget_share->take(bytes);
+}
+
+// What the arguments of a call will take when they are parsed, if they are text.
+std::size_t arguments_bytes(const json_rpc_request& request) {
+    if (request.method != "tools/call" || !request.params.is_object()) return 0;
+    const auto arguments = request.params.find("arguments");
+    if (arguments == request.params.end() || !arguments->is_string()) return 0;
+    const auto& text = arguments->get_ref<const std::string&>();
+    return text.size() + json_overhead(text);
+}
+
 // For log lines: the tool that is called, behind its key, or nothing.
 std::string name_part(const json_rpc_request& request) {
     if (request.method != "tools/call" || !request.params.is_object()) return {};
     const auto name = request.params.find("name");
     if (name == request.params.end() || !name->is_string()) return {};
-    return " name=" + name->get_ref<const std::string&>();
+    return " name=" + ShownPeerText(name->get_ref<const std::string&>());
 }
 
-// Likewise the arguments of the call, of which no more than the beginning is shown.
+// Likewise the arguments of the call.
 std::string arguments_part(const json_rpc_request& request) {
     if (request.method != "tools/call" || !request.params.is_object()) return {};
     const auto arguments = request.params.find("arguments");
-    if (arguments == request.params.end()) return {};
-    std::string text = dump_json(*arguments);
-    if (const std::size_t length = text.size(); length > kLoggedArgumentsBytes) {
-        text.resize(kLoggedArgumentsBytes);
-        text += "...(" + std::to_string(length) + " bytes)";
-    }
-    return " args=" + text;
+    return arguments == request.params.end() ? std::string() : " args=" + ShownPeerText(dump_json(*arguments));
 }
 
 std::string message_frame(const json_rpc_response& response) {
@@ -111,29 +122,33 @@ http_answer server::handle_jsonrpc(http_request& request, http_body& body) {
 http_answer server::accept_request(http_request& request, http_body& posted) {
     const std::string& session_id = request.session_id;
     if (const auto open = sessions_->find(session_id)) open->touch();
+    const std::size_t body_bytes = posted.text.size();
+    if (!charge(posted, json_overhead(posted.text))) return refused_body(503);
     json body;
     try {
         body = parse_json(posted.text);
+        std::string().swap(posted.text);  // its share of the budget now stands for what was made of it
     } catch (const std::exception& e) {
-        log_error("Failed to parse JSON request: ", e.what());
+        log_error("Failed to parse JSON request: ", PeerText{e.what(), kErrorTextBytes});
         return refused(400, "Invalid JSON");
     }
     auto dispatcher = sessions_->find(session_id);
     if (!dispatcher) {
         if (body.is_object() && body.value("method", json()) == "ping") return accepted();
-        log_error("Session not found: ", session_id);
+        log_error("Session not found: ", PeerText{session_id});
         return refused(404, "Session not found");
     }
     json_rpc_request rpc;
     try {
         rpc = take_request(body);
     } catch (const std::exception& e) {
-        log_error("Failed to create request object: ", e.what());
+        log_error("Failed to create request object: ", PeerText{e.what(), kErrorTextBytes});
         return refused(400, "Invalid request format");
     }
+    if (!charge(posted, arguments_bytes(rpc))) return refused_body(503);
     if (rpc.method != "ping") {
-        log_info("POST /message accepted: method=", rpc.method, name_part(rpc), " session=", session_id,
-                 " body_bytes=", posted.text.size());
+        log_info("POST /message accepted: method=", PeerText{rpc.method}, name_part(rpc), " session=", session_id,
+                 " body_bytes=", body_bytes);
     }
     header_map headers;
     if (rpc.method == "initialize") headers = std::move(request.headers);
@@ -149,8 +164,8 @@ void server::answer_request(const json_rpc_request& request, const std::string& 
         const auto response = dispatch_request(request, session_id, headers);
         if (request.is_notification()) return;
         if (response && response->id.is_null()) {
-            log_error("Refusing to emit JSON-RPC response with id:null over SSE — method=", request.method,
-                      " session_id=", session_id, " payload=", dump_json(to_json(*response)));
+            log_error("Refusing to emit JSON-RPC response with id:null over SSE — method=", PeerText{request.method},
+                      " session_id=", session_id, " payload=", PeerText{dump_json(to_json(*response))});
             return;
         }
         deliver(response ? message_frame(*response) : kNullFrame, session_id, dispatcher);
@@ -187,10 +202,10 @@ std::optional<json_rpc_response> server::dispatch_request(const json_rpc_request
     try {
         return run_method(request, session_id, headers);
     } catch (const mcp_exception& e) {
-        log_error("MCP exception: ", e.what(), ", code: ", e.code);
+        log_error("MCP exception: ", PeerText{e.what(), kErrorTextBytes}, ", code: ", e.code);
         return make_error_response(request.id, e.code, e.what());
     } catch (const std::exception& e) {
-        log_error("Exception while processing request: ", e.what());
+        log_error("Exception while processing request: ", PeerText{e.what(), kErrorTextBytes});
         return make_error_response(request.id, kInternalError, std::string("Internal error: ") + e.what());
     } catch (...) {
         log_error("Unknown exception while processing request");
@@ -202,7 +217,7 @@ json_rpc_response server::run_method(const json_rpc_request& request, const std:
                                      const header_map& headers) {
     const std::string& method = request.method;
     const std::string name = name_part(request);
-    if (method != "ping") log_info("Processing method call: ", method, name, arguments_part(request));
+    if (method != "ping") log_info("Processing method call: ", PeerText{method}, name, arguments_part(request));
     if (method == "initialize") return handle_initialize(request, session_id, headers);
     if (method == "ping") return make_result_response(request.id, json::object());
     if (!sessions_->is_session_ready(session_id)) {
@@ -211,15 +226,15 @@ json_rpc_response server::run_method(const json_rpc_request& request, const std:
     }
     const method_handler handler = find_method(method);
     if (!handler) {
-        log_warning("Method not found: ", method);
+        log_warning("Method not found: ", PeerText{method});
         return make_error_response(request.id, kMethodNotFound, "Method not found: " + method);
     }
-    log_info("Calling method handler: ", method, name);
+    log_info("Calling method handler: ", PeerText{method}, name);
     const std::int64_t start_ns = orvanic_xr::MonotonicNanoseconds();
     json_rpc_response response = make_result_response(request.id, handler(request.params, session_id));
     const std::int64_t end_ns = orvanic_xr::MonotonicNanoseconds();
     if (!response.result.is_null()) response.result_text = dump_json(response.result);
-    log_info("Method call successful: ", method, name, " duration_ms=", (end_ns - start_ns) / 1'000'000,
+    log_info("Method call successful: ", PeerText{method}, name, " duration_ms=", (end_ns - start_ns) / 1'000'000,
              " result_bytes=", response.result_text.size());
     return response;
 }
@@ -238,11 +253,11 @@ json_rpc_response server::handle_initialize(const json_rpc_request& request, con
         return make_error_response(request.id, kInvalidParams, "Expected string for 'protocolVersion' parameter");
     }
     const std::string version = params["protocolVersion"].get<std::string>();
-    log_info("Client requested protocol version: ", version);
+    log_info("Client requested protocol version: ", PeerText{version});
     if (std::find(kSupportedProtocolVersions.begin(), kSupportedProtocolVersions.end(), version) ==
         kSupportedProtocolVersions.end()) {
         const json supported(kSupportedProtocolVersions);
-        log_error("Unsupported protocol version: ", version, ", server supports: ", dump_json(supported));
+        log_error("Unsupported protocol version: ", PeerText{version}, ", server supports: ", dump_json(supported));
         return make_error_response(request.id, kInvalidParams, "Unsupported protocol version",
                                    {{"supported", supported}, {"requested", version}});
     }
@@ -256,7 +271,7 @@ json_rpc_response server::handle_initialize(const json_rpc_request& request, con
         if (client_info.contains("name")) client_name = client_info["name"].get<std::string>();
         if (client_info.contains("version")) client_version = client_info["version"].get<std::string>();
     }
-    log_info("Client connected: ", client_name, " ", client_version);
+    log_info("Client connected: ", PeerText{client_name}, " ", PeerText{client_version});
     tell_initialize(session_id, client_info, headers);
     if (const auto callback = copy_locked(client_connected_callback_)) callback(client_name, client_version);
     log_info("Initialization successful, waiting for notifications/initialized notification");

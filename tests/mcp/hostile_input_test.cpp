@@ -58,6 +58,50 @@ TEST_F(HostileInput, NestingIsLimited) {
         HasSubstr(R"("code":-32602,"message":"Invalid JSON arguments: JSON is nested deeper than 256 levels")"));
 }
 
+std::string members(int count) {
+    std::string object;
+    for (int i = 0; i < count; ++i) object += (i == 0 ? R"({"k)" : R"(,"k)") + std::to_string(i) + "\": 1";
+    return object + "}";
+}
+
+std::string values(int count) {
+    std::string array = "[";
+    for (int i = 0; i < count; ++i) array += i % 2 == 0 ? "[ ]," : R"(",:{",)";
+    return array + "1]";
+}
+
+std::string quoted(const std::string& text) {
+    return dump_json(text);
+}
+
+TEST_F(HostileInput, MembersAndValuesAreLimited) {
+    const std::string call = R"({"jsonrpc":"2.0","id":1,"method":"tools/call","params":{"name":"echo","arguments":)";
+    EXPECT_THAT(good_->call_tool(1, "echo", members(4096)), HasSubstr("isError\":false"));
+    EXPECT_EQ(good_->post(call + members(4097) + "}}").status, 400);
+    EXPECT_THAT(good_->call_tool(1, "echo", quoted(members(4097))),
+                HasSubstr(R"("message":"Invalid JSON arguments: JSON holds an object of more than 4096 members")"));
+    // The body has seven values around those of the array, which are one more.
+    EXPECT_THAT(good_->call_tool(1, "echo", values(199'992)), HasSubstr("isError\":false"));
+    EXPECT_EQ(good_->post(call + values(199'993) + "}}").status, 400);
+    EXPECT_THAT(good_->call_tool(1, "echo", quoted(values(200'000))),
+                HasSubstr(R"("message":"Invalid JSON arguments: JSON holds more than 200000 values")"));
+    EXPECT_EQ(good_->post(values(3'000'000)).status, 400);
+}
+
+TEST_F(HostileInput, WhatItSaysForgesNoLogLine) {
+    const std::string lines = "x\n[ERROR]\x1b[2J" + std::string(100'000, 'x');
+    good_->post(R"({"id":1,"method":)" + quoted(lines) + "}");
+    good_->post("{" + lines);
+    good_->call_tool(2, lines);
+    raw_socket socket(Port());
+    http_exchange(socket, post_request("/message?session_id=no%0Aone%0d", "{}"));
+    EXPECT_TRUE(log_.has("ERROR Session not found: no\\x0aone\\x0d"));
+    for (const std::string& line : log_.take()) {
+        EXPECT_EQ(line.find_first_of("\n\r\x1b"), std::string::npos) << line;
+        EXPECT_LT(line.size(), 600u);
+    }
+}
+
 TEST_F(HostileInput, BodyIsLimited) {
     const std::string body(16u << 20, 'x');
     EXPECT_EQ(good_->post(body).status, 400);
@@ -77,9 +121,13 @@ TEST_F(HostileInput, BodiesInHandAreLimited) {
     StartAgain(config);
     const std::string params = R"("params":{"arguments":[")" + std::string(30000, 'x') + R"("],"name":)";
     EXPECT_EQ(good_->post(R"({"id":1,"method":"tools/call",)" + params + "\"wait\"}}").status, 202);
-    const http_reply refused = good_->post(R"({"id":2,"method":"tools/call",)" + params + "\"echo\"}}");
-    EXPECT_EQ(refused.status, 503);
-    EXPECT_EQ(refused.body, R"({"error":"Server busy"})");
+    const std::string small = values(150);  // takes of memory what the large one does
+    for (const std::string& arguments : {"[\"" + std::string(30000, 'x') + "\"]", small, quoted(small)}) {
+        const http_reply refused =
+            good_->post(R"({"id":2,"method":"tools/call","params":{"name":"echo","arguments":)" + arguments + "}}");
+        EXPECT_EQ(refused.status, 503);
+        EXPECT_EQ(refused.body, R"({"error":"Server busy"})");
+    }
     go_on_.set_value();
     EXPECT_THAT(good_->next_message(), HasSubstr("waited"));
 }
