@@ -2,6 +2,7 @@
 // picture of the simulator's room; and what that picture costs the simulator.
 #include <benchmark/benchmark.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <random>
 #include <string>
@@ -11,6 +12,14 @@
 #include "capture/base64.h"
 #include "capture/image_encoding.h"
 #include "simulator/renderer/picture.h"
+
+#define STB_IMAGE_WRITE_IMPLEMENTATION
+#define STB_IMAGE_WRITE_STATIC
+#define STBI_WRITE_NO_STDIO
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wunused-function"
+#include <stb_image_write.h>
+#pragma GCC diagnostic pop
 
 namespace orvanic_xr {
 namespace {
@@ -93,23 +102,45 @@ void BM_LightRoom(benchmark::State& state) {
 }
 BENCHMARK(BM_LightRoom)->Unit(benchmark::kMillisecond);
 
-void BM_Png(benchmark::State& state) {
+Bytes PictureOf(std::uint32_t width, std::uint32_t height) {
     const simulator::WorldView world = SomeView();
-    const auto width = static_cast<std::uint32_t>(state.range(0));
-    const auto height = static_cast<std::uint32_t>(state.range(1));
     Bytes pixels(std::size_t{width} * height * 4);
     simulator::DrawPicture(world, simulator::LitRoom(world.things), 0, width, height, pixels.data());
-    std::size_t file_size = 0;
-    for ([[maybe_unused]] auto _ : state) file_size = encode_png(pixels, width, height).value().size();
+    return pixels;
+}
+
+void CountFile(benchmark::State& state, const Bytes& pixels, std::size_t file_size) {
     CountBytes(state, pixels.size());
     state.counters["file_bytes"] = static_cast<double>(file_size);
 }
-BENCHMARK(BM_Png)
-    ->Args({256, 256})
-    ->Args({512, 512})
-    ->Args({1024, 1024})
-    ->Args({1832, 1920})
-    ->Unit(benchmark::kMillisecond);
+
+void BM_Png(benchmark::State& state) {
+    const auto width = static_cast<std::uint32_t>(state.range(0));
+    const auto height = static_cast<std::uint32_t>(state.range(1));
+    const Bytes pixels = PictureOf(width, height);
+    std::size_t file_size = 0;
+    for ([[maybe_unused]] auto _ : state) file_size = encode_png(pixels, width, height).value().size();
+    CountFile(state, pixels, file_size);
+}
+
+// The same by stb alone, as its defaults have it.
+void BM_PngOfStb(benchmark::State& state) {
+    const auto width = static_cast<int>(state.range(0));
+    const auto height = static_cast<int>(state.range(1));
+    const Bytes pixels = PictureOf(static_cast<std::uint32_t>(width), static_cast<std::uint32_t>(height));
+    int file_size = 0;
+    for ([[maybe_unused]] auto _ : state) {
+        std::free(stbi_write_png_to_mem(pixels.data(), width * 4, width, height, 4, &file_size));
+    }
+    CountFile(state, pixels, static_cast<std::size_t>(file_size));
+}
+
+void PictureSizes(benchmark::internal::Benchmark* benchmark) {
+    benchmark->Args({256, 256})->Args({512, 512})->Args({1024, 1024})->Args({1832, 1920});
+    benchmark->Unit(benchmark::kMillisecond);
+}
+BENCHMARK(BM_Png)->Apply(PictureSizes);
+BENCHMARK(BM_PngOfStb)->Apply(PictureSizes);
 
 void RegisterPaths() {
     for (const Base64Path& path : base64_paths()) {

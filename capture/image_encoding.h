@@ -1,4 +1,5 @@
-// A captured picture as text: PNG by stb_image_write with its default settings, then base64. Pure; any thread.
+// A captured picture as text: PNG by stb_image_write, its filters chosen as by default, with libdeflate
+// behind it; then base64. Pure; any thread.
 #pragma once
 
 #include <cstddef>

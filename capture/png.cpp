@@ -3,6 +3,7 @@
 #include <new>
 
 #include "capture/image_encoding.h"
+#include "capture/stb_png.h"
 
 namespace orvanic_xr {
 namespace {
@@ -53,29 +54,31 @@ thread_local PngMemory* PngMemory::current = nullptr;
 }  // namespace
 }  // namespace orvanic_xr
 
-// All of stb stays inside this file: the host application may have its own copy.
-#define STB_IMAGE_WRITE_IMPLEMENTATION
-#define STB_IMAGE_WRITE_STATIC
-#define STBI_WRITE_NO_STDIO
-#define STBIW_MALLOC(size) orvanic_xr::PngMemory::current->Resize(nullptr, static_cast<std::size_t>(size))
-#define STBIW_REALLOC(memory, size) orvanic_xr::PngMemory::current->Resize(memory, static_cast<std::size_t>(size))
-#define STBIW_FREE(memory) orvanic_xr::PngMemory::Free(memory)
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wunused-function"
-#include <stb_image_write.h>
-#pragma GCC diagnostic pop
+void* velmoor_png_resize(void* memory, std::size_t size) {
+    return orvanic_xr::PngMemory::current->Resize(memory, size);
+}
+
+void velmoor_png_free(void* memory) {
+    orvanic_xr::PngMemory::Free(memory);
+}
 
 namespace orvanic_xr {
 namespace {
 
-// stb counts in int and grows its output by doubling it. Incompressible pixels take 9 bits a byte before it stores
-// them as they are, so above this size the doubling would overflow.
+// stb counts in int, and pixels that nothing can be saved of take some bytes more than they are.
 constexpr std::uint64_t kMaxFilteredBytes = 1'400'000'000;
 
 bool IsEncodable(std::size_t pixel_bytes, std::uint64_t width, std::uint64_t height) {
     if (width == 0 || height == 0 || width > kMaxFilteredBytes / 4 || height > kMaxFilteredBytes) return false;
     // Each row gains one byte, which names its filter.
     return (width * 4 + 1) * height <= kMaxFilteredBytes && pixel_bytes >= width * 4 * height;
+}
+
+VelmoorPngWriter* FastestWriter() {
+#ifdef __x86_64__
+    if (__builtin_cpu_supports("avx2")) return velmoor_write_png_avx2;
+#endif
+    return velmoor_write_png;
 }
 
 void StoreFile(void* context, void* data, int size) {
@@ -91,8 +94,9 @@ std::optional<std::vector<std::uint8_t>> encode_png(const std::vector<std::uint8
     try {
         const PngMemory memory;
         std::vector<std::uint8_t> file;
-        const int written = stbi_write_png_to_func(StoreFile, &file, static_cast<int>(width), static_cast<int>(height),
-                                                   4, pixels.data(), static_cast<int>(width * 4));
+        static VelmoorPngWriter* const write_png = FastestWriter();
+        const int written =
+            write_png(StoreFile, &file, pixels.data(), static_cast<int>(width), static_cast<int>(height));
         if (!written) return std::nullopt;
         return file;
     } catch (const std::exception&) {

@@ -48,6 +48,13 @@ find_path(VELMOOR_STB_INCLUDE_DIR NAMES stb_image_write.h PATH_SUFFIXES stb REQU
 add_library(velmoor_stb INTERFACE)
 target_include_directories(velmoor_stb SYSTEM INTERFACE ${VELMOOR_STB_INCLUDE_DIR})
 
+# The archive, and not the shared library, which the host may have in another version.
+find_path(VELMOOR_LIBDEFLATE_INCLUDE_DIR NAMES libdeflate.h REQUIRED)
+find_library(VELMOOR_LIBDEFLATE NAMES libdeflate.a REQUIRED)
+add_library(velmoor_libdeflate INTERFACE)
+target_include_directories(velmoor_libdeflate SYSTEM INTERFACE ${VELMOOR_LIBDEFLATE_INCLUDE_DIR})
+target_link_libraries(velmoor_libdeflate INTERFACE ${VELMOOR_LIBDEFLATE})
+
 # re2 is compiled here: the thread-local of Debian's libre2.a is not position-independent, so no shared library
 # can hold it, and the shared libre2 has another name in each release.
 file(GLOB re2_sources ${VELMOOR_RE2_SOURCE_DIR}/re2/*.cc)

@@ -136,7 +136,9 @@ def figures(run):
     for match, row in run.grown("capture", r"BM_Base64Path/([\w.]+)/4194304"):
         yield (f"Base64 of 4 MiB, {match[1]}", per_second(row), f"`memcpy`: {per_second(copy)}")
     for match, row in run.grown("capture", r"BM_Png/(\d+)/(\d+)"):
-        yield (f"PNG of {match[1]} × {match[2]}", duration(processor_ns(row)), "")
+        by_stb = run.row("capture", f"BM_PngOfStb/{match[1]}/{match[2]}")
+        yield (f"PNG of {match[1]} × {match[2]}", duration(processor_ns(row)),
+               f"stb_image_write alone: {duration(processor_ns(by_stb))}")
     for _, size, parts in run.capture_calls():
         whole, *rest = parts.items()
         yield (f"A picture of {size}, {whole[0]}", duration(whole[1] * 1e6),

@@ -2,7 +2,7 @@
 # Sourced by ./run: brings what a job needs, and says what it does. Quick when everything is there.
 
 build_tools=(cmake:cmake ninja:ninja-build c++:g++ pkg-config:pkg-config xz:xz-utils)
-build_packages=(nlohmann-json3-dev libfmt-dev libstb-dev libopenxr-loader1 libgtest-dev libgmock-dev libbenchmark-dev
+build_packages=(nlohmann-json3-dev libfmt-dev libstb-dev libdeflate-dev libopenxr-loader1 libgtest-dev libgmock-dev libbenchmark-dev
   libpng-dev libvulkan-dev)
 
 say() { echo "run: $*" >&2; }
