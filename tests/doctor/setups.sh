@@ -25,7 +25,7 @@ named=XR_ENABLE_API_LAYERS=$layer
 row() {
   local name=$1 expected=$2 pattern=$3 code=0
   shift 3
-  timeout 30 env -i HOME="$scratch/home" XDG_CONFIG_DIRS="$scratch/none" XDG_DATA_DIRS="$scratch/none" "$@" \
+  timeout 30 env -i VELMOOR_SIM_STRICT=1 HOME="$scratch/home" XDG_CONFIG_DIRS="$scratch/none" XDG_DATA_DIRS="$scratch/none" "$@" \
     "$build/bin/velmoor-doctor" >"$scratch/report" 2>&1 || code=$?
   [ "$code" = "$expected" ] && grep -qE -e "$pattern" "$scratch/report" && return
   echo "FAILED: $name: ended with $code, expected $expected, and: $pattern"
@@ -104,7 +104,7 @@ row "the port is taken on IPv4" 0 '^warn +port .*free on IPv6, .*port_holder' "$
 let_go
 
 # An application that runs with the layer, whose server tells its name.
-env HOME="$scratch/home" "$simulator" "$built" "$named" XDG_STATE_HOME="$scratch/home" \
+env VELMOOR_SIM_STRICT=1 HOME="$scratch/home" "$simulator" "$built" "$named" XDG_STATE_HOME="$scratch/home" \
   "$build/bin/velmoor_demo" --seconds 60 >"$scratch/demo" 2>&1 </dev/null &
 pids+=($!)
 for _ in $(seq 200); do ! grep -q FOCUSED "$scratch/demo" || break; sleep 0.05; done

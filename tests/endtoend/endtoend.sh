@@ -15,6 +15,7 @@ state=$scratch/state
 pids=()
 
 export XR_RUNTIME_JSON=$build/lib/velmoor_simulator.json
+export VELMOOR_SIM_STRICT=1
 export XR_API_LAYER_PATH=$build/layers
 export XR_ENABLE_API_LAYERS=XR_APILAYER_KESTX_velmoor
 export XDG_STATE_HOME=$state

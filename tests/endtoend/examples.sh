@@ -13,6 +13,7 @@ scratch=$(mktemp -d)
 pid=
 
 export XR_RUNTIME_JSON=$build/lib/velmoor_simulator.json
+export VELMOOR_SIM_STRICT=1
 export XR_API_LAYER_PATH=$build/layers
 export XDG_STATE_HOME=$scratch/state
 export PYTHONDONTWRITEBYTECODE=1

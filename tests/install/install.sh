@@ -14,7 +14,7 @@ installed_files=$scratch/installed.txt
 
 # Nothing of this user's or of this machine's layers and runtimes is to be seen.
 unset XR_API_LAYER_PATH XR_ENABLE_API_LAYERS XR_RUNTIME_JSON XDG_DATA_HOME
-export HOME=$scratch/home XDG_CONFIG_DIRS=$scratch/none XDG_DATA_DIRS=$scratch/none XDG_STATE_HOME=$scratch/state
+export VELMOOR_SIM_STRICT=1 HOME=$scratch/home XDG_CONFIG_DIRS=$scratch/none XDG_DATA_DIRS=$scratch/none XDG_STATE_HOME=$scratch/state
 named=XR_ENABLE_API_LAYERS=XR_APILAYER_KESTX_velmoor
 mkdir -p "$HOME"
 

@@ -6,6 +6,7 @@
 set -euo pipefail
 
 export XR_RUNTIME_JSON=$2
+export VELMOOR_SIM_STRICT=1
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 

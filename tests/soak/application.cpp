@@ -45,6 +45,7 @@ double StarvedSeconds(const std::string& process) {
     setenv("MALLOC_MMAP_THRESHOLD_", "131072", 0);
     setenv("MALLOC_TRIM_THRESHOLD_", "131072", 0);
     setenv("XR_RUNTIME_JSON", (build + "/lib/velmoor_simulator.json").c_str(), 1);
+    setenv("VELMOOR_SIM_STRICT", "1", 1);
     setenv("XR_API_LAYER_PATH", (build + "/layers").c_str(), 1);
     setenv("XR_ENABLE_API_LAYERS", "XR_APILAYER_KESTX_velmoor", 1);
     setenv("XDG_STATE_HOME", state_home.c_str(), 1);
