@@ -1,6 +1,5 @@
 #include "layer/space_hooks.h"
 
-#include <cstring>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -15,6 +14,7 @@
 #include "layer/dispatch/paths.h"
 #include "layer/hook_support.h"
 #include "xr/location.h"
+#include "xr/pose_math.h"
 
 namespace orvanic_xr {
 namespace {
@@ -35,7 +35,7 @@ void NoteActionSpace(const XrActionSpaceCreateInfo& info, XrSpace space) {
     LogDebug("[inputdiag] CreateActionSpace space=", space, " action=", info.action, " subactionPath=", path,
              " hand=", hand);
     const XrPosef& offset = info.poseInActionSpace;
-    const bool has_offset = std::memcmp(&offset, &kIdentityPose, sizeof offset) != 0;
+    const bool has_offset = !SamePose(offset, kIdentityPose);
     ActionMaps::instance().AddSpace(space, {info.action, hand, has_offset}, offset);
 }
 

@@ -74,4 +74,11 @@ constexpr XrPosef Compose(const XrPosef& a, const XrPosef& b) {
     return {Multiply(a.orientation, b.orientation), Add(a.position, Rotate(a.orientation, b.position))};
 }
 
+// Number for number: -0 is 0, and NaN is nothing's equal.
+constexpr bool SamePose(const XrPosef& a, const XrPosef& b) {
+    return a.orientation.x == b.orientation.x && a.orientation.y == b.orientation.y &&
+           a.orientation.z == b.orientation.z && a.orientation.w == b.orientation.w && a.position.x == b.position.x &&
+           a.position.y == b.position.y && a.position.z == b.position.z;
+}
+
 }  // namespace orvanic_xr

@@ -61,7 +61,7 @@ XrResult CallResolved(const SessionContext& context, Function function, Argument
 OperationResult ActivateDevice(const SessionContext& context, PFN_xrSetInputDeviceActiveEXT set_active, XrPath profile,
                                const char* top_level_path) {
     const XrPath device = PathOf(context, top_level_path);
-    const XrResult result = CallResolved(context, set_active, profile, device, XR_TRUE);
+    const XrResult result = CallResolved(context, set_active, profile, device, XrBool32{XR_TRUE});
     if (XR_FAILED(result)) {
         std::string error = "Failed to activate conformance automation for " + std::string(top_level_path) +
                             ". Error code: " + std::to_string(static_cast<int>(result));
