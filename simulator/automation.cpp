@@ -28,7 +28,10 @@ DeviceSource CheckedSource(Session& session, XrPath top_level_path, XrPath input
     Device& device = session.devices[top];
     if (!device.IsActive() || !split || split->top != top) Refuse(XR_ERROR_PATH_UNSUPPORTED);
     const auto source = device.profile->Find(top, split->rest);
-    if (!source || TypeOf(split->rest) != type) Refuse(XR_ERROR_PATH_UNSUPPORTED);
+    if (!source || TypeOf(split->rest) != type ||
+        device.profile->sources[*source].since > session.instance->api_version) {
+        Refuse(XR_ERROR_PATH_UNSUPPORTED);
+    }
     return {top, device, *source};
 }
 

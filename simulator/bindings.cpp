@@ -13,11 +13,12 @@ namespace simulator {
 namespace {
 
 // The path is a source of the profile, or one without its component ("input/trigger"), which the runtime then picks.
-bool Offers(const Profile& profile, TopLevel top, std::string_view rest) {
+bool Offers(const Instance& instance, const Profile& profile, TopLevel top, std::string_view rest) {
     const bool names_source = rest.find('/') != std::string_view::npos;
     return std::any_of(profile.sources.begin(), profile.sources.end(), [&](const Source& source) {
-        const std::string_view parent = source.path.substr(0, source.path.rfind('/'));
-        return (source.tops & BitOf(top)) && (source.path == rest || (names_source && parent == rest));
+        const std::string_view parent = std::string_view(source.path).substr(0, source.path.rfind('/'));
+        return (source.tops & BitOf(top)) && source.since <= instance.api_version &&
+               (source.path == rest || (names_source && parent == rest));
     });
 }
 
@@ -75,7 +76,7 @@ void ResolveAll(const Instance& instance, Input& input) {
 
 std::string SourcePath(const Input& input, const Binding& binding) {
     const auto top = static_cast<std::size_t>(binding.top);
-    return std::string(kTopLevelPaths[top]) + "/" + std::string(input.profiles[top]->sources[binding.source].path);
+    return std::string(kTopLevelPaths[top]) + "/" + input.profiles[top]->sources[binding.source].path;
 }
 
 // "input/trigger/value" reads "Trigger Value".
@@ -96,9 +97,7 @@ constexpr std::string_view kTopLevelNames[] = {"Left Hand", "Right Hand", "Head"
 
 const Profile& CheckedProfile(const Instance& instance, XrPath path) {
     const Profile* profile = FindProfile(instance.PathText(path));
-    if (!profile || (profile->extension && !instance.HasExtension(profile->extension))) {
-        Refuse(XR_ERROR_PATH_UNSUPPORTED);
-    }
+    if (!profile || !profile->IsOffered(instance)) Refuse(XR_ERROR_PATH_UNSUPPORTED);
     return *profile;
 }
 
@@ -115,7 +114,7 @@ XrResult SuggestInteractionProfileBindings(XrInstance instance, const XrInteract
             if (action->set->attached) Refuse(XR_ERROR_ACTIONSETS_ALREADY_ATTACHED);
             const std::string& path = owner.PathText(suggested->suggestedBindings[i].binding);
             const auto split = SplitTopLevel(path);
-            if (!split || !Offers(profile, split->top, split->rest)) Refuse(XR_ERROR_PATH_UNSUPPORTED);
+            if (!split || !Offers(owner, profile, split->top, split->rest)) Refuse(XR_ERROR_PATH_UNSUPPORTED);
             bindings.push_back({action, path});
         }
         owner.suggestions[&profile] = std::move(bindings);
@@ -179,7 +178,7 @@ XrResult GetInputSourceLocalizedName(XrSession session, const XrInputSourceLocal
         if (owner->input.attached.empty()) Refuse(XR_ERROR_ACTIONSET_NOT_ATTACHED);
         const auto split = SplitTopLevel(owner->instance->PathText(info->sourcePath));
         const Profile* profile = split ? owner->input.profiles[static_cast<std::size_t>(split->top)] : nullptr;
-        if (!profile || !Offers(*profile, split->top, split->rest)) Refuse(XR_ERROR_PATH_UNSUPPORTED);
+        if (!profile || !Offers(*owner->instance, *profile, split->top, split->rest)) Refuse(XR_ERROR_PATH_UNSUPPORTED);
         std::string name;
         const auto append = [&](XrInputSourceLocalizedNameFlags flag, const std::string& text) {
             if (info->whichComponents & flag) name += (name.empty() ? "" : " ") + text;

@@ -11,7 +11,7 @@ namespace simulator {
 struct Instance;
 struct Profile;
 
-// Throws XR_ERROR_PATH_INVALID, and XR_ERROR_PATH_UNSUPPORTED for a profile that the instance does not have.
+// Throws XR_ERROR_PATH_INVALID, and XR_ERROR_PATH_UNSUPPORTED for a profile that the instance is not offered.
 const Profile& CheckedProfile(const Instance& instance, XrPath path);
 
 XRAPI_ATTR XrResult XRAPI_CALL SuggestInteractionProfileBindings(XrInstance instance,

@@ -20,13 +20,15 @@ struct Device {
     // A two-axis source holds nothing of its own: it is what stands in its two axes.
     XrVector2f Vector(TopLevel top, std::size_t source) const;
     void SetVector(TopLevel top, std::size_t source, const XrVector2f& value);
+    // In world coordinates. The surface of the palm is where the grip puts it, until it is placed itself.
+    std::optional<XrPosef> Pose(TopLevel top, std::size_t source) const;
     // Becomes a device of this profile, at rest and without a pose.
     void SwitchOn(const Profile& new_profile);
 
     const Profile* profile = nullptr;
     // One place for each source of the profile.
     std::vector<float> values;
-    // In world coordinates; none until a location was set.
+    // None until a location was set.
     std::vector<std::optional<XrPosef>> poses;
 };
 

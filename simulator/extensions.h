@@ -1,4 +1,4 @@
-// The instance extensions that the runtime offers, one row each.
+// What the runtime offers: versions, and instance extensions by one row each.
 #pragma once
 
 #include <openxr/openxr.h>
@@ -7,8 +7,19 @@
 
 namespace simulator {
 
+// Of OpenXR; an application gets what the one has that it asked for.
+inline constexpr XrVersion kVersion10 = XR_MAKE_VERSION(1, 0, 0);
+inline constexpr XrVersion kVersion11 = XR_MAKE_VERSION(1, 1, 0);
+
 inline constexpr char kConformanceAutomation[] = "XR_EXT_conformance_automation";
 inline constexpr char kLocalFloor[] = "XR_EXT_local_floor";
+inline constexpr char kLocateSpaces[] = "XR_KHR_locate_spaces";
+inline constexpr char kMl2Profile[] = "XR_ML_ml2_controller_interaction";
+inline constexpr char kBdProfiles[] = "XR_BD_controller_interaction";
+inline constexpr char kCosmosProfile[] = "XR_HTC_vive_cosmos_controller_interaction";
+inline constexpr char kFocus3Profile[] = "XR_HTC_vive_focus3_controller_interaction";
+inline constexpr char kOdysseyProfile[] = "XR_EXT_samsung_odyssey_controller";
+inline constexpr char kHpProfile[] = "XR_EXT_hp_mixed_reality_controller";
 inline constexpr char kProntoProfile[] = "XR_KEST_pronto_controller_plus";
 inline constexpr char kSpatialEntity[] = "XR_KS_spatial_entity";
 inline constexpr char kSpatialEntityQuery[] = "XR_KS_spatial_entity_query";
@@ -32,6 +43,15 @@ inline constexpr Extension kExtensions[] = {
     {kVulkanEnable, 10, nullptr},
     {kVulkanEnable2, 4, nullptr},
     {kLocalFloor, 1, nullptr},
+    {kLocateSpaces, XR_KHR_locate_spaces_SPEC_VERSION, nullptr},
+    {XR_KHR_MAINTENANCE1_EXTENSION_NAME, XR_KHR_maintenance1_SPEC_VERSION, nullptr},
+    {XR_EXT_UUID_EXTENSION_NAME, XR_EXT_uuid_SPEC_VERSION, nullptr},
+    {kMl2Profile, XR_ML_ml2_controller_interaction_SPEC_VERSION, nullptr},
+    {kBdProfiles, XR_BD_controller_interaction_SPEC_VERSION, nullptr},
+    {kCosmosProfile, XR_HTC_vive_cosmos_controller_interaction_SPEC_VERSION, nullptr},
+    {kFocus3Profile, XR_HTC_vive_focus3_controller_interaction_SPEC_VERSION, nullptr},
+    {kOdysseyProfile, XR_EXT_samsung_odyssey_controller_SPEC_VERSION, nullptr},
+    {kHpProfile, XR_EXT_hp_mixed_reality_controller_SPEC_VERSION, nullptr},
     {kConformanceAutomation, 3, nullptr},
     {kProntoProfile, 1, nullptr},
     {kCompositorCapture, 1, nullptr},

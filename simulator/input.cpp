@@ -161,7 +161,8 @@ std::optional<XrPosef> Input::LocateAction(const Devices& devices, const Action&
         const auto index = static_cast<std::size_t>(binding.top);
         const Device& device = devices[binding.top];
         // The device may have become another one since the last sync.
-        if (state->second[index].active && device.profile == profiles[index]) return device.poses[binding.source];
+        if (state->second[index].active && device.profile == profiles[index])
+            return device.Pose(binding.top, binding.source);
     }
     return std::nullopt;
 }

@@ -46,7 +46,7 @@ void CheckApplication(const XrApplicationInfo& application) {
         Refuse(XR_ERROR_NAME_INVALID);
     }
     const XrVersion version = application.apiVersion;
-    if (XR_VERSION_MAJOR(version) != 1 || XR_VERSION_MINOR(version) != 0) Refuse(XR_ERROR_API_VERSION_UNSUPPORTED);
+    if (XR_VERSION_MAJOR(version) != 1 || XR_VERSION_MINOR(version) > 1) Refuse(XR_ERROR_API_VERSION_UNSUPPORTED);
 }
 
 // The header's own lists, so that every name it knows is told.
@@ -101,6 +101,7 @@ XrResult CreateInstance(const XrInstanceCreateInfo* info, XrInstance* instance) 
         CheckApplication(info->applicationInfo);
         auto created = std::make_shared<Instance>();
         created->extensions = EnabledExtensions(*info);
+        created->api_version = info->applicationInfo.apiVersion;
         created->settings = ReadSettings();
         runtime.strict = created->settings.strict;
         if (runtime.handles.CountIf<Instance>([](const Instance&) { return true; }) >= kMaxInstances) {

@@ -33,6 +33,8 @@ struct Instance {
     const std::string& PathText(XrPath path) const;
 
     XrInstance handle = XR_NULL_HANDLE;
+    // That the application asked for: what came later, it does not get.
+    XrVersion api_version = 0;
     Settings settings;
     std::set<std::string, std::less<>> extensions;
     PathTable paths;

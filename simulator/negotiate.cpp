@@ -1,5 +1,6 @@
 #include "simulator/negotiate.h"
 
+#include <algorithm>
 #include <cstring>
 
 #include "simulator/actions.h"
@@ -28,11 +29,19 @@ struct Function {
     PFN_xrVoidFunction function;
     // The extension that it belongs to, or null for the core.
     const char* extension;
+    // The version of the core that brought it.
+    XrVersion since = kVersion10;
+
+    bool IsOffered(const Instance& instance) const {
+        return extension ? instance.HasExtension(extension) : instance.api_version >= since;
+    }
 };
 
 #define VELMOOR_ROW(name, extension) \
     { "xr" #name, reinterpret_cast<PFN_xrVoidFunction>(static_cast<PFN_xr##name>(name)), extension }
 #define VELMOOR_CORE(name) VELMOOR_ROW(name, nullptr)
+#define VELMOOR_CORE_11(name) \
+    { "xr" #name, reinterpret_cast<PFN_xrVoidFunction>(static_cast<PFN_xr##name>(name)), nullptr, kVersion11 }
 // Whose types belong to a graphics interface, which this file does not know.
 #define VELMOOR_GRAPHICS_ROW(name, function, extension) \
     { "xr" #name, reinterpret_cast<PFN_xrVoidFunction>(function), extension }
@@ -67,6 +76,8 @@ const Function kFunctions[] = {
     VELMOOR_CORE(GetReferenceSpaceBoundsRect),
     VELMOOR_CORE(CreateActionSpace),
     VELMOOR_CORE(LocateSpace),
+    VELMOOR_CORE_11(LocateSpaces),
+    {"xrLocateSpacesKHR", reinterpret_cast<PFN_xrVoidFunction>(LocateSpaces), kLocateSpaces},
     VELMOOR_CORE(DestroySpace),
     VELMOOR_CORE(EnumerateSwapchainFormats),
     VELMOOR_CORE(CreateSwapchain),
@@ -122,6 +133,7 @@ const Function kFunctions[] = {
 constexpr std::size_t kWithoutInstance = 3;
 
 #undef VELMOOR_GRAPHICS_ROW
+#undef VELMOOR_CORE_11
 #undef VELMOOR_CORE
 #undef VELMOOR_ROW
 
@@ -148,9 +160,7 @@ XrResult GetInstanceProcAddr(XrInstance instance, const char* name, PFN_xrVoidFu
             if (!row || row >= kFunctions + kWithoutInstance) Refuse(XR_ERROR_HANDLE_INVALID);
         } else {
             const auto owner = runtime.Get(instance);
-            if (!row || (row->extension && !owner->HasExtension(row->extension))) {
-                Refuse(XR_ERROR_FUNCTION_UNSUPPORTED);
-            }
+            if (!row || !row->IsOffered(*owner)) Refuse(XR_ERROR_FUNCTION_UNSUPPORTED);
         }
         *function = row->function;
         return XR_SUCCESS;
@@ -174,7 +184,7 @@ xrNegotiateLoaderRuntimeInterface(const XrNegotiateLoaderInfo* loader, XrNegotia
     const bool knows_api = loader->minApiVersion <= XR_API_VERSION_1_0 && loader->maxApiVersion >= XR_API_VERSION_1_0;
     if (!speaks_version || !knows_api) return XR_ERROR_INITIALIZATION_FAILED;
     request->runtimeInterfaceVersion = XR_CURRENT_LOADER_RUNTIME_VERSION;
-    request->runtimeApiVersion = XR_API_VERSION_1_0;
+    request->runtimeApiVersion = std::min<XrVersion>(XR_API_VERSION_1_1, loader->maxApiVersion);
     request->getInstanceProcAddr = simulator::GetInstanceProcAddr;
     return XR_SUCCESS;
 }

@@ -1,16 +1,18 @@
-// The interaction profiles that the runtime knows, as tables of what each has.
+// The interaction profiles that the runtime knows, and what each has: the rows of profile_table.h, spelt out once.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <optional>
-#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "simulator/paths.h"
 
 namespace simulator {
+
+struct Instance;
 
 enum class SourceType : std::uint8_t { kBoolean, kFloat, kVector2, kPose, kHaptic };
 
@@ -22,29 +24,30 @@ constexpr TopLevels BitOf(TopLevel top) {
 inline constexpr TopLevels kLeft = BitOf(TopLevel::kLeftHand);
 inline constexpr TopLevels kRight = BitOf(TopLevel::kRightHand);
 inline constexpr TopLevels kBoth = kLeft | kRight;
-inline constexpr TopLevels kHeadOnly = BitOf(TopLevel::kHead);
-inline constexpr TopLevels kGamepadOnly = BitOf(TopLevel::kGamepad);
 
 struct Source {
     // Behind the top level path: "input/trigger/value".
-    std::string_view path;
+    std::string path;
     TopLevels tops;
+    // The first version of OpenXR that has it.
+    XrVersion since;
 };
 
 struct Profile {
-    std::string_view path;
-    // What a user would call the device.
+    std::string path;
     std::string_view name;
-    // The extension that has to be enabled for it, or null.
+    XrVersion since;
     const char* extension;
-    std::span<const Source> sources;
+    std::vector<Source> sources;
 
+    // By the version that the instance asked for, or by an extension that it enabled.
+    bool IsOffered(const Instance& instance) const;
     bool Has(TopLevel top) const;
     // Exactly this path, or nothing.
     std::optional<std::size_t> Find(TopLevel top, std::string_view path) const;
 };
 
-std::span<const Profile> AllProfiles();
+// Null for none. Profiles stay where they are for as long as the process lives.
 const Profile* FindProfile(std::string_view path);
 
 SourceType TypeOf(std::string_view source_path);

@@ -17,7 +17,9 @@ namespace {
 std::vector<XrReferenceSpaceType> ReferenceSpacesOf(const Session& session) {
     std::vector<XrReferenceSpaceType> types = {XR_REFERENCE_SPACE_TYPE_VIEW, XR_REFERENCE_SPACE_TYPE_LOCAL,
                                                XR_REFERENCE_SPACE_TYPE_STAGE};
-    if (session.instance->HasExtension(kLocalFloor)) types.push_back(XR_REFERENCE_SPACE_TYPE_LOCAL_FLOOR);
+    const Instance& instance = *session.instance;
+    if (instance.api_version >= kVersion11 || instance.HasExtension(kLocalFloor))
+        types.push_back(XR_REFERENCE_SPACE_TYPE_LOCAL_FLOOR);
     return types;
 }
 
@@ -62,6 +64,28 @@ std::optional<XrPosef> Origin(const Space& space, XrTime time) {
 void LeaveVelocityUnknown(void* chain) {
     for (auto* link = static_cast<XrBaseOutStructure*>(chain); link; link = link->next) {
         if (link->type == XR_TYPE_SPACE_VELOCITY) reinterpret_cast<XrSpaceVelocity*>(link)->velocityFlags = 0;
+    }
+}
+
+struct Location {
+    XrSpaceLocationFlags flags = 0;
+    XrPosef pose = orvanic_xr::kIdentityPose;
+};
+
+Location LocateIn(const Space& target, const Space& base, XrTime time) {
+    const auto target_pose = WorldPose(target, time);
+    const auto base_pose = WorldPose(base, time);
+    if (!target_pose || !base_pose) return {};
+    return {orvanic_xr::kPoseValidAndTracked, RelativePose(*target_pose, *base_pose)};
+}
+
+// Throws when their count is not that of the locations.
+void LeaveVelocitiesUnknown(const XrSpaceLocations& locations) {
+    for (auto* link = static_cast<XrBaseOutStructure*>(locations.next); link; link = link->next) {
+        if (link->type != XR_TYPE_SPACE_VELOCITIES) continue;
+        const auto& velocities = *reinterpret_cast<const XrSpaceVelocities*>(link);
+        Require(velocities.velocityCount == locations.locationCount && velocities.velocities);
+        for (std::uint32_t i = 0; i < velocities.velocityCount; ++i) velocities.velocities[i].velocityFlags = 0;
     }
 }
 
@@ -145,12 +169,34 @@ XrResult LocateSpace(XrSpace space, XrSpace base, XrTime time, XrSpaceLocation* 
         RequireType(location, XR_TYPE_SPACE_LOCATION);
         Require(target->session == seen_from->session);
         if (time <= 0) Refuse(XR_ERROR_TIME_INVALID);
-        const auto target_pose = WorldPose(*target, time);
-        const auto base_pose = WorldPose(*seen_from, time);
-        const bool located = target_pose && base_pose;
-        location->locationFlags = located ? orvanic_xr::kPoseValidAndTracked : 0;
-        location->pose = located ? RelativePose(*target_pose, *base_pose) : orvanic_xr::kIdentityPose;
+        const Location located = LocateIn(*target, *seen_from, time);
+        location->locationFlags = located.flags;
+        location->pose = located.pose;
         LeaveVelocityUnknown(location->next);
+        return XR_SUCCESS;
+    });
+}
+
+XrResult LocateSpaces(XrSession session, const XrSpacesLocateInfo* info, XrSpaceLocations* locations) {
+    return Guarded([&](Runtime& runtime) {
+        const auto owner = runtime.Get(session);
+        RequireType(info, XR_TYPE_SPACES_LOCATE_INFO);
+        RequireType(locations, XR_TYPE_SPACE_LOCATIONS);
+        Require(info->spaceCount > 0 && info->spaces);
+        Require(locations->locationCount == info->spaceCount && locations->locations);
+        const auto base = runtime.Get(info->baseSpace);
+        Require(base->session == owner);
+        std::vector<std::shared_ptr<Space>> targets;
+        for (std::uint32_t i = 0; i < info->spaceCount; ++i) {
+            targets.push_back(runtime.Get(info->spaces[i]));
+            Require(targets.back()->session == owner);
+        }
+        if (info->time <= 0) Refuse(XR_ERROR_TIME_INVALID);
+        LeaveVelocitiesUnknown(*locations);
+        for (std::size_t i = 0; i < targets.size(); ++i) {
+            const Location located = LocateIn(*targets[i], *base, info->time);
+            locations->locations[i] = {located.flags, located.pose};
+        }
         return XR_SUCCESS;
     });
 }

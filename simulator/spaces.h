@@ -46,6 +46,8 @@ XRAPI_ATTR XrResult XRAPI_CALL GetReferenceSpaceBoundsRect(XrSession session, Xr
 XRAPI_ATTR XrResult XRAPI_CALL CreateActionSpace(XrSession session, const XrActionSpaceCreateInfo* info,
                                                  XrSpace* space);
 XRAPI_ATTR XrResult XRAPI_CALL LocateSpace(XrSpace space, XrSpace base, XrTime time, XrSpaceLocation* location);
+XRAPI_ATTR XrResult XRAPI_CALL LocateSpaces(XrSession session, const XrSpacesLocateInfo* info,
+                                            XrSpaceLocations* locations);
 XRAPI_ATTR XrResult XRAPI_CALL DestroySpace(XrSpace space);
 
 }  // namespace simulator

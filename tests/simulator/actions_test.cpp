@@ -34,6 +34,7 @@ TEST_F(SimulatorActions, SuggestedPathsHaveToBeThoseOfTheProfile) {
     const XrAction grip = MakeAction(set, "grip", XR_ACTION_TYPE_POSE_INPUT);
     const char* const simple = "/interaction_profiles/khr/simple_controller";
     const char* const index = "/interaction_profiles/valve/index_controller";
+    const char* const hp = "/interaction_profiles/hp/mixed_reality_controller";
     const char* const xbox = "/interaction_profiles/microsoft/xbox_controller";
     const char* const trigger = "/user/hand/left/input/trigger/value";
     const struct {
@@ -50,6 +51,15 @@ TEST_F(SimulatorActions, SuggestedPathsHaveToBeThoseOfTheProfile) {
         {kTouchProfile, action, "/user/hand/left", XR_ERROR_PATH_UNSUPPORTED},
         {kTouchProfile, action, "/user/hand/left/input", XR_ERROR_PATH_UNSUPPORTED},
         {kTouchProfile, XR_NULL_HANDLE, trigger, XR_ERROR_HANDLE_INVALID},
+        {kTouchProfile, action, "/user/hand/left/input/trigger/valu", XR_ERROR_PATH_UNSUPPORTED},
+        {kTouchProfile, action, "/user/hand/left/input/trigger/value/x", XR_ERROR_PATH_UNSUPPORTED},
+        {kTouchProfile, action, "/user/hand/left/input/trigge", XR_ERROR_PATH_UNSUPPORTED},
+        {kTouchProfile, grip, "/user/hand/left/input/grip_surface/pose", XR_ERROR_PATH_UNSUPPORTED},
+        {kTouchProfile, action, "/user/hand/left/input/trigger/proximity", XR_ERROR_PATH_UNSUPPORTED},
+        {hp, action, "/user/hand/left/input/x/click", XR_ERROR_PATH_UNSUPPORTED},
+        {"/interaction_profiles/google/daydream_controller", action, "/user/hand/right/input/trackpad/y", XR_SUCCESS},
+        {"/interaction_profiles/oculus/go_controller", action, "/user/hand/left/input/back/click", XR_SUCCESS},
+        {"/interaction_profiles/htc/vive_pro", action, "/user/head/input/mute_mic/click", XR_SUCCESS},
         {index, action, "/user/hand/left/input/a/click", XR_SUCCESS},
         {simple, action, trigger, XR_ERROR_PATH_UNSUPPORTED},
         {xbox, grip, "/user/hand/left/input/grip/pose", XR_ERROR_PATH_UNSUPPORTED},

@@ -52,7 +52,7 @@ XrResult SimulatorTest::TryCreateInstance(const std::vector<const char*>& extens
     RuntimeLookup()(XR_NULL_HANDLE, "xrCreateInstance", reinterpret_cast<PFN_xrVoidFunction*>(&create));
     auto info = Typed<XrInstanceCreateInfo>(XR_TYPE_INSTANCE_CREATE_INFO);
     Fill(info.applicationInfo.applicationName, "simulator test");
-    info.applicationInfo.apiVersion = XR_MAKE_VERSION(1, 0, 0);
+    info.applicationInfo.apiVersion = Version();
     info.enabledExtensionCount = static_cast<std::uint32_t>(extensions.size());
     info.enabledExtensionNames = extensions.data();
     return create(&info, &instance);

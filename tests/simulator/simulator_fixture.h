@@ -18,6 +18,7 @@ namespace simulator_test {
 // Every function that a test calls, by its name without "xr".
 #define VELMOOR_TESTED_FUNCTIONS(X)     \
     XR_LIST_FUNCTIONS_XR_VERSION_1_0(X) \
+    XR_LIST_FUNCTIONS_XR_VERSION_1_1(X) \
     XR_LIST_FUNCTIONS_XR_EXT_conformance_automation(X)
 
 inline constexpr XrPosef kIdentity = {{0, 0, 0, 1}, {0, 0, 0}};
@@ -45,6 +46,8 @@ class SimulatorTest : public ::testing::Test {
 
     // What a suite enables; all that the runtime has, unless it says otherwise.
     virtual std::vector<const char*> Extensions() const;
+    // What it asks for.
+    virtual XrVersion Version() const { return XR_MAKE_VERSION(1, 0, 0); }
 
     XrResult TryCreateInstance(const std::vector<const char*>& extensions, XrInstance& instance);
     XrSession MakeSession();
@@ -63,6 +66,14 @@ class SimulatorTest : public ::testing::Test {
     XrActionSet MakeActionSet(const std::string& name, std::uint32_t priority = 0);
     XrAction MakeAction(XrActionSet set, const std::string& name, XrActionType type,
                         std::initializer_list<const char*> subactions = {});
+    // One of the instance's functions that is not below; null where it is not offered.
+    template <class Function>
+    Function FunctionOf(const char* name) {
+        PFN_xrVoidFunction function = nullptr;
+        RuntimeLookup()(instance_, name, &function);
+        return reinterpret_cast<Function>(function);
+    }
+
     XrSpace MakeActionSpace(XrSession session, XrAction action);
     XrResult Suggest(const std::string& profile, std::initializer_list<std::pair<XrAction, const char*>> bindings);
     XrResult Attach(XrSession session, std::vector<XrActionSet> sets);
