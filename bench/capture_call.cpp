@@ -72,6 +72,7 @@ void StartSession(FakeRuntime& runtime) {
     ContextManager::instance().setInstanceState(instance);
     const auto session = reinterpret_cast<XrSession>(std::uintptr_t{0x2001});
     ContextManager::instance().updateSessionState({true, session, XR_SESSION_STATE_FOCUSED, 1});
+    ContextManager::instance().createSessionContext(session);
     ScreenCaptureManager::instance().initialize();
     ScreenCaptureManager::instance().backend()->start(session);
 }
