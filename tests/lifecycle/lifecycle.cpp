@@ -2,15 +2,17 @@
 // and looks for what stays behind. Or ends the process with all of that going on.
 //
 //   velmoor_lifecycle cycles COUNT
-//   velmoor_lifecycle load COUNT
+//   velmoor_lifecycle load SECONDS
 //   velmoor_lifecycle exit|return|_exit
 #include <unistd.h>
 
 #include <algorithm>
 #include <charconv>
+#include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <fstream>
 #include <iostream>
 #include <string_view>
 #include <thread>
@@ -50,38 +52,61 @@ int Cycles(int count) {
     return no_more && cut_short > 0 ? 0 : 1;
 }
 
-// Sessions and instances come and go while tools are called from all sides; every other instance takes its last session
-// along.
-int UnderLoad(int count) {
-    int answered = 0;
-    for (int cycle = 1; cycle <= count; ++cycle) {
-        Life life;
-        life.StartCallers();
-        constexpr int kSessions = 6;
-        for (int i = 1; i <= kSessions; ++i) {
-            life.CreateSession();
-            if (i == kSessions) life.AwaitAnswers();
-            life.LiveUnderCallers(i < kSessions);
-            if (i < kSessions || cycle % 2 == 0) life.EndSession();
-        }
-        life.StopPolling();
-        life.DestroyInstance();
-        answered += life.StopCallers();
+// Six sessions; every other instance takes the last one along.
+int LiveUnderLoad(int cycle) {
+    Life life;
+    life.StartCallers();
+    constexpr int kSessions = 6;
+    for (int i = 1; i <= kSessions; ++i) {
+        life.CreateSession();
+        if (i == kSessions) life.AwaitAnswers();
+        life.LiveUnderCallers(i < kSessions);
+        if (i < kSessions || cycle % 2 == 0) life.EndSession();
     }
-    std::cout << "cycle " << count << ": " << answered << " calls answered\n";
-    return 0;
+    life.StopPolling();
+    life.DestroyInstance();
+    return life.StopCallers();
+}
+
+double ResidentMegabytes() {
+    long pages = 0;
+    std::ifstream("/proc/self/statm").ignore(20, ' ') >> pages;
+    return static_cast<double>(pages * sysconf(_SC_PAGESIZE)) / 1e6;
+}
+
+// Sessions and instances come and go while tools are called from all sides.
+int UnderLoad(int seconds) {
+    const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
+    constexpr int kSettledAt = 4;
+    constexpr double kMostGrowth_mb = 32;
+    Holdings settled;
+    double settled_mb = 0;
+    int answered = 0;
+    int cycle = 0;
+    while (cycle < kSettledAt + 1 || std::chrono::steady_clock::now() < end) {
+        answered += LiveUnderLoad(++cycle);
+        if (cycle != kSettledAt) continue;
+        std::this_thread::sleep_for(kLongestThread);
+        settled = Holdings::Now();
+        settled_mb = ResidentMegabytes();
+    }
+    const bool no_more = orvanic_xr::HoldsNoMoreThan(settled);
+    const double mb = ResidentMegabytes();
+    std::cout << "cycle " << kSettledAt << ": " << settled << ", " << settled_mb << " MB; cycle " << cycle << ": "
+              << Holdings::Now() << ", " << mb << " MB; " << answered << " calls answered, none lost\n";
+    return no_more && mb <= settled_mb + kMostGrowth_mb ? 0 : 1;
 }
 
 int Main(int argc, char** argv) {
     const std::string_view mode = argc >= 2 ? argv[1] : "";
     if ((mode == "cycles" || mode == "load") && argc == 3) {
         const std::string_view text = argv[2];
-        int count = 0;
-        std::from_chars(text.data(), text.data() + text.size(), count);
-        return mode == "load" ? UnderLoad(count) : Cycles(count);
+        int number = 0;
+        std::from_chars(text.data(), text.data() + text.size(), number);
+        return mode == "load" ? UnderLoad(number) : Cycles(number);
     }
     if (mode != "exit" && mode != "return" && mode != "_exit") {
-        std::fprintf(stderr, "usage: velmoor_lifecycle cycles COUNT | load COUNT | exit | return | _exit\n");
+        std::fprintf(stderr, "usage: velmoor_lifecycle cycles COUNT | load SECONDS | exit | return | _exit\n");
         return 2;
     }
     Life life;
