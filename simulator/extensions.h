@@ -14,6 +14,10 @@ inline constexpr XrVersion kVersion11 = XR_MAKE_VERSION(1, 1, 0);
 inline constexpr char kConformanceAutomation[] = "XR_EXT_conformance_automation";
 inline constexpr char kLocalFloor[] = "XR_EXT_local_floor";
 inline constexpr char kLocateSpaces[] = "XR_KHR_locate_spaces";
+inline constexpr char kVisibilityMask[] = "XR_KHR_visibility_mask";
+inline constexpr char kConvertTimespec[] = "XR_KHR_convert_timespec_time";
+inline constexpr char kHandTracking[] = "XR_EXT_hand_tracking";
+inline constexpr char kRefreshRate[] = "XR_FB_display_refresh_rate";
 inline constexpr char kMl2Profile[] = "XR_ML_ml2_controller_interaction";
 inline constexpr char kBdProfiles[] = "XR_BD_controller_interaction";
 inline constexpr char kCosmosProfile[] = "XR_HTC_vive_cosmos_controller_interaction";
@@ -46,6 +50,10 @@ inline constexpr Extension kExtensions[] = {
     {kLocateSpaces, XR_KHR_locate_spaces_SPEC_VERSION, nullptr},
     {XR_KHR_MAINTENANCE1_EXTENSION_NAME, XR_KHR_maintenance1_SPEC_VERSION, nullptr},
     {XR_EXT_UUID_EXTENSION_NAME, XR_EXT_uuid_SPEC_VERSION, nullptr},
+    {kVisibilityMask, XR_KHR_visibility_mask_SPEC_VERSION, nullptr},
+    {kConvertTimespec, 1, nullptr},
+    {kHandTracking, XR_EXT_hand_tracking_SPEC_VERSION, nullptr},
+    {kRefreshRate, XR_FB_display_refresh_rate_SPEC_VERSION, nullptr},
     {kMl2Profile, XR_ML_ml2_controller_interaction_SPEC_VERSION, nullptr},
     {kBdProfiles, XR_BD_controller_interaction_SPEC_VERSION, nullptr},
     {kCosmosProfile, XR_HTC_vive_cosmos_controller_interaction_SPEC_VERSION, nullptr},

@@ -10,10 +10,11 @@
 
 namespace simulator {
 
-enum class HandleKind : std::uint8_t { kInstance = 1, kSession, kSpace, kActionSet, kAction, kSwapchain };
+enum class HandleKind : std::uint8_t { kInstance = 1, kSession, kSpace, kActionSet, kAction, kSwapchain, kHandTracker };
 
 struct Action;
 struct ActionSet;
+struct HandTracker;
 struct Instance;
 struct Session;
 struct Space;
@@ -33,6 +34,8 @@ template <>
 inline constexpr HandleKind kKindOf<Action> = HandleKind::kAction;
 template <>
 inline constexpr HandleKind kKindOf<Swapchain> = HandleKind::kSwapchain;
+template <>
+inline constexpr HandleKind kKindOf<HandTracker> = HandleKind::kHandTracker;
 
 // Not synchronised: the runtime's mutex guards it.
 class HandleTable {

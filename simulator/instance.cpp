@@ -180,6 +180,11 @@ XrResult GetSystemProperties(XrInstance instance, XrSystemId system, XrSystemPro
         const auto [width, height] = owner->settings.LargestImage();
         properties->graphicsProperties = {height, width, XR_MIN_COMPOSITION_LAYERS_SUPPORTED};
         properties->trackingProperties = {XR_TRUE, XR_TRUE};
+        for (auto* link = static_cast<XrBaseOutStructure*>(properties->next); link; link = link->next) {
+            if (link->type != XR_TYPE_SYSTEM_HAND_TRACKING_PROPERTIES_EXT) continue;
+            auto& hands = *reinterpret_cast<XrSystemHandTrackingPropertiesEXT*>(link);
+            hands.supportsHandTracking = owner->HasExtension(kHandTracking);
+        }
         return XR_SUCCESS;
     });
 }

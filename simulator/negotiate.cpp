@@ -2,15 +2,21 @@
 
 #include <algorithm>
 #include <cstring>
+#include <ctime>
+
+#define XR_USE_TIMESPEC
+#include <openxr/openxr_platform.h>
 
 #include "simulator/actions.h"
 #include "simulator/automation.h"
 #include "simulator/bindings.h"
 #include "simulator/capture.h"
+#include "simulator/display.h"
 #include "simulator/events.h"
 #include "simulator/extensions.h"
 #include "simulator/frames.h"
 #include "simulator/graphics_calls.h"
+#include "simulator/hand_tracking.h"
 #include "simulator/input.h"
 #include "simulator/instance.h"
 #include "simulator/paths.h"
@@ -112,6 +118,15 @@ const Function kFunctions[] = {
     VELMOOR_GRAPHICS_ROW(CreateVulkanDeviceKHR, CreateVulkanDeviceKHR, kVulkanEnable2),
     VELMOOR_GRAPHICS_ROW(GetVulkanGraphicsDevice2KHR, GetVulkanGraphicsDevice2KHR, kVulkanEnable2),
     VELMOOR_GRAPHICS_ROW(GetVulkanGraphicsRequirements2KHR, GetVulkanGraphicsRequirements, kVulkanEnable2),
+    VELMOOR_ROW(GetVisibilityMaskKHR, kVisibilityMask),
+    VELMOOR_ROW(ConvertTimespecTimeToTimeKHR, kConvertTimespec),
+    VELMOOR_ROW(ConvertTimeToTimespecTimeKHR, kConvertTimespec),
+    VELMOOR_ROW(CreateHandTrackerEXT, kHandTracking),
+    VELMOOR_ROW(DestroyHandTrackerEXT, kHandTracking),
+    VELMOOR_ROW(LocateHandJointsEXT, kHandTracking),
+    VELMOOR_ROW(EnumerateDisplayRefreshRatesFB, kRefreshRate),
+    VELMOOR_ROW(GetDisplayRefreshRateFB, kRefreshRate),
+    VELMOOR_ROW(RequestDisplayRefreshRateFB, kRefreshRate),
     VELMOOR_ROW(SetInputDeviceActiveEXT, kConformanceAutomation),
     VELMOOR_ROW(SetInputDeviceStateBoolEXT, kConformanceAutomation),
     VELMOOR_ROW(SetInputDeviceStateFloatEXT, kConformanceAutomation),

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <iterator>
-#include <utility>
 
 #include "simulator/instance.h"
 #include "simulator/profile_table.h"
@@ -45,13 +44,16 @@ void AddSources(std::string_view word, TopLevels tops, std::vector<Source>& sour
 
 Profile SpeltOut(const ProfileRow& row) {
     Profile profile = {"/interaction_profiles/" + std::string(row.path), row.name, row.since, row.extension, {}};
-    const std::pair<std::string_view, TopLevels> places[] = {{row.sources.left, kLeft},
-                                                             {row.sources.right, kRight},
-                                                             {row.sources.both, kBoth},
-                                                             {row.sources.head, BitOf(TopLevel::kHead)},
-                                                             {row.sources.gamepad, BitOf(TopLevel::kGamepad)}};
-    for (const auto& [words, tops] : places) {
-        ForEachWord(words, ' ', [&](std::string_view word) { AddSources(word, tops, profile.sources); });
+    const struct {
+        std::string_view words;
+        TopLevels tops;
+    } places[] = {{row.sources.left, kLeft},
+                  {row.sources.right, kRight},
+                  {row.sources.both, kBoth},
+                  {row.sources.head, BitOf(TopLevel::kHead)},
+                  {row.sources.gamepad, BitOf(TopLevel::kGamepad)}};
+    for (const auto& place : places) {
+        ForEachWord(place.words, ' ', [&](std::string_view word) { AddSources(word, place.tops, profile.sources); });
     }
     if (!row.sources.both.empty()) {
         for (const char* pose : {"grip/pose", "aim/pose", "+grip_surface/pose"}) {

@@ -37,6 +37,7 @@ class Runtime {
     std::shared_ptr<ActionSet> Get(XrActionSet handle) const { return GetAs<ActionSet>(handle); }
     std::shared_ptr<Action> Get(XrAction handle) const { return GetAs<Action>(handle); }
     std::shared_ptr<Swapchain> Get(XrSwapchain handle) const { return GetAs<Swapchain>(handle); }
+    std::shared_ptr<HandTracker> Get(XrHandTrackerEXT handle) const { return GetAs<HandTracker>(handle); }
 
     bool IsAlive(XrSession handle) const;
 

@@ -1,6 +1,7 @@
 #include "simulator/session.h"
 
 #include "simulator/extensions.h"
+#include "simulator/hand_tracking.h"
 #include "simulator/instance.h"
 #include "simulator/runtime.h"
 #include "simulator/spaces.h"
@@ -55,6 +56,7 @@ void Session::Stop() {
 
 void Session::Close(Runtime& runtime) {
     Stop();
+    runtime.handles.RemoveIf<HandTracker>([&](const HandTracker& hand) { return hand.session.get() == this; });
     runtime.handles.RemoveIf<Swapchain>([&](const Swapchain& swapchain) { return swapchain.session.get() == this; });
     graphics.reset();
 }

@@ -24,11 +24,11 @@ void CheckSystem(const Runtime& runtime, XrInstance instance, XrSystemId system)
     if (system != kSystemId) Refuse(XR_ERROR_SYSTEM_INVALID);
 }
 
+}  // namespace
+
 void CheckConfiguration(XrViewConfigurationType type) {
     if (type != XR_VIEW_CONFIGURATION_TYPE_PRIMARY_STEREO) Refuse(XR_ERROR_VIEW_CONFIGURATION_TYPE_UNSUPPORTED);
 }
-
-}  // namespace
 
 std::optional<XrPosef> HeadPose(const Session& session, XrTime time) {
     const Device& head = session.devices[TopLevel::kHead];

@@ -23,6 +23,8 @@ struct EyeView {
 std::array<EyeView, 2> EyesOf(const XrPosef& head);
 
 bool IsOffered(XrEnvironmentBlendMode mode);
+// Throws XR_ERROR_VIEW_CONFIGURATION_TYPE_UNSUPPORTED.
+void CheckConfiguration(XrViewConfigurationType type);
 
 XRAPI_ATTR XrResult XRAPI_CALL EnumerateViewConfigurations(XrInstance instance, XrSystemId system,
                                                            std::uint32_t capacity, std::uint32_t* count,
