@@ -14,6 +14,9 @@ inline constexpr XrVersion kVersion11 = XR_MAKE_VERSION(1, 1, 0);
 inline constexpr char kConformanceAutomation[] = "XR_EXT_conformance_automation";
 inline constexpr char kLocalFloor[] = "XR_EXT_local_floor";
 inline constexpr char kLocateSpaces[] = "XR_KHR_locate_spaces";
+inline constexpr char kDepthLayer[] = "XR_KHR_composition_layer_depth";
+inline constexpr char kCylinderLayer[] = "XR_KHR_composition_layer_cylinder";
+inline constexpr char kEquirect2Layer[] = "XR_KHR_composition_layer_equirect2";
 inline constexpr char kVisibilityMask[] = "XR_KHR_visibility_mask";
 inline constexpr char kConvertTimespec[] = "XR_KHR_convert_timespec_time";
 inline constexpr char kHandTracking[] = "XR_EXT_hand_tracking";
@@ -50,6 +53,9 @@ inline constexpr Extension kExtensions[] = {
     {kLocateSpaces, XR_KHR_locate_spaces_SPEC_VERSION, nullptr},
     {XR_KHR_MAINTENANCE1_EXTENSION_NAME, XR_KHR_maintenance1_SPEC_VERSION, nullptr},
     {XR_EXT_UUID_EXTENSION_NAME, XR_EXT_uuid_SPEC_VERSION, nullptr},
+    {kDepthLayer, XR_KHR_composition_layer_depth_SPEC_VERSION, nullptr},
+    {kCylinderLayer, XR_KHR_composition_layer_cylinder_SPEC_VERSION, nullptr},
+    {kEquirect2Layer, XR_KHR_composition_layer_equirect2_SPEC_VERSION, nullptr},
     {kVisibilityMask, XR_KHR_visibility_mask_SPEC_VERSION, nullptr},
     {kConvertTimespec, 1, nullptr},
     {kHandTracking, XR_EXT_hand_tracking_SPEC_VERSION, nullptr},

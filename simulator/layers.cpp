@@ -1,5 +1,7 @@
 #include "simulator/layers.h"
 
+#include <cmath>
+
 #include "simulator/extensions.h"
 #include "simulator/instance.h"
 #include "simulator/runtime.h"
@@ -20,12 +22,24 @@ void CheckSubImage(const Runtime& runtime, const std::shared_ptr<Session>& sessi
     const auto swapchain = runtime.Get(image.swapchain);
     Require(swapchain->session == session);
     if (!swapchain->released) Refuse(XR_ERROR_LAYER_INVALID);
-    Require(image.imageArrayIndex < swapchain->info.arraySize);
+    Require(image.imageArrayIndex < swapchain->info.arraySize && swapchain->info.faceCount == 1);
     const auto& [offset, extent] = image.imageRect;
     const bool is_inside = offset.x >= 0 && offset.y >= 0 && extent.width > 0 && extent.height > 0 &&
                            std::int64_t{offset.x} + extent.width <= swapchain->info.width &&
                            std::int64_t{offset.y} + extent.height <= swapchain->info.height;
     if (!is_inside) Refuse(XR_ERROR_SWAPCHAIN_RECT_INVALID);
+}
+
+// Depth is taken and not used: a picture shows the layers as they lie over each other.
+void CheckDepth(const Runtime& runtime, const std::shared_ptr<Session>& session, const void* chain) {
+    if (!session->instance->HasExtension(kDepthLayer)) return;
+    for (auto* link = static_cast<const XrBaseInStructure*>(chain); link; link = link->next) {
+        if (link->type != XR_TYPE_COMPOSITION_LAYER_DEPTH_INFO_KHR) continue;
+        const auto& depth = *reinterpret_cast<const XrCompositionLayerDepthInfoKHR*>(link);
+        CheckSubImage(runtime, session, depth.subImage);
+        Require(depth.minDepth >= 0.0f && depth.minDepth < depth.maxDepth && depth.maxDepth <= 1.0f);
+        Require(depth.nearZ > 0.0f && depth.farZ > 0.0f && depth.nearZ != depth.farZ);
+    }
 }
 
 void CheckProjection(const Runtime& runtime, const std::shared_ptr<Session>& session,
@@ -36,6 +50,7 @@ void CheckProjection(const Runtime& runtime, const std::shared_ptr<Session>& ses
         RequireType(&view, XR_TYPE_COMPOSITION_LAYER_PROJECTION_VIEW);
         CheckedPose(view.pose);
         CheckSubImage(runtime, session, view.subImage);
+        CheckDepth(runtime, session, view.next);
     }
 }
 
@@ -44,10 +59,57 @@ void CheckVisibility(XrEyeVisibility visibility) {
             visibility == XR_EYE_VISIBILITY_RIGHT);
 }
 
-void CheckQuad(const Runtime& runtime, const std::shared_ptr<Session>& session, const XrCompositionLayerQuad& layer) {
+// What stands in the world: a quad, a cylinder, or an equirect.
+template <class Surface>
+void CheckSurface(const Runtime& runtime, const std::shared_ptr<Session>& session, const Surface& layer) {
     CheckVisibility(layer.eyeVisibility);
     CheckedPose(layer.pose);
     CheckSubImage(runtime, session, layer.subImage);
+}
+
+// Angles are written down in more digits than a float has.
+constexpr float kHalfTurn = 3.1416f;
+
+void CheckShape(const XrCompositionLayerCylinderKHR& layer) {
+    Require(layer.radius >= 0.0f && layer.aspectRatio > 0.0f);
+    Require(layer.centralAngle >= 0.0f && layer.centralAngle <= 2 * kHalfTurn);
+}
+
+void CheckShape(const XrCompositionLayerEquirect2KHR& layer) {
+    Require(layer.radius >= 0.0f);
+    Require(layer.centralHorizontalAngle >= 0.0f && layer.centralHorizontalAngle <= 2 * kHalfTurn);
+    Require(std::fabs(layer.upperVerticalAngle) <= kHalfTurn / 2 &&
+            std::fabs(layer.lowerVerticalAngle) <= kHalfTurn / 2);
+}
+
+void CheckLayer(const Runtime& runtime, const std::shared_ptr<Session>& session,
+                const XrCompositionLayerBaseHeader& header) {
+    switch (header.type) {
+        case XR_TYPE_COMPOSITION_LAYER_PROJECTION:
+            return CheckProjection(runtime, session, As<XrCompositionLayerProjection>(header));
+        case XR_TYPE_COMPOSITION_LAYER_QUAD:
+            return CheckSurface(runtime, session, As<XrCompositionLayerQuad>(header));
+        case XR_TYPE_COMPOSITION_LAYER_CYLINDER_KHR:
+            CheckSurface(runtime, session, As<XrCompositionLayerCylinderKHR>(header));
+            return CheckShape(As<XrCompositionLayerCylinderKHR>(header));
+        default:
+            CheckSurface(runtime, session, As<XrCompositionLayerEquirect2KHR>(header));
+            return CheckShape(As<XrCompositionLayerEquirect2KHR>(header));
+    }
+}
+
+bool IsKnown(const Instance& instance, XrStructureType layer) {
+    switch (layer) {
+        case XR_TYPE_COMPOSITION_LAYER_PROJECTION:
+        case XR_TYPE_COMPOSITION_LAYER_QUAD:
+            return true;
+        case XR_TYPE_COMPOSITION_LAYER_CYLINDER_KHR:
+            return instance.HasExtension(kCylinderLayer);
+        case XR_TYPE_COMPOSITION_LAYER_EQUIRECT2_KHR:
+            return instance.HasExtension(kEquirect2Layer);
+        default:
+            return false;
+    }
 }
 
 bool IsSeenBy(XrEyeVisibility visibility, std::size_t eye) {
@@ -65,6 +127,36 @@ PlannedLayer Plan(const Runtime& runtime, const XrSwapchainSubImage& image, cons
     return planned;
 }
 
+template <class Surface>
+std::optional<PlannedLayer> PlanSurface(const Runtime& runtime, const Surface& surface, LayerShape shape,
+                                        const XrPosef& space, std::size_t eye) {
+    if (!IsSeenBy(surface.eyeVisibility, eye)) return std::nullopt;
+    PlannedLayer planned = Plan(runtime, surface.subImage, space, surface.pose);
+    planned.layer.shape = shape;
+    return planned;
+}
+
+std::optional<PlannedLayer> PlanCylinder(const Runtime& runtime, const XrCompositionLayerCylinderKHR& cylinder,
+                                         const XrPosef& space, std::size_t eye) {
+    auto planned = PlanSurface(runtime, cylinder, LayerShape::kCylinder, space, eye);
+    if (!planned) return planned;
+    planned->layer.radius = cylinder.radius;
+    planned->layer.horizontal_angle = cylinder.centralAngle;
+    planned->layer.aspect_ratio = cylinder.aspectRatio;
+    return planned;
+}
+
+std::optional<PlannedLayer> PlanEquirect(const Runtime& runtime, const XrCompositionLayerEquirect2KHR& equirect,
+                                         const XrPosef& space, std::size_t eye) {
+    auto planned = PlanSurface(runtime, equirect, LayerShape::kEquirect, space, eye);
+    if (!planned) return planned;
+    planned->layer.radius = equirect.radius;
+    planned->layer.horizontal_angle = equirect.centralHorizontalAngle;
+    planned->layer.upper_angle = equirect.upperVerticalAngle;
+    planned->layer.lower_angle = equirect.lowerVerticalAngle;
+    return planned;
+}
+
 std::optional<PlannedLayer> PlanFor(const Runtime& runtime, const XrCompositionLayerBaseHeader& header,
                                     const XrPosef& space, std::size_t eye) {
     if (header.type == XR_TYPE_COMPOSITION_LAYER_PROJECTION) {
@@ -73,11 +165,15 @@ std::optional<PlannedLayer> PlanFor(const Runtime& runtime, const XrCompositionL
         planned.layer.fov = view.fov;
         return planned;
     }
+    if (header.type == XR_TYPE_COMPOSITION_LAYER_CYLINDER_KHR) {
+        return PlanCylinder(runtime, As<XrCompositionLayerCylinderKHR>(header), space, eye);
+    }
+    if (header.type == XR_TYPE_COMPOSITION_LAYER_EQUIRECT2_KHR) {
+        return PlanEquirect(runtime, As<XrCompositionLayerEquirect2KHR>(header), space, eye);
+    }
     const auto& quad = As<XrCompositionLayerQuad>(header);
-    if (!IsSeenBy(quad.eyeVisibility, eye)) return std::nullopt;
-    PlannedLayer planned = Plan(runtime, quad.subImage, space, quad.pose);
-    planned.layer.shape = LayerShape::kQuad;
-    planned.layer.size = quad.size;
+    auto planned = PlanSurface(runtime, quad, LayerShape::kQuad, space, eye);
+    if (planned) planned->layer.size = quad.size;
     return planned;
 }
 
@@ -86,15 +182,9 @@ std::optional<PlannedLayer> PlanFor(const Runtime& runtime, const XrCompositionL
 void CheckLayers(const Runtime& runtime, const std::shared_ptr<Session>& session, const XrFrameEndInfo& info) {
     for (std::uint32_t i = 0; i < info.layerCount; ++i) {
         const XrCompositionLayerBaseHeader* header = info.layers[i];
-        if (!header) Refuse(XR_ERROR_LAYER_INVALID);
-        const bool is_projection = header->type == XR_TYPE_COMPOSITION_LAYER_PROJECTION;
-        if (!is_projection && header->type != XR_TYPE_COMPOSITION_LAYER_QUAD) Refuse(XR_ERROR_LAYER_INVALID);
+        if (!header || !IsKnown(*session->instance, header->type)) Refuse(XR_ERROR_LAYER_INVALID);
         Require(runtime.Get(header->space)->session == session);
-        if (is_projection) {
-            CheckProjection(runtime, session, As<XrCompositionLayerProjection>(*header));
-        } else {
-            CheckQuad(runtime, session, As<XrCompositionLayerQuad>(*header));
-        }
+        CheckLayer(runtime, session, *header);
     }
 }
 

@@ -5,9 +5,11 @@
 #include <array>
 #include <atomic>
 #include <chrono>
+#include <cmath>
 #include <cstring>
 #include <future>
 #include <thread>
+#include <tuple>
 #include <utility>
 
 #include "tests/rendering/painter.h"
@@ -57,7 +59,9 @@ class Rendering : public testing::TestWithParam<Api> {
 
     void MakeInstance() {
         auto extensions = painter_->Extensions();
-        extensions.push_back(orvanic_xr::kSimulatorCompositorCaptureExtension);
+        extensions.insert(extensions.end(),
+                          {orvanic_xr::kSimulatorCompositorCaptureExtension, "XR_KHR_composition_layer_depth",
+                           "XR_KHR_composition_layer_cylinder", "XR_KHR_composition_layer_equirect2"});
         auto info = Typed<XrInstanceCreateInfo>(XR_TYPE_INSTANCE_CREATE_INFO);
         std::strcpy(info.applicationInfo.applicationName, "rendering test");
         info.applicationInfo.apiVersion = XR_MAKE_VERSION(1, 0, 0);
@@ -292,6 +296,78 @@ TEST_P(Rendering, PictureIsOfAFrameThatIsWaitedForAfterTheRequest) {
     // The second layer is the first one's mirror image: red is on the right.
     const Colour red = GetParam().srgb_is_swapped ? Colour{40, 30, 200} : Colour{200, 30, 40};
     EXPECT_EQ(QuartersOf(picture)[1], red);
+}
+
+TEST_P(Rendering, SurfacesBendAroundTheEye) {
+    BEGIN_OR_SKIP();
+    const auto info = Info(painter_->LinearFormat());
+    const XrSwapchain swapchain = MakeSwapchain(info);
+    Paint(swapchain);
+    const XrSwapchainSubImage whole = {swapchain, {{0, 0}, {kSize, kSize}}, 0};
+    const XrReferenceSpaceCreateInfo at_head = {XR_TYPE_REFERENCE_SPACE_CREATE_INFO, nullptr,
+                                                XR_REFERENCE_SPACE_TYPE_VIEW, kHere};
+    XrSpace head = XR_NULL_HANDLE;
+    EXPECT_EQ(xrCreateReferenceSpace(session_, &at_head, &head), XR_SUCCESS);
+    // Both 90 degrees wide, as the view is, so that the picture shows their quarters in its own.
+    XrCompositionLayerCylinderKHR cylinder = {XR_TYPE_COMPOSITION_LAYER_CYLINDER_KHR,
+                                              nullptr,
+                                              0,
+                                              head,
+                                              XR_EYE_VISIBILITY_LEFT,
+                                              whole,
+                                              kHere,
+                                              10.0f,
+                                              1.5708f,
+                                              0.7854f};
+    XrCompositionLayerEquirect2KHR sphere = {XR_TYPE_COMPOSITION_LAYER_EQUIRECT2_KHR,
+                                             nullptr,
+                                             0,
+                                             head,
+                                             XR_EYE_VISIBILITY_RIGHT,
+                                             whole,
+                                             kHere,
+                                             0.0f,
+                                             1.5708f,
+                                             0.7854f,
+                                             -0.7854f};
+    XrCompositionLayerDepthInfoKHR depth = {
+        XR_TYPE_COMPOSITION_LAYER_DEPTH_INFO_KHR, nullptr, whole, 0.0f, 1.0f, 100.0f, 0.1f};
+    const auto layers = [&](XrTime time) {
+        auto all = Projection(swapchain, time);
+        // The mirror image, for both eyes.
+        views_[0].subImage.imageArrayIndex = 1;
+        views_[1].next = &depth;
+        all.insert(all.end(), {&cylinder, &sphere});
+        return all;
+    };
+    const std::vector<Colour> quarters = {{229, 96, 110}, {79, 234, 122}, {56, 133, 239}, {160, 160, 160}};
+    for (const std::uint64_t eye : {1u, 2u}) {
+        EXPECT_EQ(QuartersOf(Capture(eye, [&] { EXPECT_EQ(RunFrame(layers), XR_SUCCESS); })), quarters);
+    }
+
+    auto state = Typed<XrFrameState>(XR_TYPE_FRAME_STATE);
+    EXPECT_EQ(xrWaitFrame(session_, nullptr, &state), XR_SUCCESS);
+    EXPECT_EQ(xrBeginFrame(session_, nullptr), XR_SUCCESS);
+    const auto end = [&] { return End(state.predictedDisplayTime, layers(state.predictedDisplayTime)); };
+    const std::tuple<const char*, float&, float> refusals[] = {
+        {"radius", cylinder.radius, -1.0f},
+        {"angle", cylinder.centralAngle, 7.0f},
+        {"aspect ratio", cylinder.aspectRatio, std::nanf("")},
+        {"sphere's radius", sphere.radius, std::nanf("")},
+        {"sphere's width", sphere.centralHorizontalAngle, -0.1f},
+        {"sphere's top", sphere.upperVerticalAngle, 1.6f},
+        {"depth's range", depth.minDepth, 1.0f},
+        {"depth's end", depth.farZ, 100.0f},
+    };
+    for (const auto& [name, value, bad] : refusals) {
+        const float good = std::exchange(value, bad);
+        EXPECT_EQ(end(), XR_ERROR_VALIDATION_FAILURE) << name;
+        value = good;
+    }
+    depth.subImage.swapchain = MakeSwapchain(info);
+    EXPECT_EQ(end(), XR_ERROR_LAYER_INVALID) << "nothing was released";
+    depth.subImage = whole;
+    EXPECT_EQ(end(), XR_SUCCESS);
 }
 
 TEST_P(Rendering, ImageOfSeveralSamplesIsResolved) {
