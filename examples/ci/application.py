@@ -28,8 +28,11 @@ class Application:
     layer is not installed where the loader looks, XR_API_LAYER_PATH.
     """
 
-    def __init__(self, command, artefacts, start_limit=30):
-        """Starts `command` and waits until its server answers; `client` then talks to it."""
+    def __init__(self, command, artefacts, start_limit=30, stdin=subprocess.DEVNULL):
+        """
+        Starts `command` and waits until its server answers; `client` then talks to it. `stdin` is for an application
+        that ends when its input does.
+        """
         if port_answers():
             # Its tools would be tested in place of ours.
             raise RuntimeError(f"port {PORT} is in use: another application runs with the layer")
@@ -43,7 +46,7 @@ class Application:
         )
         with self._output.open("wb") as output:
             self._process = subprocess.Popen(
-                command, env=environment, stdin=subprocess.DEVNULL, stdout=output, stderr=subprocess.STDOUT
+                command, env=environment, stdin=stdin, stdout=output, stderr=subprocess.STDOUT
             )
         try:
             self.wait_until(port_answers, start_limit, "its server answers")
