@@ -68,6 +68,9 @@ set_target_properties(velmoor_re2 PROPERTIES CXX_STANDARD 17 POSITION_INDEPENDEN
 target_include_directories(velmoor_re2 SYSTEM PUBLIC ${VELMOOR_RE2_SOURCE_DIR})
 target_link_libraries(velmoor_re2 PUBLIC Threads::Threads)
 
+# Reads the command line of the command. Header-only.
+find_package(CLI11 2.1 REQUIRED)
+
 # The real loader, for examples and tests only; the runtime package is enough.
 find_library(VELMOOR_OPENXR_LOADER NAMES openxr_loader libopenxr_loader.so.1 REQUIRED)
 

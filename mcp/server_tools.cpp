@@ -17,6 +17,8 @@ json annotations(const tool& declaration) {
     return hints;
 }
 
+}  // namespace
+
 json to_json(const tool& declaration) {
     json object{
         {"name", declaration.name},
@@ -27,6 +29,8 @@ json to_json(const tool& declaration) {
     if (declaration.has_annotations) object["annotations"] = annotations(declaration);
     return object;
 }
+
+namespace {
 
 json parse_arguments(const std::string& text) {
     try {

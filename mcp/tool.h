@@ -21,6 +21,9 @@ struct tool {
     bool has_annotations = false;
 };
 
+// As it stands in the answer to tools/list.
+json to_json(const tool& declaration);
+
 // Takes the call's arguments (any JSON value: an empty array when the caller gave none) and the id of the
 // session that calls (empty for a call from inside the process); returns the `content` array of the result.
 // Runs on a server thread or on the caller of OrvanicXR_InvokeTool, with no lock held, and may throw.

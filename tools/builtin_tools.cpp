@@ -65,4 +65,10 @@ void register_builtin_tools(IToolRegistry& registry) {
     }
 }
 
+std::vector<mcp::tool> builtin_tool_declarations() {
+    std::vector<mcp::tool> declarations;
+    for (const auto make_entry : kBuiltinTools) declarations.push_back(make_entry().tool);
+    return declarations;
+}
+
 }  // namespace orvanic_xr

@@ -66,6 +66,7 @@ moved_prefix() {
   runs_with_layer "$scratch/second" "$named" XDG_DATA_DIRS="$scratch/second/share"
   doctor_says 0 "$scratch/second" "$named" XDG_DATA_DIRS="$scratch/second/share"
   [ -f "$scratch/second/share/man/man1/velmoor-doctor.1" ] || flunk "no man page"
+  "$scratch/second/bin/velmoor" mcp </dev/null >"$scratch/bridge.txt" || flunk "the bridge does not start"
 }
 
 implicit() {
@@ -122,7 +123,7 @@ deb() {
   dpkg --root="$scratch/target" --status velmoor 2>&1 | grep -q '^Depends:.*libopenxr-loader1' ||
     flunk "no dependency on the loader"
   for file in include/velmoor/external_tool.h lib/cmake/velmoor/velmoor-config.cmake lib/pkgconfig/velmoor.pc \
-    share/man/man1/velmoor-doctor.1 share/doc/velmoor/copyright \
+    share/man/man1/velmoor-doctor.1 bin/velmoor share/man/man1/velmoor.1 share/doc/velmoor/copyright \
     share/openxr/1/api_layers/explicit.d/XrApiLayer_KESTX_velmoor.json; do
     [ -f "$prefix/$file" ] || flunk "the package lacks $file"
   done

@@ -97,7 +97,7 @@ for (const kind of CLIENTS) {
 
     test('lists the tools', async () => {
       const { tools } = await client.listTools(undefined, LIMIT);
-      assert.deepEqual(tools.map((tool) => tool.name), ['broken', 'echo', 'picture']);
+      assert.deepEqual(tools.map((tool) => tool.name), ['broken', 'echo', 'picture', 'wait']);
       assert.deepEqual({ ...tools[1].annotations }, {
         title: 'Echo', readOnlyHint: true, destructiveHint: false, idempotentHint: false, openWorldHint: true,
       });

@@ -1,12 +1,15 @@
 // A server with a tool for each kind of content, for clients that others wrote: prints its port, and serves
 // until its standard input ends.
 //
-//   interop_server [--local-only]
+//   interop_server [--local-only | PORT]
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <stdexcept>
 #include <string_view>
+#include <thread>
 
 #include "mcp/server.h"
 
@@ -34,6 +37,11 @@ void RegisterTools(mcp::server& server) {
         return mcp::json::array({{{"type", "text"}, {"text", "one pixel"}},
                                  {{"type", "image"}, {"data", "iVBORw0KGgo="}, {"mimeType", "image/png"}}});
     });
+    server.register_tool(Declare("wait", "Gives its message back after a second."),
+                         [](const mcp::json& arguments, const std::string&) {
+                             std::this_thread::sleep_for(std::chrono::seconds(1));
+                             return mcp::json::array({{{"type", "text"}, {"text", arguments.value("message", "")}}});
+                         });
     server.register_tool(Declare("broken", "Throws."), [](const mcp::json&, const std::string&) -> mcp::json {
         throw std::runtime_error("out of order");
     });
@@ -45,7 +53,7 @@ int main(int argc, char** argv) {
     mcp::server_config config;
     config.local_only = argc > 1 && argv[1] == std::string_view("--local-only");
     config.host = "0.0.0.0";
-    config.port = 0;
+    config.port = argc > 1 && !config.local_only ? std::atoi(argv[1]) : 0;
     mcp::server server(config);
     server.set_server_info("interop", "1.2.3");
     server.set_capabilities({{"tools", mcp::json::object()}});

@@ -1,0 +1,139 @@
+// Stands between clients and applications: always has a list of tools, finds the applications that serve the layer's
+// port, and sends each call to the right one, once.
+//
+//     client_session --> bridge --> application_link --> application
+//
+// Threads: calls come on those of the clients' transports. One thread of the bridge looks for applications, makes and
+// ends the links to them, and hands out the calls that wait. Each link has a thread, on which answers come. No lock is
+// held while a call is handed on or answered. A link's own thread never holds it, as it can't end itself.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "command/applications/application.h"
+#include "command/bridge/application_link.h"
+#include "command/bridge/own_tool.h"
+#include "command/bridge/tool_source.h"
+
+namespace velmoor {
+
+struct bridge_settings {
+    surroundings around;
+    std::string version;                    // of this program
+    std::chrono::milliseconds wait{10000};  // for an application, with each call
+    std::string tools_file;                 // where applications' tools are kept; none if empty
+    std::vector<own_tool> own_tools;        // beside app_list
+};
+
+class bridge final : public tool_source {
+ public:
+    explicit bridge(bridge_settings settings);
+    ~bridge() override { stop(); }
+    bridge(const bridge&) = delete;
+    bridge& operator=(const bridge&) = delete;
+
+    std::shared_ptr<const std::string> list_tools() override;
+    std::uint64_t new_call_id() override;
+    void start(std::uint64_t id, tool_call call) override;
+    void cancel(std::uint64_t id, const std::string& why) override;
+    void introduce(const json& client_info) override;
+    void expect_calls() override;
+
+    // Ends all calls, with an answer. Nothing of a client's is called any more once this returns.
+    void stop();
+
+    // Runs when the list of tools differs from what it was. To be set before the first client.
+    void on_tools_changed(std::function<void()> tell) { tell_of_tools_ = std::move(tell); }
+    // From now on calls that name no application go to that process; with 0, to the one that runs.
+    void prefer(pid_t process);
+
+    struct known_application {
+        application who;
+        link_state state;
+        std::string problem;
+    };
+    std::vector<known_application> applications();
+
+ private:
+    using clock = std::chrono::steady_clock;
+
+    struct open_call {
+        std::uint64_t id = 0;
+        tool_call call;
+        std::string app;  // that it names; may be empty
+        clock::time_point deadline;
+        clock::time_point next_word;
+        int steps = 0;  // of progress that were told while it waited
+    };
+    using open_call_pointer = std::shared_ptr<open_call>;
+    struct running_call {
+        std::weak_ptr<application_link> on;
+        std::int64_t link_call = 0;  // 0 until the link has given it
+    };
+    struct own_run {
+        std::shared_ptr<tool_run> run;
+        std::thread thread;
+    };
+    // Where a call goes: to a link, or nowhere for a reason; with neither, it waits.
+    struct choice {
+        std::shared_ptr<application_link> link;
+        std::string refusal;
+    };
+
+    choice choose_locked(const open_call& call) const;
+    void dispatch(const open_call_pointer& call);
+    void hand_to(const std::shared_ptr<application_link>& link, const open_call_pointer& call);
+    void take_end(const open_call_pointer& call, const std::string& label, mcp::call_result&& end);
+    void start_own(std::uint64_t id, const own_tool& tool, tool_call call);
+    void end_own(std::uint64_t id);
+    std::string take_app_argument(const std::string& tool, json& arguments);
+
+    void look_out();
+    clock::duration pause_locked(clock::time_point now);
+    void reconcile(std::vector<application> found);
+    void serve_waiting();
+    void join_ended_runs();
+    std::string why_none_locked(const open_call& call) const;
+    std::string listing_locked() const;
+    void renew_list();
+    void kick();
+    std::vector<own_tool> with_app_list(std::vector<own_tool> more);
+
+    const bridge_settings settings_;
+    const std::vector<own_tool> own_tools_;
+    std::function<void()> tell_of_tools_;
+
+    std::mutex mutex_;  // all below but the thread
+    std::condition_variable changed_;
+    bool is_expecting_ = false;
+    bool is_kicked_ = false;
+    bool is_stopping_ = false;
+    bool has_looked_ = false;
+    pid_t preferred_ = 0;
+    json client_info_;
+    std::uint64_t next_id_ = 1;
+    std::vector<std::shared_ptr<application_link>> links_;
+    std::list<open_call_pointer> waiting_;
+    std::map<std::uint64_t, running_call> running_;
+    std::map<std::uint64_t, own_run> own_runs_;
+    std::vector<std::thread> ended_runs_;
+    std::vector<json> applications_tools_;  // of those that are there, or were last
+    std::shared_ptr<const std::string> list_;
+    clock::duration pause_{};
+    clock::time_point lost_at_;
+
+    std::thread thread_;  // last: it uses all the others
+};
+
+}  // namespace velmoor

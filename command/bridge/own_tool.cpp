@@ -1,0 +1,66 @@
+#include "command/bridge/own_tool.h"
+
+#include <optional>
+#include <stdexcept>
+#include <utility>
+
+#include "mcp/client/blocking_client.h"
+
+namespace velmoor {
+
+json tool_run::call(const std::string& tool, json arguments) {
+    // The answer may come when this run has been cancelled and is gone.
+    struct arrival {
+        std::mutex mutex;
+        std::condition_variable changed;
+        std::optional<json> outcome;
+    };
+    const auto arrived = std::make_shared<arrival>();
+    const std::uint64_t id = tools_.new_call_id();
+    tools_.start(id, {.name = tool,
+                      .arguments = std::move(arguments),
+                      .done =
+                          [arrived](json&& outcome) {
+                              const std::lock_guard lock(arrived->mutex);
+                              arrived->outcome = std::move(outcome);
+                              arrived->changed.notify_all();
+                          },
+                      .report = nullptr});
+    std::unique_lock lock(arrived->mutex);
+    while (!arrived->outcome) {
+        arrived->changed.wait_for(lock, std::chrono::milliseconds(20));
+        if (!is_cancelled()) continue;
+        lock.unlock();
+        tools_.cancel(id, "the tool that called was cancelled");
+        throw cancelled();
+    }
+    json outcome = std::move(*arrived->outcome);
+    if (const auto error = outcome.find("error"); error != outcome.end()) {
+        throw std::runtime_error("Error: " + error->value("message", "the call failed"));
+    }
+    json result = std::move(outcome["result"]);
+    if (result.is_object() && result.value("isError", false)) throw std::runtime_error(mcp::text_of(result));
+    return result;
+}
+
+void tool_run::tell(const std::string& message) {
+    if (report_) report_({{"progress", ++steps_}, {"message", message}});
+}
+
+void tool_run::wait_for(std::chrono::milliseconds time) {
+    std::unique_lock lock(mutex_);
+    if (changed_.wait_for(lock, time, [this] { return is_cancelled_; })) throw cancelled();
+}
+
+bool tool_run::is_cancelled() {
+    const std::lock_guard lock(mutex_);
+    return is_cancelled_;
+}
+
+void tool_run::cancel() {
+    const std::lock_guard lock(mutex_);
+    is_cancelled_ = true;
+    changed_.notify_all();
+}
+
+}  // namespace velmoor

@@ -1,0 +1,49 @@
+// Tools of the bridge's own: each call runs on a thread of its own, and may wait.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "command/bridge/tool_source.h"
+
+namespace velmoor {
+
+// One call while it runs. Ends early, with `cancelled` thrown, once nobody waits for its answer any more.
+class tool_run {
+ public:
+    struct cancelled {};
+
+    tool_run(tool_source& tools, std::function<void(json&&)> report) : tools_(tools), report_(std::move(report)) {}
+
+    // Calls a tool of an application, and gives its result. Throws std::runtime_error with the error's text, also where
+    // the result says that it is one.
+    json call(const std::string& tool, json arguments);
+    // Tells the caller what is waited for.
+    void tell(const std::string& message);
+    void wait_for(std::chrono::milliseconds time);
+
+    void cancel();  // any thread
+
+ private:
+    bool is_cancelled();
+
+    tool_source& tools_;
+    const std::function<void(json&&)> report_;
+    int steps_ = 0;
+
+    std::mutex mutex_;  // all below
+    std::condition_variable changed_;
+    bool is_cancelled_ = false;
+};
+
+struct own_tool {
+    json declaration;
+    // Gives the result: `content`, and perhaps `isError`. What it throws becomes the text of an error.
+    std::function<json(const json& arguments, tool_run& run)> handler;
+};
+
+}  // namespace velmoor

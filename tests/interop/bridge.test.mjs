@@ -1,0 +1,130 @@
+// Both generations of the official TypeScript client through the bridge: over standard input and output, with
+// applications that come late, go in the middle of a call, and run two at a time.
+//
+//   node --test bridge.test.mjs      with VELMOOR naming the command, INTEROP_SERVER the server behind it, on port 8720
+import assert from 'node:assert/strict';
+import { spawn } from 'node:child_process';
+import { once } from 'node:events';
+import { mkdtemp, rm } from 'node:fs/promises';
+import { tmpdir } from 'node:os';
+import { join } from 'node:path';
+import { createInterface } from 'node:readline';
+import { after, before, describe, test } from 'node:test';
+
+import * as second from '@modelcontextprotocol/client';
+import { StdioClientTransport as SecondStdio } from '@modelcontextprotocol/client/stdio';
+import { Client as FirstClient } from '@modelcontextprotocol/sdk/client/index.js';
+import { StdioClientTransport as FirstStdio } from '@modelcontextprotocol/sdk/client/stdio.js';
+
+const ME = { name: 'bridge-test', version: '1.0' };
+const LIMIT = { timeout: 30_000 };
+const cache = await mkdtemp(join(tmpdir(), 'velmoor-bridge-'));
+after(() => rm(cache, { recursive: true, force: true }));
+
+const COMMAND = { command: process.env.VELMOOR, args: ['mcp'], env: { ...process.env, XDG_CACHE_HOME: cache } };
+const CLIENTS = [
+  { name: 'sdk 1.x', client: () => new FirstClient(ME), transport: () => new FirstStdio(COMMAND) },
+  { name: 'client 2.x', client: () => new second.Client(ME), transport: () => new SecondStdio(COMMAND) },
+  {
+    name: 'client 2.x, negotiating',
+    client: () => new second.Client(ME, { versionNegotiation: { mode: 'auto' } }),
+    transport: () => new SecondStdio(COMMAND),
+  },
+];
+
+async function startApplication() {
+  const application = spawn(process.env.INTEROP_SERVER, ['8720'], { stdio: ['pipe', 'pipe', 'ignore'] });
+  await once(createInterface({ input: application.stdout }), 'line');
+  application.stdout.resume();
+  return application;
+}
+
+async function endApplication(application) {
+  const ended = once(application, 'exit');
+  application.kill('SIGKILL');
+  await ended;
+}
+
+// The first generation takes a result schema before the options.
+const call = (client, name, args, options = {}) => client.callTool(
+  { name, arguments: args }, ...(client instanceof FirstClient ? [undefined] : []), { ...LIMIT, ...options });
+const echo = async (client, message, more = {}) => (await call(client, 'echo', { message, ...more })).content[0].text;
+
+for (const kind of CLIENTS) {
+  describe(`${kind.name}, stdio`, { timeout: 60_000 }, () => {
+    let client;
+    let application;
+    before(async () => {
+      client = kind.client();
+      await client.connect(kind.transport(), LIMIT);
+    });
+    after(async () => {
+      await client.close();
+      if (application) await endApplication(application);
+    });
+
+    test('lists all tools with no application', async () => {
+      const { tools } = await client.listTools(undefined, LIMIT);
+      const names = tools.map((tool) => tool.name);
+      assert.ok(names.includes('app_list') && names.includes('openxr_capture_composited_image'));
+      assert.equal(client.getServerVersion().name, 'velmoor');
+    });
+
+    test('hears of progress while the application is awaited', async () => {
+      const progress = [];
+      const answer = call(client, 'echo', { message: 'late' }, { onprogress: (step) => progress.push(step) });
+      await new Promise((resolve) => setTimeout(resolve, 1200));
+      application = await startApplication();
+      assert.equal((await answer).content[0].text, 'late');
+      assert.match(progress[0].message, /no application runs/);
+    });
+
+    test('gets every kind of content, and every answer of many calls at once', async () => {
+      assert.deepEqual((await call(client, 'picture', {})).content, [
+        { type: 'text', text: 'one pixel' },
+        { type: 'image', data: 'iVBORw0KGgo=', mimeType: 'image/png' },
+      ]);
+      const messages = ['line\nline\r\n', '“čaj” 🫖 \u0000', 'x'.repeat(1 << 20)];
+      messages.push(...Array.from({ length: 500 }, (_, i) => `message ${i}`));
+      assert.deepEqual(await Promise.all(messages.map((message) => echo(client, message))), messages);
+    });
+
+    test('is told what went wrong', async () => {
+      assert.equal((await call(client, 'broken', {})).isError, true);
+      await assert.rejects(call(client, 'no_such_tool', {}), { code: -32602, message: /no_such_tool/ });
+    });
+
+    test('cancels one call and no other', async () => {
+      const stop = new AbortController();
+      const other = call(client, 'wait', { message: 'other' });
+      const cancelled = call(client, 'wait', { message: 'cancelled' }, { signal: stop.signal });
+      setTimeout(() => stop.abort(), 100);
+      await assert.rejects(cancelled);
+      assert.equal((await other).content[0].text, 'other');
+    });
+
+    test('outlives a restart of the application in the middle of a call', async () => {
+      const lost = call(client, 'wait', { message: 'lost' });
+      await new Promise((resolve) => setTimeout(resolve, 200));
+      await endApplication(application);
+      const answer = await lost;
+      assert.equal(answer.isError, true);
+      assert.match(answer.content[0].text, /outcome is unknown; the call was not repeated/);
+      application = await startApplication();
+      assert.equal(await echo(client, 'again'), 'again');
+    });
+
+    test('reaches the one of two applications that it names', async () => {
+      const other = await startApplication();
+      try {
+        let answer;
+        do answer = await call(client, 'echo', { message: 'which' }); while (!answer.isError);
+        assert.match(answer.content[0].text, /2 applications run/);
+        for (const { pid } of [application, other]) assert.equal(await echo(client, 'm', { app: `${pid}` }), 'm');
+      } finally {
+        await endApplication(other);
+      }
+      assert.equal(await echo(client, 'alone'), 'alone');
+    });
+  });
+}
