@@ -8,7 +8,6 @@
 #include <array>
 #include <atomic>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <functional>
@@ -18,6 +17,8 @@
 #include <system_error>
 #include <utility>
 #include <vector>
+
+#include "diagnostics/log_line.h"
 
 namespace Machineid {
 
@@ -46,7 +47,7 @@ std::filesystem::path MachineIdHelper::id_file_path() {
     try {
         std::filesystem::create_directories(directory);
     } catch (const std::exception&) {
-        std::fputs("ERROR: Failed to create device data directory\n", stderr);
+        orvanic_xr::WriteToStandardError("ERROR: Failed to create device data directory\n");
         return {};
     }
     return directory / "device_id.txt";

@@ -18,7 +18,8 @@ std::optional<json> Parse(const std::string& text) {
     try {
         return mcp::parse_json(text);
     } catch (const std::exception& exception) {
-        LogWarning("External tool returned non-JSON result, wrapping as text: ", exception.what());
+        LogWarning("External tool returned non-JSON result, wrapping as text: ",
+                   PeerText{exception.what(), kErrorTextBytes});
         return std::nullopt;
     }
 }
@@ -41,7 +42,7 @@ json ShapeExternalToolResult(const std::string& text) {
         std::optional<json> value = Parse(text);
         return value ? Shape(std::move(*value)) : make_text_tool_result(text);
     } catch (const std::exception& exception) {
-        LogError("Error processing external tool result: ", exception.what());
+        LogError("Error processing external tool result: ", PeerText{exception.what(), kErrorTextBytes});
         return make_text_tool_result(std::string("Error processing result: ") + exception.what());
     }
 }

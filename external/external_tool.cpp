@@ -116,7 +116,7 @@ json ExecuteExternalTool(const ExternalTool& tool, const json& arguments, Extern
         if ((tool.callbackFlags & kDeferralFlags) == 0) return RunImmediately(tool, call, arguments_json);
         return RunDeferred(tool, call, std::move(arguments_json), manager);
     } catch (const std::exception& exception) {
-        LogError("Exception in external tool wrapper: ", exception.what());
+        LogError("Exception in external tool wrapper: ", PeerText{exception.what(), kErrorTextBytes});
         return call.Fail(exception.what(), std::string("Internal error: ") + exception.what());
     } catch (...) {
         LogError("Unknown exception in external tool wrapper");
