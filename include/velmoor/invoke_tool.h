@@ -23,7 +23,8 @@ extern "C" {
 enum {
     /* The tool ran. That it refused its arguments shows in its answer, not here. */
     ORVANIC_XR_INVOKE_SUCCESS = 0,
-    /* toolName is null, or paramsJson is no JSON or is nested deeper than 256 levels. Nothing ran. */
+    /* toolName is null, or paramsJson is no JSON, is nested deeper than 256 levels, has an object of
+       more than 4096 members or more than 200000 values. Nothing ran. */
     ORVANIC_XR_INVOKE_INVALID_ARGUMENT = -1,
     /* No such tool, the tool threw, or its answer could not be written as JSON. */
     ORVANIC_XR_INVOKE_FAILED = -2,

@@ -45,6 +45,12 @@ TEST_F(InvokeTool, GivesCodesAndTexts) {
         const char* log;  // what stands before the error in the log; null if it is not logged
     };
     const std::string too_deep = std::string(257, '[') + std::string(257, ']');
+    std::string too_wide = "{\"0\":0";
+    std::string too_many = "[0";
+    for (int i = 1; i < 200'001; ++i) {
+        if (i < 4097) too_wide += ",\"" + std::to_string(i) + "\":0";
+        too_many += ",0";
+    }
     const std::vector<Row> rows = {
         {"echo", R"({ "a" : [1, 2.5] })", 0, R"({"a":[1,2.5]})", "", nullptr},
         {"echo", nullptr, 0, "{}", "", nullptr},
@@ -54,6 +60,10 @@ TEST_F(InvokeTool, GivesCodesAndTexts) {
         {nullptr, "{}", -1, "", "toolName must not be null", nullptr},
         {"echo", too_deep.c_str(), -1, "",
          "failed to parse params for tool 'echo': JSON is nested deeper than 256 levels", ""},
+        {"echo", too_wide.append("}").c_str(), -1, "",
+         "failed to parse params for tool 'echo': JSON holds an object of more than 4096 members", ""},
+        {"echo", too_many.append("]").c_str(), -1, "",
+         "failed to parse params for tool 'echo': JSON holds more than 200000 values", ""},
         {"echo", "nul", -1, "",
          "failed to parse params for tool 'echo': [json.exception.parse_error.101] parse error at line 1, column 4: "
          "syntax error while parsing value - invalid literal; last read: 'nul'",
