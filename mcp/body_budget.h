@@ -7,6 +7,9 @@
 
 namespace mcp {
 
+// What a text takes while it is read and parsed, in its own length: growing buffers copy it, and so does the parser.
+inline constexpr std::size_t kUnparsedCopies = 2;
+
 // How many bytes of requests are in hand at once, over all connections. Bodies are read, parsed and queued
 // faster than slow tools take them, and the memory is the host application's.
 class body_budget {
@@ -30,6 +33,10 @@ class body_budget {
             }
             bytes_ += bytes;
             return true;
+        }
+        void give_back(std::size_t bytes) {
+            budget_->used_ -= bytes;
+            bytes_ -= bytes;
         }
 
      private:

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <exception>
+#include <limits>
 #include <utility>
 
 #include "diagnostics/clock.h"
@@ -20,10 +21,16 @@ constexpr std::size_t kKeptBytes = 256u << 10;
 
 }  // namespace
 
-event_dispatcher::event_dispatcher(std::size_t untaken_limit)
-    : untaken_limit_(untaken_limit), last_activity_ns_(orvanic_xr::MonotonicNanoseconds()) {
+event_dispatcher::event_dispatcher(std::size_t untaken_limit, std::shared_ptr<untaken_total> total)
+    : untaken_limit_(untaken_limit),
+      total_(total ? std::move(total) : std::make_shared<untaken_total>(std::numeric_limits<std::size_t>::max())),
+      last_activity_ns_(orvanic_xr::MonotonicNanoseconds()) {
     frame_.reserve(128);
     outgoing_.reserve(128);
+}
+
+event_dispatcher::~event_dispatcher() {
+    total_->bytes -= untaken_bytes_;
 }
 
 bool event_dispatcher::post_frame(const std::string& text) {
@@ -42,15 +49,27 @@ bool event_dispatcher::post_frame(const std::string& text) {
 event_dispatcher::post_result event_dispatcher::post_answer(std::string text) {
     std::unique_lock lock(mutex_);
     if (closed_) return post_result::closed;
-    if (untaken_bytes_ > 0 && text.size() > untaken_limit_ - std::min(untaken_bytes_, untaken_limit_)) {
-        return post_result::too_much;
-    }
-    untaken_bytes_ += text.size();
+    const std::size_t bytes = text.size();
+    if (const post_result admitted = admit_locked(bytes); admitted != post_result::stored) return admitted;
     answers_.push_back(std::move(text));
+    untaken_bytes_ += bytes;
+    total_->bytes += bytes;
     if (writing_) return post_result::stored;  // who writes looks again
     if (lent_sink_) write_for_reader(lock);
     if (is_due_locked()) posted_.notify_all();
     return post_result::stored;
+}
+
+event_dispatcher::post_result event_dispatcher::admit_locked(std::size_t bytes) const {
+    if (untaken_bytes_ == 0) return post_result::stored;
+    const std::size_t all = total_->bytes;
+    if (bytes > untaken_limit_ - std::min(untaken_bytes_, untaken_limit_)) return post_result::too_much;
+    return bytes > total_->limit - std::min(all, total_->limit) ? post_result::too_much_of_all : post_result::stored;
+}
+
+void event_dispatcher::forget_untaken_locked(std::size_t bytes) {
+    untaken_bytes_ -= bytes;
+    total_->bytes -= bytes;
 }
 
 void event_dispatcher::write_for_reader(std::unique_lock<std::mutex>& lock) {
@@ -114,7 +133,7 @@ bool event_dispatcher::write_outgoing(std::unique_lock<std::mutex>& lock, frame_
     if (outgoing_.capacity() > kKeptBytes) outgoing_ = {};
     lock.lock();
     writing_ = false;
-    untaken_bytes_ -= outgoing_answer_bytes_;
+    forget_untaken_locked(std::exchange(outgoing_answer_bytes_, 0));
     if (!written) close_locked();
     if (thrown) std::rethrow_exception(thrown);
     return written;
@@ -128,6 +147,7 @@ void event_dispatcher::close() {
 void event_dispatcher::close_locked() {
     if (closed_.exchange(true)) return;
     answers_.clear();
+    forget_untaken_locked(untaken_bytes_ - outgoing_answer_bytes_);  // what is being written is still in memory
     posted_.notify_all();
     ended_.notify_all();
 }

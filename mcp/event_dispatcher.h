@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -21,6 +22,14 @@ class frame_sink {
     virtual bool write(std::string_view bytes) = 0;
     // True if write() would not wait, for a few kilobytes.
     virtual bool has_room() = 0;
+};
+
+// Bytes of answers that wait for clients, over all sessions.
+struct untaken_total {
+    explicit untaken_total(std::size_t most) : limit(most) {}
+
+    const std::size_t limit;
+    std::atomic<std::size_t> bytes{0};
 };
 
 // What one session has to tell its client, between the threads that tell it and the one HTTP worker that holds
@@ -40,15 +49,19 @@ class frame_sink {
 // what is posted meanwhile waits for whoever writes. What is posted while the worker is away waits for its return.
 class event_dispatcher {
  public:
-    enum class post_result { stored, closed, too_much };
+    enum class post_result { stored, closed, too_much, too_much_of_all };
 
-    // More than `untaken_limit` bytes of answers are not kept for a client that doesn't read.
-    explicit event_dispatcher(std::size_t untaken_limit);
+    // More than `untaken_limit` bytes of answers are not kept for a client that doesn't read, nor are any more for one
+    // that lags when `total` is full.
+    explicit event_dispatcher(std::size_t untaken_limit, std::shared_ptr<untaken_total> total = nullptr);
+    ~event_dispatcher();
+    event_dispatcher(const event_dispatcher&) = delete;
+    event_dispatcher& operator=(const event_dispatcher&) = delete;
 
     // Puts a frame into the slot, over what is there. False if closed or if `text` is empty.
     bool post_frame(const std::string& text);
 
-    // Queues a frame that must arrive. An answer larger than the limit is still taken when nothing waits.
+    // Queues a frame that must arrive. An answer larger than the limits is still taken when nothing waits.
     post_result post_answer(std::string text);
 
     // Waits for something to write, and writes it: all queued answers, or the first part of them if they are
@@ -77,8 +90,11 @@ class event_dispatcher {
     bool write_outgoing(std::unique_lock<std::mutex>& lock, frame_sink& sink);
     void write_for_reader(std::unique_lock<std::mutex>& lock);
     void close_locked();
+    post_result admit_locked(std::size_t bytes) const;
+    void forget_untaken_locked(std::size_t bytes);
 
     const std::size_t untaken_limit_;
+    const std::shared_ptr<untaken_total> total_;
 
     mutable std::mutex mutex_;        // all below; next_id_ and closed_ are also read without it
     std::condition_variable posted_;  // for await_frame

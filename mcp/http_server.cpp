@@ -58,11 +58,12 @@ class http_server::implementation {
         std::optional<http_request> request = heads.read(*on);
         if (!request) return false;
         bool is_read = !announces_body(request->headers);
+        is_last |= wants_close(*request);  // now, since a handler may take the headers
         const http_answer answer = answer_or_fail(*request, on, is_read);
         // What is left of a request must not be taken for the next one. When many wait, they need not do so until this
         // connection has idled for too long; but what has come already is answered.
         const bool makes_room = !answer.stream && !on->has_buffered() && connections.is_crowded();
-        is_last |= !is_read || wants_close(*request) || answer.status >= 400 || makes_room;
+        is_last |= !is_read || answer.status >= 400 || makes_room;
         const bool head_only = request->method == "HEAD";
         request.reset();  // a stream may be long
         if (!on->write({response_head(answer, is_last, head_only), head_only ? std::string_view() : answer.body}))

@@ -16,6 +16,9 @@ constexpr std::size_t kRequestOverheadBytes = 1024;
 // Of the line before a chunk, and of all trailers together.
 constexpr std::size_t kLineBytes = 8192;
 
+// When as much has come, memory is taken for all that was announced: growing bit by bit takes three times as much.
+constexpr std::size_t kBelievedBytes = 64u << 10;
+
 constexpr int kBadRequest = 400;
 constexpr int kTimeout = 408;
 constexpr int kTooLarge = 413;
@@ -47,14 +50,17 @@ class body_reader {
         body_.budget_share = std::make_shared<body_budget::share>(std::move(budget));
     }
 
-    http_body read(const header_map& headers) {
+    http_body read(const http_request& head) {
+        const header_map& headers = head.headers;
         if (!body_.budget_share->take(kRequestOverheadBytes)) {
             refuse(kBusy);
         } else if (const auto encoding = header_value(headers, "content-encoding");
                    !encoding.empty() && !is_lower_or_upper(encoding, "identity")) {
             refuse(kUnknownEncoding);
         } else if (const auto coding = header_value(headers, "transfer-encoding"); !coding.empty()) {
-            if (is_lower_or_upper(coding, "chunked")) {
+            if (head.version == "HTTP/1.0") {  // knows no chunks, so somebody on the way may not have either
+                refuse(kBadRequest);
+            } else if (is_lower_or_upper(coding, "chunked")) {
                 invite(headers);
                 read_chunks();
             } else {
@@ -101,24 +107,29 @@ class body_reader {
             std::size_t count = 0;
             const std::size_t room = static_cast<std::size_t>(std::min<std::uint64_t>(left, piece.size()));
             if (!read_some(piece.data(), room, count)) return false;
-            if (!body_.budget_share->take(count)) return refuse(kBusy);
+            if (!body_.budget_share->take(kUnparsedCopies * count)) return refuse(kBusy);
+            if (body_.text.size() >= kBelievedBytes) body_.text.reserve(body_.text.size() + left);
             body_.text.append(piece.data(), count);
             left -= count;
         }
         return true;
     }
 
-    // Up to the end of the line, which is left out.
+    // Up to the end of the line, which is left out. Half an end is refused: a proxy may take it for a whole one, and
+    // see other requests than we do.
     bool read_line(std::string& line) {
         line.clear();
-        while (!line.ends_with("\r\n")) {
+        for (;;) {
             char c = 0;
             std::size_t count = 0;
             if (line.size() == kLineBytes) return refuse(kBadRequest);
             if (!read_some(&c, 1, count)) return false;
+            const bool after_return = line.ends_with('\r');
+            if (after_return != (c == '\n')) return refuse(kBadRequest);
+            if (after_return) break;
             line += c;
         }
-        line.resize(line.size() - 2);
+        line.pop_back();
         return true;
     }
 
@@ -129,7 +140,11 @@ class body_reader {
             if (!read_line(line)) return false;
             // Behind the size there may be extensions, which nobody uses.
             const std::string_view size = std::string_view(line).substr(0, line.find_first_of("; \t"));
-            if (!read_number(size, 16, bytes)) return refuse(kBadRequest);
+            const std::size_t behind = line.find_first_not_of(" \t", size.size());
+            const bool is_extended = behind != std::string::npos && line[behind] == ';';
+            if (!read_number(size, 16, bytes) || (behind != std::string::npos && !is_extended)) {
+                return refuse(kBadRequest);
+            }
             if (bytes == 0) return read_trailers(line);
             if (bytes > most_bytes_ - body_.text.size()) return refuse(kTooLarge);
             if (!read_bytes(bytes) || !read_line(line)) return false;
@@ -155,13 +170,15 @@ class body_reader {
 }  // namespace
 
 bool announces_body(const header_map& headers) {
-    const std::string_view length = header_value(headers, "content-length");
-    return headers.contains("transfer-encoding") || length.find_first_not_of('0') != std::string_view::npos;
+    const auto length = headers.find("content-length");
+    return headers.contains("transfer-encoding") ||
+           (length != headers.end() &&
+            (length->second.empty() || length->second.find_first_not_of('0') != std::string::npos));
 }
 
 http_body read_body(const http_request& head, connection& from, std::size_t most_bytes,
                     std::shared_ptr<body_budget> budget) {
-    return body_reader(from, most_bytes, std::move(budget)).read(head.headers);
+    return body_reader(from, most_bytes, std::move(budget)).read(head);
 }
 
 }  // namespace mcp

@@ -28,6 +28,10 @@ class kept_sigpipe {
     struct sigaction before_ {};
 };
 
+// Of a head, which is not counted towards the memory for requests. The library limits its parts, but to far more than
+// any client sends: many heads that are never finished would take hundreds of megabytes.
+constexpr std::size_t kHeadBytes = 64u << 10;
+
 // A connection as the library sees it, up to the end of a head: from then on nothing is read for it, and what it
 // writes is dropped.
 class head_stream final : public httplib::Stream {
@@ -36,7 +40,13 @@ class head_stream final : public httplib::Stream {
 
     void end() { is_ended_ = true; }
 
-    ssize_t read(char* bytes, size_t size) override { return is_ended_ ? 0 : connection_.read(bytes, size); }
+    ssize_t read(char* bytes, size_t size) override {
+        if (is_ended_) return 0;
+        if (size > left_) return -1;
+        const ssize_t count = connection_.read(bytes, size);
+        if (count > 0) left_ -= static_cast<std::size_t>(count);
+        return count;
+    }
     ssize_t write(const char* bytes, size_t size) override {
         if (!is_ended_ && !connection_.write({{bytes, size}})) return -1;
         return static_cast<ssize_t>(size);
@@ -54,6 +64,7 @@ class head_stream final : public httplib::Stream {
 
  private:
     connection& connection_;
+    std::size_t left_ = kHeadBytes;
     bool is_ended_ = false;
 };
 

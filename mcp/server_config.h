@@ -38,6 +38,7 @@ struct server_config {
     std::size_t body_limit = 16u << 20;            // bytes of one request; a larger one gets 413
     std::size_t all_bodies_limit = 64u << 20;      // bytes of all requests in hand; those beyond get 503
     std::size_t untaken_answer_limit = 64u << 20;  // bytes a session may leave unread before its stream is closed
+    std::size_t all_untaken_limit = 256u << 20;    // likewise all sessions together, of those that lag
     bool local_only = false;                       // 403 for whoever is not this machine; see local_only.h
     connection_limits connections = default_connection_limits();
     server_timings timings;

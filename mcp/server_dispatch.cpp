@@ -79,7 +79,13 @@ std::size_t arguments_bytes(const json_rpc_request& request) {
     const auto arguments = request.params.find("arguments");
     if (arguments == request.params.end() || !arguments->is_string()) return 0;
     const auto& text = arguments->get_ref<const std::string&>();
-    return text.size() + json_overhead(text);
+    return kUnparsedCopies * text.size() + json_overhead(text);
+}
+
+std::size_t headers_bytes(const header_map& headers) {
+    std::size_t bytes = 0;
+    for (const auto& [name, value] : headers) bytes += name.size() + value.size() + kJsonValueBytes;
+    return bytes;
 }
 
 // For log lines: the tool that is called, behind its key, or nothing.
@@ -127,7 +133,9 @@ http_answer server::accept_request(http_request& request, http_body& posted) {
     json body;
     try {
         body = parse_json(posted.text);
-        std::string().swap(posted.text);  // its share of the budget now stands for what was made of it
+        std::string().swap(posted.text);
+        // What is left of its share stands for what was made of it.
+        if (posted.budget_share) posted.budget_share->give_back((kUnparsedCopies - 1) * body_bytes);
     } catch (const std::exception& e) {
         log_error("Failed to parse JSON request: ", PeerText{e.what(), kErrorTextBytes});
         return refused(400, "Invalid JSON");
@@ -145,13 +153,13 @@ http_answer server::accept_request(http_request& request, http_body& posted) {
         log_error("Failed to create request object: ", PeerText{e.what(), kErrorTextBytes});
         return refused(400, "Invalid request format");
     }
-    if (!charge(posted, arguments_bytes(rpc))) return refused_body(503);
+    header_map headers;
+    if (rpc.method == "initialize") headers = std::move(request.headers);
+    if (!charge(posted, arguments_bytes(rpc) + headers_bytes(headers))) return refused_body(503);
     if (rpc.method != "ping") {
         log_info("POST /message accepted: method=", PeerText{rpc.method}, name_part(rpc), " session=", session_id,
                  " body_bytes=", body_bytes);
     }
-    header_map headers;
-    if (rpc.method == "initialize") headers = std::move(request.headers);
     workers_.enqueue([this, rpc = std::move(rpc), session_id, headers = std::move(headers),
                       dispatcher = std::move(dispatcher),
                       budget_share = posted.budget_share] { answer_request(rpc, session_id, headers, *dispatcher); });
@@ -189,6 +197,10 @@ void server::deliver(std::string frame, const std::string& session_id, event_dis
     if (outcome == event_dispatcher::post_result::too_much) {
         log_warning("SSE session leaves more than ", config_.untaken_answer_limit,
                     " bytes of answers unread, closing: ", session_id);
+        sessions_->close_session(session_id);
+    } else if (outcome == event_dispatcher::post_result::too_much_of_all) {
+        log_warning("All SSE sessions together leave more than ", config_.all_untaken_limit,
+                    " bytes of answers unread, closing one of them: ", session_id);
         sessions_->close_session(session_id);
     }
 }

@@ -1,5 +1,6 @@
 #include "mcp/session_table.h"
 
+#include <algorithm>
 #include <chrono>
 #include <exception>
 #include <random>
@@ -31,11 +32,12 @@ session_table::session_table(const server_config& config, std::function<std::str
     : timings_(config.timings),
       msg_endpoint_(config.msg_endpoint),
       untaken_answer_limit_(config.untaken_answer_limit),
+      untaken_total_(std::make_shared<untaken_total>(config.all_untaken_limit)),
       stream_limit_(config.connections.streams),
       draw_id_(std::move(draw_id)) {}
 
 stream_source session_table::open_session(std::function<void()> cut_connection) {
-    const auto dispatcher = std::make_shared<event_dispatcher>(untaken_answer_limit_);
+    const auto dispatcher = std::make_shared<event_dispatcher>(untaken_answer_limit_, untaken_total_);
     const auto stream = std::make_shared<open_stream>(shared_from_this(), dispatcher);
     {
         // Held until the thread is in its place: the thread takes it out when it ends.
@@ -63,13 +65,13 @@ void session_table::end_stream(const std::string& session_id) noexcept {
     --streams_;
 }
 
-// New among those that are remembered as well: it is not to begin with what another one left.
+// New among those that ended of late as well: it is not to begin with what another one left, nor to lose what it has
+// when that is forgotten.
 std::string session_table::new_id_locked() const {
-    std::string id = draw_id_();
-    while (sessions_.contains(id) || session_initialized_.contains(id) || session_protocol_versions_.contains(id)) {
-        id = draw_id_();
+    for (;;) {
+        std::string id = draw_id_();
+        if (!sessions_.contains(id) && std::find(closed_.begin(), closed_.end(), id) == closed_.end()) return id;
     }
-    return id;
 }
 
 std::shared_ptr<event_dispatcher> session_table::find(const std::string& session_id) const {

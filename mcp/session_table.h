@@ -96,6 +96,7 @@ class session_table : public std::enable_shared_from_this<session_table> {
     const server_timings timings_;
     const std::string msg_endpoint_;
     const std::size_t untaken_answer_limit_;
+    const std::shared_ptr<untaken_total> untaken_total_;
     const std::size_t stream_limit_;
     const std::function<std::string()> draw_id_;
 

@@ -21,10 +21,7 @@ void ForgetStateEvents(Instance& instance, XrSession session) {
 }
 
 GraphicsExtensions EnabledGraphics(const Instance& instance) {
-    return {.vulkan = instance.HasExtension(kVulkanEnable) || instance.HasExtension(kVulkanEnable2),
-            .gl = instance.HasExtension(kOpenGlEnable),
-            .gl_es = instance.HasExtension(kOpenGlEsEnable),
-            .egl = instance.HasExtension(kEglEnable)};
+    return {.vulkan = instance.HasExtension(kVulkanEnable) || instance.HasExtension(kVulkanEnable2)};
 }
 
 }  // namespace

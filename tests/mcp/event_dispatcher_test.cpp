@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <future>
+#include <memory>
 #include <stdexcept>
 #include <thread>
 #include <vector>
@@ -111,6 +112,21 @@ TEST_F(EventDispatcher, UntakenAnswersAreBounded) {
     EXPECT_EQ(dispatcher_.post_answer(std::string(60, 'x')), post_result::stored);
     EXPECT_EQ(dispatcher_.post_answer(std::string(40, 'x')), post_result::stored);
     EXPECT_EQ(dispatcher_.post_answer("y"), post_result::too_much);
+}
+
+TEST_F(EventDispatcher, UntakenAnswersOfAllAreBounded) {
+    const auto total = std::make_shared<untaken_total>(150);
+    auto gone = std::make_unique<event_dispatcher>(100, total);
+    event_dispatcher closed(100, total), lagging(100, total), other(100, total);
+    EXPECT_EQ(gone->post_answer(std::string(30, 'x')), post_result::stored);
+    EXPECT_EQ(closed.post_answer(std::string(60, 'x')), post_result::stored);
+    EXPECT_EQ(lagging.post_answer(std::string(50, 'x')), post_result::stored);
+    EXPECT_EQ(lagging.post_answer(std::string(20, 'x')), post_result::too_much_of_all);
+    EXPECT_EQ(other.post_answer(std::string(60, 'x')), post_result::stored);  // of a client that does not lag
+    EXPECT_TRUE(other.await_frame(&sink_, 0ms));
+    closed.close();
+    gone.reset();
+    EXPECT_EQ(total->bytes, 50u);
 }
 
 // Of who posts, where it was lent the sink, or else of who waits.

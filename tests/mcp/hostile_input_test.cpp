@@ -117,17 +117,21 @@ TEST_F(HostileInput, BodyIsLimited) {
 
 TEST_F(HostileInput, BodiesInHandAreLimited) {
     auto config = local_config();
-    config.all_bodies_limit = 50000;
+    config.all_bodies_limit = 80'000;
     StartAgain(config);
     const std::string params = R"("params":{"arguments":[")" + std::string(30000, 'x') + R"("],"name":)";
     EXPECT_EQ(good_->post(R"({"id":1,"method":"tools/call",)" + params + "\"wait\"}}").status, 202);
-    const std::string small = values(150);  // takes of memory what the large one does
+    const std::string small = values(500);  // takes of memory what the large one does
     for (const std::string& arguments : {"[\"" + std::string(30000, 'x') + "\"]", small, quoted(small)}) {
         const http_reply refused =
             good_->post(R"({"id":2,"method":"tools/call","params":{"name":"echo","arguments":)" + arguments + "}}");
         EXPECT_EQ(refused.status, 503);
         EXPECT_EQ(refused.body, R"({"error":"Server busy"})");
     }
+    std::string initialize = post_request(good_->session_uri(), R"({"id":3,"method":"initialize"})");
+    initialize.insert(initialize.find("\r\n") + 2, Repeated("X: " + std::string(8000, 'x') + "\r\n", 7));
+    raw_socket socket(Port());
+    EXPECT_EQ(http_exchange(socket, initialize).status, 503);
     go_on_.set_value();
     EXPECT_THAT(good_->next_message(), HasSubstr("waited"));
 }
@@ -162,12 +166,14 @@ TEST_F(HostileInput, RequestsThatAreNone) {
         {"header without a colon", post + "nothing\r\n\r\n", 400},
         {"long header", post + "X: " + std::string(9000, 'x') + "\r\n\r\n", 400},
         {"many headers", post + Repeated("X: y\r\n", 101) + "\r\n", 400},
+        {"long head", post + Repeated("X: " + std::string(8000, 'x') + "\r\n", 9) + "\r\n", 400},
         {"long path", "GET /" + std::string(20000, 'x') + " HTTP/1.1\r\n\r\n", 414},
         {"path that is none", "GET /elsewhere HTTP/1.1\r\n\r\n", 404},
         {"body for another path", "POST /elsewhere HTTP/1.1\r\nContent-Length: 5000000\r\n\r\n" + much, 404},
         {"another method", "PUT /message HTTP/1.1\r\nContent-Length: 1000\r\n\r\n", 404},
         {"stream with a body", "GET /sse HTTP/1.1\r\nContent-Length: 1000\r\n\r\n", 400},
         {"stream with chunks", "GET /sse HTTP/1.1\r\nTransfer-Encoding: chunked\r\n\r\n", 400},
+        {"stream with a length that is none", "GET /sse HTTP/1.1\r\nContent-Length:\r\n\r\n", 400},
         {"head with a body", "HEAD /sse HTTP/1.1\r\nContent-Length: 1000\r\n\r\n", 400},
         {"preflight with a body", "OPTIONS / HTTP/1.1\r\nContent-Length: 1000\r\n\r\n", 204},
         {"no length", post + "\r\n", 400, R"({"error":"Invalid JSON"})"},
@@ -175,6 +181,15 @@ TEST_F(HostileInput, RequestsThatAreNone) {
         {"two lengths", post + "Content-Length: 2\r\nContent-Length: 2\r\n\r\n{}", 400, R"({"error":"Invalid JSON"})"},
         {"too long", post + "Content-Length: 1001\r\n\r\n", 413, R"({"error":"Payload too large"})"},
         {"chunk that is none", post + "Transfer-Encoding: chunked\r\n\r\nxyz\r\n", 400, R"({"error":"Invalid JSON"})"},
+        {"chunk line half ended", post + "Transfer-Encoding: chunked\r\n\r\n2;\nx\r\n{}\r\n0\r\n\r\n", 400,
+         R"({"error":"Invalid JSON"})"},
+        {"trailer half ended", post + "Transfer-Encoding: chunked\r\n\r\n2\r\n{}\r\n0\r\nX: y\rZ\r\n\r\n", 400,
+         R"({"error":"Invalid JSON"})"},
+        {"chunk of two sizes", post + "Transfer-Encoding: chunked\r\n\r\n2 3\r\n{}\r\n0\r\n\r\n", 400,
+         R"({"error":"Invalid JSON"})"},
+        {"chunks of a version without",
+         "POST /message HTTP/1.0\r\nTransfer-Encoding: chunked\r\n\r\n2\r\n{}\r\n0\r\n\r\n", 400,
+         R"({"error":"Invalid JSON"})"},
         {"longer than its chunk", post + "Transfer-Encoding: chunked\r\n\r\n2\r\n{} \r\n0\r\n\r\n", 400,
          R"({"error":"Invalid JSON"})"},
         {"chunks too long",

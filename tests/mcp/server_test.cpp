@@ -64,6 +64,17 @@ TEST_F(Server, BodyMayComeInChunksAndWaitToBeInvited) {
     EXPECT_EQ(http_exchange(socket, post_request("/message", ping)).status, 202);
 }
 
+TEST_F(Server, ConnectionEndsBehindTheAnswerWhereThatIsAskedFor) {
+    Start();
+    sse_client client(Port());
+    for (const char* body : {R"({"method":"ping"})", R"({"id":1,"method":"initialize"})"}) {
+        std::string request = post_request(client.session_uri(), body);
+        raw_socket socket(Port());
+        socket.send(request.insert(request.find("\r\n") + 2, "Connection: close\r\n"));
+        EXPECT_THAT(socket.read_to_end(), testing::EndsWith("\r\n\r\nAccepted"));
+    }
+}
+
 TEST_F(Server, AnswersAtTheHttpLevel) {
     Start();
     sse_client client(Port());
