@@ -22,7 +22,7 @@ class Guest : public testing::Test {
     void SetUp() override { CreateInstance(); }
     void TearDown() override { DestroyInstance(); }
 
-    void CreateInstance();
+    void CreateInstance(XrVersion version = XR_MAKE_VERSION(1, 0, 0));
     void DestroyInstance();
     // Has the focus and had a frame when it is there.
     void CreateSession();
