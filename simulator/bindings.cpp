@@ -91,7 +91,7 @@ std::string InWords(std::string_view source_path) {
     return words;
 }
 
-constexpr std::string_view kTopLevelNames[] = {"Left Hand", "Right Hand", "Head", "Gamepad"};
+constexpr std::string_view kTopLevelNames[] = {"Left Hand", "Right Hand", "Head", "Gamepad", "Treadmill"};
 
 }  // namespace
 
@@ -174,7 +174,10 @@ XrResult GetInputSourceLocalizedName(XrSession session, const XrInputSourceLocal
     return Guarded([&](Runtime& runtime) {
         const auto owner = runtime.Get(session);
         RequireType(info, XR_TYPE_INPUT_SOURCE_LOCALIZED_NAME_GET_INFO);
-        Require(info->whichComponents != 0);
+        constexpr XrInputSourceLocalizedNameFlags kKnown = XR_INPUT_SOURCE_LOCALIZED_NAME_USER_PATH_BIT |
+                                                           XR_INPUT_SOURCE_LOCALIZED_NAME_INTERACTION_PROFILE_BIT |
+                                                           XR_INPUT_SOURCE_LOCALIZED_NAME_COMPONENT_BIT;
+        Require(info->whichComponents != 0 && (info->whichComponents & ~kKnown) == 0);
         if (owner->input.attached.empty()) Refuse(XR_ERROR_ACTIONSET_NOT_ATTACHED);
         const auto split = SplitTopLevel(owner->instance->PathText(info->sourcePath));
         const Profile* profile = split ? owner->input.profiles[static_cast<std::size_t>(split->top)] : nullptr;

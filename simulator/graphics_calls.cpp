@@ -8,7 +8,7 @@ namespace {
 
 std::shared_ptr<Instance> CheckedOwner(const Runtime& runtime, XrInstance instance, XrSystemId system) {
     auto owner = runtime.Get(instance);
-    if (system != kSystemId) Refuse(XR_ERROR_SYSTEM_INVALID);
+    owner->CheckSystem(system);
     return owner;
 }
 

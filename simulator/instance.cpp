@@ -76,6 +76,10 @@ std::string NameOf(XrStructureType value) {
 
 }  // namespace
 
+void Instance::CheckSystem(XrSystemId system) const {
+    if (!system_is_known || system != kSystemId) Refuse(XR_ERROR_SYSTEM_INVALID);
+}
+
 const std::string& Instance::PathText(XrPath path) const {
     const std::string* text = paths.TextOf(path);
     if (!text) Refuse(XR_ERROR_PATH_INVALID);
@@ -160,11 +164,12 @@ XrResult StructureTypeToString(XrInstance instance, XrStructureType value, char 
 
 XrResult GetSystem(XrInstance instance, const XrSystemGetInfo* info, XrSystemId* system) {
     return Guarded([&](Runtime& runtime) {
-        runtime.Get(instance);
+        const auto owner = runtime.Get(instance);
         RequireType(info, XR_TYPE_SYSTEM_GET_INFO);
         Require(system);
         if (info->formFactor != XR_FORM_FACTOR_HEAD_MOUNTED_DISPLAY) Refuse(XR_ERROR_FORM_FACTOR_UNSUPPORTED);
         *system = kSystemId;
+        owner->system_is_known = true;
         return XR_SUCCESS;
     });
 }
@@ -172,7 +177,7 @@ XrResult GetSystem(XrInstance instance, const XrSystemGetInfo* info, XrSystemId*
 XrResult GetSystemProperties(XrInstance instance, XrSystemId system, XrSystemProperties* properties) {
     return Guarded([&](Runtime& runtime) {
         const auto owner = runtime.Get(instance);
-        if (system != kSystemId) Refuse(XR_ERROR_SYSTEM_INVALID);
+        owner->CheckSystem(system);
         RequireType(properties, XR_TYPE_SYSTEM_PROPERTIES);
         properties->systemId = kSystemId;
         properties->vendorId = 0x10001;

@@ -29,12 +29,16 @@ struct SuggestedBinding {
 
 struct Instance {
     bool HasExtension(std::string_view name) const { return extensions.find(name) != extensions.end(); }
+    // Throws XR_ERROR_SYSTEM_INVALID, also for the right one that was not asked for yet.
+    void CheckSystem(XrSystemId system) const;
     // Throws XR_ERROR_PATH_INVALID.
     const std::string& PathText(XrPath path) const;
 
     XrInstance handle = XR_NULL_HANDLE;
     // That the application asked for: what came later, it does not get.
     XrVersion api_version = 0;
+    // By xrGetSystem.
+    bool system_is_known = false;
     Settings settings;
     std::set<std::string, std::less<>> extensions;
     PathTable paths;

@@ -13,6 +13,10 @@
 namespace simulator {
 namespace {
 
+constexpr XrCompositionLayerFlags kKnownFlags = XR_COMPOSITION_LAYER_CORRECT_CHROMATIC_ABERRATION_BIT |
+                                                XR_COMPOSITION_LAYER_BLEND_TEXTURE_SOURCE_ALPHA_BIT |
+                                                XR_COMPOSITION_LAYER_UNPREMULTIPLIED_ALPHA_BIT;
+
 template <class Record>
 const Record& As(const XrCompositionLayerBaseHeader& header) {
     return reinterpret_cast<const Record&>(header);
@@ -183,7 +187,7 @@ void CheckLayers(const Runtime& runtime, const std::shared_ptr<Session>& session
     for (std::uint32_t i = 0; i < info.layerCount; ++i) {
         const XrCompositionLayerBaseHeader* header = info.layers[i];
         if (!header || !IsKnown(*session->instance, header->type)) Refuse(XR_ERROR_LAYER_INVALID);
-        Require(runtime.Get(header->space)->session == session);
+        Require(runtime.Get(header->space)->session == session && (header->layerFlags & ~kKnownFlags) == 0);
         CheckLayer(runtime, session, *header);
     }
 }

@@ -14,9 +14,9 @@
 
 namespace simulator {
 
-enum class TopLevel : std::uint8_t { kLeftHand, kRightHand, kHead, kGamepad };
-inline constexpr std::array<std::string_view, 4> kTopLevelPaths = {"/user/hand/left", "/user/hand/right", "/user/head",
-                                                                   "/user/gamepad"};
+enum class TopLevel : std::uint8_t { kLeftHand, kRightHand, kHead, kGamepad, kTreadmill };
+inline constexpr std::array<std::string_view, 5> kTopLevelPaths = {"/user/hand/left", "/user/hand/right", "/user/head",
+                                                                   "/user/gamepad", "/user/treadmill"};
 inline constexpr std::size_t kTopLevelCount = kTopLevelPaths.size();
 
 // The top level path that `path` is or lies below, and what follows it without the slash between.

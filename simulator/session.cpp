@@ -66,7 +66,7 @@ XrResult CreateSession(XrInstance instance, const XrSessionCreateInfo* info, XrS
         const auto owner = runtime.Get(instance);
         RequireType(info, XR_TYPE_SESSION_CREATE_INFO);
         Require(session && info->createFlags == 0);
-        if (info->systemId != kSystemId) Refuse(XR_ERROR_SYSTEM_INVALID);
+        owner->CheckSystem(info->systemId);
         const auto of_owner = [&](const Session& other) { return other.instance == owner; };
         if (runtime.handles.CountIf<Session>(of_owner) >= kMaxSessions) Refuse(XR_ERROR_LIMIT_REACHED);
 

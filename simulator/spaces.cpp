@@ -154,6 +154,7 @@ XrResult CreateActionSpace(XrSession session, const XrActionSpaceCreateInfo* inf
         created->kind = Space::Kind::kAction;
         created->session = owner;
         created->action = runtime.Get(info->action);
+        Require(created->action->set->instance == owner->instance.get());
         if (created->action->type != XR_ACTION_TYPE_POSE_INPUT) Refuse(XR_ERROR_ACTION_TYPE_MISMATCH);
         created->top = created->action->CheckedSubaction(*owner->instance, info->subactionPath);
         created->offset = CheckedPose(info->poseInActionSpace);

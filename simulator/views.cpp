@@ -20,8 +20,7 @@ constexpr std::array kBlendModes = {XR_ENVIRONMENT_BLEND_MODE_OPAQUE, XR_ENVIRON
                                     XR_ENVIRONMENT_BLEND_MODE_ALPHA_BLEND};
 
 void CheckSystem(const Runtime& runtime, XrInstance instance, XrSystemId system) {
-    runtime.Get(instance);
-    if (system != kSystemId) Refuse(XR_ERROR_SYSTEM_INVALID);
+    runtime.Get(instance)->CheckSystem(system);
 }
 
 }  // namespace
@@ -32,7 +31,8 @@ void CheckConfiguration(XrViewConfigurationType type) {
 
 std::optional<XrPosef> HeadPose(const Session& session, XrTime time) {
     const Device& head = session.devices[TopLevel::kHead];
-    return head.IsActive() ? head.poses.front() : session.head.At(time);
+    const auto view = head.IsActive() ? head.profile->Find(TopLevel::kHead, "input/view_kest/pose") : std::nullopt;
+    return view ? head.poses[*view] : session.head.At(time);
 }
 
 std::array<EyeView, 2> EyesOf(const XrPosef& head) {

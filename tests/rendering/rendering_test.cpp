@@ -520,6 +520,9 @@ TEST_P(Rendering, EndFrameRefusesLayersThatAreNone) {
     quad.pose.orientation.w = 2;
     EXPECT_EQ(end({&quad}), XR_ERROR_POSE_INVALID);
     quad.pose.orientation.w = 1;
+    quad.layerFlags = 1u << 20;
+    EXPECT_EQ(end({&quad}), XR_ERROR_VALIDATION_FAILURE) << "no such flag";
+    quad.layerFlags = 0;
     auto projection = Projection(painted, state.predictedDisplayTime);
     projection_.viewCount = 1;
     EXPECT_EQ(end(projection), XR_ERROR_VALIDATION_FAILURE);

@@ -73,6 +73,39 @@ TEST_F(SimulatorActions, SuggestedPathsHaveToBeThoseOfTheProfile) {
     }
 }
 
+TEST_F(SimulatorActions, BelongToOneInstanceAndToTopLevelPaths) {
+    const XrSession session = MakeSession();
+    const XrInstance first = instance_;
+    ASSERT_EQ(TryCreateInstance(Extensions(), instance_), XR_SUCCESS);
+    const XrAction foreign = MakeAction(MakeActionSet("play"), "walk", XR_ACTION_TYPE_POSE_INPUT,
+                                        {"/user/head", "/user/gamepad", "/user/treadmill"});
+    const XrActionSpaceCreateInfo info = {XR_TYPE_ACTION_SPACE_CREATE_INFO, nullptr, foreign, XR_NULL_PATH, kIdentity};
+    XrSpace space = XR_NULL_HANDLE;
+    EXPECT_EQ(CreateActionSpace(session, &info, &space), XR_ERROR_VALIDATION_FAILURE);
+    DestroyInstance(std::exchange(instance_, first));
+}
+
+TEST_F(SimulatorActions, SourcesAreNamedInWords) {
+    const XrSession session = MakeFocusedSession();
+    const XrActionSet set = MakeActionSet("play");
+    ASSERT_EQ(Suggest(kTouchProfile,
+                      {{MakeAction(set, "act", XR_ACTION_TYPE_FLOAT_INPUT), "/user/hand/left/input/trigger/value"}}),
+              XR_SUCCESS);
+    Attach(session, {set});
+    EXPECT_EQ(SetInputDeviceActiveEXT(session, Path(kTouchProfile), Path("/user/hand/left"), XR_TRUE), XR_SUCCESS);
+    Sync(session, {set});
+    XrInputSourceLocalizedNameGetInfo info = {XR_TYPE_INPUT_SOURCE_LOCALIZED_NAME_GET_INFO, nullptr,
+                                              Path("/user/hand/left/input/trigger/value"), 7};
+    std::uint32_t count = 0;
+    char name[64] = {};
+    EXPECT_EQ(GetInputSourceLocalizedName(session, &info, sizeof(name), &count, name), XR_SUCCESS);
+    EXPECT_STREQ(name, "Left Hand Touch Controller Trigger Value");
+    for (const XrInputSourceLocalizedNameFlags unknown : {0, 8}) {
+        info.whichComponents = unknown;
+        EXPECT_EQ(GetInputSourceLocalizedName(session, &info, sizeof(name), &count, name), XR_ERROR_VALIDATION_FAILURE);
+    }
+}
+
 TEST_F(SimulatorActions, AttachHappensOnceAndFreezesTheSets) {
     const XrSession session = MakeFocusedSession();
     const XrActionSet set = MakeActionSet("play");

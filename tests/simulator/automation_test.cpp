@@ -211,6 +211,8 @@ TEST_F(SimulatorAutomation, HeadMovesWhereItIsTold) {
     EXPECT_NEAR(location.pose.position.z, -1.5f, 1e-6);
     Activate(kHeadProfile, kHead, XR_FALSE);
     EXPECT_NEAR(Locate(view, stage_).pose.position.z, 0.5f, 0.02f) << "and sways again by itself";
+    EXPECT_EQ(Activate("/interaction_profiles/htc/vive_pro", kHead), XR_SUCCESS);
+    EXPECT_EQ(Locate(view, stage_).locationFlags, 0xFu) << "its buttons are simulated, not its place";
 }
 
 }  // namespace

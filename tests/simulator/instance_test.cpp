@@ -117,6 +117,28 @@ TEST_F(SimulatorInstance, TextsFollowTheTwoCallRule) {
     EXPECT_EQ(PathToString(instance_, 12345, 11, &count, buffer), XR_ERROR_PATH_INVALID);
 }
 
+TEST_F(SimulatorInstance, SystemHasToBeAskedForFirst) {
+    constexpr XrSystemId kSystem = 0x51;
+    auto info = Typed<XrSessionCreateInfo>(XR_TYPE_SESSION_CREATE_INFO);
+    info.systemId = kSystem;
+    auto properties = Typed<XrSystemProperties>(XR_TYPE_SYSTEM_PROPERTIES);
+    XrSession session = XR_NULL_HANDLE;
+    std::uint32_t count = 0;
+    const auto answers = [&] {
+        return std::vector{EnumerateViewConfigurations(instance_, kSystem, 0, &count, nullptr),
+                           GetSystemProperties(instance_, kSystem, &properties),
+                           CreateSession(instance_, &info, &session)};
+    };
+    EXPECT_THAT(answers(), testing::Each(XR_ERROR_SYSTEM_INVALID));
+    XrSystemGetInfo get = {XR_TYPE_SYSTEM_GET_INFO, nullptr, XR_FORM_FACTOR_HANDHELD_DISPLAY};
+    XrSystemId system = XR_NULL_SYSTEM_ID;
+    EXPECT_EQ(GetSystem(instance_, &get, &system), XR_ERROR_FORM_FACTOR_UNSUPPORTED);
+    EXPECT_THAT(answers(), testing::Each(XR_ERROR_SYSTEM_INVALID));
+    get.formFactor = XR_FORM_FACTOR_HEAD_MOUNTED_DISPLAY;
+    EXPECT_EQ(GetSystem(instance_, &get, &system), XR_SUCCESS);
+    EXPECT_THAT(answers(), testing::Each(XR_SUCCESS));
+}
+
 TEST_F(SimulatorInstance, EventBufferHasToSayThatItIsOne) {
     auto buffer = Typed<XrEventDataBuffer>(XR_TYPE_EVENT_DATA_BUFFER);
     EXPECT_EQ(PollEvent(instance_, &buffer), XR_EVENT_UNAVAILABLE);
