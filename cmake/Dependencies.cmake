@@ -41,6 +41,9 @@ find_package(nlohmann_json 3.11 REQUIRED)
 
 # Of the graphics interfaces headers alone: nothing of them is linked.
 find_path(VELMOOR_VULKAN_INCLUDE_DIR NAMES vulkan/vulkan.h REQUIRED)
+find_path(VELMOOR_GL_INCLUDE_DIR NAMES GL/glx.h REQUIRED)
+find_path(VELMOOR_EGL_INCLUDE_DIR NAMES EGL/egl.h REQUIRED)
+find_path(VELMOOR_X11_INCLUDE_DIR NAMES X11/Xlib.h REQUIRED)
 
 find_package(fmt 9 REQUIRED)
 

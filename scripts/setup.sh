@@ -3,7 +3,7 @@
 
 build_tools=(cmake:cmake ninja:ninja-build c++:g++ pkg-config:pkg-config xz:xz-utils)
 build_packages=(nlohmann-json3-dev libfmt-dev libstb-dev libdeflate-dev libopenxr-loader1 libgtest-dev libgmock-dev libbenchmark-dev
-  libpng-dev libvulkan-dev libcli11-dev)
+  libpng-dev libvulkan-dev libgl-dev libegl-dev libx11-dev libcli11-dev)
 
 say() { echo "run: $*" >&2; }
 fail() { say "$@"; exit 1; }
@@ -91,7 +91,7 @@ build() {
 
 # Drivers in software, and what checks their use. Without them the tests that render are skipped.
 need_rendering_drivers() {
-  local packages=(mesa-vulkan-drivers vulkan-validationlayers)
+  local packages=(mesa-vulkan-drivers vulkan-validationlayers libegl1 libgl1 libgl1-mesa-dri xvfb)
   command -v apt-get >/dev/null || return 0
   (need_packages "${packages[@]}") || say "no ${packages[*]}: tests that render may be skipped"
 }

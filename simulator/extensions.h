@@ -34,6 +34,9 @@ inline constexpr char kSpatialEntityStorage[] = "XR_KS_spatial_entity_storage";
 inline constexpr char kSpatialEntityContainer[] = "XR_KS_spatial_entity_container";
 inline constexpr char kScene[] = "XR_KS_scene";
 inline constexpr char kCompositorCapture[] = "XR_KESTX1_simulator_compositor_output_capture";
+inline constexpr char kEglEnable[] = "XR_MNDX_egl_enable";
+inline constexpr char kOpenGlEnable[] = "XR_KHR_opengl_enable";
+inline constexpr char kOpenGlEsEnable[] = "XR_KHR_opengl_es_enable";
 inline constexpr char kVulkanEnable[] = "XR_KHR_vulkan_enable";
 inline constexpr char kVulkanEnable2[] = "XR_KHR_vulkan_enable2";
 inline constexpr char kHeadless[] = "XR_MND_headless";
@@ -49,6 +52,9 @@ inline constexpr Extension kExtensions[] = {
     {kHeadless, 2, nullptr},
     {kVulkanEnable, 10, nullptr},
     {kVulkanEnable2, 4, nullptr},
+    {kOpenGlEnable, 12, nullptr},
+    {kOpenGlEsEnable, 10, nullptr},
+    {kEglEnable, 2, nullptr},
     {kLocalFloor, 1, nullptr},
     {kLocateSpaces, XR_KHR_locate_spaces_SPEC_VERSION, nullptr},
     {XR_KHR_MAINTENANCE1_EXTENSION_NAME, XR_KHR_maintenance1_SPEC_VERSION, nullptr},

@@ -1,5 +1,6 @@
 #include "simulator/graphics_calls.h"
 
+#include "simulator/graphics/gl_device.h"
 #include "simulator/instance.h"
 #include "simulator/runtime.h"
 
@@ -17,6 +18,20 @@ std::shared_ptr<Instance> CheckedOwner(const Runtime& runtime, XrInstance instan
 XrResult GetVulkanGraphicsRequirements(XrInstance instance, XrSystemId system, void* requirements) {
     return Guarded([&](Runtime& runtime) {
         CheckedOwner(runtime, instance, system)->graphics.vulkan->GetRequirements(requirements);
+        return XR_SUCCESS;
+    });
+}
+
+XrResult GetOpenGlGraphicsRequirements(XrInstance instance, XrSystemId system, void* requirements) {
+    return Guarded([&](Runtime& runtime) {
+        CheckedOwner(runtime, instance, system)->graphics.gl->GetRequirements(requirements);
+        return XR_SUCCESS;
+    });
+}
+
+XrResult GetOpenGlEsGraphicsRequirements(XrInstance instance, XrSystemId system, void* requirements) {
+    return Guarded([&](Runtime& runtime) {
+        CheckedOwner(runtime, instance, system)->graphics.gl->GetEsRequirements(requirements);
         return XR_SUCCESS;
     });
 }

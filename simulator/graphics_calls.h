@@ -13,6 +13,11 @@ namespace simulator {
 // `requirements` is an XrGraphicsRequirementsVulkanKHR.
 XRAPI_ATTR XrResult XRAPI_CALL GetVulkanGraphicsRequirements(XrInstance instance, XrSystemId system,
                                                              void* requirements);
+// `requirements` is an XrGraphicsRequirementsOpenGLKHR, and an XrGraphicsRequirementsOpenGLESKHR.
+XRAPI_ATTR XrResult XRAPI_CALL GetOpenGlGraphicsRequirements(XrInstance instance, XrSystemId system,
+                                                             void* requirements);
+XRAPI_ATTR XrResult XRAPI_CALL GetOpenGlEsGraphicsRequirements(XrInstance instance, XrSystemId system,
+                                                               void* requirements);
 // Texts with no extension in them: there is nothing that the simulator needs.
 XRAPI_ATTR XrResult XRAPI_CALL GetVulkanExtensions(XrInstance instance, XrSystemId system, std::uint32_t capacity,
                                                    std::uint32_t* count, char* buffer);

@@ -118,6 +118,8 @@ const Function kFunctions[] = {
     VELMOOR_GRAPHICS_ROW(CreateVulkanDeviceKHR, CreateVulkanDeviceKHR, kVulkanEnable2),
     VELMOOR_GRAPHICS_ROW(GetVulkanGraphicsDevice2KHR, GetVulkanGraphicsDevice2KHR, kVulkanEnable2),
     VELMOOR_GRAPHICS_ROW(GetVulkanGraphicsRequirements2KHR, GetVulkanGraphicsRequirements, kVulkanEnable2),
+    VELMOOR_GRAPHICS_ROW(GetOpenGLGraphicsRequirementsKHR, GetOpenGlGraphicsRequirements, kOpenGlEnable),
+    VELMOOR_GRAPHICS_ROW(GetOpenGLESGraphicsRequirementsKHR, GetOpenGlEsGraphicsRequirements, kOpenGlEsEnable),
     VELMOOR_ROW(GetVisibilityMaskKHR, kVisibilityMask),
     VELMOOR_ROW(ConvertTimespecTimeToTimeKHR, kConvertTimespec),
     VELMOOR_ROW(ConvertTimeToTimespecTimeKHR, kConvertTimespec),

@@ -21,7 +21,10 @@ void ForgetStateEvents(Instance& instance, XrSession session) {
 }
 
 GraphicsExtensions EnabledGraphics(const Instance& instance) {
-    return {.vulkan = instance.HasExtension(kVulkanEnable) || instance.HasExtension(kVulkanEnable2)};
+    return {.vulkan = instance.HasExtension(kVulkanEnable) || instance.HasExtension(kVulkanEnable2),
+            .gl = instance.HasExtension(kOpenGlEnable),
+            .gl_es = instance.HasExtension(kOpenGlEsEnable),
+            .egl = instance.HasExtension(kEglEnable)};
 }
 
 }  // namespace

@@ -1,5 +1,6 @@
 #include "simulator/graphics/graphics.h"
 
+#include "simulator/graphics/gl_device.h"
 #include "simulator/graphics/vulkan_device.h"
 #include "simulator/graphics/vulkan_entry.h"
 #include "simulator/refusal.h"
@@ -21,20 +22,33 @@ bool IsBinding(XrStructureType type) {
     }
 }
 
+bool IsEnabled(XrStructureType type, const GraphicsExtensions& enabled) {
+    switch (type) {
+        case XR_TYPE_GRAPHICS_BINDING_VULKAN_KHR:
+            return enabled.vulkan;
+        case XR_TYPE_GRAPHICS_BINDING_OPENGL_XLIB_KHR:
+        case XR_TYPE_GRAPHICS_BINDING_OPENGL_XCB_KHR:
+            return enabled.gl;
+        case XR_TYPE_GRAPHICS_BINDING_EGL_MNDX:
+            return enabled.egl;
+        default:
+            return false;
+    }
+}
+
 }  // namespace
 
-GraphicsEntry::GraphicsEntry() : vulkan(std::make_unique<VulkanEntry>()) {}
+GraphicsEntry::GraphicsEntry() : vulkan(std::make_unique<VulkanEntry>()), gl(std::make_unique<GlEntry>()) {}
 GraphicsEntry::~GraphicsEntry() = default;
 
 std::unique_ptr<GraphicsDevice> BindGraphics(const void* chain, const GraphicsExtensions& enabled,
                                              const GraphicsEntry& entry) {
     for (auto* link = static_cast<const XrBaseInStructure*>(chain); link; link = link->next) {
         if (!IsBinding(link->type)) continue;
-        if (link->type == XR_TYPE_GRAPHICS_BINDING_VULKAN_KHR && enabled.vulkan) {
-            const auto& binding = *reinterpret_cast<const XrGraphicsBindingVulkanKHR*>(link);
-            return MakeVulkanDevice(entry.vulkan->CheckBinding(binding), binding);
-        }
-        Refuse(XR_ERROR_GRAPHICS_DEVICE_INVALID);
+        if (!IsEnabled(link->type, enabled)) Refuse(XR_ERROR_GRAPHICS_DEVICE_INVALID);
+        if (link->type != XR_TYPE_GRAPHICS_BINDING_VULKAN_KHR) return entry.gl->Bind(*link, enabled);
+        const auto& binding = *reinterpret_cast<const XrGraphicsBindingVulkanKHR*>(link);
+        return MakeVulkanDevice(entry.vulkan->CheckBinding(binding), binding);
     }
     return nullptr;
 }

@@ -4,6 +4,9 @@
 //   vulkan_entry     the functions of XR_KHR_vulkan_enable and XR_KHR_vulkan_enable2
 //   vulkan_device    a session's device, and the images of its swapchains
 //   vulkan_reader    reads an image, whoever made it
+//   gl_device        the same of OpenGL and OpenGL ES: what comes before a session, its textures
+//   gl_context       a context beside the application's, by EGL (egl_context) or GLX (glx_context)
+//   gl_reader        reads a texture, whoever made it
 //
 // Nothing of it is linked: the application's device or context is there already, and its functions come from there.
 // No graphics package has to be installed for applications that render nothing.
@@ -61,6 +64,7 @@ class GraphicsDevice {
 };
 
 // What an instance keeps of the calls that come before a session.
+class GlEntry;
 class VulkanEntry;
 struct GraphicsEntry {
     GraphicsEntry();
@@ -69,11 +73,16 @@ struct GraphicsEntry {
     ~GraphicsEntry();
 
     std::unique_ptr<VulkanEntry> vulkan;
+    std::unique_ptr<GlEntry> gl;
 };
 
 // Which of the extensions the instance has enabled.
 struct GraphicsExtensions {
     bool vulkan = false;
+    bool gl = false;
+    bool gl_es = false;
+    // Contexts of either by EGL.
+    bool egl = false;
 };
 
 // xrCreateSession: the device that the binding in the chain names, or null where the chain holds none. Throws

@@ -22,10 +22,14 @@ class Painter {
     virtual std::string Start(XrInstance instance, XrSystemId system) = 0;
     // For the chain of a session's creation.
     virtual void* Binding() = 0;
+    // That no session can be bound to; after the above.
+    virtual std::vector<void*> BadBindings() { return {}; }
 
     // Four channels of 8 bits: linear light, and sRGB.
     virtual std::int64_t LinearFormat() const = 0;
     virtual std::int64_t SrgbFormat() const = 0;
+    // Likewise of half floats.
+    virtual std::int64_t HalfFormat() const = 0;
     virtual std::int64_t DepthFormat() const = 0;
 
     // Takes the images of a new swapchain.
@@ -33,14 +37,18 @@ class Painter {
     // `pixels` has four bytes for each place, first row at the top.
     virtual void Paint(XrSwapchain swapchain, std::uint32_t image, std::uint32_t layer, std::uint32_t width,
                        std::uint32_t height, const std::vector<std::uint8_t>& pixels) = 0;
-    // Clears an image of several samples, which takes no bytes, to one colour.
-    virtual void Fill(XrSwapchain swapchain, std::uint32_t image, const float (&colour)[4]) = 0;
+    // Clears an image to one colour; one of several samples takes no bytes.
+    virtual void Fill(XrSwapchain swapchain, std::uint32_t image, bool has_samples, const float (&colour)[4]) = 0;
     // What a checking layer had to say, or whether something of the application's was left changed.
     virtual std::string Complaints() { return {}; }
 };
 
 std::unique_ptr<Painter> MakeVulkan2Painter();
 std::unique_ptr<Painter> MakeVulkanPainter();
+std::unique_ptr<Painter> MakeEglPainter();
+std::unique_ptr<Painter> MakeEglEsPainter();
+std::unique_ptr<Painter> MakeXlibPainter();
+std::unique_ptr<Painter> MakeXcbPainter();
 
 // A zeroed record that says what it is.
 template <class Record>

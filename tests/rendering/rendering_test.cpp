@@ -370,26 +370,31 @@ TEST_P(Rendering, SurfacesBendAroundTheEye) {
     EXPECT_EQ(end(), XR_SUCCESS);
 }
 
-TEST_P(Rendering, ImageOfSeveralSamplesIsResolved) {
+TEST_P(Rendering, ClearedImageIsReadInEveryFormatWithAnySamples) {
     BEGIN_OR_SKIP();
-    auto info = Info(painter_->LinearFormat());
-    info.sampleCount = 4;
-    info.arraySize = 1;
-    const XrSwapchain swapchain = MakeSwapchain(info);
-    const auto show = [&] {
-        std::uint32_t image = 0;
-        EXPECT_EQ(Acquire(swapchain, &image), XR_SUCCESS);
-        EXPECT_EQ(Wait(swapchain), XR_SUCCESS);
-        painter_->Fill(swapchain, image, {1.0f, 0.0f, 0.0f, 1.0f});
-        EXPECT_EQ(Release(swapchain), XR_SUCCESS);
-        EXPECT_EQ(RunFrame([&](XrTime time) {
-                      const auto layers = Projection(swapchain, time);
-                      views_[1].subImage.imageArrayIndex = 0;
-                      return layers;
-                  }),
-                  XR_SUCCESS);
-    };
-    EXPECT_THAT(QuartersOf(Capture(1, show)), testing::Each(Colour{255, 0, 0}));
+    for (const auto format : {painter_->LinearFormat(), painter_->SrgbFormat(), painter_->HalfFormat()}) {
+        for (const std::uint32_t samples : {1u, 4u}) {
+            SCOPED_TRACE(std::to_string(format) + " with samples " + std::to_string(samples));
+            auto info = Info(format);
+            info.sampleCount = samples;
+            info.arraySize = 1;
+            const XrSwapchain swapchain = MakeSwapchain(info);
+            const auto show = [&] {
+                std::uint32_t image = 0;
+                EXPECT_EQ(Acquire(swapchain, &image), XR_SUCCESS);
+                EXPECT_EQ(Wait(swapchain), XR_SUCCESS);
+                painter_->Fill(swapchain, image, samples > 1, {1.0f, 0.0f, 0.0f, 1.0f});
+                EXPECT_EQ(Release(swapchain), XR_SUCCESS);
+                EXPECT_EQ(RunFrame([&](XrTime time) {
+                              const auto layers = Projection(swapchain, time);
+                              views_[1].subImage.imageArrayIndex = 0;
+                              return layers;
+                          }),
+                          XR_SUCCESS);
+            };
+            EXPECT_THAT(QuartersOf(Capture(1, show)), testing::Each(Colour{255, 0, 0}));
+        }
+    }
 }
 
 TEST_P(Rendering, StatesClimbAndDescendByOneWithEachFrame) {
@@ -540,6 +545,7 @@ TEST_P(Rendering, SessionTakesOnlyWhatItWasToldToBindTo) {
     EXPECT_EQ(Create(&wayland), XR_ERROR_GRAPHICS_DEVICE_INVALID);
     BEGIN_OR_SKIP();
     EXPECT_EQ(xrDestroySession(session_), XR_SUCCESS);
+    for (const void* bad : painter_->BadBindings()) EXPECT_EQ(Create(bad), XR_ERROR_GRAPHICS_DEVICE_INVALID);
     EXPECT_EQ(Create(painter_->Binding()), XR_SUCCESS) << "sessions follow each other on one device";
     EXPECT_EQ(xrDestroyInstance(instance_), XR_SUCCESS);
     MakeInstance();
@@ -563,8 +569,9 @@ TEST_P(Rendering, CaptureEndsWhateverTheApplicationDoes) {
 }
 
 constexpr Api kApis[] = {
-    {"Vulkan2", MakeVulkan2Painter, true},
-    {"Vulkan", MakeVulkanPainter, true},
+    {"Vulkan2", MakeVulkan2Painter, true},    {"Vulkan", MakeVulkanPainter, true},
+    {"OpenGlByEgl", MakeEglPainter, false},   {"OpenGlEsByEgl", MakeEglEsPainter, false},
+    {"OpenGlByXlib", MakeXlibPainter, false}, {"OpenGlByXcb", MakeXcbPainter, false},
 };
 
 INSTANTIATE_TEST_SUITE_P(With, Rendering, testing::ValuesIn(kApis),

@@ -69,6 +69,7 @@ class VulkanPainter : public Painter {
     void* Binding() override { return &binding_; }
     std::int64_t LinearFormat() const override { return VK_FORMAT_R8G8B8A8_UNORM; }
     std::int64_t SrgbFormat() const override { return VK_FORMAT_B8G8R8A8_SRGB; }
+    std::int64_t HalfFormat() const override { return VK_FORMAT_R16G16B16A16_SFLOAT; }
     std::int64_t DepthFormat() const override { return VK_FORMAT_D32_SFLOAT; }
 
     void Adopt(XrSwapchain swapchain) override {
@@ -101,7 +102,7 @@ class VulkanPainter : public Painter {
         vkFreeMemory(device_, memory, nullptr);
     }
 
-    void Fill(XrSwapchain swapchain, std::uint32_t image, const float (&colour)[4]) override {
+    void Fill(XrSwapchain swapchain, std::uint32_t image, bool /*has_samples*/, const float (&colour)[4]) override {
         VkClearColorValue value;
         std::copy_n(colour, 4, value.float32);
         Change(images_[swapchain][image].image, 0, [&](VkCommandBuffer commands, VkImage target) {
