@@ -39,7 +39,8 @@ PoseKinds KindsOfPath(const std::string& path) {
     return {path.find("/grip/pose") != std::string::npos, path.find("/aim/pose") != std::string::npos};
 }
 
-void NoteSuggestion(XrInstance instance, XrPath profile_path, std::span<const XrActionSuggestedBinding> bindings) {
+void NoteSuggestion(XrInstance instance, XrPath profile_path, std::span<const XrActionSuggestedBinding> bindings,
+                    bool alone) {
     const std::string profile = TextFromPath(instance, profile_path);
     if (profile.empty()) return;
     for (const XrActionSuggestedBinding& binding : bindings) {
@@ -47,7 +48,7 @@ void NoteSuggestion(XrInstance instance, XrPath profile_path, std::span<const Xr
         LogDebug("[inputdiag] suggest action=", binding.action, " path=", path, " profile=", profile);
         ActionMaps::instance().AddPoseKinds(binding.action, KindsOfPath(path));
     }
-    BindingMirror::instance().Note(profile, bindings);
+    BindingMirror::instance().Note(profile, bindings, alone);
 }
 
 // The codes with which a runtime may refuse a call for the sake of what the layer put into it.
@@ -83,10 +84,11 @@ XrResult SuggestBindings(XrInstance instance, const XrInteractionProfileSuggeste
     }
     if (!CanWiden(suggested->countSuggestedBindings, suggested->suggestedBindings)) return suggest(instance, suggested);
     const auto bindings = Entries(suggested->countSuggestedBindings, suggested->suggestedBindings);
-    GuardOwnWork(kSuggestGuard, [&] { NoteSuggestion(instance, suggested->interactionProfile, bindings); });
-
     const SessionState state = ContextManager::instance().getSessionState();
-    if (!state.valid || !state.session) {
+    const bool has_session = state.valid && state.session;
+    GuardOwnWork(kSuggestGuard,
+                 [&] { NoteSuggestion(instance, suggested->interactionProfile, bindings, !has_session); });
+    if (!has_session) {
         LogWarning("No valid session found, calling next without appending bindings");
         return suggest(instance, suggested);
     }

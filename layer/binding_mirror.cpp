@@ -44,6 +44,22 @@ std::string Joined(const SuggestedBindingsByProfile& by_profile) {
     return names;
 }
 
+std::vector<XrActionSuggestedBinding> Mirrored(XrInstance instance, const SuggestedBindingsByProfile& by_profile) {
+    std::set<std::pair<XrAction, std::string>> seen;
+    std::vector<XrActionSuggestedBinding> mirrored;
+    for (const auto& [name, bindings] : by_profile) AppendTranslated(instance, bindings, seen, mirrored);
+    if (mirrored.empty()) {
+        LogWarning("EnsureProntoControllerPlusBindingsSuggested: no translatable bindings found");
+    } else {
+        LogInfo(
+            "EnsureProntoControllerPlusBindingsSuggested: App did not suggest bindings for pronto_controller_plus; "
+            "mirroring ",
+            mirrored.size(), " translated bindings from {", Joined(by_profile),
+            "} so ZAMS conformance automation mock devices can bind app actions");
+    }
+    return mirrored;
+}
+
 }  // namespace
 
 BindingMirror& BindingMirror::instance() {
@@ -51,16 +67,19 @@ BindingMirror& BindingMirror::instance() {
     return mirror;
 }
 
-void BindingMirror::Note(const std::string& profile, std::span<const XrActionSuggestedBinding> bindings) {
+void BindingMirror::Note(const std::string& profile, std::span<const XrActionSuggestedBinding> bindings, bool alone) {
     const bool is_mirrored = profile == kProntoControllerPlusProfile;
     if (is_mirrored) LogInfo("App suggested bindings for pronto_controller_plus");
     std::lock_guard lock(mutex_);
     if (std::exchange(session_ended_, false)) {
         suggestedBindingsByProfile.clear();
         appSuggestedProntoBindings = false;
+        pronto_alone_.clear();
     }
     if (is_mirrored) {
         appSuggestedProntoBindings = true;
+        pronto_alone_.clear();
+        if (alone) pronto_alone_.assign(bindings.begin(), bindings.end());
     } else if (!bindings.empty()) {
         suggestedBindingsByProfile[profile].assign(bindings.begin(), bindings.end());
     }
@@ -69,6 +88,11 @@ void BindingMirror::Note(const std::string& profile, std::span<const XrActionSug
 SuggestedBindingsByProfile BindingMirror::ToMirror() const {
     std::lock_guard lock(mutex_);
     return appSuggestedProntoBindings ? SuggestedBindingsByProfile() : suggestedBindingsByProfile;
+}
+
+std::vector<XrActionSuggestedBinding> BindingMirror::ToSuggestAgain() const {
+    std::lock_guard lock(mutex_);
+    return pronto_alone_;
 }
 
 void BindingMirror::NoteSessionEnd() {
@@ -103,9 +127,9 @@ std::vector<XrAction> BindingMirror::ForgetActionsOf(XrActionSet set) {
 
 void BindingMirror::ForgetActionLocked(XrAction action) {
     sets_of_actions_.erase(action);
-    for (auto& [profile, bindings] : suggestedBindingsByProfile) {
-        std::erase_if(bindings, [&](const XrActionSuggestedBinding& binding) { return binding.action == action; });
-    }
+    const auto is_of_action = [&](const XrActionSuggestedBinding& binding) { return binding.action == action; };
+    for (auto& [profile, bindings] : suggestedBindingsByProfile) std::erase_if(bindings, is_of_action);
+    std::erase_if(pronto_alone_, is_of_action);
     std::erase_if(suggestedBindingsByProfile, [](const auto& entry) { return entry.second.empty(); });
 }
 
@@ -113,6 +137,7 @@ void BindingMirror::ForgetBindings() {
     std::lock_guard lock(mutex_);
     suggestedBindingsByProfile.clear();
     appSuggestedProntoBindings = false;
+    pronto_alone_.clear();
     session_ended_ = false;
     refused_profiles_.clear();
     sets_of_actions_.clear();
@@ -127,7 +152,9 @@ void AppendOwnBindings(const SessionContext& context, std::vector<XrActionSugges
 
 void EnsureProntoControllerPlusBindingsSuggested(const SessionContext& context) {
     const SuggestedBindingsByProfile by_profile = BindingMirror::instance().ToMirror();
-    if (by_profile.empty()) {
+    std::vector<XrActionSuggestedBinding> bindings;
+    if (by_profile.empty()) bindings = BindingMirror::instance().ToSuggestAgain();
+    if (by_profile.empty() && bindings.empty()) {
         LogInfo("EnsureProntoControllerPlusBindingsSuggested: nothing to do");
         return;
     }
@@ -141,23 +168,13 @@ void EnsureProntoControllerPlusBindingsSuggested(const SessionContext& context) 
         LogWarning("Failed to resolve /interaction_profiles/kest/pronto_controller_plus; skipping mirror");
         return;
     }
-    std::set<std::pair<XrAction, std::string>> seen;
-    std::vector<XrActionSuggestedBinding> mirrored;
-    for (const auto& [name, bindings] : by_profile) AppendTranslated(instance, bindings, seen, mirrored);
-    if (mirrored.empty()) {
-        LogWarning("EnsureProntoControllerPlusBindingsSuggested: no translatable bindings found");
-        return;
-    }
-    LogInfo(
-        "EnsureProntoControllerPlusBindingsSuggested: App did not suggest bindings for pronto_controller_plus; "
-        "mirroring ",
-        mirrored.size(), " translated bindings from {", Joined(by_profile),
-        "} so ZAMS conformance automation mock devices can bind app actions");
-    // The same devices feed the layer's own actions, which no other suggestion binds to this profile.
-    AppendOwnBindings(context, mirrored);
+    if (!by_profile.empty()) bindings = Mirrored(instance, by_profile);
+    // The mock devices feed the layer's own actions as well, which no other suggestion binds to this profile.
+    AppendOwnBindings(context, bindings);
+    if (bindings.empty()) return;
     const XrInteractionProfileSuggestedBinding suggestion = {XR_TYPE_INTERACTION_PROFILE_SUGGESTED_BINDING, nullptr,
-                                                             profile, static_cast<std::uint32_t>(mirrored.size()),
-                                                             mirrored.data()};
+                                                             profile, static_cast<std::uint32_t>(bindings.size()),
+                                                             bindings.data()};
     const XrResult result = suggest(instance, &suggestion);
     if (XR_FAILED(result)) {
         LogWarning("Failed to suggest mirrored pronto_controller_plus bindings, XrResult=", result);

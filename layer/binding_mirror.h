@@ -24,9 +24,10 @@ class BindingMirror {
  public:
     static BindingMirror& instance();
 
-    // Replaces what was noted for `profile`. The mirrored profile itself is only noted as suggested. The first time
-    // after the end of a session everything older goes: an application that suggests anew has made its actions anew.
-    void Note(const std::string& profile, std::span<const XrActionSuggestedBinding> bindings);
+    // Replaces what was noted for `profile`. `alone` is said of bindings to which none of the layer's are added, for
+    // want of a session. The first time after the end of a session everything older goes: an application that suggests
+    // anew has made its actions anew.
+    void Note(const std::string& profile, std::span<const XrActionSuggestedBinding> bindings, bool alone);
     void NoteSessionEnd();
 
     // Whether this is the first suggestion for `profile` that was refused with the layer's bindings in it.
@@ -39,6 +40,8 @@ class BindingMirror {
 
     // What there is to mirror: nothing if the application suggested for the mirrored profile itself.
     SuggestedBindingsByProfile ToMirror() const;
+    // What the application suggested for that profile alone; a suggestion replaces the one before.
+    std::vector<XrActionSuggestedBinding> ToSuggestAgain() const;
 
     // The instance is gone, with its actions and all that was suggested to it.
     void ForgetBindings();
@@ -50,6 +53,7 @@ class BindingMirror {
     mutable std::mutex mutex_;
     SuggestedBindingsByProfile suggestedBindingsByProfile;
     bool appSuggestedProntoBindings = false;
+    std::vector<XrActionSuggestedBinding> pronto_alone_;
     bool session_ended_ = false;  // since the last suggestion
     std::set<std::string> refused_profiles_;
     std::unordered_map<XrAction, XrActionSet> sets_of_actions_;

@@ -6,6 +6,7 @@ namespace {
 
 constexpr char kTouch[] = "oculus/touch_controller";
 constexpr char kIndex[] = "valve/index_controller";
+constexpr char kGamepad[] = "microsoft/xbox_controller";
 constexpr char kPronto[] = "kest/pronto_controller_plus";
 constexpr char kTrigger[] = "/user/hand/left/input/trigger/value";
 
@@ -21,11 +22,27 @@ class GuestBindings : public Guest {
     }
 };
 
-TEST_F(GuestBindings, LayersHandsFollowTheSimulationOnAProfileThatTheApplicationDoesNotKnow) {
-    CreateSession();
+class LayersHands : public GuestBindings, public testing::WithParamInterface<int> {};
+
+// Whatever the application binds: controllers of another profile, the simulated one before it has a session, no hands.
+TEST_P(LayersHands, FollowTheSimulation) {
     const XrActionSet set = MakeActionSet("play");
-    ASSERT_EQ(Suggest(kTouch, {{MakeTrigger(set), kTrigger}}), XR_SUCCESS);
+    const XrAction trigger = MakeTrigger(set);
+    if (GetParam() == 0) {
+        EXPECT_EQ(Suggest(kPronto, {{trigger, kTrigger}}), XR_SUCCESS);
+    }
+    CreateSession();
+    if (GetParam() == 1) {
+        EXPECT_EQ(Suggest(kTouch, {{trigger, kTrigger}}), XR_SUCCESS);
+    }
+    if (GetParam() == 2) {
+        const XrAction jump = MakeAction(set, "jump", XR_ACTION_TYPE_BOOLEAN_INPUT, {});
+        EXPECT_EQ(Suggest(kGamepad, {{jump, "/user/gamepad/input/a/click"}}), XR_SUCCESS);
+    }
     ASSERT_EQ(Attach({set}), XR_SUCCESS);
+    if (GetParam() == 0) {
+        EXPECT_EQ(Pull(set, trigger), 0.5f);
+    }
     Ask("openxr_set_controller_pose",
         {{"hand", "left"}, {"pose_type", "aim"}, {"position", {1, 1, 1}}, {"orientation", {0, 1, 0, 0}}});
     RunFrame({set});
@@ -34,6 +51,7 @@ TEST_F(GuestBindings, LayersHandsFollowTheSimulationOnAProfileThatTheApplication
     const nlohmann::json pose = Ask("openxr_get_controller_pose", {{"hand", "left"}, {"pose_type", "aim"}}).at("pose");
     EXPECT_EQ(pose.dump(), R"({"orientation":[0.0,1.0,0.0,0.0],"position":[2.0,1.0,1.0]})");
 }
+INSTANTIATE_TEST_SUITE_P(GuestBindings, LayersHands, testing::Range(0, 3));
 
 TEST_F(GuestBindings, LegalCallsStayLegalWithTheLayersAdditions) {
     CreateSession();
@@ -43,8 +61,7 @@ TEST_F(GuestBindings, LegalCallsStayLegalWithTheLayersAdditions) {
     const XrAction trigger = MakeTrigger(set);
     const XrAction jump = MakeAction(set, "jump", XR_ACTION_TYPE_BOOLEAN_INPUT, {});
     ASSERT_EQ(Suggest(kTouch, {{trigger, kTrigger}}), XR_SUCCESS);
-    EXPECT_EQ(Suggest("microsoft/xbox_controller", {{jump, "/user/gamepad/input/a/click"}}), XR_SUCCESS)
-        << "a profile without hands";
+    EXPECT_EQ(Suggest(kGamepad, {{jump, "/user/gamepad/input/a/click"}}), XR_SUCCESS) << "a profile without hands";
     ASSERT_EQ(Attach({set}), XR_SUCCESS);
     EXPECT_EQ(Suggest(kTouch, {{MakeTrigger(later), kTrigger}}), XR_SUCCESS) << "of a set that is not attached";
     EXPECT_EQ(Pull(set, trigger), 0.5f);

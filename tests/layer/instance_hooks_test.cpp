@@ -282,7 +282,7 @@ TEST_F(InstanceHooks, HandlesGoWithTheirInstance) {
     const XrSpace space = HandleFromValue<XrSpace>(0x12);
     ActionMaps::instance().AddSpace(space, {action, 0});
     const XrActionSuggestedBinding binding = {action, 5};
-    BindingMirror::instance().Note("profile", std::span(&binding, 1));
+    BindingMirror::instance().Note("profile", std::span(&binding, 1), true);
     ContextManager::instance().updateSessionState({true, HandleFromValue<XrSession>(0x13), XR_SESSION_STATE_IDLE, 1});
     EXPECT_EQ(OrvanicLayerXrDestroyInstance(first), XR_SUCCESS);
     EXPECT_TRUE(ActionMaps::instance().FindSpace(space, false)) << "another instance's";
