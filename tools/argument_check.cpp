@@ -1,5 +1,6 @@
 #include "tools/argument_check.h"
 
+#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -26,9 +27,12 @@ std::string unmet_demand(const json& schema, const json& value) {
     const std::size_t shortest = schema.value("minItems", std::size_t{0});
     const std::size_t longest = schema.value("maxItems", static_cast<std::size_t>(-1));
     if (shortest == longest) demand += " of " + std::to_string(shortest);
-    const bool fits =
-        is_of_kind(value, *kind) && (!value.is_array() || (value.size() >= shortest && value.size() <= longest));
-    return fits ? std::string() : demand;
+    if (!is_of_kind(value, *kind)) return demand;
+    if (!value.is_array()) return {};
+    if (value.size() < shortest || value.size() > longest) return demand;
+    const std::string item_kind = schema.value("items", json::object()).value("type", "");
+    const auto fits = [&](const json& item) { return item_kind.empty() || is_of_kind(item, item_kind); };
+    return std::all_of(value.begin(), value.end(), fits) ? std::string() : demand + ", each a " + item_kind;
 }
 
 void warn(const std::string& tool_name, const json& properties, const json& arguments) {

@@ -112,6 +112,11 @@ TEST(WarnOfUnfitArguments, SaysWhatWillNotBeUsedAndPassesAllOn) {
                                      "some_tool: argument \"list\" does not fit, the schema says: array",
                                      "some_tool: no parameter is called \"posi\\ntion\": ignored"));
     log.take();
+    checked({{"three", {1, "2", 3}}}, "");
+    EXPECT_THAT(
+        log.messages("WARNING"),
+        UnorderedElementsAre("some_tool: argument \"three\" does not fit, the schema says: array of 3, each a number"));
+    log.take();
     for (int i = 0; i < 100; ++i) arguments["a" + std::to_string(i)] = i;
     checked(arguments, "");
     EXPECT_THAT(log.lines(), SizeIs(8)) << "a caller may send thousands";
