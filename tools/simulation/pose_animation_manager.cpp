@@ -61,23 +61,23 @@ PoseAnimationManager& PoseAnimationManager::instance() {
 }
 
 std::future<AnimationResult> PoseAnimationManager::StartAnimation(ActiveAnimation animation) {
-    std::lock_guard lock(mutex_);
-    const auto running = active_.find(animation.name);
-    if (running != active_.end()) {
-        LogInfo("PoseAnimationManager: Cancelling existing animation for ", animation.name);
-        Supersede(*running->second, "a newer animation");
-        active_.erase(running);
-    }
-    auto started = std::make_shared<ActiveAnimation>(std::move(animation));
+    const auto started = std::make_shared<ActiveAnimation>(std::move(animation));
     started->start_time = MonotonicNanoseconds();
     std::future<AnimationResult> outcome = started->completion.get_future();
+    std::shared_ptr<ActiveAnimation> running;
+    bool closed = false;
+    {
+        std::lock_guard lock(mutex_);
+        closed = closed_;
+        if (!closed) running = std::exchange(active_[started->name], started);
+    }
+    if (running) {
+        LogInfo("PoseAnimationManager: Cancelling existing animation for ", started->name);
+        Supersede(*running, "a newer animation");
+    }
     LogInfo("PoseAnimationManager: Started animation for ", started->name,
             " (duration=", FixedText(static_cast<double>(started->duration_seconds)), "s)");
-    if (closed_) {
-        Supersede(*started, kInstanceEnds);
-        return outcome;
-    }
-    active_[started->name] = std::move(started);
+    if (closed) Supersede(*started, kInstanceEnds);
     return outcome;
 }
 
@@ -103,11 +103,14 @@ void PoseAnimationManager::Tick() {
 }
 
 void PoseAnimationManager::CancelAll(const char* cause) {
-    std::lock_guard lock(mutex_);
-    if (active_.empty()) return;
-    LogWarning("PoseAnimationManager: Cancelling ", active_.size(), " active animations");
-    for (const auto& [name, animation] : active_) Supersede(*animation, cause);
-    active_.clear();
+    decltype(active_) cancelled;
+    {
+        std::lock_guard lock(mutex_);
+        cancelled.swap(active_);
+    }
+    if (cancelled.empty()) return;
+    LogWarning("PoseAnimationManager: Cancelling ", cancelled.size(), " active animations");
+    for (const auto& [name, animation] : cancelled) Supersede(*animation, cause);
 }
 
 void PoseAnimationManager::Close() {

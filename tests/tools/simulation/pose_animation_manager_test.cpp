@@ -6,13 +6,16 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <cstdint>
 #include <future>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
 #include "diagnostics/clock.h"
+#include "diagnostics/logger.h"
 #include "tests/fakes/log_capture.h"
 
 namespace orvanic_xr {
@@ -128,6 +131,25 @@ TEST_F(PoseAnimations, AllEndWhenCancelled) {
     EXPECT_THAT(log_.take(), UnorderedElementsAre("WARNING PoseAnimationManager: Cancelling 2 active animations",
                                                   "WARNING PoseAnimationManager: head superseded by the test",
                                                   "WARNING PoseAnimationManager: hand superseded by the test"));
+}
+
+TEST_F(PoseAnimations, KeepNoFrameWaitingForALogLine) {
+    struct FrameMeanwhile : LogObserver {
+        explicit FrameMeanwhile(PoseAnimationManager& animations) : manager(animations) {}
+        void OnLogLine(std::int32_t, std::string_view) override {
+            frames.push_back(std::async(std::launch::async, [this] { manager.Tick(); }));
+            EXPECT_EQ(frames.back().wait_for(std::chrono::seconds(2)), std::future_status::ready);
+        }
+        PoseAnimationManager& manager;
+        std::vector<std::future<void>> frames;
+    } meanwhile(manager_);
+    std::vector<float> seen;
+    Logger::instance().set_observer(&meanwhile);
+    Start("head", 1.0f, seen);
+    Start("head", 1.0f, seen);
+    manager_.CancelAll("the test");
+    Logger::instance().set_observer(nullptr);
+    EXPECT_EQ(meanwhile.frames.size(), 6u);
 }
 
 // The new animation takes the name while the old one, in its last step, is being applied: the tick then clears
