@@ -107,11 +107,4 @@ void PendingFrames::Complete(XrSession session, const XrFrameEndInfo* end_info, 
     frames_.pop_front();
 }
 
-std::vector<PendingFrame> PendingFrames::frames() const {
-    std::lock_guard lock(mutex_);
-    std::vector<PendingFrame> copy;
-    for (std::size_t i = 0; i < frames_.size(); ++i) copy.push_back(frames_[i]);
-    return copy;
-}
-
 }  // namespace orvanic_xr

@@ -48,8 +48,6 @@ class PendingFrames {
     // may be null. Without a frame in flight nothing happens.
     void Complete(XrSession session, const XrFrameEndInfo* end_info, std::vector<LayerSummary> layers);
 
-    std::vector<PendingFrame> frames() const;  // oldest first
-
  private:
     // The index of the newest frame of `session` below `end` that was begun, or kNone.
     static constexpr std::size_t kNone = static_cast<std::size_t>(-1);
