@@ -1,6 +1,6 @@
 #include "external/external_tool_manager.h"
 
-#include <algorithm>
+#include <cstdio>
 #include <exception>
 #include <stdexcept>
 #include <utility>
@@ -15,11 +15,8 @@ namespace orvanic_xr {
 namespace {
 
 // What the agent reads of a callback that threw: as much of it as the buffer holds, and a terminator.
-void WriteError(std::vector<char>& buffer, const std::string& text) {
-    if (buffer.empty()) return;
-    const std::size_t length = std::min(text.size(), buffer.size() - 1);
-    std::copy_n(text.begin(), length, buffer.begin());
-    buffer[length] = '\0';
+void WriteError(std::vector<char>& buffer, const char* text) noexcept {
+    std::snprintf(buffer.data(), buffer.size(), "Error: %s", text);
 }
 
 // The one who waits is told once: a callback that ended the instance finds its own call given up.
@@ -43,10 +40,10 @@ void ExecuteEntry(DeferredCallbackEntry& entry) {
         entry.executed = true;
     } catch (const std::exception& exception) {
         LogWarning("Exception processing deferred callback: ", exception.what());
-        WriteError(entry.resultBuffer, std::string("Error: ") + exception.what());
+        WriteError(entry.resultBuffer, exception.what());
     } catch (...) {
         LogWarning("Unknown exception processing deferred callback");
-        WriteError(entry.resultBuffer, "Error: Unknown exception");
+        WriteError(entry.resultBuffer, "Unknown exception");
     }
     const bool executed = entry.executed;
     Complete(entry);
