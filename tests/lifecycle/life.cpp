@@ -17,6 +17,7 @@ namespace lifecycle {
 namespace {
 
 constexpr auto kPatience = std::chrono::seconds(10);
+constexpr auto kPatienceForPictures = std::chrono::seconds(90);  // under a sanitizer one takes seconds
 
 constexpr char kMove[] = R"({"position": [0, 1, 2], "duration_seconds": 60})";
 
@@ -257,7 +258,7 @@ void Life::LiveUnderCallers(bool with_picture) {
 }
 
 void Life::AwaitAnswers() {
-    const auto deadline = std::chrono::steady_clock::now() + kPatience;
+    const auto deadline = std::chrono::steady_clock::now() + kPatienceForPictures;
     while (told_ < asked_ && std::chrono::steady_clock::now() < deadline) RunFrame();
 }
 

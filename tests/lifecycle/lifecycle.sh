@@ -6,7 +6,8 @@ set -euo pipefail
 state=$(mktemp -d)
 trap 'rm -rf "$state"' EXIT
 
-XDG_STATE_HOME=$state/home "$@" >"$state/output.txt" 2>&1 || {
+# With one heap, memory that stays is memory that is held.
+MALLOC_ARENA_MAX=1 XDG_STATE_HOME=$state/home "$@" >"$state/output.txt" 2>&1 || {
   echo "FAILED: ended with $?"
   grep -v '\[Velmoor\]\|\[cpp-mcp\]' "$state/output.txt" || true
   tail -n 100 "$state/output.txt"

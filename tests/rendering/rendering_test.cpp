@@ -51,6 +51,7 @@ class Rendering : public testing::TestWithParam<Api> {
  protected:
     void SetUp() override {
         setenv("XR_RUNTIME_JSON", VELMOOR_SIMULATOR_MANIFEST, 1);
+        setenv("VELMOOR_SIM_STRICT", "1", 1);
         setenv("VELMOOR_SIM_EYE_SIZE", "64x64", 1);
         setenv("VELMOOR_SIM_HZ", "200", 1);
         painter_ = GetParam().make();
