@@ -2,63 +2,195 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <csignal>
 #include <cstdio>
 #include <exception>
+#include <memory>
 #include <string>
+#include <string_view>
+#include <vector>
 
+#include "command/app_tools.h"
 #include "command/applications/finder.h"
 #include "command/bridge/tool_list.h"
+#include "command/launch/keeper.h"
+#include "command/shell_commands.h"
 #include "command/stdio_transport.h"
 #include "mcp/server_host.h"
 
 namespace {
 
-struct bridge_options {
+using velmoor::json;
+
+struct options {
     double wait_seconds = 10;
+    std::string pictures;
+    bool as_json = false;
+    velmoor::call_request call;
+    bool no_simulator = false;
+    bool shared_network = false;
+    std::vector<std::string> application;  // what stands behind "--"
 };
 
-velmoor::bridge_settings settings_for(const bridge_options& options) {
+velmoor::bridge_settings settings_for(const options& given) {
     velmoor::bridge_settings settings;
     settings.around = velmoor::surroundings_of_machine(orvanic_xr::kMcpServerPort);
     settings.version = VELMOOR_VERSION;
-    settings.wait = std::chrono::milliseconds(static_cast<std::int64_t>(options.wait_seconds * 1000));
+    settings.wait = std::chrono::milliseconds(static_cast<std::int64_t>(given.wait_seconds * 1000));
     settings.tools_file = velmoor::default_tools_file();
+    settings.pictures = given.pictures;
     return settings;
 }
 
-void add_bridge_options(CLI::App& command, bridge_options& options) {
-    command.add_option("--wait", options.wait_seconds, "Seconds that a call waits for an application")
+velmoor::launch_options launch_options_of(const options& given) {
+    return {.simulator = !given.no_simulator, .own_network = !given.shared_network};
+}
+
+int serve_client(const options& given) {
+    velmoor::bridge_settings settings = settings_for(given);
+    std::unique_ptr<velmoor::started_application> application;
+    if (!given.application.empty()) {
+        application = std::make_unique<velmoor::started_application>(given.application, launch_options_of(given));
+        settings.own_tools = velmoor::app_tools(*application);
+        settings.hint = [] { return "The tool app_start starts the application; app_output shows what it printed."; };
+    }
+    velmoor::bridge bridge(std::move(settings));
+    velmoor::serve_stdio(bridge, {{"name", "velmoor"}, {"version", VELMOOR_VERSION}}, STDIN_FILENO, STDOUT_FILENO);
+    return velmoor::kWell;
+}
+
+int with_bridge(const options& given, int (*run)(velmoor::bridge&, const options&)) {
+    velmoor::bridge bridge(settings_for(given));
+    bridge.introduce({{"name", "velmoor"}, {"version", VELMOOR_VERSION}});
+    return run(bridge, given);
+}
+
+int keep(const options& given) {
+    return velmoor::keep_application(given.application, launch_options_of(given));
+}
+
+void add_launch_options(CLI::App& command, options& given) {
+    command.add_flag("--no-simulator", given.no_simulator, "Run the application on the active runtime");
+    command.add_flag("--shared-network", given.shared_network, "Run the application in the network of all");
+}
+
+void add_wait(CLI::App& command, options& given) {
+    command.add_option("--wait", given.wait_seconds, "Seconds that a call waits for an application")
         ->capture_default_str()
         ->check(CLI::Range(0.0, 3600.0));
 }
 
-int serve_client(const bridge_options& options) {
-    velmoor::bridge bridge(settings_for(options));
-    velmoor::serve_stdio(bridge, {{"name", "velmoor"}, {"version", VELMOOR_VERSION}}, STDIN_FILENO, STDOUT_FILENO);
-    return 0;
+struct subcommand {
+    CLI::App* parsed;
+    bool takes_application;
+    bool needs_application;
+    int (*run)(const options&);
+};
+
+std::vector<subcommand> add_subcommands(CLI::App& app, options& given) {
+    std::vector<subcommand> all;
+    const auto add = [&](const char* name, const char* description, const char* example, bool takes_application,
+                         bool needs_application, int (*run)(const options&)) -> CLI::App& {
+        CLI::App* const made = app.add_subcommand(name, description);
+        made->footer(std::string("Example:\n  ") + example);
+        all.push_back({made, takes_application, needs_application, run});
+        return *made;
+    };
+    CLI::App& mcp = add("mcp", "Serves one MCP client on standard input and output [-- APPLICATION ARGUMENTS...]",
+                        "claude mcp add velmoor -- velmoor mcp -- ./build/my_app", true, false, serve_client);
+    add_wait(mcp, given);
+    mcp.add_option("--pictures", given.pictures, "Directory for a copy of each picture, which the answer then names");
+    add_launch_options(mcp, given);
+
+    CLI::App& run = add("run", "Runs an application with the layer and the simulator -- APPLICATION ARGUMENTS...",
+                        "velmoor run -- ./build/my_app", true, true, [](const options& read) {
+                            return velmoor::run_application(read.application, launch_options_of(read));
+                        });
+    add_launch_options(run, given);
+
+    CLI::App& apps = add("apps", "Lists the applications that can be operated", "velmoor apps --json", false, false,
+                         [](const options& read) {
+                             return with_bridge(read, [](velmoor::bridge& bridge, const options& its) {
+                                 return velmoor::show_applications(bridge, its.as_json);
+                             });
+                         });
+    apps.add_flag("--json", given.as_json, "As JSON");
+
+    CLI::App& tools = add("tools", "Lists the tools", "velmoor tools", false, false, [](const options& read) {
+        return with_bridge(
+            read, [](velmoor::bridge& bridge, const options& its) { return velmoor::show_tools(bridge, its.as_json); });
+    });
+    tools.add_flag("--json", given.as_json, "As JSON, with their parameters");
+
+    CLI::App& call = add(
+        "call", "Calls a tool and prints the text of its answer",
+        R"(velmoor call openxr_get_head_pose '{"base_space": "stage"}')", false, false, [](const options& read) {
+            return with_bridge(
+                read, [](velmoor::bridge& bridge, const options& its) { return velmoor::call_once(bridge, its.call); });
+        });
+    call.add_option("TOOL", given.call.tool, "The tool's name")->required();
+    call.add_option("JSON", given.call.arguments, "Its arguments, as a JSON object");
+    call.add_option("--app", given.call.app, "Name or pid of the application, where several run");
+    call.add_option("--pictures", given.call.pictures, "Directory to write the answer's pictures to");
+    add_wait(call, given);
+
+    CLI::App& doctor = add("doctor", "Tells whether an agent could work with an application started from this shell",
+                           "velmoor doctor || exit 1", false, false,
+                           [](const options& read) { return velmoor::show_doctor(read.as_json); });
+    doctor.add_flag("--json", given.as_json, "As JSON");
+
+    CLI::App& kept = add("keep", "", "", true, true, keep);
+    kept.group("");  // for this program itself
+    add_launch_options(kept, given);
+    return all;
+}
+
+int run(std::vector<std::string> words) {
+    options given;
+    CLI::App app("Lets agents and people see and operate XR applications that run with the Velmoor layer.", "velmoor");
+    app.set_version_flag("--version", "velmoor " VELMOOR_VERSION);
+    app.require_subcommand(1);
+    const std::vector<subcommand> all = add_subcommands(app, given);
+
+    // All behind the first "--" is the application's, whatever it looks like.
+    const auto dashes = std::find(words.begin(), words.end(), "--");
+    const bool has_application = dashes != words.end();
+    if (has_application) given.application.assign(dashes + 1, words.end());
+    words.erase(dashes, words.end());
+    std::reverse(words.begin(), words.end());  // as the library takes them
+    try {
+        app.parse(words);
+    } catch (const CLI::ParseError& e) {
+        return app.exit(e) == 0 ? velmoor::kWell : velmoor::kMisused;
+    }
+    for (const subcommand& each : all) {
+        if (!each.parsed->parsed()) continue;
+        if (has_application && (!each.takes_application || given.application.empty())) {
+            std::fprintf(stderr, "velmoor: %s\n",
+                         each.takes_application ? "no application stands behind \"--\""
+                                                : "this takes no application behind \"--\"");
+            return velmoor::kMisused;
+        }
+        if (each.needs_application && !has_application) {
+            std::fputs("velmoor: the application is missing: velmoor run -- APPLICATION ARGUMENTS...\n", stderr);
+            return velmoor::kMisused;
+        }
+        return each.run(given);
+    }
+    return velmoor::kMisused;
 }
 
 }  // namespace
 
 int main(int argc, char** argv) try {
     std::signal(SIGPIPE, SIG_IGN);  // who does not read any more is seen when writing to him
-    CLI::App app("Lets agents and people see and operate XR applications that run with the Velmoor layer.", "velmoor");
-    app.set_version_flag("--version", "velmoor " VELMOOR_VERSION);
-    app.require_subcommand(1);
-
-    bridge_options options;
-    CLI::App* const mcp = app.add_subcommand("mcp", "Serves one MCP client on standard input and output");
-    mcp->footer("Example:\n  claude mcp add velmoor -- velmoor mcp");
-    add_bridge_options(*mcp, options);
-
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::ParseError& e) {
-        return app.exit(e) == 0 ? 0 : 2;
-    }
-    return serve_client(options);
+    std::vector<std::string> words(argv + 1, argv + argc);
+    // What the doctor was called before.
+    const std::string_view name = argc > 0 ? argv[0] : "";
+    if (name.ends_with("velmoor-doctor")) words.insert(words.begin(), "doctor");
+    return run(std::move(words));
 } catch (const std::exception& e) {
     std::fprintf(stderr, "velmoor: %s\n", e.what());
-    return 1;
+    return velmoor::kFailed;
 }

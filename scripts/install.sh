@@ -63,7 +63,7 @@ uninstall() {
   [ -f "$installed_files" ] || fail "nothing was installed from here"
   mapfile -t files <"$installed_files"
   for file in "${files[@]}"; do
-    [ ! -f "$file" ] || remove_installed "$file"
+    [ ! -f "$file" ] && [ ! -L "$file" ] || remove_installed "$file"
   done
   rm -f "$installed_files"
 }

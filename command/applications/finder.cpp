@@ -14,7 +14,7 @@ namespace velmoor {
 namespace {
 
 // Going through all processes takes a millisecond or two.
-constexpr std::chrono::milliseconds kNetworksHold{500};
+constexpr std::chrono::milliseconds kNetworksHold{100};
 
 }  // namespace
 

@@ -8,6 +8,7 @@
 #include <climits>
 #include <cstdio>
 #include <fstream>
+#include <map>
 #include <memory>
 #include <sstream>
 
@@ -55,6 +56,22 @@ std::optional<std::uint16_t> port_of(std::string_view address) {
     return port;
 }
 
+// A number of /proc/PID/stat, where the first is 1; 0 if there is no such process.
+std::uint64_t field_of(pid_t pid, int field) {
+    std::ifstream file(path_of(pid, "stat"));
+    std::string text;
+    std::getline(file, text);
+    // The program's name may hold anything; behind its last bracket the third field follows.
+    const std::size_t name_end = text.rfind(')');
+    if (name_end == std::string::npos) return 0;
+    std::istringstream fields(text.substr(name_end + 1));
+    std::string skipped;
+    for (int i = 3; i < field; ++i) fields >> skipped;
+    std::uint64_t number = 0;
+    fields >> number;
+    return fields ? number : 0;
+}
+
 }  // namespace
 
 std::vector<pid_t> all_processes() {
@@ -67,18 +84,19 @@ std::vector<pid_t> all_processes() {
 }
 
 std::uint64_t start_of(pid_t pid) {
-    std::ifstream file(path_of(pid, "stat"));
-    std::string text;
-    std::getline(file, text);
-    // The program's name may hold anything; behind its last bracket the third field follows. The start is the 22nd.
-    const std::size_t name_end = text.rfind(')');
-    if (name_end == std::string::npos) return 0;
-    std::istringstream fields(text.substr(name_end + 1));
-    std::string skipped;
-    for (int i = 3; i < 22; ++i) fields >> skipped;
-    std::uint64_t start = 0;
-    fields >> start;
-    return fields ? start : 0;
+    return field_of(pid, 22);
+}
+
+std::vector<pid_t> descendants_of(pid_t pid) {
+    std::multimap<pid_t, pid_t> children;
+    for (const pid_t each : all_processes()) children.emplace(static_cast<pid_t>(field_of(each, 4)), each);
+    std::vector<pid_t> found = {pid};
+    for (std::size_t i = 0; i < found.size(); ++i) {
+        const auto [begin, end] = children.equal_range(found[i]);
+        for (auto child = begin; child != end; ++child) found.push_back(child->second);
+    }
+    found.erase(found.begin());
+    return found;
 }
 
 std::string program_of(pid_t pid) {

@@ -17,6 +17,8 @@ std::vector<pid_t> all_processes();
 // The start of a process in clock ticks since the machine's; 0 if there is no such process.
 std::uint64_t start_of(pid_t pid);
 std::string program_of(pid_t pid);
+// Its children, and theirs.
+std::vector<pid_t> descendants_of(pid_t pid);
 // The inode of its network namespace, or 0.
 ino_t network_of(pid_t pid);
 // Whether the process was started with that variable in its environment.

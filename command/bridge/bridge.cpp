@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "command/bridge/pictures.h"
 #include "command/bridge/results.h"
 #include "command/bridge/tool_list.h"
 
@@ -207,8 +208,10 @@ void bridge::take_end(const open_call_pointer& call, const std::string& label, m
         }
     }
     if (end.how == mcp::call_end::cancelled) return;
-    call->call.done(end.how == mcp::call_end::answered ? passed_on(std::move(end.message), call->call.name)
-                                                       : unanswered(end, label));
+    if (end.how != mcp::call_end::answered) return call->call.done(unanswered(end, label));
+    json outcome = passed_on(std::move(end.message), call->call.name);
+    if (!settings_.pictures.empty()) name_pictures(outcome, settings_.pictures, call->call.name);
+    call->call.done(std::move(outcome));
 }
 
 void bridge::cancel(std::uint64_t id, const std::string& why) {

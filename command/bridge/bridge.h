@@ -32,8 +32,10 @@ struct bridge_settings {
     surroundings around;
     std::string version;                    // of this program
     std::chrono::milliseconds wait{10000};  // for an application, with each call
+    std::string pictures;                   // directory for a copy of each; none if empty
     std::string tools_file;                 // where applications' tools are kept; none if empty
     std::vector<own_tool> own_tools;        // beside app_list
+    std::function<std::string()> hint;      // what to do where no application is there; may be empty
 };
 
 class bridge final : public tool_source {
@@ -55,7 +57,7 @@ class bridge final : public tool_source {
 
     // Runs when the list of tools differs from what it was. To be set before the first client.
     void on_tools_changed(std::function<void()> tell) { tell_of_tools_ = std::move(tell); }
-    // From now on calls that name no application go to that process; with 0, to the one that runs.
+    // Calls that name no application go to that process as long as it is there; with 0, to the one that runs.
     void prefer(pid_t process);
 
     struct known_application {

@@ -85,6 +85,9 @@ void bridge::reconcile(std::vector<application> found) {
         gone.assign(std::make_move_iterator(first_gone), std::make_move_iterator(links_.end()));
         links_.erase(first_gone, links_.end());
         if (!gone.empty()) lost_at_ = clock::now();
+        for (const auto& each : gone) {
+            if (each->who().pid == preferred_) preferred_ = 0;
+        }
         for (application& each : found) {
             const auto is_known = [&](const auto& link) { return is_same(each, link->who()); };
             if (std::any_of(links_.begin(), links_.end(), is_known)) continue;
@@ -137,10 +140,12 @@ std::string bridge::why_none_locked(const open_call& call) const {
     const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(settings_.wait).count();
     std::string text = "The call was not run: ";
     if (links_.empty()) {
-        return text + "no application with the Velmoor layer came up in " + std::to_string(seconds) +
-               " s: nothing serves port 8720 on this machine. Start the application with "
-               "XR_ENABLE_API_LAYERS=XR_APILAYER_KESTX_velmoor, or by `velmoor run -- APPLICATION`; `velmoor doctor` "
-               "tells what else is missing.";
+        text += "no application with the Velmoor layer came up in " + std::to_string(seconds) +
+                " s: nothing serves port 8720 on this machine. ";
+        if (settings_.hint) return text + settings_.hint();
+        return text +
+               "Start the application with XR_ENABLE_API_LAYERS=XR_APILAYER_KESTX_velmoor, or by `velmoor run -- "
+               "APPLICATION`; `velmoor doctor` tells what else is missing.";
     }
     if (!call.app.empty())
         return text + "no application answers to \"" + call.app + "\". There are:" + listing_locked();

@@ -4,6 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "command/bridge/bridge.h"
 #include "mcp/client/blocking_client.h"
 
 namespace velmoor {
@@ -16,22 +17,22 @@ json tool_run::call(const std::string& tool, json arguments) {
         std::optional<json> outcome;
     };
     const auto arrived = std::make_shared<arrival>();
-    const std::uint64_t id = tools_.new_call_id();
-    tools_.start(id, {.name = tool,
-                      .arguments = std::move(arguments),
-                      .done =
-                          [arrived](json&& outcome) {
-                              const std::lock_guard lock(arrived->mutex);
-                              arrived->outcome = std::move(outcome);
-                              arrived->changed.notify_all();
-                          },
-                      .report = nullptr});
+    const std::uint64_t id = through_.new_call_id();
+    through_.start(id, {.name = tool,
+                        .arguments = std::move(arguments),
+                        .done =
+                            [arrived](json&& outcome) {
+                                const std::lock_guard lock(arrived->mutex);
+                                arrived->outcome = std::move(outcome);
+                                arrived->changed.notify_all();
+                            },
+                        .report = nullptr});
     std::unique_lock lock(arrived->mutex);
     while (!arrived->outcome) {
         arrived->changed.wait_for(lock, std::chrono::milliseconds(20));
         if (!is_cancelled()) continue;
         lock.unlock();
-        tools_.cancel(id, "the tool that called was cancelled");
+        through_.cancel(id, "the tool that called was cancelled");
         throw cancelled();
     }
     json outcome = std::move(*arrived->outcome);

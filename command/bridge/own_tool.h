@@ -12,12 +12,16 @@
 
 namespace velmoor {
 
+class bridge;
+
 // One call while it runs. Ends early, with `cancelled` thrown, once nobody waits for its answer any more.
 class tool_run {
  public:
     struct cancelled {};
 
-    tool_run(tool_source& tools, std::function<void(json&&)> report) : tools_(tools), report_(std::move(report)) {}
+    tool_run(bridge& through, std::function<void(json&&)> report) : through_(through), report_(std::move(report)) {}
+
+    bridge& through() { return through_; }
 
     // Calls a tool of an application, and gives its result. Throws std::runtime_error with the error's text, also where
     // the result says that it is one.
@@ -31,7 +35,7 @@ class tool_run {
  private:
     bool is_cancelled();
 
-    tool_source& tools_;
+    bridge& through_;
     const std::function<void(json&&)> report_;
     int steps_ = 0;
 

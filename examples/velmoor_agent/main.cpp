@@ -3,14 +3,11 @@
 //
 //     velmoor_agent [--exit] [--pictures DIRECTORY] [--watch FILE] [--film DIRECTORY] [http://127.0.0.1:8720]
 //
-//     velmoor_agent --call TOOL [ARGUMENTS] [http://127.0.0.1:8720]
-//
 // --exit ends the application in the last step. Pictures go to the present directory unless said otherwise. --watch
 // also shows what the application prints, from the file that takes it, and --film keeps what the user sees meanwhile as
-// numbered pictures. --call makes no tour: it calls one tool, with ARGUMENTS as a JSON object, and prints the text of
-// the answer.
+// numbered pictures.
 //
-// Exit code: 0 if all went well, 1 if a step of the tour or the tool failed, 2 if there was nobody to talk to.
+// Exit code: 0 if all went well, 1 if a step of the tour failed, 2 if there was nobody to talk to.
 
 #include <unistd.h>
 
@@ -28,8 +25,7 @@
 namespace {
 
 constexpr char kUsage[] =
-    "usage: velmoor_agent [--exit] [--pictures DIRECTORY] [--watch FILE] [--film DIRECTORY] [URL]\n"
-    "       velmoor_agent --call TOOL [JSON] [URL]";
+    "usage: velmoor_agent [--exit] [--pictures DIRECTORY] [--watch FILE] [--film DIRECTORY] [URL]";
 
 constexpr auto kServerComesUp = std::chrono::seconds(20);
 
@@ -39,8 +35,6 @@ struct Options {
     std::string watched_file;
     std::string film;
     bool exit_at_end = false;
-    std::string tool;  // to call instead of the tour
-    agent::json arguments = agent::json::object();
 };
 
 Options ReadOptions(int argc, char** argv) {
@@ -55,9 +49,6 @@ Options ReadOptions(int argc, char** argv) {
             options.watched_file = argv[++i];
         } else if (option == "--film" && i + 1 < argc) {
             options.film = argv[++i];
-        } else if (option == "--call" && i + 1 < argc) {
-            options.tool = argv[++i];
-            if (i + 1 < argc && argv[i + 1][0] == '{') options.arguments = agent::json::parse(argv[++i]);
         } else if (!option.empty() && option[0] != '-') {
             options.url = option;
         } else {
@@ -65,12 +56,6 @@ Options ReadOptions(int argc, char** argv) {
         }
     }
     return options;
-}
-
-int CallOnce(mcp::blocking_client& client, const Options& options) {
-    const agent::ToolAnswer answer = agent::CallTool(client, options.tool, options.arguments);
-    std::cout << answer.text << "\n";
-    return answer.is_error ? 1 : 0;
 }
 
 bool WantsColours() {
@@ -98,7 +83,6 @@ int Run(const Options& options) {
     mcp::blocking_client client(url, {{"name", "velmoor_agent"}, {"version", "1.0"}});
     client.await_ready(kServerComesUp);
     const agent::json told = client.await_introduction(kServerComesUp);
-    if (!options.tool.empty()) return CallOnce(client, options);
     const agent::json server = told.value("serverInfo", agent::json::object());
     agent::Transcript transcript(std::cout, WantsColours());
     transcript.Say("Connected to " + url + ": " + server.value("name", "?") + " " + server.value("version", "?") +

@@ -119,8 +119,10 @@ class Bridge : public testing::Test {
         auto made = std::make_unique<bridge>(bridge_settings{.around = machine_.seen(),
                                                              .version = "1",
                                                              .wait = wait,
+                                                             .pictures = {},
                                                              .tools_file = scratch_.path() + "/cache/tools.json",
-                                                             .own_tools = {}});
+                                                             .own_tools = {},
+                                                             .hint = nullptr});
         made->on_tools_changed([this] { ++changes_; });
         return made;
     }

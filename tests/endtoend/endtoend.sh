@@ -205,7 +205,7 @@ second_life() {
 expect_of() {
   local pattern=$1
   shift
-  "$build/bin/velmoor_agent" --call "$@" >"$scratch/answer.txt" 2>&1 || fail "the call of $1 ended with $?"
+  "$build/bin/velmoor" call "$@" >"$scratch/answer.txt" 2>&1 || fail "the call of $1 ended with $?"
   grep -q "$pattern" "$scratch/answer.txt" || fail "the answer of $1 lacks: $pattern"
 }
 
@@ -221,7 +221,7 @@ moves_relative_to_the_view() {
     expect_of true openxr_set_head_pose "{$ahead, \"duration_seconds\": $duration}"
   done
   for tool in get_head_pose:0.0,1.6,-0.2 get_controller_pose:0.5,1.2,-0.2; do
-    "$build/bin/velmoor_agent" --call "openxr_${tool%:*}" '{"hand": "right", "pose_type": "aim", "base_space": "stage"}' \
+    "$build/bin/velmoor" call "openxr_${tool%:*}" '{"hand": "right", "pose_type": "aim", "base_space": "stage"}' \
       >"$scratch/answer.txt" 2>&1 || fail "the call of ${tool%:*} ended with $?"
     tr -d ' \n' <"$scratch/answer.txt" | grep -qF "[${tool#*:}]" || fail "${tool%:*} does not tell ${tool#*:}"
   done

@@ -1,0 +1,78 @@
+#include "command/launch/launch_environment.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <system_error>
+
+#include "command/applications/finder.h"
+
+namespace velmoor {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kLayer = "XR_APILAYER_KESTX_velmoor";
+
+std::string beside(std::initializer_list<const char*> candidates) {
+    std::error_code unreadable;
+    const fs::path own = fs::read_symlink("/proc/self/exe", unreadable).parent_path();
+    for (const char* candidate : candidates) {
+        const fs::path path = (own / candidate).lexically_normal();
+        if (fs::exists(path, unreadable)) return path.string();
+    }
+    return {};
+}
+
+// Adds `part` to a list that is separated by ":", unless it is in there.
+void add_to_list(std::string& list, std::string_view part) {
+    for (std::size_t begin = 0; begin <= list.size();) {
+        const std::size_t end = std::min(list.find(':', begin), list.size());
+        if (std::string_view(list).substr(begin, end - begin) == part) return;
+        begin = end + 1;
+    }
+    if (!list.empty()) list += ':';
+    list += part;
+}
+
+}  // namespace
+
+own_files files_beside_program() {
+    own_files files;
+    files.layers = beside({"../layers", "../share/openxr/1/api_layers/explicit.d"});
+    files.layers_known = files.layers.starts_with("/usr/share/") || files.layers.starts_with("/usr/local/share/");
+    files.simulator = beside({"../lib/velmoor_simulator.json", "../share/velmoor/velmoor_simulator.json"});
+    return files;
+}
+
+environment current_environment() {
+    environment variables;
+    for (char** entry = environ; entry && *entry; ++entry) {
+        const std::string_view text = *entry;
+        const std::size_t equals = text.find('=');
+        if (equals != std::string_view::npos) variables.emplace(text.substr(0, equals), text.substr(equals + 1));
+    }
+    return variables;
+}
+
+environment launch_environment(environment base, const own_files& files, const launch_options& options) {
+    add_to_list(base["XR_ENABLE_API_LAYERS"], kLayer);
+    // The variable stands for all places in which the loader would look: it is set only where it is needed.
+    if (!files.layers.empty() && (!files.layers_known || base.contains("XR_API_LAYER_PATH"))) {
+        add_to_list(base["XR_API_LAYER_PATH"], files.layers);
+    }
+    if (options.simulator && !files.simulator.empty()) base["XR_RUNTIME_JSON"] = files.simulator;
+    base.emplace("ORVANICXR_VERBOSE", "1");
+    base.erase(kRunVariable);
+    base.emplace(kRunVariable, "1");
+    return base;
+}
+
+std::vector<std::string> entries_of(const environment& variables) {
+    std::vector<std::string> entries;
+    for (const auto& [name, value] : variables) entries.emplace_back(name).append("=").append(value);
+    return entries;
+}
+
+}  // namespace velmoor

@@ -1,0 +1,109 @@
+#!/usr/bin/env bash
+# The command as its user has it: with the demo on the simulator, each case from an empty home.
+#
+#   command.sh CASE BUILD_DIRECTORY      CASE is the name of a function below
+set -euo pipefail
+build=$2
+velmoor=$build/bin/velmoor
+scratch=$(mktemp -d)
+export HOME=$scratch VELMOOR_SIM_STRICT=1 VELMOOR_SIM_EYE_SIZE=64x64
+unset XDG_CACHE_HOME XDG_STATE_HOME XDG_CONFIG_HOME XR_RUNTIME_JSON XR_API_LAYER_PATH XR_ENABLE_API_LAYERS
+pids=()
+clean_up() {
+  for pid in "${pids[@]}"; do kill -KILL "$pid" 2>/dev/null || true; done
+  rm -rf "$scratch"
+}
+trap clean_up EXIT
+
+flunk() {
+  echo "FAILED: $1"
+  tail -n 40 "$scratch"/*.txt
+  exit 1
+}
+
+# expect CODE PATTERN WORD...: what the command prints, and how it ends.
+expect() {
+  local expected=$1 pattern=$2 code=0
+  shift 2
+  timeout 60 "$velmoor" "$@" >"$scratch/said.txt" 2>&1 </dev/null || code=$?
+  [ "$code" = "$expected" ] || flunk "'$*' ended with $code, not $expected"
+  grep -qE -e "$pattern" "$scratch/said.txt" || flunk "'$*' does not say: $pattern"
+}
+
+# gone PATTERN: no process with such a command line, soon.
+gone() {
+  for _ in $(seq 100); do pgrep -f "$1" >/dev/null || return 0; sleep 0.05; done
+  flunk "still there: $(pgrep -af "$1")"
+}
+
+shell_commands() {
+  expect 2 'A subcommand is required'
+  expect 2 'the application is missing' run
+  expect 2 'no JSON' call math_add '{'
+  expect 3 'no application' apps
+  expect 3 'nothing serves port 8720' call --wait 0.3 math_add '{"a": 1, "b": 2}'
+  expect 0 '^openxr_get_head_pose  [A-Z]' tools
+  expect 127 "nothing_there can't be started" run -- ./nothing_there
+  expect 5 fine run -- sh -c 'echo fine; exit 5'
+
+  # A script that leaves a child behind starts the application. It and the command's own socket lie in two networks.
+  "$velmoor" run -- sh -c "sleep 7654.$$ & exec \"\$0\"" "$build/bin/velmoor_demo" >"$scratch/run.txt" 2>&1 </dev/null &
+  pids+=($!)
+  local run=$!
+  expect 0 '"result": 3.0' call math_add '{"a": 1, "b": 2}'
+  expect 0 '^[0-9]+ velmoor_demo .*on Velmoor Simulator' apps
+  expect 0 XR_SESSION_STATE_FOCUSED call openxr_get_session_info
+  expect 1 'Parameter .a. is required' call math_add
+  expect 1 'Tool not found: nonsense' call nonsense
+  expect 0 "^$scratch/pictures/openxr_capture_.*png$" call --pictures "$scratch/pictures" openxr_capture_composited_image
+  [ "$(head -c 4 "$scratch"/pictures/*.png | tail -c 3)" = PNG ] || flunk "that is no picture"
+  expect 0 '^play_sequence ' tools
+  kill -KILL "$run"
+  gone "sleep 7654.$$"
+  gone "$build/bin/velmoor_demo"
+}
+
+# ask METHOD PARAMS: the answer is in $answer.
+ask() {
+  id=$((${id:-0} + 1))
+  echo "{\"jsonrpc\":\"2.0\",\"id\":$id,\"method\":\"$1\",\"params\":$2}" >&"${bridge[1]}"
+  until [[ ${answer:-} == *"\"id\":$id,"* ]]; do
+    IFS= read -r -t 60 -u "${bridge[0]}" answer || flunk "$1 $2 was not answered"
+  done
+  echo "$answer" >>"$scratch/answers.txt"
+}
+
+# called PATTERN TOOL [ARGUMENTS]
+called() {
+  ask tools/call "{\"name\":\"$2\",\"arguments\":${3:-{\}}}"
+  [[ $answer =~ $1 ]] || flunk "$2 does not answer: $1"
+}
+
+agents_loop() {
+  coproc bridge { exec "$velmoor" mcp --wait 1 -- "$build/bin/velmoor_demo" 2>"$scratch/bridge.txt"; }
+  local bridge_pid=$!
+  pids+=("$bridge_pid")
+  ask initialize '{"protocolVersion":"2025-11-25","capabilities":{},"clientInfo":{"name":"t","version":"1"}}'
+  gone "^$build/bin/velmoor_demo" # starting the bridge starts nothing else
+  called 'The tool app_start starts the application.*"isError":true' openxr_get_session_info
+  called 'session is in focus and frames flow' app_start
+  called 'runs already.*"isError":true' app_start
+  called XR_SESSION_STATE_FOCUSED openxr_get_session_info
+  called 'session is in focus and frames flow' app_restart
+  called XR_SESSION_STATE_FOCUSED openxr_get_session_info
+  called '\[DEBUG\]' app_output '{"lines":400,"level":"debug"}'
+  called 'ended with exit code 0' app_stop
+  called 'was not running' app_stop
+  called 'session is in focus' app_start
+  kill -KILL "$bridge_pid"
+  gone "^$build/bin/velmoor_demo"
+}
+
+agents_loop_over_a_failure() {
+  coproc bridge { exec "$velmoor" mcp -- sh -c 'echo it broke; exit 3' 2>"$scratch/bridge.txt"; }
+  pids+=($!)
+  ask initialize '{"protocolVersion":"2025-11-25"}'
+  called 'ended with exit code 3 before.*it broke.*"isError":true' app_start
+}
+
+"$1"

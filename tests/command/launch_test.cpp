@@ -1,0 +1,55 @@
+// In which environment an application is started, and how its output is read.
+#include <gtest/gtest.h>
+
+#include "command/launch/launch_environment.h"
+#include "command/launch/started_application.h"
+
+namespace velmoor {
+namespace {
+
+TEST(LaunchEnvironment, SwitchesTheLayerOnAndKeepsWhatIsThere) {
+    const own_files built{.layers = "/b/layers", .layers_known = false, .simulator = "/b/sim.json"};
+    const own_files installed{.layers = "/usr/share/x", .layers_known = true, .simulator = "/s.json"};
+    const launch_options on_simulator{};
+    EXPECT_EQ(launch_environment({{"A", "1"}}, built, on_simulator),
+              (environment{{"A", "1"},
+                           {"ORVANICXR_VERBOSE", "1"},
+                           {"VELMOOR_RUN", "1"},
+                           {"XR_API_LAYER_PATH", "/b/layers"},
+                           {"XR_ENABLE_API_LAYERS", "XR_APILAYER_KESTX_velmoor"},
+                           {"XR_RUNTIME_JSON", "/b/sim.json"}}));
+    const environment own{{"ORVANICXR_VERBOSE", "0"},
+                          {"XR_API_LAYER_PATH", "/mine"},
+                          {"XR_ENABLE_API_LAYERS", "XR_APILAYER_KESTX_velmoor_x:mine"},
+                          {"XR_RUNTIME_JSON", "/mine.json"}};
+    environment expected = own;
+    expected["VELMOOR_RUN"] = std::string("1");
+    expected["XR_API_LAYER_PATH"] += ":/usr/share/x";
+    expected["XR_ENABLE_API_LAYERS"] += ":XR_APILAYER_KESTX_velmoor";
+    const launch_options on_active_runtime{.simulator = false, .own_network = true};
+    EXPECT_EQ(launch_environment(own, installed, on_active_runtime), expected);
+    EXPECT_EQ(launch_environment(expected, installed, on_active_runtime), expected)
+        << "what is there is not added again";
+    EXPECT_FALSE(launch_environment({}, installed, on_simulator).contains("XR_API_LAYER_PATH"));
+}
+
+TEST(OutputLine, TellsTheLayersLevelsWithoutColours) {
+    struct row {
+        const char* printed;
+        const char* text;
+        bool is_layers;
+        int level;
+    };
+    for (const row& each : {row{"\x1b[90mT\x1b[0m [Velmoor] \x1b[32m[INFO]\x1b[0m x", "T [Velmoor] [INFO] x", true, 1},
+                            row{"T [Velmoor] \x1b[33m[WARNING]\x1b[0m x", "T [Velmoor] [WARNING] x", true, 2},
+                            row{"T [cpp-mcp] [DEBUG] x", "T [cpp-mcp] [DEBUG] x", true, 0},
+                            row{"[ERROR] its own\tx\r", "[ERROR] its own\tx", false, 1}}) {
+        const output_line line = parse_output_line(each.printed);
+        EXPECT_EQ(line.text, each.text);
+        EXPECT_EQ(line.is_layers, each.is_layers) << each.text;
+        EXPECT_EQ(line.level, each.level) << each.text;
+    }
+}
+
+}  // namespace
+}  // namespace velmoor
