@@ -5,11 +5,12 @@ squeezes it, and the picture shows the hand's cube where the hand is, and half a
 
     hello_xr.py BUILD_DIRECTORY GRAPHICS [SECONDS]      GRAPHICS as hello_xr names them: Vulkan2, Vulkan, OpenGL
 
-Goes on for SECONDS, with a picture each second. Ends with 77, which stands for "skipped", where something is missing
+With OpenGL it starts an X server of its own. Goes on for SECONDS, with a picture each second. Ends with 77, which stands for "skipped", where something is missing
 that is no part of the build. Where the package libopenxr-utils is not installed, its hello_xr may be unpacked as
 BUILD_DIRECTORY/hello_xr; bring_hello_xr.sh does it.
 """
 
+import contextlib
 import math
 import os
 import pathlib
@@ -120,19 +121,49 @@ def play(client, seconds):
         time.sleep(1)
 
 
+def missing(build, program, graphics):
+    """Why it can't be tried on this machine; nothing if it can."""
+    if not program:
+        return "there is no hello_xr (package libopenxr-utils)"
+    if "not found" in subprocess.run(["ldd", program], capture_output=True, text=True, check=False).stdout:
+        return "hello_xr lacks libraries (install libopenxr-utils)"
+    if graphics == "OpenGL":
+        drivers = pathlib.Path("/usr/lib/xorg/modules/drivers/dummy_drv.so")
+        if os.geteuid() != 0 or not shutil.which("Xorg") or not drivers.exists():
+            return "it takes root, and Xorg's dummy driver (packages xserver-xorg-core, xserver-xorg-video-dummy)"
+        return None
+    probe = [build / "bin" / "rendering_test", f"--gtest_filter=*PictureShows*/{graphics}"]
+    if "can't be had" in subprocess.run(probe, capture_output=True, text=True, check=False).stdout:
+        return f"this machine has no driver for {graphics} (package mesa-vulkan-drivers)"
+    return None
+
+
+@contextlib.contextmanager
+def x_server(scratch):
+    """DISPLAY names it."""
+    reader, writer = os.pipe()
+    command = ["Xorg", "-displayfd", str(writer), "-config", str(pathlib.Path(__file__).with_name("dummy.conf"))]
+    command += ["-noreset", "-nolisten", "tcp", "-logfile", f"{scratch}/xorg.log"]
+    with open(f"{scratch}/xorg.txt", "wb") as output:
+        server = subprocess.Popen(command, pass_fds=[writer], stdout=output, stderr=output)
+    os.close(writer)
+    try:
+        # Ends when the server does, if it never gets that far.
+        os.environ["DISPLAY"] = ":" + os.read(reader, 16).decode().strip()
+        yield
+    finally:
+        os.close(reader)
+        server.terminate()
+        server.wait(20)
+
+
 def main():
     build, graphics = pathlib.Path(sys.argv[1]), sys.argv[2]
     seconds = int(sys.argv[3]) if len(sys.argv) > 3 else 0
     program = shutil.which("hello_xr") or shutil.which("hello_xr", path=build)
-    if not program:
-        print("skipped: there is no hello_xr (package libopenxr-utils)")
-        return 77
-    if "not found" in subprocess.run(["ldd", program], capture_output=True, text=True, check=False).stdout:
-        print("skipped: hello_xr lacks libraries (install libopenxr-utils)")
-        return 77
-    probe = [build / "bin" / "rendering_test", f"--gtest_filter=*PictureShows*/{graphics}"]
-    if "can't be had" in subprocess.run(probe, capture_output=True, text=True, check=False).stdout:
-        print(f"skipped: this machine has no driver for {graphics} (package mesa-vulkan-drivers)")
+    reason = missing(build, program, graphics)
+    if reason:
+        print(f"skipped: {reason}")
         return 77
     os.environ.update(
         XR_RUNTIME_JSON=str(build / "lib" / "velmoor_simulator.json"),
@@ -140,7 +171,10 @@ def main():
         VELMOOR_SIM_EYE_SIZE=f"{SIZE}x{SIZE}",
         VELMOOR_SIM_STRICT="1",
     )
-    with tempfile.TemporaryDirectory() as scratch:
+    with contextlib.ExitStack() as stack:
+        scratch = stack.enter_context(tempfile.TemporaryDirectory())
+        if graphics == "OpenGL":
+            stack.enter_context(x_server(scratch))
         # It ends when its input does.
         application = None
         reader, writer = os.pipe()
