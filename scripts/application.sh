@@ -37,8 +37,8 @@ end_application() {
   wait "$pid"
 }
 
-# start_application NAME: builds it and runs it in the background. What it and the layer print goes to `log`, which is
-# NAME below build/release/demo. It ends with this script, if not before.
+# start_application NAME [OPTION...]: builds it and runs it in the background. What it and the layer print goes to `log`,
+# which is NAME below build/release/demo. It ends with this script, if not before.
 start_application() {
   local directory=build/release
   log=$directory/demo/$1
@@ -46,7 +46,8 @@ start_application() {
   need_free_port
   mkdir -p "$directory/demo"
   : >"$log"
-  (run_application "$directory" --seconds 120) >"$log" 2>&1 </dev/null &
+  shift
+  (run_application "$directory" --seconds 120 "$@") >"$log" 2>&1 </dev/null &
   application=$!
   trap 'end_application "$application"' EXIT
 }
@@ -69,6 +70,7 @@ run_demo() {
     film=(--film "$pictures")
   fi
   mkdir -p "$pictures"
+  need_gl_drivers
   start_application application.log
   say "the application runs; all that it and the layer print is in $log"
   build/release/bin/velmoor_agent --exit --pictures "$pictures" --watch "$log" "${film[@]}" || outcome=$?
@@ -77,7 +79,7 @@ run_demo() {
   if [ ${#film[@]} -gt 0 ]; then
     make_film "$pictures"
   else
-    say "what the agent saw: $pictures/velmoor_before.png and $pictures/velmoor_after.png"
+    say "what the agent saw before and after each act: $pictures/*.png"
   fi
   say "the demo went well"
 }
@@ -94,7 +96,7 @@ make_film() {
 # Has the running server tell what its tools are.
 run_docs() {
   need_tools python3:python3
-  start_application docs.log
+  start_application docs.log --headless
   python3 scripts/tools_page.py >build/release/demo/tools.md || fail "docs/tools.md can't be made; see $log"
   await_application
   mv build/release/demo/tools.md docs/tools.md
@@ -103,6 +105,7 @@ run_docs() {
 
 run_serve() {
   build release "${application_targets[@]}"
+  need_gl_drivers
   need_free_port
   mkdir -p build/release/demo
   say "an MCP client connects to http://127.0.0.1:$port/sse; Ctrl-C ends the application"

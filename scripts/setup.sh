@@ -89,6 +89,13 @@ build() {
   cmake --build "$directory" --parallel "$(nproc)" ${1:+--target "$@"} >&2 || fail "building $directory failed"
 }
 
+# With which the demo draws. Without them it runs headless.
+need_gl_drivers() {
+  local packages=(libegl1 libgl1-mesa-dri)
+  command -v apt-get >/dev/null || return 0
+  (need_packages "${packages[@]}") || say "no ${packages[*]}: the demo draws nothing"
+}
+
 # Drivers in software, and what checks their use. Without them the tests that render are skipped.
 need_rendering_drivers() {
   local packages=(mesa-vulkan-drivers vulkan-validationlayers libegl1 libgl1 libgl1-mesa-dri xvfb)

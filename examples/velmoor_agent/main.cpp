@@ -71,7 +71,10 @@ bool TakeTour(mcp::blocking_client& client, const Options& options, agent::Trans
         view.Show();
         film.Shoot();
     };
-    company.after_step = [&] { view.Settle(); };
+    company.after_step = [&] {
+        view.Settle();
+        film.Shoot();
+    };
     const auto steps = agent::MakeTour(options.pictures, options.exit_at_end);
     const bool went_well = agent::RunTour(client, steps, company, transcript);
     view.Summary();

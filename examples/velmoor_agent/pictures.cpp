@@ -27,8 +27,12 @@ void Film::Shoot() {
     due_ = now + kBetweenPictures;
     char name[32];
     std::snprintf(name, sizeof name, "/frame_%03d.png", taken_ + 1);
-    const ToolAnswer answer = CallTool(client_, "openxr_capture_composited_image", {{"eye", "left"}});
-    if (SavePicture(answer, directory_ + name).empty()) ++taken_;
+    try {
+        const ToolAnswer answer = CallTool(client_, "openxr_capture_composited_image", {{"eye", "left"}});
+        if (SavePicture(answer, directory_ + name).empty()) ++taken_;
+    } catch (const mcp::client_error&) {
+        // The application has ended.
+    }
 }
 
 }  // namespace agent

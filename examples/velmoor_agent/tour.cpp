@@ -29,6 +29,14 @@ ToolAnswer Call(mcp::blocking_client& client, const std::string& tool, const jso
     return answer.get();
 }
 
+constexpr char kCapture[] = "openxr_capture_composited_image";
+
+// Beside the steps: what can't be had is told, and is no failure.
+void Look(mcp::blocking_client& client, const std::string& file, Transcript& transcript) {
+    const std::string complaint = SavePicture(CallTool(client, kCapture, {{"eye", "left"}}), file);
+    transcript.Remark(complaint.empty() ? "seen as " + file : complaint);
+}
+
 bool TakeStep(mcp::blocking_client& client, const TourStep& step, const Company& company, Transcript& transcript) {
     const json arguments = step.late_arguments ? step.late_arguments() : step.arguments;
     transcript.Call(step.tool, arguments);
@@ -66,10 +74,14 @@ bool RunTour(mcp::blocking_client& client, const std::vector<TourStep>& steps, c
         if (offered.count(step.tool) == 0) {
             ++skipped;
             transcript.Remark("skipped: the server does not offer " + step.tool);
-        } else if (!TakeStep(client, step, company, transcript)) {
-            ++failed;
+            company.after_step();
+            continue;
         }
+        const bool is_seen = !step.seen_as.empty() && offered.count(kCapture) > 0;
+        if (is_seen) Look(client, step.seen_as + "_before.png", transcript);
+        if (!TakeStep(client, step, company, transcript)) ++failed;
         company.after_step();
+        if (is_seen) Look(client, step.seen_as + "_after.png", transcript);
     }
     transcript.Heading("The tour is over: " + std::to_string(number - skipped - failed) + " steps done, " +
                        std::to_string(skipped) + " skipped, " + std::to_string(failed) + " failed.");

@@ -24,6 +24,8 @@ struct TourStep {
     std::function<json()> late_arguments = nullptr;
     // Where the picture of the answer goes, as a PNG file; an answer without one then fails the step.
     std::string picture_file = {};
+    // An act that can be seen: pictures of what the user sees before and after it go to files that begin with this.
+    std::string seen_as = {};
 };
 
 // The steps of the tour, in order. Pictures go to `picture_directory`; the last step ends the application if

@@ -77,12 +77,18 @@ Steps SeeTheRoom(const std::string& picture_directory) {
     };
 }
 
-Steps TakeOver() {
-    const json after_the_walk = {0.0, 1.6, -1.0};
+// A step that changes what can be seen.
+TourStep Seen(TourStep step, const std::string& picture_directory, const char* name) {
+    step.seen_as = picture_directory + "/" + name;
+    return step;
+}
+
+Steps TakeOver(const std::string& picture_directory) {
+    const json after_the_walk = {0.0, 1.6, -0.5};
     return {
         {"Step back to a known place",
          "openxr_set_head_pose",
-         {{"position", {0.0, 1.6, 1.0}}, {"orientation", {0, 0, 0, 1}}, {"base_space", "stage"}},
+         {{"position", {0.0, 1.6, 1.5}}, {"orientation", {0, 0, 0, 1}}, {"base_space", "stage"}},
          Succeeded},
         {"Wait until the simulated controllers drive the application's input", "openxr_get_active_interaction_profile",
          json::object(),
@@ -103,19 +109,35 @@ Steps TakeOver() {
              return Expect(IsNear(answer.at("pose").at("position"), after_the_walk, 0.01), "the head is elsewhere");
          },
          kComingUp},
-        {"Hold the right controller out and point it to the left",
-         "openxr_set_controller_pose",
-         {{"hand", "right"},
-          {"pose_type", "aim"},
-          {"position", {0.3, 1.3, -1.5}},
-          {"orientation", {0.0, 0.3827, 0.0, 0.9239}},
-          {"base_space", "stage"},
-          {"duration_seconds", 1}},
-         Succeeded},
-        {"Pull its trigger, and let go after a moment",
-         "openxr_set_controller_input",
-         {{"hand", "right"}, {"component", "Trigger"}, {"value", 1}, {"auto_release", true}, {"hold_duration", 1.2}},
-         [](const json& answer) { return Expect(answer.at("auto_release") == true, "nothing will let go"); }},
+        Seen({"Hold the right controller out",
+              "openxr_set_controller_pose",
+              {{"hand", "right"},
+               {"pose_type", "grip"},
+               {"position", {0.3, 1.3, -1.1}},
+               {"orientation", {0.0, 0.3827, 0.0, 0.9239}},
+               {"base_space", "stage"},
+               {"duration_seconds", 1}},
+              Succeeded},
+             picture_directory, "hand"),
+        Seen({"Point it to the left",
+              "openxr_set_controller_pose",
+              {{"hand", "right"},
+               {"pose_type", "aim"},
+               {"position", {0.27, 1.3, -1.13}},
+               {"orientation", {0.0, 0.3827, 0.0, 0.9239}},
+               {"base_space", "stage"},
+               {"duration_seconds", 1}},
+              Succeeded},
+             picture_directory, "pointer"),
+        Seen({"Pull its trigger, and let go after a moment",
+              "openxr_set_controller_input",
+              {{"hand", "right"},
+               {"component", "Trigger"},
+               {"value", 1},
+               {"auto_release", true},
+               {"hold_duration", 1.5}},
+              [](const json& answer) { return Expect(answer.at("auto_release") == true, "nothing will let go"); }},
+             picture_directory, "trigger"),
         {"Push the left thumbstick forward",
          "openxr_set_controller_input",
          {{"hand", "left"}, {"component", "Thumbstick"}, {"sub_component", "Y"}, {"value", 0.75}},
@@ -145,12 +167,12 @@ Steps LookAtSomething(const std::string& picture_directory) {
     return {
         {"Compute the direction from the head to a point on the right",
          "math_sub",
-         {{"a", {2.0, 0.7, -2.0}}, {"b", {0.0, 1.6, -1.0}}},
+         {{"a", {2.0, 0.7, -2.0}}, {"b", {0.0, 1.6, -0.5}}},
          [=](const json& answer) {
              *direction = answer.at("result");
              return Succeeded(answer);
          }},
-        {"Compute how far it is", "math_calc", {{"expression", "sqrt(2**2 + 0.9**2 + 1**2)"}}, Succeeded},
+        {"Compute how far it is", "math_calc", {{"expression", "sqrt(2**2 + 0.9**2 + 1.5**2)"}}, Succeeded},
         build,
         look,
         picture,
@@ -164,29 +186,39 @@ Steps LookAtSomething(const std::string& picture_directory) {
     };
 }
 
-Steps PlayTheGame() {
+Steps PlayTheGame(const std::string& picture_directory) {
     return {
+        {"Go back to where the game can be seen",
+         "openxr_set_head_pose",
+         {{"position", {0.0, 1.6, 0.4}},
+          {"orientation", {0, 0, 0, 1}},
+          {"base_space", "stage"},
+          {"duration_seconds", 1}},
+         Succeeded},
         {"Ask the game for its score", "read_score", json::object(),
          [](const json& answer) { return Expect(answer.contains("score"), "there is no score"); }},
-        {"Have it spawn a cube",
-         "spawn_cube",
-         {{"position", {0.5, 1.0, -2.0}}, {"size", 0.3}, {"color", "red"}},
-         [](const json& answer) { return Expect(answer.contains("cube"), "there is no cube"); }},
-        {"Let it rain",
-         "set_weather",
-         {{"weather", "rain"}},
-         [](const json& answer) { return Expect(answer.value("weather", "") == "rain", "it does not rain"); }},
+        Seen({"Have it spawn a cube",
+              "spawn_cube",
+              {{"position", {0.5, 1.0, -1.4}}, {"size", 0.3}, {"color", "red"}},
+              [](const json& answer) { return Expect(answer.contains("cube"), "there is no cube"); }},
+             picture_directory, "cube"),
+        Seen({"Let it rain",
+              "set_weather",
+              {{"weather", "rain"}},
+              [](const json& answer) { return Expect(answer.value("weather", "") == "rain", "it does not rain"); }},
+             picture_directory, "weather"),
         {"Wait, inside the application, until a condition of its own holds",
          "wait_until",
          {{"condition", "weather_settled"}, {"timeout_seconds", 10}},
          [](const json& answer) { return Expect(answer.value("met", false), "it never came to hold"); }},
-        {"Play a timed sequence on the application's own frames",
-         "play_sequence",
-         {{"steps",
-           {{{"at_ms", 0}, {"action", "add_score"}, {"amount", 5}},
-            {{"at_ms", 100}, {"action", "set_weather"}, {"weather", "sun"}},
-            {{"at_ms", 200}, {"action", "add_score"}, {"amount", 5}}}}},
-         [](const json& answer) { return Expect(answer.at("happened").size() == 3, "not every step happened"); }},
+        Seen({"Play a timed sequence on the application's own frames",
+              "play_sequence",
+              {{"steps",
+                {{{"at_ms", 0}, {"action", "add_score"}, {"amount", 5}},
+                 {{"at_ms", 100}, {"action", "set_weather"}, {"weather", "sun"}},
+                 {{"at_ms", 200}, {"action", "add_score"}, {"amount", 5}}}}},
+              [](const json& answer) { return Expect(answer.at("happened").size() == 3, "not every step happened"); }},
+             picture_directory, "score"),
     };
 }
 
@@ -203,9 +235,9 @@ std::vector<TourStep> MakeTour(const std::string& picture_directory, bool exit_a
     Steps tour = LookAround();
     Append(tour, WatchFrames());
     Append(tour, SeeTheRoom(picture_directory));
-    Append(tour, TakeOver());
+    Append(tour, TakeOver(picture_directory));
     Append(tour, LookAtSomething(picture_directory));
-    Append(tour, PlayTheGame());
+    Append(tour, PlayTheGame(picture_directory));
     if (exit_at_end) tour.push_back(EndTheSession());
     return tour;
 }

@@ -1,7 +1,9 @@
 #include "examples/velmoor_demo/application.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <set>
 #include <string>
 #include <thread>
@@ -14,8 +16,9 @@
 namespace demo {
 namespace {
 
-// Without a graphics device there is no way but this one.
+// Without a graphics device there is no way but the first one.
 constexpr char kHeadless[] = "XR_MND_headless";
+constexpr const char* kDrawing[] = {"XR_MNDX_egl_enable", "XR_KHR_opengl_es_enable"};
 
 // What a mixed-reality application wants to know of the room; the demo runs without them, too.
 constexpr const char* kSceneExtensions[] = {
@@ -43,9 +46,20 @@ std::set<std::string> OfferedExtensions() {
     return names;
 }
 
+void TellThatNothingIsDrawn(const std::string& why) {
+    Report::Line("Running headless: " + why);
+}
+
 }  // namespace
 
+Application::Application(bool headless) {
+    std::string why;
+    if (!headless) gles_ = Gles::Make(why);
+    if (!why.empty()) TellThatNothingIsDrawn(why);
+}
+
 Application::~Application() {
+    picture_.reset();
     controls_.reset();
     if (view_ != XR_NULL_HANDLE) xrDestroySpace(view_);
     if (stage_ != XR_NULL_HANDLE) xrDestroySpace(stage_);
@@ -59,15 +73,23 @@ void Application::Start() {
     stage_ = CreateReferenceSpace(XR_REFERENCE_SPACE_TYPE_STAGE);
     view_ = CreateReferenceSpace(XR_REFERENCE_SPACE_TYPE_VIEW);
     controls_ = std::make_unique<Controls>(instance_, session_);
+    if (gles_) picture_ = std::make_unique<Picture>(instance_, system_, session_, *gles_);
 }
 
 void Application::CreateInstance() {
-    std::vector<const char*> extensions = {kHeadless};
     const std::set<std::string> offered = OfferedExtensions();
-    for (const char* name : kSceneExtensions) {
-        if (offered.count(name) > 0) extensions.push_back(name);
+    const auto is_offered = [&](const char* name) { return offered.count(name) > 0; };
+    if (gles_ && !std::all_of(std::begin(kDrawing), std::end(kDrawing), is_offered)) {
+        TellThatNothingIsDrawn("the runtime takes no OpenGL ES by EGL");
+        gles_.reset();
     }
-    if (offered.count(kExternalTools) > 0) extensions.push_back(kExternalTools);
+    std::vector<const char*> extensions;
+    if (gles_) extensions.assign(std::begin(kDrawing), std::end(kDrawing));
+    if (!gles_ || is_offered(kHeadless)) extensions.push_back(kHeadless);
+    for (const char* name : kSceneExtensions) {
+        if (is_offered(name)) extensions.push_back(name);
+    }
+    if (is_offered(kExternalTools)) extensions.push_back(kExternalTools);
     XrInstanceCreateInfo info = {};
     info.type = XR_TYPE_INSTANCE_CREATE_INFO;
     std::strcpy(info.applicationInfo.applicationName, "velmoor_demo");
@@ -90,9 +112,27 @@ void Application::CreateInstance() {
 
 void Application::CreateSession() {
     const XrSystemGetInfo system_info = {XR_TYPE_SYSTEM_GET_INFO, nullptr, XR_FORM_FACTOR_HEAD_MOUNTED_DISPLAY};
-    XrSessionCreateInfo info = {XR_TYPE_SESSION_CREATE_INFO, nullptr, 0, XR_NULL_SYSTEM_ID};
-    Check(xrGetSystem(instance_, &system_info, &info.systemId), "xrGetSystem");
+    Check(xrGetSystem(instance_, &system_info, &system_), "xrGetSystem");
+    const XrSessionCreateInfo info = {XR_TYPE_SESSION_CREATE_INFO, nullptr, 0, system_};
+    if (gles_) {
+        const XrResult result = CreateSessionThatDraws(info);
+        if (XR_SUCCEEDED(result)) return;
+        TellThatNothingIsDrawn("the runtime does not take this OpenGL ES: " + std::to_string(result));
+        gles_.reset();
+    }
     Check(xrCreateSession(instance_, &info, &session_), "xrCreateSession");
+}
+
+XrResult Application::CreateSessionThatDraws(XrSessionCreateInfo info) {
+    PFN_xrGetOpenGLESGraphicsRequirementsKHR get_requirements = nullptr;
+    Check(xrGetInstanceProcAddr(instance_, "xrGetOpenGLESGraphicsRequirementsKHR",
+                                reinterpret_cast<PFN_xrVoidFunction*>(&get_requirements)),
+          "xrGetInstanceProcAddr");
+    XrGraphicsRequirementsOpenGLESKHR requirements = {};
+    requirements.type = XR_TYPE_GRAPHICS_REQUIREMENTS_OPENGL_ES_KHR;
+    Check(get_requirements(instance_, system_, &requirements), "xrGetOpenGLESGraphicsRequirementsKHR");
+    info.next = &gles_->binding();
+    return xrCreateSession(instance_, &info, &session_);
 }
 
 XrSpace Application::CreateReferenceSpace(XrReferenceSpaceType type) {
@@ -185,11 +225,23 @@ void Application::RunFrame() {
     Check(xrBeginFrame(session_, nullptr), "xrBeginFrame");
     game_.AdvanceFrame();
 
-    report_.Frame(LocateHead(frame.predictedDisplayTime), controls_->Update(stage_, frame.predictedDisplayTime));
-    report_.Play(game_.standing());
+    const auto hands = controls_->Update(stage_, frame.predictedDisplayTime);
+    report_.Frame(LocateHead(frame.predictedDisplayTime), hands);
+    const Game::Standing standing = game_.standing();
+    report_.Play(standing);
 
-    const XrFrameEndInfo end = {XR_TYPE_FRAME_END_INFO,           nullptr, frame.predictedDisplayTime,
-                                XR_ENVIRONMENT_BLEND_MODE_OPAQUE, 0,       nullptr};
+    XrFrameEndInfo end = {XR_TYPE_FRAME_END_INFO,           nullptr, frame.predictedDisplayTime,
+                          XR_ENVIRONMENT_BLEND_MODE_OPAQUE, 0,       nullptr};
+    const XrCompositionLayerBaseHeader* layer = nullptr;
+    if (picture_) end.environmentBlendMode = picture_->blend_mode();
+    if (picture_ && frame.shouldRender) {
+        const auto boxes = MakeScene(standing, game_.LatestCubes(), hands, SecondsSinceStart());
+        layer = picture_->Draw(stage_, frame.predictedDisplayTime, boxes);
+    }
+    if (layer) {
+        end.layerCount = 1;
+        end.layers = &layer;
+    }
     Check(xrEndFrame(session_, &end), "xrEndFrame");
 }
 

@@ -1,4 +1,5 @@
-// An OpenXR application without a picture: instance, session, event loop and frame loop.
+// An OpenXR application: instance, session, event loop and frame loop. It draws its game over the room, with OpenGL ES
+// and no window; or it runs headless and draws nothing.
 #pragma once
 
 #include <openxr/openxr.h>
@@ -11,13 +12,15 @@
 
 #include "examples/velmoor_demo/controls.h"
 #include "examples/velmoor_demo/game.h"
+#include "examples/velmoor_demo/gles.h"
+#include "examples/velmoor_demo/picture.h"
 #include "examples/velmoor_demo/report.h"
 
 namespace demo {
 
 class Application {
  public:
-    Application() = default;
+    explicit Application(bool headless);
     ~Application();
     Application(const Application&) = delete;
     Application& operator=(const Application&) = delete;
@@ -30,6 +33,8 @@ class Application {
     void Start();
     void CreateInstance();
     void CreateSession();
+    // Where there is a context to draw with.
+    XrResult CreateSessionThatDraws(XrSessionCreateInfo info);
     XrSpace CreateReferenceSpace(XrReferenceSpaceType type);
     void PollEvents();
     void OnSessionState(XrSessionState state);
@@ -40,12 +45,16 @@ class Application {
     double SecondsSinceStart() const;
 
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    // Outlives the session. Null in a headless one.
+    std::unique_ptr<Gles> gles_;
     Game game_;  // outlives the instance, whose tools use it
     XrInstance instance_ = XR_NULL_HANDLE;
+    XrSystemId system_ = XR_NULL_SYSTEM_ID;
     XrSession session_ = XR_NULL_HANDLE;
     XrSpace stage_ = XR_NULL_HANDLE;
     XrSpace view_ = XR_NULL_HANDLE;
     std::unique_ptr<Controls> controls_;
+    std::unique_ptr<Picture> picture_;
     Report report_;
     XrSessionState state_ = XR_SESSION_STATE_UNKNOWN;
     // Between xrBeginSession and xrEndSession: frames are due.

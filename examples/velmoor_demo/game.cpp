@@ -8,6 +8,7 @@ namespace {
 
 constexpr auto kWeatherSettles = std::chrono::milliseconds(500);
 constexpr int kGoodScore = 10;
+constexpr std::size_t kCubesToSee = 200;
 
 }  // namespace
 
@@ -34,6 +35,12 @@ void Game::TakeStepLocked(const SequenceStep& step, std::int64_t now_ms) {
 Game::Standing Game::standing() const {
     const std::lock_guard lock(mutex_);
     return {score_, weather_, cubes_.size()};
+}
+
+std::vector<Cube> Game::LatestCubes() const {
+    const std::lock_guard lock(mutex_);
+    const std::size_t count = std::min(cubes_.size(), kCubesToSee);
+    return {cubes_.end() - static_cast<std::ptrdiff_t>(count), cubes_.end()};
 }
 
 std::size_t Game::SpawnCube(const Cube& cube) {

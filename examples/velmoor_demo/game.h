@@ -44,6 +44,8 @@ class Game {
     void AdvanceFrame();
 
     Standing standing() const;
+    // Those to be seen: the latest, for an agent may have any number.
+    std::vector<Cube> LatestCubes() const;
     // The number of the cube, from 1.
     std::size_t SpawnCube(const Cube& cube);
     // The weather changes at once and settles within half a second.

@@ -1,8 +1,10 @@
-// An ordinary headless OpenXR application: it says once a second where head and hands are and what is pressed.
+// An ordinary OpenXR application: it draws a small game over the room, and says once a second where head and hands are
+// and what is pressed.
 //
-//   velmoor_demo [--seconds N]
+//   velmoor_demo [--headless] [--seconds N]
 //
-// It ends after N seconds, on SIGINT or SIGTERM, or when the runtime or somebody else asks the session to exit.
+// It draws with OpenGL ES by EGL, with no window. --headless draws nothing, as the demo also does where there is no
+// EGL. It ends after N seconds, on SIGINT or SIGTERM, or when the runtime or somebody else asks the session to exit.
 // The exit code is 0 when it ended as asked, 1 when OpenXR failed, 2 when the command line is wrong.
 #include <atomic>
 #include <charconv>
@@ -34,15 +36,25 @@ std::optional<double> PositiveNumber(std::string_view text) {
 
 int main(int argc, char** argv) {
     std::optional<double> seconds;
-    if (argc == 3 && std::string_view(argv[1]) == "--seconds") seconds = PositiveNumber(argv[2]);
-    if (argc != 1 && !seconds) {
-        std::fprintf(stderr, "usage: velmoor_demo [--seconds N]\n");
+    bool headless = false;
+    bool is_good = true;
+    for (int i = 1; i < argc && is_good; ++i) {
+        const std::string_view option = argv[i];
+        if (option == "--headless") {
+            headless = true;
+        } else {
+            if (option == "--seconds" && i + 1 < argc) seconds = PositiveNumber(argv[++i]);
+            is_good = seconds.has_value();
+        }
+    }
+    if (!is_good) {
+        std::fprintf(stderr, "usage: velmoor_demo [--headless] [--seconds N]\n");
         return 2;
     }
     std::signal(SIGINT, StopOnSignal);
     std::signal(SIGTERM, StopOnSignal);
     try {
-        demo::Application application;
+        demo::Application application(headless);
         application.Run(seconds, g_stop);
         demo::Report::Line("Goodbye");
         return 0;

@@ -105,7 +105,7 @@ let_go
 
 # An application that runs with the layer, whose server tells its name.
 env VELMOOR_SIM_STRICT=1 HOME="$scratch/home" "$simulator" "$built" "$named" XDG_STATE_HOME="$scratch/home" \
-  "$build/bin/velmoor_demo" --seconds 60 >"$scratch/demo" 2>&1 </dev/null &
+  "$build/bin/velmoor_demo" --headless --seconds 60 >"$scratch/demo" 2>&1 </dev/null &
 pids+=($!)
 for _ in $(seq 200); do ! grep -q FOCUSED "$scratch/demo" || break; sleep 0.05; done
 row "an application runs" 0 'velmoor_demo \(pid [0-9]+\), which answers as OrvanicXR_MCP_Server 1.0.0' \

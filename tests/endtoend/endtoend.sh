@@ -97,7 +97,7 @@ layer_log() { cat "$state"/velmoor/logs/*/api_layer.log; }
 
 # The demo comes up, frames go by, the layer answers, and the demo ends on a signal.
 demo_runs_and_answers() {
-  start demo "$build/bin/velmoor_demo"
+  start demo "$build/bin/velmoor_demo" --headless
   wait_for_line demo 'FOCUSED, [0-9.]* frames a second'
   open_stream
   exec 4>&-
@@ -109,7 +109,7 @@ demo_runs_and_answers() {
 
 # The agent does all that it can, and at last has the application end.
 tour() {
-  start demo "$build/bin/velmoor_demo"
+  start demo "$build/bin/velmoor_demo" --headless
   "$build/bin/velmoor_agent" --exit --pictures "$scratch" >"$scratch/agent.txt" 2>&1 || fail "the tour ended with $?"
   ended_well demo
   grep -q "session is EXITING" "$scratch/demo.txt" || fail "the session did not exit"
@@ -147,7 +147,7 @@ installed() {
 port_taken() {
   start holder "$build/bin/port_holder" "$port"
   wait_for_line holder ready
-  start demo "$build/bin/velmoor_demo" --seconds 2
+  start demo "$build/bin/velmoor_demo" --headless --seconds 2
   ended_well demo
   grep -q 'FOCUSED, [0-9.]* frames a second' "$scratch/demo.txt" || fail "the application did not run"
   [ "$(layer_log | grep -c 'Failed to start server on ')" = 2 ] || fail "the log does not tell of both"
@@ -165,11 +165,11 @@ port_taken_on_ipv6() {
 # when the other is gone and connections to it linger.
 two_applications() {
   local first
-  start first "$build/bin/velmoor_demo"
+  start first "$build/bin/velmoor_demo" --headless
   first=$pid
   wait_for_line first 'FOCUSED, [0-9.]* frames a second'
   open_stream
-  start second "$build/bin/velmoor_demo" --seconds 2
+  start second "$build/bin/velmoor_demo" --headless --seconds 2
   ended_well second
   warned_of_a_shared_port "$pid" IPv4 IPv6
   warned_of_a_shared_port "$first"
@@ -212,7 +212,7 @@ expect_of() {
 # Relative to the view, at once and slowly: each goes as far as it is told, and the hand keeps its distance.
 moves_relative_to_the_view() {
   local ahead='"position": [0, 0, -0.1], "base_space": "view"' orientation='"orientation": [0, 0, 0, 1]' tool
-  start demo "$build/bin/velmoor_demo"
+  start demo "$build/bin/velmoor_demo" --headless
   wait_for_line demo 'FOCUSED, [0-9.]* frames a second'
   expect_of true openxr_set_head_pose '{"position": [0, 1.6, 0], '"$orientation"', "base_space": "stage"}'
   expect_of true openxr_set_controller_pose \
@@ -232,7 +232,7 @@ over_api_dump() {
   local manifests=$build/api_dump
   [ -d "$manifests" ] || { echo "skipped: the package openxr-layer-apidump can't be had"; exit 77; }
   export XR_API_LAYER_PATH=$XR_API_LAYER_PATH:$manifests XR_API_DUMP_FILE_NAME=$scratch/dump
-  XR_ENABLE_API_LAYERS=$XR_ENABLE_API_LAYERS:XR_APILAYER_LUNARG_api_dump start demo "$build/bin/velmoor_demo"
+  XR_ENABLE_API_LAYERS=$XR_ENABLE_API_LAYERS:XR_APILAYER_LUNARG_api_dump start demo "$build/bin/velmoor_demo" --headless
   wait_for_line demo 'FOCUSED, [0-9.]* frames a second'
   expect_of XR_EXT_local_floor openxr_get_instance_info '{"include_enabled_extensions": true}'
   expect_of true openxr_set_head_pose '{"position": [0, 1.6, 0]}'
@@ -258,7 +258,7 @@ as_told() {
   local lines
   lines=$(sed -n "/^<!-- tested: $1 -->\$/,/^\`\`\`\$/p" "$root/docs/clients.md" | sed '1,2d;$d')
   [ -n "$lines" ] || fail "the document has no lines for $1"
-  start demo "$build/bin/velmoor_demo"
+  start demo "$build/bin/velmoor_demo" --headless
   wait_for_line demo 'FOCUSED, [0-9.]* frames a second'
   timeout 60 "${@:2}" <<<"$lines" >"$scratch/client.txt" 2>&1 || fail "the client ended with $?"
   grep -q 'orientation_valid.*: true' "$scratch/client.txt" || fail "the client did not get the head's pose"

@@ -30,7 +30,7 @@ runs() {
   shift
   rm -rf "$XDG_STATE_HOME"
   env XR_RUNTIME_JSON="$prefix/share/velmoor/velmoor_simulator.json" "$@" \
-    timeout 60 "$prefix/bin/velmoor_demo" --seconds 1 >"$scratch/demo.txt" 2>&1 || flunk "the demo ended with $?"
+    timeout 60 "$prefix/bin/velmoor_demo" --headless --seconds 1 >"$scratch/demo.txt" 2>&1 || flunk "the demo ended with $?"
 }
 
 runs_with_layer() {

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The demo on the real loader and the simulator, with no layer between: it runs, sees its head, and ends well
-# by itself and on a signal.
+# by itself and on a signal, with a picture where the machine can draw, and without EGL.
 #
 #   demo_smoke.sh DEMO RUNTIME_MANIFEST
 set -euo pipefail
@@ -22,7 +22,10 @@ for line in "Running on Velmoor Simulator" "FOCUSED, [0-9.]* frames a second" "h
   grep -q "$line" "$scratch/timed.txt" || fail "the timed run does not say: $line"
 done
 
-"$1" > "$scratch/signalled.txt" 2>&1 &
+# With no EGL it runs, too, and says so.
+mkdir "$scratch/lib"
+: > "$scratch/lib/libEGL.so.1"
+LD_LIBRARY_PATH=$scratch/lib "$1" > "$scratch/signalled.txt" 2>&1 &
 pid=$!
 for _ in $(seq 100); do
   grep -q "session is FOCUSED" "$scratch/signalled.txt" && break
@@ -35,4 +38,5 @@ for _ in $(seq 100); do
 done
 kill -0 "$pid" 2>/dev/null && { kill -KILL "$pid"; fail "the signalled run did not end"; }
 wait "$pid" || fail "the signalled run ended with $?"
+grep -q "^Running headless: there is no libEGL.so.1" "$scratch/signalled.txt" || fail "it does not say that it draws nothing"
 grep -q "Goodbye" "$scratch/signalled.txt" || fail "the signalled run ended without a goodbye"

@@ -50,7 +50,7 @@ double StarvedSeconds(const std::string& process) {
     setenv("XR_ENABLE_API_LAYERS", "XR_APILAYER_KESTX_velmoor", 1);
     setenv("XDG_STATE_HOME", state_home.c_str(), 1);
     const std::string program = build + "/bin/velmoor_demo";
-    execl(program.c_str(), program.c_str(), nullptr);
+    execl(program.c_str(), program.c_str(), "--headless", nullptr);
     _exit(127);
 }
 
