@@ -15,6 +15,7 @@ using std::chrono::milliseconds;
 // A tool may take long. That its application has gone is seen by its stream.
 constexpr milliseconds kAnswerLimit = std::chrono::hours(1);
 constexpr milliseconds kBetweenWords{1000};
+constexpr milliseconds kLookHolds{250};
 
 json error_outcome(const std::string& text) {
     return outcome_of(text_result("Error: " + text, true));
@@ -119,7 +120,7 @@ std::string bridge::take_app_argument(const std::string& tool, json& arguments) 
 
 bridge::choice bridge::choose_locked(const open_call& call) const {
     std::vector<std::shared_ptr<application_link>> fit;
-    bool all_ready = has_looked_;
+    bool all_ready = true;
     for (const auto& each : links_) {
         if (each->state() == link_state::failing) continue;
         const bool fits =
@@ -144,19 +145,18 @@ bridge::choice bridge::choose_locked(const open_call& call) const {
 }
 
 void bridge::dispatch(const open_call_pointer& call) {
-    choice chosen;
+    std::shared_ptr<application_link> link;
+    bool is_stopping = false;
     {
         const std::lock_guard lock(mutex_);
-        if (is_stopping_) {
-            chosen.refusal = "The call was not run: velmoor ends.";
-        } else {
-            chosen = choose_locked(*call);
-        }
-        if (!chosen.link && chosen.refusal.empty()) waiting_.push_back(call);
+        is_stopping = is_stopping_;
+        // Who is there may have changed since the last look. Then the call waits for the next one, which comes at once;
+        // so does a call that is to be refused.
+        if (clock::now() < looked_at_ + kLookHolds) link = choose_locked(*call).link;
+        if (!link && !is_stopping) waiting_.push_back(call);
     }
-    if (chosen.link) return hand_to(chosen.link, call);
-    if (!chosen.refusal.empty()) return call->call.done(error_outcome(chosen.refusal));
-    kick();
+    if (is_stopping) return call->call.done(error_outcome("The call was not run: velmoor ends."));
+    link ? hand_to(link, call) : kick();
 }
 
 void bridge::hand_to(const std::shared_ptr<application_link>& link, const open_call_pointer& call) {

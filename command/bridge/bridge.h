@@ -121,7 +121,7 @@ class bridge final : public tool_source {
     bool is_expecting_ = false;
     bool is_kicked_ = false;
     bool is_stopping_ = false;
-    bool has_looked_ = false;
+    clock::time_point looked_at_;
     pid_t preferred_ = 0;
     json client_info_;
     std::uint64_t next_id_ = 1;

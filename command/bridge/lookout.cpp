@@ -94,7 +94,7 @@ void bridge::reconcile(std::vector<application> found) {
             links_.push_back(std::make_shared<application_link>(std::move(each), settings_.around, client_info,
                                                                 settings_.version, [this] { kick(); }));
         }
-        has_looked_ = true;
+        looked_at_ = clock::now();
         looked_at = links_;
     }
     for (const auto& each : looked_at) each->look_at_tools(clock::now());

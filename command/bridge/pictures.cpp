@@ -54,8 +54,13 @@ std::vector<std::string> save_pictures(const json& result, const std::string& di
         const auto time = std::chrono::system_clock::now().time_since_epoch();
         const auto milliseconds = std::chrono::duration_cast<std::chrono::milliseconds>(time).count();
         const std::string end = item.value("mimeType", json()) == "image/jpeg" ? ".jpg" : ".png";
-        const std::string path = std::filesystem::absolute(directory).lexically_normal() /
-                                 (tool + "_" + std::to_string(milliseconds) + "_" + std::to_string(files.size()) + end);
+        std::string name = tool;
+        name.append("_")
+            .append(std::to_string(milliseconds))
+            .append("_")
+            .append(std::to_string(files.size()))
+            .append(end);
+        const std::string path = std::filesystem::absolute(directory).lexically_normal() / name;
         std::ofstream file(path, std::ios::binary);
         file << decode_base64(item["data"].get_ref<const std::string&>()) << std::flush;
         if (!file) throw std::runtime_error("the picture can't be written to " + path);

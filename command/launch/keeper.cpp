@@ -12,6 +12,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <chrono>
@@ -65,6 +66,13 @@ bool enter_own_network() {
     return bring_loopback_up();
 }
 
+// As exec wants them, with a null pointer behind them.
+std::vector<char*> pointers_to(std::vector<std::string>& texts) {
+    std::vector<char*> pointers(texts.size() + 1, nullptr);
+    std::transform(texts.begin(), texts.end(), pointers.begin(), [](std::string& each) { return each.data(); });
+    return pointers;
+}
+
 [[noreturn]] void become(const std::vector<std::string>& command, const environment& variables, pid_t keeper) {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     if (getppid() != keeper) _exit(kNotStarted);  // it has ended before it was watched
@@ -73,14 +81,9 @@ bool enter_own_network() {
     sigprocmask(SIG_SETMASK, &none, nullptr);
     for (const int taken : {SIGINT, SIGQUIT, SIGPIPE}) std::signal(taken, SIG_DFL);
     std::vector<std::string> entries = entries_of(variables);
-    std::vector<char*> environment_array;
-    for (std::string& each : entries) environment_array.push_back(each.data());
-    environment_array.push_back(nullptr);
-    std::vector<char*> arguments;
-    for (const std::string& each : command) arguments.push_back(const_cast<char*>(each.c_str()));
-    arguments.push_back(nullptr);
-    execvpe(arguments[0], arguments.data(), environment_array.data());
-    std::fprintf(stderr, "velmoor: %s can't be started: %s\n", arguments[0], std::strerror(errno));
+    std::vector<std::string> words = command;
+    execvpe(command[0].c_str(), pointers_to(words).data(), pointers_to(entries).data());
+    std::fprintf(stderr, "velmoor: %s can't be started: %s\n", command[0].c_str(), std::strerror(errno));
     _exit(kNotStarted);
 }
 
@@ -147,9 +150,6 @@ keeper start_keeper(const std::vector<std::string>& command, const launch_option
     keeper made{0, mcp::descriptor(ends[0])};
     const mcp::descriptor keepers_end(ends[1]);
     std::vector<std::string> words = keepers_words(command, options);
-    std::vector<char*> arguments;
-    for (std::string& each : words) arguments.push_back(each.data());
-    arguments.push_back(nullptr);
     spawn_actions its;
     if (output >= 0) {
         posix_spawn_file_actions_addopen(&its.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
@@ -157,7 +157,8 @@ keeper start_keeper(const std::vector<std::string>& command, const launch_option
         posix_spawn_file_actions_adddup2(&its.actions, output, STDERR_FILENO);
     }
     posix_spawn_file_actions_adddup2(&its.actions, keepers_end.get(), kChannel);
-    const int error = posix_spawn(&made.process, "/proc/self/exe", &its.actions, nullptr, arguments.data(), environ);
+    const int error =
+        posix_spawn(&made.process, "/proc/self/exe", &its.actions, nullptr, pointers_to(words).data(), environ);
     if (error != 0) throw std::runtime_error(std::string("no process can be started: ") + std::strerror(error));
     return made;
 }

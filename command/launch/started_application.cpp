@@ -41,7 +41,7 @@ std::string plain(const std::string& text) {
 
 }  // namespace
 
-output_line parse_output_line(std::string text) {
+output_line parse_output_line(const std::string& text) {
     output_line line{.text = plain(text), .is_layers = false, .level = 1};
     constexpr std::array<std::string_view, 4> kLevels = {"[DEBUG]", "[INFO]", "[WARNING]", "[ERROR]"};
     line.is_layers =
@@ -143,13 +143,13 @@ void started_application::read_output(int from) {
                 line += byte;
                 continue;
             }
-            lines_.push_back(parse_output_line(std::move(line)));
+            lines_.push_back(parse_output_line(line));
             line.clear();
             if (lines_.size() > kMostLines) lines_.pop_front();
         }
     }
     const std::lock_guard lock(output_mutex_);
-    if (!line.empty()) lines_.push_back(parse_output_line(std::move(line)));
+    if (!line.empty()) lines_.push_back(parse_output_line(line));
 }
 
 }  // namespace velmoor

@@ -23,7 +23,7 @@ struct output_line {
     bool is_layers = false;
     int level = 1;  // 0 debug, 1 info, 2 warning, 3 error; what is not the layer's counts as 1
 };
-output_line parse_output_line(std::string text);
+output_line parse_output_line(const std::string& text);
 
 // Any thread may call. One after the other: start and stop are not to run at the same time.
 class started_application {

@@ -224,9 +224,14 @@ TEST_F(Bridge, ReachesTheApplicationThatIsMeantOrNone) {
     EXPECT_EQ(Call(*through, "lives"), "Error: own text of two");
     EXPECT_TRUE(Call(*through, "math_add", {{"app", "app3"}})
                     .starts_with("E Error: The call was not run: no application answers to"));
+    machine_.End(20);
+    EXPECT_EQ(Call(*through, "math_add"), "one{}");
+    machine_.Run(20, two);
+    std::this_thread::sleep_for(300ms);  // so long what was seen is taken to hold
+    EXPECT_NE(Call(*through, "math_add").find("2 applications run"), std::string::npos);
     through->prefer(20);
     EXPECT_EQ(Call(*through, "math_add"), "two{}");
-    EXPECT_EQ(one.runs + two.runs, 3);
+    EXPECT_EQ(one.runs + two.runs, 4);
 }
 
 TEST_F(Bridge, AnswersAtOnceWhenTheApplicationGoesAndServesTheNextOne) {
