@@ -72,7 +72,7 @@ class Session : private mcp::frame_sink {
     int Post(const std::string& body) { return Post(body, id_); }
     int Post(const std::string& body, const std::string& session_id) {
         mcp::http_request head{.method = "POST", .session_id = session_id, .headers = {{"user-agent", "fuzz"}}};
-        mcp::http_body posted{.text = body};
+        mcp::http_body posted{.text = mcp::page_string(body)};
         return server_.handle_jsonrpc(head, posted).status;
     }
 

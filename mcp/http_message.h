@@ -9,6 +9,7 @@
 
 #include "mcp/body_budget.h"
 #include "mcp/event_dispatcher.h"
+#include "mcp/page_allocator.h"
 
 namespace mcp {
 
@@ -28,7 +29,7 @@ struct http_request {
 
 // The body of a request, as far as it was taken.
 struct http_body {
-    std::string text = {};
+    page_string text = {};
     int refusal = 0;  // the status to answer with, where the body could not be taken; else 0
     // What it takes of the memory for requests, to be kept until the request is done with. Null where a test makes it.
     std::shared_ptr<body_budget::share> budget_share = nullptr;

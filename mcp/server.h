@@ -22,6 +22,7 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -102,6 +103,8 @@ class server {
     void run_maintenance() noexcept;
     void end_maintenance();
 
+    json parse_arguments(std::string_view text) const;
+    json parse_text(std::string_view text) const;
     http_answer accept_request(http_request& request, http_body& posted);
     void answer_request(const json_rpc_request& request, const std::string& session_id, const header_map& headers,
                         event_dispatcher& dispatcher) noexcept;
@@ -151,6 +154,11 @@ class server {
     std::map<std::string, std::shared_ptr<const registered_tool>, std::less<>> tools_;  // shared with running calls
     initialize_callback initialize_callback_;
     client_connected_callback client_connected_callback_;
+
+    // Of one thread, which parses large texts. The allocator keeps much of what a thread has freed for that thread, and
+    // parsing takes several times the text: many threads that do so would keep hundreds of megabytes for good.
+    mutable std::once_flag parser_started_;
+    mutable std::unique_ptr<thread_pool> parser_;
 
     thread_pool workers_;  // the last member: its tasks use all others
 };

@@ -28,6 +28,9 @@ constexpr http_header kPostHeaders[] = {
 
 constexpr std::array kSupportedProtocolVersions = {"2025-11-25", "2025-06-18", "2024-11-05"};
 
+// See server::parse_text.
+constexpr std::size_t kLargeText = 1u << 20;
+
 // The answer of a request whose dispatch gave none.
 constexpr const char* kNullFrame = "event: message\r\ndata: null\r\n\r\n";
 
@@ -125,6 +128,24 @@ http_answer server::handle_jsonrpc(http_request& request, http_body& body) {
     return refused(500, "Internal server error");
 }
 
+json server::parse_text(std::string_view text) const {
+    if (text.size() < kLargeText) return parse_json(text);
+    std::call_once(parser_started_, [this] { parser_ = std::make_unique<thread_pool>(1); });
+    json value;
+    std::exception_ptr failure;
+    parser_
+        ->enqueue([&] {
+            try {
+                value = parse_json(text);
+            } catch (...) {
+                failure = std::current_exception();
+            }
+        })
+        .wait();
+    if (failure) std::rethrow_exception(failure);
+    return value;
+}
+
 http_answer server::accept_request(http_request& request, http_body& posted) {
     const std::string& session_id = request.session_id;
     if (const auto open = sessions_->find(session_id)) open->touch();
@@ -132,8 +153,8 @@ http_answer server::accept_request(http_request& request, http_body& posted) {
     if (!charge(posted, json_overhead(posted.text))) return refused_body(503);
     json body;
     try {
-        body = parse_json(posted.text);
-        std::string().swap(posted.text);
+        body = parse_text(posted.text);
+        page_string().swap(posted.text);
         // What is left of its share stands for what was made of it.
         if (posted.budget_share) posted.budget_share->give_back((kUnparsedCopies - 1) * body_bytes);
     } catch (const std::exception& e) {

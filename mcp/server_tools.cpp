@@ -30,17 +30,15 @@ json to_json(const tool& declaration) {
     return object;
 }
 
-namespace {
+namespace {}  // namespace
 
-json parse_arguments(const std::string& text) {
+json server::parse_arguments(std::string_view text) const {
     try {
-        return parse_json(text);
+        return parse_text(text);
     } catch (const std::exception& e) {
         throw mcp_exception(kInvalidParams, std::string("Invalid JSON arguments: ") + e.what());
     }
 }
-
-}  // namespace
 
 void server::register_tool(const tool& declaration, tool_handler handler) {
     auto entry = std::make_shared<const registered_tool>(registered_tool{declaration, std::move(handler)});

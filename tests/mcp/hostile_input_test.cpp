@@ -1,6 +1,8 @@
 // Peers that break the rules, of the protocol or of good manners: whatever they send harms nobody else.
 #include <gmock/gmock.h>
+#include <unistd.h>
 
+#include <fstream>
 #include <map>
 #include <random>
 #include <thread>
@@ -134,6 +136,29 @@ TEST_F(HostileInput, BodiesInHandAreLimited) {
     EXPECT_EQ(http_exchange(socket, initialize).status, 503);
     go_on_.set_value();
     EXPECT_THAT(good_->next_message(), HasSubstr("waited"));
+}
+
+std::size_t resident_bytes() {
+    std::size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages >> pages;
+    return pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+}
+
+TEST_F(HostileInput, LargeBodiesLeaveLittleMemoryBehind) {
+    if (VELMOOR_SANITIZED) GTEST_SKIP() << "a sanitizer keeps memory for reasons of its own";
+    const std::string request = post_request("/message", '"' + std::string(15u << 20, 'x') + '"');
+    const std::size_t before = resident_bytes();
+    std::vector<std::thread> senders;
+    for (int i = 0; i < 12; ++i) {
+        senders.emplace_back([&] {
+            for (int times = 0; times < 3; ++times) {
+                raw_socket socket(Port());
+                http_exchange(socket, request);
+            }
+        });
+    }
+    for (std::thread& sender : senders) sender.join();
+    EXPECT_LT(resident_bytes(), before + (100u << 20));
 }
 
 TEST_F(HostileInput, NoUtf8ComesBackReplaced) {
