@@ -1,5 +1,8 @@
 #include "simulator/session.h"
 
+#include <cstddef>
+#include <cstring>
+
 #include "simulator/extensions.h"
 #include "simulator/hand_tracking.h"
 #include "simulator/instance.h"
@@ -12,13 +15,18 @@ namespace {
 
 constexpr std::size_t kMaxSessions = 4;
 
-void ForgetStateEvents(Instance& instance, XrSession session) {
+// Those that name the session, which does so at the same place in both kinds.
+void ForgetEvents(Instance& instance, XrSession session) {
     instance.events.DropIf([session](const XrEventDataBuffer& buffer) {
-        XrEventDataSessionStateChanged event;
+        XrEventDataInteractionProfileChanged event;
         std::memcpy(&event, &buffer, sizeof(event));
-        return event.type == XR_TYPE_EVENT_DATA_SESSION_STATE_CHANGED && event.session == session;
+        const bool names_session = event.type == XR_TYPE_EVENT_DATA_SESSION_STATE_CHANGED ||
+                                   event.type == XR_TYPE_EVENT_DATA_INTERACTION_PROFILE_CHANGED;
+        return names_session && event.session == session;
     });
 }
+static_assert(offsetof(XrEventDataInteractionProfileChanged, session) ==
+              offsetof(XrEventDataSessionStateChanged, session));
 
 GraphicsExtensions EnabledGraphics(const Instance& instance) {
     return {.vulkan = instance.HasExtension(kVulkanEnable) || instance.HasExtension(kVulkanEnable2),
@@ -92,7 +100,7 @@ XrResult DestroySession(XrSession session) {
     return Guarded([&](Runtime& runtime) {
         const auto ended = runtime.Get(session);
         ended->Close(runtime);
-        ForgetStateEvents(*ended->instance, session);
+        ForgetEvents(*ended->instance, session);
         runtime.handles.RemoveIf<Space>([&](const Space& space) { return space.session == ended; });
         runtime.Remove<Session>(session);
         runtime.frame_changed.notify_all();

@@ -100,7 +100,7 @@ TEST_F(SimulatorActions, SourcesAreNamedInWords) {
     char name[64] = {};
     EXPECT_EQ(GetInputSourceLocalizedName(session, &info, sizeof(name), &count, name), XR_SUCCESS);
     EXPECT_STREQ(name, "Left Hand Touch Controller Trigger Value");
-    for (const XrInputSourceLocalizedNameFlags unknown : {0, 8}) {
+    for (const XrInputSourceLocalizedNameFlags unknown : {0u, 8u}) {
         info.whichComponents = unknown;
         EXPECT_EQ(GetInputSourceLocalizedName(session, &info, sizeof(name), &count, name), XR_ERROR_VALIDATION_FAILURE);
     }

@@ -115,6 +115,11 @@ TEST_F(SimulatorAutomation, ProfileIsSelectedAtTheNextSync) {
     SyncSet();
     EXPECT_TRUE(ProfileChangeIsTold());
     EXPECT_EQ(ProfileOf(kLeft), "");
+
+    Activate(kProntoProfile, kLeft);
+    SyncSet();
+    DestroySession(session_);
+    EXPECT_FALSE(ProfileChangeIsTold()) << "of a session that is gone";
 }
 
 TEST_F(SimulatorAutomation, DeviceFeedsNothingThatWasNotSuggestedForItsProfile) {
