@@ -4,6 +4,7 @@
 //   velmoor_lifecycle cycles COUNT
 //   velmoor_lifecycle load SECONDS
 //   velmoor_lifecycle exit|return|_exit
+#include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -68,7 +69,9 @@ int LiveUnderLoad(int cycle) {
     return life.StopCallers();
 }
 
+// Without what is free and only not yet given back.
 double ResidentMegabytes() {
+    malloc_trim(0);
     long pages = 0;
     std::ifstream("/proc/self/statm").ignore(20, ' ') >> pages;
     return static_cast<double>(pages * sysconf(_SC_PAGESIZE)) / 1e6;
@@ -78,7 +81,8 @@ double ResidentMegabytes() {
 int UnderLoad(int seconds) {
     const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(seconds);
     constexpr int kSettledAt = 4;
-    constexpr double kMostGrowth_mb = 32;
+    constexpr int kJudgedFrom = 20;  // fewer lives, or a sanitizer's, say nothing of memory
+    constexpr double kMostGrowth_mb = 8;
     Holdings settled;
     double settled_mb = 0;
     int answered = 0;
@@ -94,7 +98,7 @@ int UnderLoad(int seconds) {
     const double mb = ResidentMegabytes();
     std::cout << "cycle " << kSettledAt << ": " << settled << ", " << settled_mb << " MB; cycle " << cycle << ": "
               << Holdings::Now() << ", " << mb << " MB; " << answered << " calls answered, none lost\n";
-    return no_more && mb <= settled_mb + kMostGrowth_mb ? 0 : 1;
+    return no_more && (cycle < kJudgedFrom || mb <= settled_mb + kMostGrowth_mb) ? 0 : 1;
 }
 
 int Main(int argc, char** argv) {
