@@ -96,7 +96,8 @@ need_gl_drivers() {
   (need_packages "${packages[@]}") || say "no ${packages[*]}: the demo draws nothing"
 }
 
-# Drivers in software, what checks their use, and an application of others with its X server. Without them the tests that render are skipped.
+# Drivers in software, what checks their use, and an application of others with its X server. Without them the tests that
+# render are skipped.
 need_rendering_drivers() {
   local packages=(mesa-vulkan-drivers vulkan-validationlayers libegl1 libgl1 libgl1-mesa-dri xvfb
     libopenxr-utils xserver-xorg-core xserver-xorg-video-dummy)
