@@ -35,7 +35,7 @@ struct Shot {
     Settings::EyeSize size = {};
     // Null in a headless session; it may end at any time.
     std::shared_ptr<Session> rendering;
-    std::uint64_t waits = 0;
+    CallCounts calls;
     std::shared_ptr<const SubmittedFrame> frame;
 };
 
@@ -43,7 +43,7 @@ struct Shot {
 std::shared_ptr<const SubmittedFrame> FrameOf(const Shot& shot) {
     std::unique_lock lock(Runtime::instance().mutex);
     if (!shot.rendering->running) Refuse(XR_ERROR_SESSION_NOT_RUNNING);
-    return shot.rendering->requests.Await(lock, shot.eye, shot.waits);
+    return shot.rendering->requests.Await(lock, shot.eye, shot.calls);
 }
 
 std::shared_ptr<Session> RunningSession(const Runtime& runtime, XrSession handle) {
@@ -90,7 +90,7 @@ Shot Take(const std::shared_ptr<Session>& taken, SimulatorCompositorCaptureInfo&
     shot.room = capture.room;
     shot.size = settings.eye_size;
     if (session.graphics) shot.rendering = taken;
-    shot.waits = session.frames.wait_calls;
+    shot.calls = session.frames.calls;
     return shot;
 }
 

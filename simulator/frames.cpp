@@ -71,6 +71,11 @@ void FrameLoop::Start(XrTime now) {
     begun = false;
 }
 
+void FrameLoop::CountWait() {
+    ++calls.waits;
+    syncs_each_frame_ = calls.syncs != std::exchange(syncs_before_wait_, calls.syncs);
+}
+
 XrTime FrameLoop::ClaimTick(XrTime now) {
     last_tick_ = std::max(last_tick_ + 1, (now - epoch_) / period_);
     return epoch_ + last_tick_ * period_;
@@ -84,7 +89,8 @@ XrResult WaitFrame(XrSession session, const XrFrameWaitInfo* info, XrFrameState*
         const auto waiting = runtime.Get(session);
         if (info) RequireType(info, XR_TYPE_FRAME_WAIT_INFO);
         RequireType(state, XR_TYPE_FRAME_STATE);
-        const std::uint64_t call = ++waiting->frames.wait_calls;
+        waiting->frames.CountWait();
+        const std::uint64_t call = waiting->frames.calls.waits;
         const XrTime tick = AwaitTick(runtime, lock, session);
         waiting->frames.waited_wait = call;
         state->predictedDisplayTime = waiting->frames.DisplayTime(tick);

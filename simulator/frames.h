@@ -8,6 +8,12 @@
 
 namespace simulator {
 
+// What the application had called when: xrWaitFrame and xrSyncActions since the session was made.
+struct CallCounts {
+    std::uint64_t waits = 0;
+    std::uint64_t syncs = 0;
+};
+
 class FrameLoop {
  public:
     explicit FrameLoop(double frames_per_second = 72.0);
@@ -28,8 +34,17 @@ class FrameLoop {
         return last_tick_ > 0 ? DisplayTime(epoch_ + last_tick_ * period_) : now;
     }
 
-    // Calls of xrWaitFrame since the session was made, and which of them the frames below come from.
-    std::uint64_t wait_calls = 0;
+    // The next frame is waited for.
+    void CountWait();
+
+    // Whether the frame that is begun shows everything that was so at `earlier`: it was waited for later, and, of an
+    // application that reads its input with every frame, its input was read later.
+    bool ShowsAllOf(const CallCounts& earlier) const {
+        return begun_wait > earlier.waits && (!syncs_each_frame_ || calls.syncs > earlier.syncs);
+    }
+
+    CallCounts calls;
+    // Which of the waits the frames below come from.
     std::uint64_t waited_wait = 0;
     std::uint64_t begun_wait = 0;
     // A thread is inside xrWaitFrame for the next frame.
@@ -42,6 +57,9 @@ class FrameLoop {
     XrDuration period_;
     XrTime epoch_ = 0;
     std::int64_t last_tick_ = 0;
+    std::uint64_t syncs_before_wait_ = 0;
+    // There was one between the two newest waits.
+    bool syncs_each_frame_ = false;
 };
 
 XRAPI_ATTR XrResult XRAPI_CALL WaitFrame(XrSession session, const XrFrameWaitInfo* info, XrFrameState* state);

@@ -171,6 +171,7 @@ XrResult SyncActions(XrSession session, const XrActionsSyncInfo* info) {
     return Guarded([&](Runtime& runtime) {
         Session& owner = *runtime.Get(session);
         RequireType(info, XR_TYPE_ACTIONS_SYNC_INFO);
+        ++owner.frames.calls.syncs;
         const ActiveSets active = CheckedActiveSets(runtime, owner, *info);
         if (owner.state != XR_SESSION_STATE_FOCUSED) {
             owner.input.states.clear();

@@ -51,10 +51,10 @@ std::optional<XrPosef> ToldViews::HeadAt(XrTime time) const {
 }
 
 std::shared_ptr<const SubmittedFrame> FrameRequests::Await(std::unique_lock<std::mutex>& lock, std::size_t eye,
-                                                           std::uint64_t waits) {
+                                                           const CallCounts& calls) {
     const auto request = std::make_shared<FrameRequest>();
     request->eye = eye;
-    request->waits = waits;
+    request->calls = calls;
     request->made = std::chrono::steady_clock::now();
     pending_.push_back(request);
     request->settled.wait_for(lock, kLongestWait, [&] { return request->frame || XR_FAILED(request->failure); });
@@ -63,10 +63,10 @@ std::shared_ptr<const SubmittedFrame> FrameRequests::Await(std::unique_lock<std:
     return request->frame ? request->frame : last_[eye];
 }
 
-std::vector<std::shared_ptr<FrameRequest>> FrameRequests::Take(std::uint64_t wait) {
+std::vector<std::shared_ptr<FrameRequest>> FrameRequests::Take(const FrameLoop& frames) {
     const auto now = std::chrono::steady_clock::now();
     const auto is_settled = [&](const auto& request) {
-        return wait > request->waits || now - request->made > kPatience;
+        return frames.ShowsAllOf(request->calls) || now - request->made > kPatience;
     };
     std::vector<std::shared_ptr<FrameRequest>> taken;
     std::copy_if(pending_.begin(), pending_.end(), std::back_inserter(taken), is_settled);
@@ -108,7 +108,7 @@ FrameReading PlanReading(const Runtime& runtime, Session& session, const XrFrame
     // The application draws the hands.
     world.controllers = {};
     if (head) world.eyes = EyesOf(*head);
-    for (auto& request : session.requests.Take(session.frames.begun_wait)) {
+    for (auto& request : session.requests.Take(session.frames)) {
         FrameReading::Part part;
         part.frame = std::make_shared<SubmittedFrame>();
         part.frame->mode = info.environmentBlendMode;

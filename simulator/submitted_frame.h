@@ -1,7 +1,7 @@
-// How a frame of the application's comes into a picture. Whoever wants one leaves a request with the session and
-// waits; the xrEndFrame that ends a frame which began after that reads the images of its layers into plain memory and
-// hands it over. So the graphics device is used by the application's thread alone, and while nobody asks, nothing is
-// read, copied or allocated.
+// How a frame of the application's comes into a picture. Whoever wants one leaves a request with the session and waits;
+// the xrEndFrame that ends a frame which began after that, and for which the application read its input after that,
+// reads the images of its layers into plain memory and hands it over. So the graphics device is used by the
+// application's thread alone, and while nobody asks, nothing is read, copied or allocated.
 #pragma once
 
 #include <openxr/openxr.h>
@@ -16,6 +16,7 @@
 #include <optional>
 #include <vector>
 
+#include "simulator/frames.h"
 #include "simulator/layers.h"
 #include "simulator/world.h"
 
@@ -32,8 +33,8 @@ struct SubmittedFrame {
 
 struct FrameRequest {
     std::size_t eye = 0;
-    // Calls of xrWaitFrame that came before it: what those frames show may be older than the request.
-    std::uint64_t waits = 0;
+    // Those that came before it: what their frames show may be older than the request.
+    CallCounts calls;
     std::chrono::steady_clock::time_point made;
     // Told under the runtime's mutex, once one of the following is there.
     std::condition_variable settled;
@@ -61,14 +62,14 @@ class ToldViews {
 // A session's; the runtime's mutex guards it.
 class FrameRequests {
  public:
-    // `waits` is the count of calls of xrWaitFrame so far. Waits with the mutex open, no longer than half a second;
+    // `calls` are those so far. Waits with the mutex open, no longer than half a second;
     // gives the last frame that somebody got of this eye where none comes, and null where there was none. Throws what
     // failed.
     std::shared_ptr<const SubmittedFrame> Await(std::unique_lock<std::mutex>& lock, std::size_t eye,
-                                                std::uint64_t waits);
+                                                const CallCounts& calls);
 
-    // Those that a frame settles whose xrWaitFrame was call number `wait`; with it they are no longer here.
-    std::vector<std::shared_ptr<FrameRequest>> Take(std::uint64_t wait);
+    // Those that the frame settles which is begun; with it they are no longer here.
+    std::vector<std::shared_ptr<FrameRequest>> Take(const FrameLoop& frames);
     bool empty() const { return pending_.empty(); }
 
     void Settle(FrameRequest& request, std::shared_ptr<const SubmittedFrame> frame, XrResult failure);

@@ -79,13 +79,9 @@ def cube_box(middle, edge):
 
 
 def expect_box(client, what, empty, expected):
-    # An application that syncs its actions before it waits for its frame shows an input one frame later.
-    for _ in range(3):
-        box = changed_box(empty, picture(client))
-        print(f"{what}: seen at {box}, expected at {[round(edge, 1) for edge in expected]}")
-        if box and all(math.isclose(a, b, abs_tol=1.2) for a, b in zip(box, expected)):
-            return
-    raise AssertionError(what)
+    box = changed_box(empty, picture(client))
+    print(f"{what}: seen at {box}, expected at {[round(edge, 1) for edge in expected]}")
+    assert box and all(math.isclose(a, b, abs_tol=1.2) for a, b in zip(box, expected)), what
 
 
 def place_hand(client, position):

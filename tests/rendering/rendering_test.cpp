@@ -281,22 +281,33 @@ TEST_P(Rendering, PictureIsOfAFrameThatIsWaitedForAfterTheRequest) {
     auto state = Typed<XrFrameState>(XR_TYPE_FRAME_STATE);
     EXPECT_EQ(xrWaitFrame(session_, nullptr, &state), XR_SUCCESS);
     EXPECT_EQ(xrBeginFrame(session_, nullptr), XR_SUCCESS);
-    bool is_first = true;
-    const auto picture = Capture(1, [&] {
-        if (std::exchange(is_first, false)) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(30));
-            EXPECT_EQ(End(state.predictedDisplayTime, Projection(swapchain, state.predictedDisplayTime)), XR_SUCCESS);
-            return;
-        }
-        RunFrame([&](XrTime time) {
+    const auto show = [&](std::uint32_t layer) {
+        return RunFrame([&](XrTime time) {
             const auto layers = Projection(swapchain, time);
-            views_[0].subImage.imageArrayIndex = 1;
+            views_[0].subImage.imageArrayIndex = layer;
             return layers;
         });
+    };
+    bool is_first = true;
+    const auto picture = Capture(1, [&] {
+        if (!std::exchange(is_first, false)) return show(1);
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        return End(state.predictedDisplayTime, Projection(swapchain, state.predictedDisplayTime));
     });
     // The second layer is the first one's mirror image: red is on the right.
     const Colour red = GetParam().srgb_is_swapped ? Colour{40, 30, 200} : Colour{200, 30, 40};
     EXPECT_EQ(QuartersOf(picture)[1], red);
+
+    // The input that the first frame shows was read before the request.
+    const XrActionsSyncInfo nothing = {XR_TYPE_ACTIONS_SYNC_INFO, nullptr, 0, nullptr};
+    xrSyncActions(session_, &nothing);
+    is_first = true;
+    const auto later = Capture(1, [&] {
+        if (is_first) std::this_thread::sleep_for(std::chrono::milliseconds(30));
+        show(std::exchange(is_first, false) ? 0 : 1);
+        xrSyncActions(session_, &nothing);
+    });
+    EXPECT_EQ(QuartersOf(later)[1], red);
 }
 
 TEST_P(Rendering, SurfacesBendAroundTheEye) {
