@@ -79,9 +79,13 @@ def cube_box(middle, edge):
 
 
 def expect_box(client, what, empty, expected):
-    box = changed_box(empty, picture(client))
-    print(f"{what}: seen at {box}, expected at {[round(edge, 1) for edge in expected]}")
-    assert box and all(math.isclose(a, b, abs_tol=1.2) for a, b in zip(box, expected)), what
+    # Of an application that takes a quarter of a second for a frame, as on a busy machine, the first may be older.
+    for _ in range(2):
+        box = changed_box(empty, picture(client))
+        print(f"{what}: seen at {box}, expected at {[round(edge, 1) for edge in expected]}")
+        if box and all(math.isclose(a, b, abs_tol=1.2) for a, b in zip(box, expected)):
+            return
+    raise AssertionError(what)
 
 
 def place_hand(client, position):
