@@ -51,6 +51,17 @@ class Run:
                 parts = re.findall(r"([^,]+?) ([\d.]+)(?: ms)?(?:, |$)", line[size.end():])
                 yield int(size[1]) * int(size[2]) / 1e6, f"{size[1]} × {size[2]}", {a: float(b) for a, b in parts}
 
+    def rendering(self):
+        """For each graphics interface and case its figure, and what else is told of it."""
+        path = self.directory / "rendering.txt"
+        interface = ""
+        for line in path.read_text().splitlines() if path.exists() else []:
+            told = re.match(r"  (.*?): (.*?)(?:[;,] (.*))?$", line)
+            if told:
+                yield f"{interface}: {told[1]}", told[2], told[3] or ""
+            elif not line.startswith("["):
+                interface = line
+
     def grown(self, program, pattern):
         """(match, row) of each row whose name matches as a whole, in the order of the run."""
         for (of_program, name), row in self.rows.items():
@@ -143,6 +154,7 @@ def figures(run):
         whole, *rest = parts.items()
         yield (f"A picture of {size}, {whole[0]}", duration(whole[1] * 1e6),
                "; ".join(f"{name}: {duration(ms * 1e6)}" for name, ms in rest))
+    yield from run.rendering()
 
 
 INSTANCE = "BM_InstanceAddedByTheLayer/iterations:1"

@@ -59,7 +59,7 @@ Gles::~Gles() {
     if (!binding_.context) return;
     DEMO_EGL(eglMakeCurrent)(binding_.display, EGL_NO_SURFACE, EGL_NO_SURFACE, EGL_NO_CONTEXT);
     DEMO_EGL(eglDestroyContext)(binding_.display, binding_.context);
-    DEMO_EGL(eglTerminate)(binding_.display);
+    // The display is the whole process's, and stays.
 }
 
 }  // namespace demo

@@ -5,6 +5,8 @@
 #include <GL/gl.h>
 #include <GL/glext.h>
 #include <GL/glx.h>
+#include <dlfcn.h>
+#include <link.h>
 
 #define XR_USE_GRAPHICS_API_OPENGL
 #define XR_USE_GRAPHICS_API_OPENGL_ES
@@ -133,8 +135,8 @@ class EglPainter : public GlPainter {
     ~EglPainter() override {
         if (!context_) return;
         eglMakeCurrent(display_, nullptr, nullptr, nullptr);
+        // The display is the whole process's: what its driver keeps would count as leaked once that is unloaded.
         eglDestroyContext(display_, context_);
-        eglTerminate(display_);
     }
 
     std::vector<const char*> Extensions() const override {
@@ -204,6 +206,18 @@ class EglPainter : public GlPainter {
     XrGraphicsBindingEGLMNDX bad_[3] = {};
 };
 
+// Likewise of GLX, whose driver goes with the connection.
+void KeepDrivers() {
+    const auto keep = [](dl_phdr_info* module, std::size_t, void*) {
+        const std::string name = module->dlpi_name;
+        const bool is_driver =
+            name.find("_dri.so") != std::string::npos || name.find("libgallium") != std::string::npos;
+        if (is_driver) dlopen(name.c_str(), RTLD_NOW | RTLD_NOLOAD | RTLD_NODELETE);
+        return 0;
+    };
+    dl_iterate_phdr(keep, nullptr);
+}
+
 class GlxPainter : public GlPainter {
  public:
     // As Qt does it: an empty record of XCB.
@@ -234,6 +248,7 @@ class GlxPainter : public GlPainter {
         glXMakeContextCurrent(display_, surface_, surface_, context_);
         binding_ = {XR_TYPE_GRAPHICS_BINDING_OPENGL_XLIB_KHR, nullptr, display_, 0, configs[0], surface_, context_};
         XFree(configs);
+        KeepDrivers();
         SetState();
         return {};
     }
