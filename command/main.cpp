@@ -9,11 +9,13 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "command/app_tools.h"
 #include "command/applications/finder.h"
 #include "command/bridge/tool_list.h"
+#include "command/http_transport.h"
 #include "command/launch/keeper.h"
 #include "command/shell_commands.h"
 #include "command/stdio_transport.h"
@@ -30,6 +32,9 @@ struct options {
     velmoor::call_request call;
     bool no_simulator = false;
     bool shared_network = false;
+    std::string host = "127.0.0.1";
+    int port = 8730;
+    std::string token;
     std::vector<std::string> application;  // what stands behind "--"
 };
 
@@ -43,20 +48,64 @@ velmoor::bridge_settings settings_for(const options& given) {
     return settings;
 }
 
+bool is_loopback(const std::string& host) {
+    return host == "localhost" || host == "::1" || host.starts_with("127.");
+}
+
 velmoor::launch_options launch_options_of(const options& given) {
     return {.simulator = !given.no_simulator, .own_network = !given.shared_network};
 }
 
-int serve_client(const options& given) {
+// Likewise, with the tools for the application that was given, if one was.
+velmoor::bridge_settings settings_for(const options& given,
+                                      std::unique_ptr<velmoor::started_application>& application) {
     velmoor::bridge_settings settings = settings_for(given);
+    if (given.application.empty()) return settings;
+    application = std::make_unique<velmoor::started_application>(given.application, launch_options_of(given));
+    settings.own_tools = velmoor::app_tools(*application);
+    settings.hint = [] { return "The tool app_start starts the application; app_output shows what it printed."; };
+    return settings;
+}
+
+int serve_client(const options& given) {
     std::unique_ptr<velmoor::started_application> application;
-    if (!given.application.empty()) {
-        application = std::make_unique<velmoor::started_application>(given.application, launch_options_of(given));
-        settings.own_tools = velmoor::app_tools(*application);
-        settings.hint = [] { return "The tool app_start starts the application; app_output shows what it printed."; };
-    }
-    velmoor::bridge bridge(std::move(settings));
+    velmoor::bridge bridge(settings_for(given, application));
     velmoor::serve_stdio(bridge, {{"name", "velmoor"}, {"version", VELMOOR_VERSION}}, STDIN_FILENO, STDOUT_FILENO);
+    return velmoor::kWell;
+}
+
+// Until a signal says so. To be called while the process has one thread: the others inherit what it blocks.
+int serve_many(const options& given) {
+    if (given.token.empty() && !is_loopback(given.host)) {
+        std::fputs(
+            "velmoor: other machines are served with --token alone: whoever has it can operate the applications\n",
+            stderr);
+        return velmoor::kMisused;
+    }
+    sigset_t ends;
+    sigemptyset(&ends);
+    for (const int each : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ends, each);
+    sigprocmask(SIG_BLOCK, &ends, nullptr);
+
+    std::unique_ptr<velmoor::started_application> application;
+    velmoor::bridge bridge(settings_for(given, application));
+    velmoor::http_transport transport(bridge, {.host = given.host,
+                                               .port = given.port,
+                                               .token = given.token,
+                                               .server_info = {{"name", "velmoor"}, {"version", VELMOOR_VERSION}}});
+    const int port = transport.bind();
+    if (port == 0) {
+        std::fprintf(stderr, "velmoor: port %d of %s is taken; --port chooses another\n", given.port,
+                     given.host.c_str());
+        return velmoor::kFailed;
+    }
+    const std::string host = given.host.find(':') == std::string::npos ? given.host : "[" + given.host + "]";
+    std::fprintf(stderr, "velmoor: serving http://%s:%d/mcp\n", host.c_str(), port);
+    std::thread server([&transport] { transport.serve(); });
+    int signal = 0;
+    sigwait(&ends, &signal);
+    transport.stop();
+    server.join();
     return velmoor::kWell;
 }
 
@@ -102,6 +151,16 @@ std::vector<subcommand> add_subcommands(CLI::App& app, options& given) {
     add_wait(mcp, given);
     mcp.add_option("--pictures", given.pictures, "Directory for a copy of each picture, which the answer then names");
     add_launch_options(mcp, given);
+
+    CLI::App& serve = add("serve", "Serves many MCP clients over Streamable HTTP [-- APPLICATION ARGUMENTS...]",
+                          "velmoor serve --port 8730", true, false, serve_many);
+    add_wait(serve, given);
+    serve.add_option("--port", given.port, "TCP port; 0 takes any")->capture_default_str()->check(CLI::Range(0, 65535));
+    serve.add_option("--host", given.host, "Address to listen at")->capture_default_str();
+    serve.add_option("--token", given.token, "What clients send as Authorization: Bearer TOKEN")
+        ->envname("VELMOOR_TOKEN");
+    serve.add_option("--pictures", given.pictures, "Directory for a copy of each picture, which the answer then names");
+    add_launch_options(serve, given);
 
     CLI::App& run = add("run", "Runs an application with the layer and the simulator -- APPLICATION ARGUMENTS...",
                         "velmoor run -- ./build/my_app", true, true, [](const options& read) {

@@ -6,6 +6,8 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "mcp/body_budget.h"
 #include "mcp/event_dispatcher.h"
@@ -46,10 +48,12 @@ using stream_source = std::function<bool(frame_sink& sink)>;
 
 struct http_answer {
     int status = 200;
-    std::string content_type = {};              // none if empty
-    std::span<const http_header> headers = {};  // go out in this order, behind the content type
+    std::string content_type = {};                                      // none if empty
+    std::span<const http_header> headers = {};                          // go out in this order, behind the content type
+    std::vector<std::pair<std::string, std::string>> own_headers = {};  // of this answer alone; behind the others
     std::string body = {};
     stream_source stream = {};  // set if the body is a stream
+    bool tells_end = false;     // of the stream by a last chunk; otherwise the connection's end alone tells it
 };
 
 }  // namespace mcp

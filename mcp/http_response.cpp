@@ -17,10 +17,16 @@ const char* reason_of(int status) {
             return "No Content";
         case 400:
             return "Bad Request";
+        case 401:
+            return "Unauthorized";
         case 403:
             return "Forbidden";
         case 404:
             return "Not Found";
+        case 405:
+            return "Method Not Allowed";
+        case 406:
+            return "Not Acceptable";
         case 408:
             return "Request Timeout";
         case 413:
@@ -50,6 +56,7 @@ std::string response_head(const http_answer& answer, bool is_last, bool head_onl
     if (!answer.content_type.empty()) append_header(text, "Content-Type", answer.content_type);
     if (is_last && !tells_connection) append_header(text, "Connection", "close");
     for (const http_header& header : answer.headers) append_header(text, header.name, header.value);
+    for (const auto& [name, value] : answer.own_headers) append_header(text, name, value);
     if (!is_last) append_header(text, "Keep-Alive", "timeout=5, max=100");
     if (answer.stream) {
         append_header(text, "Transfer-Encoding", "chunked");

@@ -14,6 +14,7 @@ namespace mcp {
 namespace {
 
 constexpr int kRequestsOfOneConnection = 100;
+constexpr std::string_view kLastChunk = "0\r\n\r\n";
 
 bool wants_close(const http_request& request) {
     const auto header = request.headers.find("connection");
@@ -72,6 +73,7 @@ class http_server::implementation {
         chunked_sink sink(*on);
         while (on->peer_is_alive() && answer.stream(sink)) {
         }
+        if (answer.tells_end && on->peer_is_alive()) on->write({kLastChunk});
         return false;
     }
 

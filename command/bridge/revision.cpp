@@ -44,6 +44,12 @@ std::string_view revision_of_request(const json& message) {
                                              : std::string_view();
 }
 
+bool is_stateless_method(std::string_view method) {
+    constexpr std::array<std::string_view, 4> kMethods = {"server/discover", "tools/list", "tools/call",
+                                                          "subscriptions/listen"};
+    return std::find(kMethods.begin(), kMethods.end(), method) != kMethods.end();
+}
+
 json stateless_fault(const json& message) {
     const std::string_view revision = revision_of_request(message);
     if (!is_stateless_revision(revision)) {

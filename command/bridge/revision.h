@@ -40,6 +40,9 @@ bool has_batches(std::string_view revision);
 // The revision that the request itself names, or empty if it names none: then it belongs to a session.
 std::string_view revision_of_request(const json& message);
 
+// Whether requests that stand alone have such a method.
+bool is_stateless_method(std::string_view method);
+
 // What is wrong with a request that names its revision: code, message and perhaps data; null if nothing is.
 json stateless_fault(const json& message);
 

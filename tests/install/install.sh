@@ -123,7 +123,8 @@ deb() {
   dpkg --root="$scratch/target" --status velmoor 2>&1 | grep -q '^Depends:.*libopenxr-loader1' ||
     flunk "no dependency on the loader"
   for file in include/velmoor/external_tool.h lib/cmake/velmoor/velmoor-config.cmake lib/pkgconfig/velmoor.pc \
-    share/man/man1/velmoor-doctor.1 bin/velmoor share/man/man1/velmoor.1 share/doc/velmoor/copyright \
+    share/man/man1/velmoor-doctor.1 bin/velmoor share/man/man1/velmoor.1 \
+    share/bash-completion/completions/velmoor share/zsh/site-functions/_velmoor share/doc/velmoor/copyright \
     share/openxr/1/api_layers/explicit.d/XrApiLayer_KESTX_velmoor.json; do
     [ -f "$prefix/$file" ] || flunk "the package lacks $file"
   done

@@ -1,5 +1,5 @@
-// Both generations of the official TypeScript client through the bridge: over standard input and output, with
-// applications that come late, go in the middle of a call, and run two at a time.
+// Both generations of the official TypeScript client through the bridge: over standard input and output and over
+// Streamable HTTP, with applications that come late, go in the middle of a call, and run two at a time.
 //
 //   node --test bridge.test.mjs      with VELMOOR naming the command, INTEROP_SERVER the server behind it, on port 8720
 import assert from 'node:assert/strict';
@@ -15,22 +15,46 @@ import * as second from '@modelcontextprotocol/client';
 import { StdioClientTransport as SecondStdio } from '@modelcontextprotocol/client/stdio';
 import { Client as FirstClient } from '@modelcontextprotocol/sdk/client/index.js';
 import { StdioClientTransport as FirstStdio } from '@modelcontextprotocol/sdk/client/stdio.js';
+import { StreamableHTTPClientTransport as FirstHttp } from '@modelcontextprotocol/sdk/client/streamableHttp.js';
 
 const ME = { name: 'bridge-test', version: '1.0' };
 const LIMIT = { timeout: 30_000 };
 const cache = await mkdtemp(join(tmpdir(), 'velmoor-bridge-'));
 after(() => rm(cache, { recursive: true, force: true }));
 
-const COMMAND = { command: process.env.VELMOOR, args: ['mcp'], env: { ...process.env, XDG_CACHE_HOME: cache } };
-const CLIENTS = [
-  { name: 'sdk 1.x', client: () => new FirstClient(ME), transport: () => new FirstStdio(COMMAND) },
-  { name: 'client 2.x', client: () => new second.Client(ME), transport: () => new SecondStdio(COMMAND) },
+const ENVIRONMENT = { ...process.env, XDG_CACHE_HOME: cache };
+const COMMAND = { command: process.env.VELMOOR, args: ['mcp'], env: ENVIRONMENT };
+const GENERATIONS = [
+  { name: 'sdk 1.x', client: () => new FirstClient(ME), Stdio: FirstStdio, Http: FirstHttp },
+  {
+    name: 'client 2.x', client: () => new second.Client(ME),
+    Stdio: SecondStdio, Http: second.StreamableHTTPClientTransport,
+  },
   {
     name: 'client 2.x, negotiating',
     client: () => new second.Client(ME, { versionNegotiation: { mode: 'auto' } }),
-    transport: () => new SecondStdio(COMMAND),
+    Stdio: SecondStdio, Http: second.StreamableHTTPClientTransport,
   },
 ];
+
+// A command that serves until the test has ended, and its address.
+async function startServing() {
+  const server = spawn(process.env.VELMOOR, ['serve', '--port', '0'], { stdio: ['ignore', 'ignore', 'pipe'], env: ENVIRONMENT });
+  const [line] = await once(createInterface({ input: server.stderr }), 'line');
+  const ended = once(server, 'exit');
+  return { url: new URL(/http:.*$/.exec(line)[0]), end: async () => (server.kill('SIGTERM'), assert.deepEqual(await ended, [0, null])) };
+}
+
+const CLIENTS = GENERATIONS.flatMap(({ name, client, Stdio, Http }) => [
+  { name: `${name}, stdio`, client, open: async () => ({ transport: new Stdio(COMMAND), end: () => {} }) },
+  {
+    name: `${name}, HTTP`, client,
+    open: async () => {
+      const { url, end } = await startServing();
+      return { transport: new Http(url), end };
+    },
+  },
+]);
 
 async function startApplication() {
   const application = spawn(process.env.INTEROP_SERVER, ['8720'], { stdio: ['pipe', 'pipe', 'ignore'] });
@@ -51,15 +75,18 @@ const call = (client, name, args, options = {}) => client.callTool(
 const echo = async (client, message, more = {}) => (await call(client, 'echo', { message, ...more })).content[0].text;
 
 for (const kind of CLIENTS) {
-  describe(`${kind.name}, stdio`, { timeout: 60_000 }, () => {
+  describe(kind.name, { timeout: 60_000 }, () => {
     let client;
     let application;
+    let served;
     before(async () => {
       client = kind.client();
-      await client.connect(kind.transport(), LIMIT);
+      served = await kind.open();
+      await client.connect(served.transport, LIMIT);
     });
     after(async () => {
       await client.close();
+      await served.end();
       if (application) await endApplication(application);
     });
 

@@ -1,0 +1,88 @@
+#include "command/http_rules.h"
+
+#include <cstddef>
+#include <utility>
+
+#include "command/bridge/pictures.h"
+#include "mcp/json_rpc.h"
+#include "mcp/local_only.h"
+
+namespace velmoor {
+namespace {
+
+// Takes the same time wherever they differ.
+bool is_equal_secret(std::string_view one, std::string_view other) {
+    if (one.size() != other.size()) return false;
+    unsigned difference = 0;
+    for (std::size_t i = 0; i < one.size(); ++i) difference |= static_cast<unsigned>(one[i] ^ other[i]);
+    return difference == 0;
+}
+
+json id_of(const json& message) {
+    return message.is_object() ? message.value("id", json()) : json();
+}
+
+}  // namespace
+
+mcp::http_answer refused(int status, const json& id, std::int32_t code, const std::string& message, json data) {
+    mcp::http_answer answer;
+    answer.status = status;
+    answer.content_type = "application/json";
+    answer.body = mcp::dump_json(mcp::to_json(mcp::make_error_response(id, code, message, std::move(data))));
+    return answer;
+}
+
+std::string header_of(const mcp::http_request& request, const std::string& name) {
+    const auto found = request.headers.find(name);
+    return found == request.headers.end() ? std::string() : found->second;
+}
+
+bool accepts(const mcp::http_request& request, std::string_view type) {
+    const std::string accepted = header_of(request, "accept");
+    if (accepted.empty() || accepted.find("*/*") != std::string::npos) return true;
+    const std::string any = std::string(type.substr(0, type.find('/'))) + "/*";
+    return accepted.find(type) != std::string::npos || accepted.find(any) != std::string::npos;
+}
+
+std::optional<mcp::http_answer> refuse_stranger(const mcp::http_request& request, const std::string& token) {
+    if (token.empty()) {
+        const char* const foreign = mcp::foreign_part(request.remote_address, request.headers);
+        if (!foreign) return std::nullopt;
+        return refused(403, nullptr, mcp::kInvalidRequest, std::string("Forbidden: foreign ") + foreign);
+    }
+    if (is_equal_secret(header_of(request, "authorization"), "Bearer " + token)) return std::nullopt;
+    mcp::http_answer answer =
+        refused(401, nullptr, mcp::kInvalidRequest, "Unauthorized: the token is missing or wrong");
+    answer.own_headers.emplace_back("WWW-Authenticate", "Bearer");
+    return answer;
+}
+
+std::string decoded_header(const std::string& value) {
+    constexpr std::string_view kBegin = "=?base64?";
+    constexpr std::string_view kEnd = "?=";
+    if (!value.starts_with(kBegin) || !value.ends_with(kEnd) || value.size() < kBegin.size() + kEnd.size())
+        return value;
+    return decode_base64(value.substr(kBegin.size(), value.size() - kBegin.size() - kEnd.size()));
+}
+
+std::optional<mcp::http_answer> refuse_mismatch(const mcp::http_request& request, const json& message) {
+    const auto differs = [&](const char* header, std::string_view expected) -> std::optional<mcp::http_answer> {
+        const std::string given = header_of(request, header);
+        if (!given.empty() && decoded_header(given) == expected) return std::nullopt;
+        return refused(
+            400, id_of(message), kHeaderMismatch,
+            std::string("Header mismatch: ") + header + (given.empty() ? " is missing" : " does not fit the body"));
+    };
+    if (auto refusal = differs("mcp-protocol-version", revision_of_request(message))) return refusal;
+    const json fault = stateless_fault(message);
+    if (!fault.is_null()) {
+        return refused(400, id_of(message), fault["code"], fault["message"], fault.value("data", json()));
+    }
+    const std::string method = message["method"];
+    if (auto refusal = differs("mcp-method", method)) return refusal;
+    const json name = message["params"].value("name", json());
+    if (method != "tools/call" || !name.is_string()) return std::nullopt;
+    return differs("mcp-name", name.get_ref<const std::string&>());
+}
+
+}  // namespace velmoor

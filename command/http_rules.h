@@ -1,0 +1,31 @@
+// What a request over Streamable HTTP has to look like. Pure work on heads and messages.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "command/bridge/revision.h"
+#include "mcp/http_message.h"
+
+namespace velmoor {
+
+// A refusal with a JSON-RPC error as its body.
+mcp::http_answer refused(int status, const json& id, std::int32_t code, const std::string& message,
+                         json data = nullptr);
+
+// The header of that lower-cased name; empty if there is none.
+std::string header_of(const mcp::http_request& request, const std::string& name);
+
+bool accepts(const mcp::http_request& request, std::string_view type);
+
+// Who is served: this machine alone, or, with a token, whoever has it.
+std::optional<mcp::http_answer> refuse_stranger(const mcp::http_request& request, const std::string& token);
+
+// What a header of 2026-07-28 stands for, where it is written as "=?base64?...?=".
+std::string decoded_header(const std::string& value);
+
+// Whether the head of a request that stands alone fits what its body says.
+std::optional<mcp::http_answer> refuse_mismatch(const mcp::http_request& request, const json& message);
+
+}  // namespace velmoor
