@@ -273,8 +273,8 @@ void MeasurePictures(Application& application, const char* name, std::FILE* figu
             base64.push_back(Milliseconds(end - made));
         }
     });
-    std::fprintf(figures, "  a picture %s: %.1f ms; wait %.1f, read %.1f, compose %.1f, PNG %.1f, base64 %.2f\n", name,
-                 Median(whole), Median(wait), Median(read), Median(compose), Median(png), Median(base64));
+    std::fprintf(figures, "  a picture %s: %.1f ms; in ms: wait %.1f, read %.1f, compose %.1f, PNG %.1f, base64 %.2f\n",
+                 name, Median(whole), Median(wait), Median(read), Median(compose), Median(png), Median(base64));
 }
 
 void MeasureCalls(Application& application, const char* name, std::FILE* figures) {
