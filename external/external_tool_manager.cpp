@@ -77,15 +77,9 @@ void ExternalToolManager::Enqueue(std::shared_ptr<DeferredCallbackEntry> entry) 
     }
 }
 
-std::int64_t ExternalToolManager::GetTimeoutSeconds() {
-    std::lock_guard lock(mutex);
-    return timeoutSeconds;
-}
-
 void ExternalToolManager::ProcessDeferredCallbacks(std::uint32_t invokeBitMask) {
-    if (PumpingOnThisThread()) return;
-    std::lock_guard lock(mutex);
-    if (queue.empty()) return;
+    if (PumpingOnThisThread() || QueueSize() == 0) return;
+    std::lock_guard turn(turn_);
     struct PumpingMark {
         explicit PumpingMark(ExternalToolManager& manager) : manager_(manager) {
             manager_.pumping_thread_ = std::this_thread::get_id();
@@ -97,30 +91,30 @@ void ExternalToolManager::ProcessDeferredCallbacks(std::uint32_t invokeBitMask) 
         ExternalToolManager& manager_;
     } const mark(*this);
 
-    LogInfo("Processing ", queue.size(), " deferred external tool callbacks for invokeBitMask ",
-            HexText(invokeBitMask));
-    // Those that are skipped stay where they are: a callback may end the instance, and with it all that wait.
-    for (std::size_t skipped = 0; skipped < queue.size();) {
-        at_work_ = queue[skipped];
+    // Who comes from now on waits for the next pump.
+    std::size_t waiting = QueueSize();
+    if (waiting == 0) return;
+    LogInfo("Processing ", waiting, " deferred external tool callbacks for invokeBitMask ", HexText(invokeBitMask));
+    for (std::size_t skipped = 0; waiting > 0 && (at_work_ = EntryAt(skipped)); --waiting) {
         LogInfo("... Processing tool ", at_work_->toolName, " callbackFlags ", HexText(at_work_->callbackFlags));
-        const Fate fate = FateLocked(*at_work_, invokeBitMask);
-        if (fate == Fate::kSkipped) {
-            LogInfo(" ... skipped");
-            ++skipped;
-            continue;
-        }
-        queue.erase(queue.begin() + static_cast<std::ptrdiff_t>(skipped));
-        if (fate == Fate::kGivenUp) {
-            GiveUp(*at_work_);
-        } else {
-            ExecuteEntry(*at_work_);
+        switch (FateOf(*at_work_, invokeBitMask)) {
+            case Fate::kSkipped:
+                LogInfo(" ... skipped");
+                ++skipped;
+                break;
+            case Fate::kGivenUp:
+                if (Remove(at_work_)) GiveUp(*at_work_);
+                break;
+            case Fate::kExecuted:
+                if (Remove(at_work_)) ExecuteEntry(*at_work_);
+                break;
         }
     }
-    LogInfo("Remaining queue size ", queue.size());
+    LogInfo("Remaining queue size ", QueueSize());
 }
 
-ExternalToolManager::Fate ExternalToolManager::FateLocked(const DeferredCallbackEntry& entry,
-                                                          std::uint32_t invokeBitMask) const {
+ExternalToolManager::Fate ExternalToolManager::FateOf(const DeferredCallbackEntry& entry,
+                                                      std::uint32_t invokeBitMask) const {
     // Before the flags are looked at: a stale entry goes with whichever pump comes. Whole seconds, so it goes at
     // one more than the limit.
     const std::int64_t elapsed = (MonotonicNanoseconds() - entry.enqueueTime) / 1000000000;
@@ -131,19 +125,28 @@ ExternalToolManager::Fate ExternalToolManager::FateLocked(const DeferredCallback
     return (entry.callbackFlags & invokeBitMask) == 0 ? Fate::kSkipped : Fate::kExecuted;
 }
 
-std::unique_lock<std::mutex> ExternalToolManager::LockUnlessPumping() {
-    std::unique_lock lock(mutex, std::defer_lock);
-    if (!PumpingOnThisThread()) lock.lock();
-    return lock;
+std::size_t ExternalToolManager::QueueSize() {
+    std::lock_guard lock(mutex);
+    return queue.size();
+}
+
+std::shared_ptr<DeferredCallbackEntry> ExternalToolManager::EntryAt(std::size_t index) {
+    std::lock_guard lock(mutex);
+    return index < queue.size() ? queue[index] : nullptr;
+}
+
+bool ExternalToolManager::Remove(const std::shared_ptr<DeferredCallbackEntry>& entry) {
+    std::lock_guard lock(mutex);
+    return std::erase(queue, entry) > 0;
 }
 
 void ExternalToolManager::ClearAbandoned() {
     std::deque<std::shared_ptr<DeferredCallbackEntry>> abandoned;
     {
-        const auto lock = LockUnlessPumping();
+        std::lock_guard lock(mutex);
         abandoned.swap(queue);
-        if (PumpingOnThisThread()) abandoned.push_back(at_work_);
     }
+    if (PumpingOnThisThread()) abandoned.push_back(at_work_);
     if (abandoned.empty()) return;
     LogWarning("Clearing ", abandoned.size(), " abandoned deferred callbacks (session ending)");
     Telemetry::instance().error("external_tool", "abandoned");
@@ -152,14 +155,14 @@ void ExternalToolManager::ClearAbandoned() {
 
 void ExternalToolManager::Close() {
     {
-        const auto lock = LockUnlessPumping();
+        std::lock_guard lock(mutex);
         closed_ = true;
     }
     ClearAbandoned();
 }
 
 void ExternalToolManager::Open() {
-    const auto lock = LockUnlessPumping();
+    std::lock_guard lock(mutex);
     closed_ = false;
 }
 

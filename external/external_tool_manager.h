@@ -4,6 +4,7 @@
 #pragma once
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
 #include <future>
@@ -45,7 +46,7 @@ class ExternalToolManager {
 
     // Throws std::runtime_error when called by a callback that the pump runs: it would wait for itself.
     void Enqueue(std::shared_ptr<DeferredCallbackEntry> entry);
-    std::int64_t GetTimeoutSeconds();
+    std::int64_t GetTimeoutSeconds() const { return timeoutSeconds; }
 
     // Runs the waiting callbacks whose flags meet `invokeBitMask` (1 in xrPollEvent, 2 in xrBeginFrame) on this
     // thread, and gives up those that waited too long. Throws nothing that a callback throws.
@@ -59,21 +60,28 @@ class ExternalToolManager {
 
  private:
     enum class Fate { kExecuted, kSkipped, kGivenUp };
-    Fate FateLocked(const DeferredCallbackEntry& entry, std::uint32_t invokeBitMask) const;
-    // Holds nothing on the pump's own thread, where a callback that ends the instance comes with the mutex held.
-    std::unique_lock<std::mutex> LockUnlessPumping();
+    Fate FateOf(const DeferredCallbackEntry& entry, std::uint32_t invokeBitMask) const;
+    std::size_t QueueSize();
+    std::shared_ptr<DeferredCallbackEntry> EntryAt(std::size_t index);  // null beyond the last
+    // False if it is not there any more: the end of the instance told its caller already.
+    bool Remove(const std::shared_ptr<DeferredCallbackEntry>& entry);
     bool PumpingOnThisThread() const { return pumping_thread_ == std::this_thread::get_id(); }
 
+    const std::int64_t timeoutSeconds;
+
     // The thread that is inside ProcessDeferredCallbacks, so that a callback which leads back here is not left
-    // waiting for the mutex that its own thread holds.
+    // waiting for the turn that its own thread has.
     std::atomic<std::thread::id> pumping_thread_{};
 
-    // Guards all below. On purpose held across the callbacks: they take turns, whichever threads the application
-    // calls from.
+    // Guards at_work_. On purpose held across the callbacks: they take turns, whichever threads the application
+    // calls from. Taken before `mutex`.
+    std::mutex turn_;
+    std::shared_ptr<DeferredCallbackEntry> at_work_;  // what the pump is at
+
+    // Guards both below. Not held across a callback: one that ends the instance waits for the calls of other tools, and
+    // these may be about to queue.
     std::mutex mutex;
     std::deque<std::shared_ptr<DeferredCallbackEntry>> queue;
-    std::shared_ptr<DeferredCallbackEntry> at_work_;  // what the pump is at
-    std::int64_t timeoutSeconds;
     bool closed_ = false;
 };
 

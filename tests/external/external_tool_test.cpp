@@ -269,6 +269,23 @@ TEST_F(ExternalTools, CannotMakeACallbackWaitForItself) {
     EXPECT_EQ(inner, "Internal error: a deferred tool callback cannot wait for another one");
 }
 
+// It may end the instance, which waits for calls that are about to queue.
+TEST_F(ExternalTools, KeepNobodyFromTheQueueWhileOneRuns) {
+    std::future<void> queueing;
+    script_.body = [&](auto...) {
+        if (script_.calls > 1) return XR_SUCCESS;
+        queueing = std::async(std::launch::async,
+                              [this] { manager_.Enqueue(std::make_shared<DeferredCallbackEntry>(Tool(1), "{}")); });
+        EXPECT_EQ(queueing.wait_for(std::chrono::seconds(3)), std::future_status::ready);
+        return XR_SUCCESS;
+    };
+    manager_.Enqueue(std::make_shared<DeferredCallbackEntry>(Tool(1), "{}"));
+    manager_.ProcessDeferredCallbacks(1);
+    EXPECT_EQ(script_.calls, 1) << "the new one is the next pump's";
+    manager_.ProcessDeferredCallbacks(1);
+    EXPECT_EQ(script_.calls, 2);
+}
+
 TEST_F(ExternalTools, TakeTurnsOnTwoPumpingThreads) {
     std::atomic<int> inside = 0;
     std::atomic<bool> overlapped = false;
