@@ -8,7 +8,6 @@
 
 #include "command/bridge/bridge.h"
 #include "command/bridge/results.h"
-#include "mcp/client/blocking_client.h"
 
 namespace velmoor {
 namespace {
@@ -41,15 +40,6 @@ std::string joined(const std::vector<output_line>& lines) {
 std::string last_lines(const started_application& application) {
     const std::string lines = joined(application.output(kLinesOfFailure, 1));
     return lines.empty() ? "\nIt has printed nothing." : "\nIts last lines:\n" + lines;
-}
-
-// The JSON that a tool of the application answers with; null if it refuses.
-json asked(tool_run& run, const std::string& tool, pid_t pid) try {
-    return mcp::parse_json(mcp::text_of(run.call(tool, {{"app", std::to_string(pid)}})));
-} catch (const std::runtime_error&) {
-    return nullptr;
-} catch (const json::exception&) {
-    return nullptr;
 }
 
 // What of an answer lies at a path, as text; empty if nothing does.
@@ -99,7 +89,7 @@ class start_watch {
     bool is_operable() {
         if (!has_link() || !is_focused()) return false;
         const std::string frame =
-            text_at(asked(run_, "openxr_get_frame_info", pid_), "/frame_state/predicted_display_time/XrTime");
+            text_at(run_.ask("openxr_get_frame_info", app()), "/frame_state/predicted_display_time/XrTime");
         awaited_ = "its frames";
         if (frame.empty()) return false;
         if (first_frame_.empty()) first_frame_ = frame;
@@ -125,11 +115,13 @@ class start_watch {
 
     bool is_focused() {
         if (is_focused_) return true;
-        const std::string state = text_at(asked(run_, "openxr_get_session_info", pid_), "/state/name");
+        const std::string state = text_at(run_.ask("openxr_get_session_info", app()), "/state/name");
         awaited_ = state.empty() ? "its OpenXR session" : "the focus (its session is in " + state + ")";
         is_focused_ = state == "XR_SESSION_STATE_FOCUSED";
         return is_focused_;
     }
+
+    json app() const { return {{"app", std::to_string(pid_)}}; }
 
     started_application& application_;
     tool_run& run_;

@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "command/app_tools.h"
@@ -19,6 +20,7 @@
 #include "command/launch/keeper.h"
 #include "command/shell_commands.h"
 #include "command/stdio_transport.h"
+#include "command/xr_tools.h"
 #include "mcp/server_host.h"
 
 namespace {
@@ -45,6 +47,7 @@ velmoor::bridge_settings settings_for(const options& given) {
     settings.wait = std::chrono::milliseconds(static_cast<std::int64_t>(given.wait_seconds * 1000));
     settings.tools_file = velmoor::default_tools_file();
     settings.pictures = given.pictures;
+    settings.own_tools = velmoor::xr_tools();
     return settings;
 }
 
@@ -62,7 +65,7 @@ velmoor::bridge_settings settings_for(const options& given,
     velmoor::bridge_settings settings = settings_for(given);
     if (given.application.empty()) return settings;
     application = std::make_unique<velmoor::started_application>(given.application, launch_options_of(given));
-    settings.own_tools = velmoor::app_tools(*application);
+    for (velmoor::own_tool& each : velmoor::app_tools(*application)) settings.own_tools.push_back(std::move(each));
     settings.hint = [] { return "The tool app_start starts the application; app_output shows what it printed."; };
     return settings;
 }

@@ -44,6 +44,14 @@ json tool_run::call(const std::string& tool, json arguments) {
     return result;
 }
 
+json tool_run::ask(const std::string& tool, json arguments) try {
+    return mcp::parse_json(mcp::text_of(call(tool, std::move(arguments))));
+} catch (const std::runtime_error&) {
+    return nullptr;
+} catch (const json::exception&) {
+    return nullptr;
+}
+
 void tool_run::tell(const std::string& message) {
     if (report_) report_({{"progress", ++steps_}, {"message", message}});
 }

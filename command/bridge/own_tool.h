@@ -26,6 +26,8 @@ class tool_run {
     // Calls a tool of an application, and gives its result. Throws std::runtime_error with the error's text, also where
     // the result says that it is one.
     json call(const std::string& tool, json arguments);
+    // The JSON that such a tool answers with; null if it refuses, or answers with something else.
+    json ask(const std::string& tool, json arguments);
     // Tells the caller what is waited for.
     void tell(const std::string& message);
     void wait_for(std::chrono::milliseconds time);

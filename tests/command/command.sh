@@ -90,6 +90,11 @@ agents_loop() {
   called 'runs already.*"isError":true' app_start
   called XR_SESSION_STATE_FOCUSED openxr_get_session_info
   called 'session is in focus and frames flow' app_restart
+  called 'It holds, after [0-9]{3,} ms' xr_wait '{"session_state":"FOCUSED","frames":30}'
+  called 'It holds' xr_wait '{"tool":"math_add","arguments":{"a":1,"b":2},"path":"/result","above":2.9,"below":3.1}'
+  called 'did not come about in time.*session.*FOCUSED.*isError":true' xr_wait \
+    '{"session_state":"IDLE","timeout_seconds":0.2}'
+  called 'read-only tools alone.*isError":true' xr_wait '{"tool":"openxr_exit_session"}'
   called XR_SESSION_STATE_FOCUSED openxr_get_session_info
   called '\[DEBUG\]' app_output '{"lines":400,"level":"debug"}'
   called 'ended with exit code 0' app_stop
