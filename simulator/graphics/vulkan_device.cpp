@@ -1,5 +1,8 @@
 #include "simulator/graphics/vulkan_device.h"
 
+#include <algorithm>
+#include <bit>
+#include <limits>
 #include <utility>
 
 #include "simulator/graphics/vulkan_queue.h"
@@ -73,11 +76,21 @@ VkImageCreateInfo ImageInfoFor(const XrSwapchainCreateInfo& info) {
     return image;
 }
 
+// What Vulkan forbids of any device, whose limits say nothing of it.
+bool IsAllowed(const XrSwapchainCreateInfo& info) {
+    const auto longest = static_cast<std::uint32_t>(std::bit_width(std::max(info.width, info.height)));
+    const bool is_cube = info.faceCount == 6;
+    return std::has_single_bit(info.sampleCount) && info.mipCount <= longest &&
+           (info.sampleCount == 1 || (info.mipCount == 1 && !is_cube)) && (!is_cube || info.width == info.height) &&
+           info.arraySize <= std::numeric_limits<std::uint32_t>::max() / info.faceCount;
+}
+
 class VulkanImages : public ImageSet {
  public:
     VulkanImages(std::shared_ptr<VulkanQueue> queue, std::shared_ptr<VulkanReader> reader,
                  const XrSwapchainCreateInfo& info, std::uint32_t count)
         : queue_(std::move(queue)), reader_(std::move(reader)), info_(ImageInfoFor(info)) {
+        if (!IsAllowed(info)) Refuse(XR_ERROR_FEATURE_UNSUPPORTED);
         CheckSupport();
         try {
             for (std::uint32_t i = 0; i < count; ++i) Add();
