@@ -58,21 +58,6 @@ void CheckInfo(const SimulatorCompositorCaptureInfo* info) {
     Require(info->width_output && info->height_output);
 }
 
-// The size that the call tells, which is not always the true one.
-Settings::EyeSize ToldSize(const Settings& settings, bool for_pixels) {
-    const auto [width, height] = settings.eye_size;
-    switch (settings.capture) {
-        case CaptureMode::kNoSize:
-            return {0, 0};
-        case CaptureMode::kTooLarge:
-            return {16385, 1};
-        case CaptureMode::kGrowing:
-            return for_pixels ? Settings::EyeSize{2 * width, 2 * height} : settings.eye_size;
-        default:
-            return settings.eye_size;
-    }
-}
-
 Shot Take(const std::shared_ptr<Session>& taken, SimulatorCompositorCaptureInfo& info) {
     Session& session = *taken;
     Capture& capture = session.capture;
@@ -81,9 +66,8 @@ Shot Take(const std::shared_ptr<Session>& taken, SimulatorCompositorCaptureInfo&
     if (info.pixels && (capture.measured & eye) == 0) Refuse(XR_ERROR_CALL_ORDER_INVALID);
     capture.measured |= eye;
     const Settings& settings = session.instance->settings;
-    const Settings::EyeSize told = ToldSize(settings, info.pixels != nullptr);
-    *info.width_output = told.width;
-    *info.height_output = told.height;
+    *info.width_output = settings.eye_size.width;
+    *info.height_output = settings.eye_size.height;
     Shot shot;
     shot.eye = eye - 1;
     shot.world = LookAtWorld(session, session.frames.LatestDisplayTime(Now()));

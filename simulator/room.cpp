@@ -16,9 +16,6 @@ constexpr XrQuaternionf kFacingDown = {kHalf, 0, 0, kHalf};
 constexpr Colour kWood = {170, 112, 62};
 constexpr Colour kWall = {226, 212, 178};
 
-constexpr std::size_t kManyContainers = 130;
-constexpr std::size_t kLongLabel = 4096;
-
 XrUuidEXT UuidOf(std::size_t number) {
     XrUuidEXT uuid = {{0x51, 0x3a, 0x00, 0x7d, 0x90, 0x2c, 0x4e, 0x10, 0x8b, 0x6f, 0x00, 0x00, 0x00, 0x00}};
     uuid.data[14] = static_cast<std::uint8_t>(number >> 8);
@@ -82,20 +79,6 @@ Thing Container(std::size_t number, std::vector<XrUuidEXT> contents) {
     return thing;
 }
 
-// Each crate in a container of its own, in rows along the wall behind the wearer.
-void AddCrates(std::vector<Thing>& things) {
-    constexpr float kSize = 0.15f;
-    for (std::size_t i = 1; i < kManyContainers; ++i) {
-        const std::size_t row = i / 20;
-        const float x = -2.3f + 0.2f * static_cast<float>(i % 20);
-        const float z = 0.6f + 0.2f * static_cast<float>(row);
-        Thing crate = Furniture("CRATE", x, z, {kSize, kSize, kSize}, kWood);
-        crate.uuid = UuidOf(0x1000 + i);
-        things.push_back(Container(0x2000 + i, {crate.uuid}));
-        things.push_back(std::move(crate));
-    }
-}
-
 }  // namespace
 
 std::vector<Thing> Furnish(SceneMode mode) {
@@ -104,10 +87,8 @@ std::vector<Thing> Furnish(SceneMode mode) {
     for (std::size_t i = 0; i < things.size(); ++i) {
         things[i].uuid = UuidOf(i + 1);
         uuids.push_back(things[i].uuid);
-        if (mode == SceneMode::kLongLabel && things[i].label == "COUCH") things[i].label.append(kLongLabel, 'H');
     }
     if (mode != SceneMode::kNone) things.push_back(Container(0x2000, std::move(uuids)));
-    if (mode == SceneMode::kManyContainers) AddCrates(things);
     return things;
 }
 

@@ -5,7 +5,6 @@
 #include <openxr/openxr.h>
 
 #include <cstdint>
-#include <limits>
 #include <map>
 #include <vector>
 
@@ -17,8 +16,6 @@ namespace simulator {
 
 // Whether a thing can be located: not at first, but it can be asked for, and takes a while.
 struct Locatable {
-    static constexpr XrTime kNever = std::numeric_limits<XrTime>::max();
-
     bool IsEnabled(XrTime now) const { return now >= settles ? wanted : enabled; }
     bool IsPending(XrTime now) const { return now < settles; }
 
@@ -36,7 +33,6 @@ struct Scene {
         XrTime available;
     };
 
-    SceneMode mode;
     std::vector<Thing> things;
     // One for each thing.
     std::vector<Locatable> locatable;

@@ -42,19 +42,9 @@ void CheckComponent(const Thing& thing, XrSpaceComponentTypeKS type) {
     if (std::find(types.begin(), types.end(), type) == types.end()) Refuse(XR_ERROR_FEATURE_UNSUPPORTED);
 }
 
-// Starts the change and says how it ends, as the mode of the scene has it.
-XrResult Change(Locatable& locatable, SceneMode mode, bool wanted, XrTime settles) {
-    const XrTime now = Now();
-    locatable.enabled = locatable.IsEnabled(now);
-    const bool fails = mode == SceneMode::kFailedStatus;
-    locatable.wanted = fails ? locatable.enabled : wanted;
-    locatable.settles = mode == SceneMode::kNeverLocatable ? Locatable::kNever : settles;
-    return fails ? XR_ERROR_RUNTIME_FAILURE : XR_SUCCESS;
-}
-
 }  // namespace
 
-Scene::Scene(SceneMode scene_mode) : mode(scene_mode), things(Furnish(scene_mode)), locatable(things.size()) {}
+Scene::Scene(SceneMode scene_mode) : things(Furnish(scene_mode)), locatable(things.size()) {}
 
 XrResult GetSpaceComponentStatusKS(XrSpace space, XrSpaceComponentTypeKS type, XrSpaceComponentStatusKS* status) {
     return Guarded([&](Runtime& runtime) {
@@ -78,14 +68,15 @@ XrResult SetSpaceComponentStatusKS(XrSpace space, const XrSpaceComponentStatusSe
         CheckComponent(found.thing, info->componentType);
         if (info->componentType != XR_SPACE_COMPONENT_TYPE_LOCATABLE_KS) Refuse(XR_ERROR_FEATURE_UNSUPPORTED);
         Session& owner = *found.session;
-        const XrTime settles = Now() + owner.frames.period();
-        const XrResult outcome =
-            Change(owner.scene.locatable[found.index], owner.scene.mode, info->enabled != XR_FALSE, settles);
+        const XrTime now = Now();
+        const XrTime settles = now + owner.frames.period();
+        Locatable& locatable = owner.scene.locatable[found.index];
+        locatable = {locatable.IsEnabled(now), info->enabled != XR_FALSE, settles};
         *request = ++owner.scene.last_request;
-        if (owner.scene.mode == SceneMode::kNeverLocatable) return XR_SUCCESS;
         owner.instance->events.Push(
             XrEventDataSpaceSetStatusCompleteKS{XR_TYPE_EVENT_DATA_SPACE_SET_STATUS_COMPLETE_KS, nullptr, *request,
-                                                outcome, space, found.thing.uuid, info->componentType, info->enabled},
+                                                XR_SUCCESS, space, found.thing.uuid, info->componentType,
+                                                info->enabled},
             settles);
         return XR_SUCCESS;
     });

@@ -13,7 +13,6 @@ namespace {
 constexpr std::size_t kMaxOpenQueries = 256;
 constexpr int kMaxChainedFilters = 8;
 // A request that was never handed out.
-constexpr XrAsyncRequestIdKS kForeignRequest = 0xF0E1D2C3;
 
 bool SameUuid(const XrUuidEXT& a, const XrUuidEXT& b) {
     return std::memcmp(a.data, b.data, sizeof(a.data)) == 0;
@@ -78,26 +77,6 @@ std::vector<std::size_t> Find(const Scene& scene, const XrSpaceQueryInfoKS& info
     return found;
 }
 
-// What an application gets to see that shares its instance with another session: none of it is its own.
-void TellForeignEvents(EventQueue& events, XrTime due) {
-    events.Push(XrEventDataSpaceQueryResultsAvailableKS{XR_TYPE_EVENT_DATA_SPACE_QUERY_RESULTS_AVAILABLE_KS, nullptr,
-                                                        kForeignRequest},
-                due);
-    events.Push(XrEventDataSpaceSetStatusCompleteKS{XR_TYPE_EVENT_DATA_SPACE_SET_STATUS_COMPLETE_KS,
-                                                    nullptr,
-                                                    kForeignRequest,
-                                                    XR_SUCCESS,
-                                                    XR_NULL_HANDLE,
-                                                    {},
-                                                    XR_SPACE_COMPONENT_TYPE_LOCATABLE_KS,
-                                                    XR_TRUE},
-                due);
-    events.Push(XrEventDataSessionStateChanged{XR_TYPE_EVENT_DATA_SESSION_STATE_CHANGED, nullptr,
-                                               reinterpret_cast<XrSession>(kForeignRequest),
-                                               XR_SESSION_STATE_LOSS_PENDING, due},
-                due);
-}
-
 }  // namespace
 
 XrResult QuerySpacesKS(XrSession session, const XrSpaceQueryInfoBaseHeaderKS* info, XrAsyncRequestIdKS* request) {
@@ -115,7 +94,6 @@ XrResult QuerySpacesKS(XrSession session, const XrSpaceQueryInfoBaseHeaderKS* in
         scene.results[*request] = {std::move(found), available};
 
         EventQueue& events = owner.instance->events;
-        if (scene.mode == SceneMode::kForeignEvent) TellForeignEvents(events, available);
         events.Push(XrEventDataSpaceQueryResultsAvailableKS{XR_TYPE_EVENT_DATA_SPACE_QUERY_RESULTS_AVAILABLE_KS,
                                                             nullptr, *request},
                     available);

@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <limits>
-#include <thread>
 
 #include "tests/simulator/simulator_fixture.h"
 #include "xr/pose_math.h"
@@ -169,13 +168,6 @@ TEST(Renderer, PosesBeyondAllBoundsAreDrawnSomehow) {
     }
 }
 
-TEST(Renderer, IsDarkWhileTheHeadIsNowhere) {
-    WorldView world = RoomSeenFrom({});
-    world.eyes.reset();
-    const Picture picture(world, 0, 8, 8);
-    for (std::size_t i = 0; i < 64; ++i) EXPECT_LT(picture.At(i % 8, i / 8).green, 20);
-}
-
 class SimulatorCapture : public SimulatorTest {
  protected:
     void SetUp() override {
@@ -188,7 +180,6 @@ class SimulatorCapture : public SimulatorTest {
     void TearDown() override {
         SimulatorTest::TearDown();
         unsetenv("VELMOOR_SIM_EYE_SIZE");
-        unsetenv("VELMOOR_SIM_CAPTURE");
     }
     std::vector<const char*> Extensions() const override {
         return {"XR_MND_headless", "XR_EXT_conformance_automation", orvanic_xr::kSimulatorCompositorCaptureExtension};
@@ -260,84 +251,6 @@ TEST_F(SimulatorCapture, CallsOutOfOrderAreRefused) {
     EXPECT_EQ(RequestExitSession(session), XR_SUCCESS);
     EXPECT_EQ(EndSession(session), XR_SUCCESS);
     EXPECT_EQ(capture_(session, &info), XR_ERROR_SESSION_NOT_RUNNING);
-}
-
-TEST_F(SimulatorCapture, RecordIsChecked) {
-    const XrSession session = CapturingSession();
-    const struct {
-        const char* name;
-        void (*spoil)(SimulatorCompositorCaptureInfo&);
-    } rows[] = {
-        {"type", [](auto& info) { info.type = XR_TYPE_VIEW; }},
-        {"next", [](auto& info) { info.next = &info; }},
-        {"no eye", [](auto& info) { info.eye = 0; }},
-        {"both eyes", [](auto& info) { info.eye = 3; }},
-        {"eye above 32 bits", [](auto& info) { info.eye = 0x100000001; }},
-        {"width", [](auto& info) { info.width_output = nullptr; }},
-        {"height", [](auto& info) { info.height_output = nullptr; }},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        auto info = Info();
-        row.spoil(info);
-        EXPECT_EQ(capture_(session, &info), XR_ERROR_VALIDATION_FAILURE);
-    }
-    EXPECT_EQ(capture_(session, nullptr), XR_ERROR_VALIDATION_FAILURE);
-    EXPECT_EQ(stop_(session), XR_SUCCESS);
-    for (const std::uint32_t eyes : {0u, 4u, 7u}) EXPECT_EQ(start_(session, eyes), XR_ERROR_VALIDATION_FAILURE);
-}
-
-TEST_F(SimulatorCapture, EnvironmentSetsTheSizeAndTheLies) {
-    const struct {
-        const char* size;
-        const char* lie;
-        std::pair<std::uint32_t, std::uint32_t> told_first, told_with_pixels;
-    } rows[] = {
-        {"16x9", "", {16, 9}, {16, 9}},
-        {"0x9", "", {1024, 1024}, {1024, 1024}},
-        {"16x16385", "", {1024, 1024}, {1024, 1024}},
-        {"16x9 ", "", {1024, 1024}, {1024, 1024}},
-        {"16x9", "no_size", {0, 0}, {0, 0}},
-        {"16x9", "too_large", {16385, 1}, {16385, 1}},
-        {"16x9", "growing", {16, 9}, {32, 18}},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(std::string(row.size) + " " + row.lie);
-        setenv("VELMOOR_SIM_EYE_SIZE", row.size, 1);
-        setenv("VELMOOR_SIM_CAPTURE", row.lie, 1);
-        DestroyInstance(instance_);
-        ASSERT_EQ(TryCreateInstance(Extensions(), instance_), XR_SUCCESS);
-        const XrSession session = CapturingSession();
-        auto info = Info();
-        EXPECT_EQ(capture_(session, &info), XR_SUCCESS);
-        EXPECT_EQ(std::pair(width_, height_), row.told_first);
-        if (width_ == 1024) continue;
-        std::vector<std::uint8_t> pixels(16 * 9 * 4);
-        info.pixels = pixels.data();
-        EXPECT_EQ(capture_(session, &info), XR_SUCCESS);
-        EXPECT_EQ(std::pair(width_, height_), row.told_with_pixels);
-    }
-}
-
-TEST_F(SimulatorCapture, PicturesAreDrawnWhileFramesRunAndTheSessionGoes) {
-    const XrSession session = CapturingSession();
-    const auto capture_often = [&, session](std::uint64_t eye) {
-        std::uint32_t width = 0;
-        std::uint32_t height = 0;
-        std::vector<std::uint8_t> pixels(64 * 48 * 4);
-        SimulatorCompositorCaptureInfo info = Info(eye);
-        info.width_output = &width;
-        info.height_output = &height;
-        for (int i = 0; i < 4000 && capture_(session, &info) != XR_ERROR_HANDLE_INVALID; ++i) {
-            info.pixels = i % 2 == 0 ? pixels.data() : nullptr;
-        }
-    };
-    std::thread left(capture_often, 1);
-    std::thread right(capture_often, 2);
-    for (int i = 0; i < 20; ++i) RunFrame(session);
-    EXPECT_EQ(DestroySession(session), XR_SUCCESS);
-    left.join();
-    right.join();
 }
 
 }  // namespace

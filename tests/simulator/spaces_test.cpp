@@ -89,18 +89,5 @@ TEST(SimulatorHead, SwaysTheSameWayForTheSameSeed) {
     EXPECT_EQ(sway.At(kSecond).position.x, sway.At(1).position.x) << "it keeps still before the session begins";
 }
 
-TEST_F(SimulatorSpaces, EyesStandApartInTheHead) {
-    const XrSession session = MakeSession();
-    const XrViewLocateInfo info = {XR_TYPE_VIEW_LOCATE_INFO, nullptr, XR_VIEW_CONFIGURATION_TYPE_PRIMARY_STEREO, 1,
-                                   MakeSpace(session, XR_REFERENCE_SPACE_TYPE_VIEW)};
-    auto state = Typed<XrViewState>(XR_TYPE_VIEW_STATE);
-    XrView views[2] = {Typed<XrView>(XR_TYPE_VIEW), Typed<XrView>(XR_TYPE_VIEW)};
-    std::uint32_t count = 0;
-    EXPECT_EQ(LocateViews(session, &info, &state, 2, &count, views), XR_SUCCESS);
-    EXPECT_EQ(count, 2u);
-    EXPECT_NEAR(views[0].pose.position.x, -0.0315f, 1e-6);
-    EXPECT_NEAR(views[1].pose.position.x, 0.0315f, 1e-6);
-}
-
 }  // namespace
 }  // namespace simulator_test
