@@ -56,15 +56,10 @@ TEST_F(MachineIdFile, KeepsAValidFirstLineAndReplacesAllElse) {
         {std::string(kId) + "\n", kId},
         {std::string(kId) + "\nmore\n" + std::string(5000, 'x'), kId},
         {"", nullptr},
-        {std::string("\n") + kId, nullptr},
         {std::string(kId) + " ", nullptr},
         {std::string(kId) + "\r\n", nullptr},
-        {std::string(kId) + kId, nullptr},
         {std::string(kId) + std::string("\0x", 2), nullptr},
-        {std::string(kId).substr(1), nullptr},
         {"0f8fad5b-d9cb-469f-a165-70867728950g", nullptr},
-        {"0f8fad5bd9cb469fa16570867728950e", nullptr},
-        {"\xc3\x28\xff\xfe", nullptr},
         {std::string(1 << 20, '0'), nullptr},
     };
     std::filesystem::create_directories(directory_);
@@ -112,15 +107,6 @@ TEST_F(MachineIdFile, LiesInTheHomeOfTheUserDatabaseBeforeThatOfTheEnvironment) 
     EXPECT_EQ(MachineIdHelper(NoEntry).config_directory(), scratch_.path() + "/.config");
     EXPECT_EQ(MachineIdHelper(NoEntry).id_file_path(), path_);
     EXPECT_TRUE(std::filesystem::is_directory(directory_));
-}
-
-TEST_F(MachineIdFile, LiesInTheCurrentDirectoryWithoutAHome) {
-    const ScopedVariable no_home("HOME", std::nullopt);
-    const auto here = std::filesystem::current_path();
-    std::filesystem::current_path(scratch_.path());
-    EXPECT_EQ(MachineIdHelper(NoEntry).id_file_path(), "KestXR/device_data/device_id.txt");
-    EXPECT_TRUE(std::filesystem::is_directory(scratch_.path() + "/KestXR/device_data"));
-    std::filesystem::current_path(here);
 }
 
 TEST(MachineId, IsARandomVersion4UuidInLowerCase) {

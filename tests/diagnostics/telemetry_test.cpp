@@ -2,10 +2,7 @@
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
-#include <barrier>
 #include <stdexcept>
-#include <thread>
 
 #include "diagnostics/clock.h"
 #include "diagnostics/log_file_sink.h"
@@ -62,37 +59,6 @@ class TelemetryEvents : public testing::Test {
     TelemetryEvent last_;
     Telemetry telemetry_{Recorder()};
 };
-
-TEST_F(TelemetryEvents, TellTheWholeLifeOfAnApplicationInOrder) {
-    StartApplication();
-    telemetry_.server_started(8720, 26, true, false);
-    telemetry_.tool_start("openxr_get_head_pose", "openxr_builtin", "look around", "curious");
-    telemetry_.tool_finish("openxr_get_head_pose", 12, true, "", "openxr_builtin");
-    EXPECT_TRUE(Last().success);
-    EXPECT_EQ(Last().latency_ms, 12);
-    telemetry_.tool_finish("spawn", 3, false, "no room", "external_unity");
-    telemetry_.tool_finish("spawn", 4, false, "", "external_unity");
-    telemetry_.error("external_tool", "abandoned", "late");
-    telemetry_.close();
-    telemetry_.server_stopped();  // after the close: not told
-    EXPECT_THAT(
-        TakeCalls(),
-        ElementsAre("initialize Demo 7", "0 #0 | app=Demo,engine=Engine,engine_ver=42,api_ver=281474976710658",
-                    "1 #4 | port=8720,tools_registered=26,ipv4=true,ipv6=false",
-                    "2 #9 tool=openxr_get_head_pose | tool=openxr_get_head_pose,tool_category=openxr_builtin",
-                    "3 #6 tool=openxr_get_head_pose reason=look around sentiment=curious | "
-                    "tool=openxr_get_head_pose,tool_category=openxr_builtin",
-                    "4 #7 tool=openxr_get_head_pose ok | "
-                    "tool=openxr_get_head_pose,tool_category=openxr_builtin,latency_ms=12,success=true",
-                    "5 #7 tool=spawn failed | "
-                    "tool=spawn,tool_category=external_unity,latency_ms=3,success=false,error_reason=no room",
-                    "6 #10 error=tool/error | "
-                    "tool=spawn,tool_category=external_unity,latency_ms=3,success=false,error_reason=no room",
-                    "7 #7 tool=spawn failed | tool=spawn,tool_category=external_unity,latency_ms=4,success=false",
-                    "8 #10 error=tool/error | tool=spawn,tool_category=external_unity,latency_ms=4,success=false",
-                    "9 #10 error=external_tool/abandoned | late", "10 #1", "shutdown"));
-    EXPECT_THAT(log_.take(), ElementsAre("INFO Telemetry initialized for: Demo", "INFO Telemetry shut down"));
-}
 
 TEST_F(TelemetryEvents, CarryWhatIsKnownOfTheProcess) {
     StartApplication();
@@ -190,34 +156,6 @@ TEST_F(TelemetryEvents, WithholdTheReasonAloneWhenAsked) {
     }
 }
 
-TEST_F(TelemetryEvents, OfCallsThatStartTogetherHaveOneFirst) {
-    constexpr int kThreads = 8;
-    Logger::instance().set_level(kLogWarning);  // hundreds of lives
-    for (int round = 0; round < 100; ++round) {
-        telemetry_.initialize("Demo", "1");
-        TakeCalls();
-        std::barrier together(kThreads);
-        std::vector<std::thread> threads;
-        for (int i = 0; i < kThreads; ++i) {
-            threads.emplace_back([&] {
-                together.arrive_and_wait();
-                for (int busy = 0; busy < 5; ++busy) telemetry_.session_created();  // so that they meet at the lock
-                telemetry_.set_proxy_used(true);
-                telemetry_.tool_start("t", "c", "", "");
-            });
-        }
-        for (std::thread& thread : threads) thread.join();
-        std::vector<std::string> ids;
-        for (const std::string& call : TakeCalls()) ids.push_back(call.substr(call.find('#') + 1, 1));
-        const auto first = std::find_if(ids.begin(), ids.end(), [](const std::string& id) { return id != "2"; });
-        ASSERT_LT(first - ids.begin(), kThreads * 5 + 1);
-        EXPECT_EQ(first[0] + first[1], "96");
-        EXPECT_EQ(std::count(ids.begin(), ids.end(), "9"), 1);
-        EXPECT_EQ(std::count(ids.begin(), ids.end(), "6"), kThreads);
-        telemetry_.shutdown();
-    }
-}
-
 TEST_F(TelemetryEvents, FailuresOfAnImplementationReachNoCaller) {
     StartApplication();
     const auto recorder = telemetry_.set_implementation(std::make_unique<FailingTelemetry>());
@@ -227,26 +165,6 @@ TEST_F(TelemetryEvents, FailuresOfAnImplementationReachNoCaller) {
     telemetry_.set_implementation(Recorder());
     telemetry_.session_ended();
     EXPECT_THAT(TakeCalls(), ElementsAre(testing::EndsWith(" #3")));
-}
-
-TEST_F(TelemetryEvents, EndWithTheObject) {
-    {
-        Telemetry telemetry(Recorder());
-        telemetry.initialize("Demo", "1");
-    }
-    EXPECT_THAT(TakeCalls(), ElementsAre("initialize Demo 1", "shutdown"));
-}
-
-TEST_F(TelemetryEvents, AreTrackedByNobodyUnlessAnImplementationIsPutIn) {
-    Telemetry telemetry;
-    telemetry.initialize("Demo", "1");
-    telemetry.session_created();
-    EXPECT_THAT(log_.take(), ElementsAre("INFO Telemetry is disabled. Events will not be tracked.",
-                                         "INFO Telemetry initialized for: Demo"));
-    const auto before = telemetry.set_implementation(Recorder());
-    EXPECT_NE(dynamic_cast<NoopTelemetryImpl*>(before.get()), nullptr);
-    telemetry.session_ended();
-    EXPECT_THAT(TakeCalls(), ElementsAre("1 #3"));
 }
 
 TEST(Telemetry, OfTheProcessShutsDownAtExitBeforeTheLogFileEnds) {
@@ -276,14 +194,6 @@ TEST(TelemetryTimestamp, IsUtcInWholeSeconds) {
         {-1, "1969-12-31+23:59:59"},
     };
     for (const auto& row : rows) EXPECT_EQ(TelemetryTimestamp(row.system_ns), row.text);
-}
-
-TEST(TelemetrySessionId, IsRandomInTheFormOfAVersion4Uuid) {
-    const std::string id = NewTelemetrySessionId();
-    EXPECT_TRUE(Machineid::MachineIdHelper().is_valid(id)) << id;
-    EXPECT_EQ(id[14], '4') << id;
-    EXPECT_NE(std::string_view("89ab").find(id[19]), std::string_view::npos) << id;
-    EXPECT_NE(NewTelemetrySessionId(), id);
 }
 
 }  // namespace

@@ -47,21 +47,6 @@ TEST(Report, IsJsonForMachines) {
 )");
 }
 
-TEST(Extensions, OfAPlainRuntimeLimitTheTools) {
-    const Findings findings = JudgeExtensions({"XR_EXT_local_floor", "XR_KS_spatial_entity", "XR_KS_scene"});
-    std::string texts;
-    for (const Finding& finding : findings) texts += finding.text + "\n";
-    EXPECT_EQ(texts,
-              "XR_EXT_conformance_automation not offered: nothing can be moved or pressed; missing: "
-              "openxr_set_head_pose, openxr_set_controller_pose, openxr_set_controller_input\n"
-              "XR_KESTX1_simulator_compositor_output_capture not offered: no picture can be taken; missing: "
-              "openxr_capture_composited_image\n"
-              "XR_KEST_pronto_controller_plus not offered: simulated controllers have no profile to act as\n"
-              "XR_KS_spatial_entity_query, XR_KS_spatial_entity_container not offered: openxr_list_spatial_entities "
-              "finds nothing\n");
-    EXPECT_TRUE(AgentCouldWork(findings));
-}
-
 TEST(Extensions, AllThatTheLayerAsksForAreMissed) {
     std::string texts;
     for (const Finding& finding : JudgeExtensions({})) texts += finding.text + "\n";

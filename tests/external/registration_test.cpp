@@ -235,16 +235,5 @@ TEST_F(ExternalRegistration, FromPlainStringsTellsItsOutcomeInTheLog) {
               "ERROR OrvanicXR_RegisterExternalTool: failed in xrOrvanicRegisterExternalToolKESTX1(): -12");
 }
 
-TEST_F(ExternalRegistration, IsOpenToSeveralThreadsAtOnce) {
-    std::vector<std::thread> threads;
-    for (const char* name : {"a", "b", "c", "d"}) {
-        threads.emplace_back([name] {
-            for (int n = 0; n < 20; ++n) OrvanicXR_RegisterExternalTool(name, "d", 0, nullptr, Echo, 0, nullptr);
-        });
-    }
-    for (std::thread& thread : threads) thread.join();
-    EXPECT_EQ(registry_.tools.size(), 80u);
-}
-
 }  // namespace
 }  // namespace orvanic_xr

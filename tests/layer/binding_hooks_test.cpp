@@ -94,13 +94,6 @@ TEST_F(BindingHooks, SuggestionNeverHoldsAnActionThatCouldNotBeMade) {
     EXPECT_THAT(SuggestCalls(), ElementsAre(SuggestCall(kSimple, "fire /user/hand/left/input/select/click")));
 }
 
-TEST_F(BindingHooks, SuggestionThatIsRefusedGoesBackAsItIs) {
-    OpenSession();
-    runtime_.answer("xrSuggestInteractionProfileBindings", XR_ERROR_PATH_UNSUPPORTED);
-    EXPECT_EQ(Suggest(kSimple, {}), XR_ERROR_PATH_UNSUPPORTED);
-    EXPECT_THAT(log_.messages("ERROR"), ElementsAre("OrvanicLayerXrSuggestInteractionProfileBindings failed"));
-}
-
 TEST_F(BindingHooks, RefusalThatTheLayersBindingsMayHaveCausedIsTriedWithoutThem) {
     OpenSession();
     const XrAction fire = MakeAction("fire");
@@ -148,16 +141,6 @@ TEST_F(BindingHooks, RefusedSyncGoesOnWithoutTheLayersSetUntilItIsAttached) {
     EXPECT_THAT(calls_of_sync(XR_ERROR_ACTIONSET_NOT_ATTACHED), ElementsAre(widened, as_it_came));
     runtime_.behave("xrSyncActions");
     EXPECT_THAT(calls_of_sync(XR_SUCCESS), ElementsAre(widened)) << "the refusal was the application's own";
-}
-
-TEST_F(BindingHooks, ProfileWithoutANameIsNotRemembered) {
-    OpenSession();
-    const XrAction hand = MakeAction("hand");
-    runtime_.answer("xrPathToString", XR_ERROR_PATH_INVALID);
-    Suggest(kSimple, {{hand, "/user/hand/left/input/grip/pose"}});
-    EXPECT_THAT(SuggestCalls(), ElementsAre(HasSubstr(kOwnBindings)));
-    EXPECT_THAT(log_.messages("DEBUG"), IsEmpty());
-    EXPECT_THAT(BindingMirror::instance().ToMirror(), IsEmpty());
 }
 
 TEST_F(BindingHooks, NullArgumentsAreRefusedBeforeTheNextLayer) {
@@ -289,39 +272,6 @@ TEST_F(BindingHooks, ApplicationThatKnowsTheProfileGetsNoMirror) {
     Attach(session, {});
     EXPECT_THAT(SuggestCalls(), IsEmpty());
     EXPECT_THAT(log_.messages("INFO"), testing::Contains("EnsureProntoControllerPlusBindingsSuggested: nothing to do"));
-}
-
-TEST_F(BindingHooks, MirrorThatFailsStopsNoAttach) {
-    const XrSession session = OpenSession();
-    const XrAction fire = MakeAction("fire");
-    const auto string_to_path_refusing = [this](const std::string& refused) {
-        return [this, refused](XrInstance, const char* text, XrPath* path) {
-            if (text == refused) return XR_ERROR_PATH_COUNT_EXCEEDED;
-            *path = runtime_.path(text);
-            return XR_SUCCESS;
-        };
-    };
-    const auto attach = [&] {
-        runtime_.take_calls();
-        log_.take();
-        EXPECT_EQ(Attach(session, {}), XR_SUCCESS);
-        return log_.messages("WARNING");
-    };
-    Suggest(kSimple, {{fire, "/user/hand/left/input/trackpad/x"}});
-    EXPECT_THAT(attach(), ElementsAre("EnsureProntoControllerPlusBindingsSuggested: no translatable bindings found"));
-    Suggest(kSimple, {{fire, "/user/hand/left/input/trigger/value"}, {fire, "/user/hand/left/input/x/click"}});
-    runtime_.on("xrStringToPath", string_to_path_refusing("/user/hand/left/input/trigger/value"));
-    EXPECT_THAT(attach(), ElementsAre("Mirror: xrStringToPath failed for /user/hand/left/input/trigger/value"));
-    EXPECT_THAT(SuggestCalls(), ElementsAre(HasSubstr("[fire /user/hand/left/input/x/click, orvanic")));
-    runtime_.on("xrStringToPath", string_to_path_refusing(kPronto));
-    EXPECT_THAT(attach(), ElementsAre("Failed to resolve " + std::string(kPronto) + "; skipping mirror"));
-    EXPECT_THAT(SuggestCalls(), IsEmpty());
-    runtime_.behave("xrStringToPath");
-    runtime_.answer("xrSuggestInteractionProfileBindings", XR_ERROR_PATH_UNSUPPORTED);
-    EXPECT_THAT(attach(), ElementsAre("Failed to suggest mirrored pronto_controller_plus bindings, XrResult=-22"));
-    runtime_.lack("xrStringToPath");
-    EXPECT_THAT(attach(), IsEmpty());
-    EXPECT_THAT(SuggestCalls(), IsEmpty());
 }
 
 }  // namespace

@@ -213,13 +213,6 @@ TEST_F(FrameHooks, DiscardedFrameIsDroppedAndNoOther) {
     }
 }
 
-TEST_F(FrameHooks, LocateTimeGoesOnePeriodAheadOnceFramesHaveEnded) {
-    RunFrame();
-    EXPECT_EQ(Context(session_).CurrentLocateTime(), 0);
-    RunFrame();
-    EXPECT_EQ(Context(session_).CurrentLocateTime(), 1'020'000'000);
-}
-
 TEST_F(FrameHooks, AbandonedFrameEndsInTheNextSession) {
     Wait();
     OrvanicLayerXrDestroySession(session_);
@@ -282,15 +275,6 @@ TEST_F(FrameHooks, BeginRunsTheCallbacksThatWaitForItAfterTheForward) {
     EXPECT_EQ(Begin(), XR_ERROR_CALL_ORDER_INVALID);
     EXPECT_THAT(order, ElementsAre("runtime", "flags 2"));
     ExternalToolManager::instance().ClearAbandoned();
-}
-
-TEST_F(FrameHooks, FramesOfASessionWithoutAContextGoOn) {
-    OrvanicLayerXrDestroySession(session_);
-    log_.take();
-    EXPECT_EQ(RunFrame(), XR_SUCCESS);
-    EXPECT_TRUE(Last().valid);
-    EXPECT_THAT(log_.take(), ElementsAre("ERROR Session context not found for session %p0x2001",
-                                         "ERROR Session context not found for session %p0x2001"));
 }
 
 TEST_F(FrameHooks, SteadyFramesAllocateTheirLayerListAndNothingElse) {
@@ -358,41 +342,6 @@ TEST_F(FrameHooks, FramesOverlapOnTwoThreadsWhileAToolReads) {
     tool.join();
     EXPECT_EQ(Last().predictedDisplayTime, 1'000'000'000 + 10'000'000LL * (kFrames - 1));
     EXPECT_THAT(EndAll(session_), IsEmpty());
-}
-
-// Sessions come and go on the application's thread while frames still run on the old one and a tool works with
-// whatever is current.
-TEST_F(FrameHooks, SessionsComeAndGoWhileFramesAndAToolRun) {
-    Logger::instance().set_level(kLogError + 1);
-    std::atomic<bool> done = false;
-    std::atomic<XrSession> current = session_;
-    std::thread frames([&] {
-        XrFrameState state{};
-        while (!done) {
-            OrvanicLayerXrWaitFrame(current, nullptr, &state);
-            OrvanicLayerXrBeginFrame(current, nullptr);
-            OrvanicLayerXrEndFrame(current, nullptr);
-        }
-    });
-    std::thread tool([&] {
-        while (!done) {
-            const SessionState state = ContextManager::instance().getSessionState();
-            const auto context = ContextManager::instance().getSessionContext(state.session);
-            context->SetSimulatedControllerPose(kLeftHand, kAimKind, {});
-            if (context->CurrentLocateTime() != 0) context->conformance_automation_active = true;
-        }
-    });
-    for (int i = 0; i < 100; ++i) {
-        EXPECT_EQ(OrvanicLayerXrDestroySession(current), XR_SUCCESS);
-        XrSession next = XR_NULL_HANDLE;
-        EXPECT_EQ(OrvanicLayerXrCreateSession(runtime_.instance(), nullptr, &next), XR_SUCCESS);
-        current = next;
-    }
-    done = true;
-    frames.join();
-    tool.join();
-    EXPECT_EQ(runtime_.calls("xrDestroyActionSet").size(), 100u);
-    EXPECT_EQ(runtime_.calls("xrDestroySpace").size(), 800u);
 }
 
 }  // namespace

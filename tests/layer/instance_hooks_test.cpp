@@ -124,16 +124,6 @@ TEST_F(InstanceHooks, RecordGoesDownAsItCameWhereNothingChanges) {
     EXPECT_FALSE(ContextManager::instance().getInstanceState().externalToolExtensionEnabled);
 }
 
-TEST_F(InstanceHooks, OwnExtensionAloneLeavesAnEmptyList) {
-    std::strcpy(next_info_.layerName, kOrvanic);
-    Enable({"XR_KESTX1_orvanic_external_tool"});
-    runtime_.extensions = {};
-    EXPECT_EQ(Create(), XR_SUCCESS);
-    EXPECT_THAT(runtime_.calls("xrCreateApiLayerInstance"), ElementsAre("xrCreateApiLayerInstance(Demo, [])"));
-    EXPECT_THAT(log_.messages("INFO"), testing::Contains("No instance extensions available"));
-    EXPECT_TRUE(ContextManager::instance().getInstanceState().externalToolExtensionEnabled);
-}
-
 TEST_F(InstanceHooks, RecordsThatDoNotFitAreRefusedWithoutAWord) {
     const struct {
         const char* what;
@@ -165,23 +155,6 @@ TEST_F(InstanceHooks, RecordsThatDoNotFitAreRefusedWithoutAWord) {
     EXPECT_THAT(runtime_.take_calls(), IsEmpty());
     EXPECT_THAT(runtime_.take_lookups(), IsEmpty());
     EXPECT_THAT(log_.take(), IsEmpty());
-}
-
-TEST_F(InstanceHooks, RuntimeThatDoesNotTellItsExtensionsCostsAWarning) {
-    const auto warnings_of_creation = [&] {
-        EXPECT_EQ(Create(), XR_SUCCESS);
-        const auto warnings = log_.messages("WARNING");
-        log_.take();
-        EXPECT_THAT(ContextManager::instance().getInstanceState().availableExtensions, IsEmpty());
-        return warnings.empty() ? "" : warnings.front();
-    };
-    runtime_.lack("xrEnumerateInstanceExtensionProperties");
-    EXPECT_EQ(warnings_of_creation(), "xrEnumerateInstanceExtensionProperties function is not available");
-    runtime_.offer("xrEnumerateInstanceExtensionProperties");
-    runtime_.answer_once("xrEnumerateInstanceExtensionProperties", XR_ERROR_RUNTIME_FAILURE);
-    EXPECT_EQ(warnings_of_creation(), "Failed to enumerate instance extensions (first call), result: -2");
-    runtime_.answer_call("xrEnumerateInstanceExtensionProperties", 2, XR_ERROR_SIZE_INSUFFICIENT);
-    EXPECT_EQ(warnings_of_creation(), "Failed to enumerate instance extensions (second call), result: -11");
 }
 
 // A layer below that doesn't tell its extensions hides nothing of what lies below it.
@@ -229,13 +202,6 @@ TEST_F(InstanceHooks, RefusedInstanceStillLeavesTableStateAndTools) {
     EXPECT_EQ(ContextManager::instance().getInstanceState().instance, instance_);
     EXPECT_NE(McpServerHost::instance().ipv4_server(), nullptr);
     EXPECT_TRUE(InProcessToolRegistry::instance().invoke("openxr_get_instance_info", json::object()).success);
-}
-
-TEST_F(InstanceHooks, ExceptionOfTheNextLayerGoesNoFurther) {
-    runtime_.throw_from("xrCreateApiLayerInstance");
-    EXPECT_EQ(Create(), XR_ERROR_RUNTIME_FAILURE);
-    EXPECT_THAT(log_.messages("ERROR"), ElementsAre("Exception in OrvanicLayerXrCreateApiLayerInstance"));
-    EXPECT_FALSE(DispatchHolder::instance().has_table());
 }
 
 TEST_F(InstanceHooks, LastInstanceWins) {
@@ -292,14 +258,6 @@ TEST_F(InstanceHooks, HandlesGoWithTheirInstance) {
     EXPECT_FALSE(ActionMaps::instance().FindSpace(space, false));
     EXPECT_THAT(BindingMirror::instance().ToMirror(), IsEmpty());
     EXPECT_FALSE(ContextManager::instance().getSessionState().valid);
-}
-
-TEST_F(InstanceHooks, RefusedDestructionGoesBack) {
-    ASSERT_EQ(Create(), XR_SUCCESS);
-    runtime_.answer("xrDestroyInstance", XR_ERROR_RUNTIME_FAILURE);
-    EXPECT_EQ(OrvanicLayerXrDestroyInstance(instance_), XR_ERROR_RUNTIME_FAILURE);
-    EXPECT_THAT(log_.messages("ERROR"), ElementsAre("OrvanicLayerXrDestroyInstance failed"));
-    EXPECT_THAT(LogFile(), HasSubstr("==== session ended at "));
 }
 
 TEST_F(InstanceHooks, DestructionThatCannotBeForwardedLeavesTheLogFileOpen) {

@@ -98,16 +98,6 @@ TEST_F(SessionHooks, CreationMakesTheSessionCurrentAndThenItsContexts) {
     EXPECT_NE(ContextManager::instance().getSceneContext(session), nullptr);
 }
 
-TEST_F(SessionHooks, FailedCreationChangesNothing) {
-    runtime_.answer("xrCreateSession", XR_ERROR_LIMIT_REACHED);
-    XrSession session = XR_NULL_HANDLE;
-    EXPECT_EQ(OrvanicLayerXrCreateSession(runtime_.instance(), nullptr, &session), XR_ERROR_LIMIT_REACHED);
-    EXPECT_FALSE(State().valid);
-    EXPECT_THAT(runtime_.take_calls(), ElementsAre("xrCreateSession(instance1, null)"));
-    EXPECT_THAT(log_.take(),
-                ElementsAre("INFO OrvanicLayerXrCreateSession called", "ERROR OrvanicLayerXrCreateSession failed"));
-}
-
 TEST_F(SessionHooks, SessionIsMadeWithoutASystem) {
     const auto create_and_complain = [&](const XrSessionCreateInfo* info) {
         XrSession session = XR_NULL_HANDLE;
@@ -225,21 +215,6 @@ TEST_F(SessionHooks, DestructionDropsTheContextsBeforeTheRuntimeDropsTheSession)
     Create();
     EXPECT_EQ(State().generation, 2u);
     EXPECT_THAT(log_.take(), Contains("INFO Session restarted: old=0x0 new=0x2002 generation=2"));
-}
-
-TEST_F(SessionHooks, RefusedOrImpossibleDestructionLeavesALiveSessionWithoutContexts) {
-    for (const bool impossible : {false, true}) {
-        SCOPED_TRACE(impossible);
-        const XrSession session = Created();
-        runtime_.answer("xrDestroySession", XR_ERROR_HANDLE_INVALID);
-        if (impossible) runtime_.lack("xrDestroySession");
-        EXPECT_EQ(OrvanicLayerXrDestroySession(session),
-                  impossible ? XR_ERROR_RUNTIME_FAILURE : XR_ERROR_HANDLE_INVALID);
-        EXPECT_FALSE(HasContext(session));
-        EXPECT_TRUE(State().valid);
-        EXPECT_EQ(State().session, session);
-        EXPECT_EQ(runtime_.calls("xrDestroySpace").size(), 8u);
-    }
 }
 
 TEST_F(SessionHooks, EndOfAnOlderSessionMarksTheNewerOneInvalid) {

@@ -77,11 +77,5 @@ TEST(ConnectionWorkers, TakeNoMoreThanAThirdOfTheDescriptorsWithinBounds) {
     setrlimit(RLIMIT_NOFILE, &usual);
 }
 
-TEST(ConnectionWorkers, ShutDownTakeNothingMore) {
-    connection_workers workers({.kept_workers = 1, .workers = 5, .patience = 0ms, .streams = 0});
-    workers.shutdown();
-    EXPECT_FALSE(workers.enqueue([] {}));
-}
-
 }  // namespace
 }  // namespace mcp

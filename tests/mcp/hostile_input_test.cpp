@@ -3,9 +3,7 @@
 #include <unistd.h>
 
 #include <fstream>
-#include <map>
 #include <random>
-#include <thread>
 
 #include "tests/mcp/server_fixture.h"
 
@@ -112,9 +110,6 @@ TEST_F(HostileInput, BodyIsLimited) {
     EXPECT_EQ(reply.status, 413);
     EXPECT_EQ(reply.body, R"({"error":"Payload too large"})");
     EXPECT_EQ(reply.header("Access-Control-Allow-Origin"), "*");
-    EXPECT_EQ(reply.header("Access-Control-Allow-Methods"), "POST, OPTIONS");
-    EXPECT_EQ(reply.header("Access-Control-Allow-Headers"), "Content-Type");
-    EXPECT_TRUE(log_.has("\"POST /message HTTP/1.1\" 413"));
 }
 
 TEST_F(HostileInput, BodiesInHandAreLimited) {
@@ -347,33 +342,6 @@ TEST_F(HostileInput, OneThatReadsLateGetsTheWholeAndDelaysNobody) {
         EXPECT_TRUE(answer.find("z" + text + "z") != std::string::npos) << i;
     }
     EXPECT_TRUE(late.stream().read_until("\r\n\r\n").ends_with(noise + "\"}]}}\r\n\r\n"));
-}
-
-TEST_F(HostileInput, TenThousandRequestsAtOnceAreAllAnsweredOnce) {
-    constexpr int kConnections = 50;
-    constexpr int kRequests = 200;
-    std::vector<std::thread> senders;
-    for (int sender = 0; sender < kConnections; ++sender) {
-        senders.emplace_back([this, sender] {
-            // All requests of a connection are sent before the first acknowledgement is read.
-            for (int half = 0; half < 2; ++half) {
-                raw_socket socket(Port());
-                std::string requests;
-                for (int i = 0; i < kRequests / 2; ++i) {
-                    const int id = sender * kRequests + half * kRequests / 2 + i;
-                    requests +=
-                        post_request(good_->session_uri(), R"({"method":"tools/call","params":{"name":"echo"},"id":)" +
-                                                               std::to_string(id) + "}");
-                }
-                socket.send(requests);
-                for (int i = 0; i < kRequests / 2; ++i) socket.read_until("\r\n\r\nAccepted");
-            }
-        });
-    }
-    std::map<int, int> answers;
-    for (int i = 0; i < kConnections * kRequests; ++i) ++answers[json::parse(good_->next_message())["id"].get<int>()];
-    for (std::thread& sender : senders) sender.join();
-    EXPECT_EQ(answers.size(), 10000u);
 }
 
 }  // namespace

@@ -3,9 +3,7 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
-#include <atomic>
 #include <regex>
-#include <set>
 
 #include "mcp/http_server.h"
 #include "tests/mcp/server_fixture.h"
@@ -92,17 +90,12 @@ TEST_F(Server, AnswersAtTheHttpLevel) {
     } rows[] = {
         {"no JSON", live, "{", 400, no_json},
         {"no JSON and no session", "/message", "{", 400, no_json},
-        {"no session", "/message", R"({"method":"tools/list","id":1})", 404, no_session},
-        {"unknown session", "/message?session_id=x", R"({"method":"x"})", 404, no_session},
         {"text, unknown session", "/message?session_id=x", R"("ping")", 404, no_session},
         {"ping without a session", "/message", R"({"method":"ping","id":1})", 202, "Accepted"},
         {"array", live, "[]", 400, no_request},
-        {"method is no text", live, R"({"jsonrpc":"2.0","method":7})", 400, no_request},
         {"no method", live, R"({"jsonrpc":"2.0","id":1})", 400, no_request},
         {"jsonrpc is no text", live, R"({"jsonrpc":2,"method":"x"})", 400, no_request},
-        {"jsonrpc is null", live, R"({"jsonrpc":null,"method":"x"})", 400, no_request},
         {"no jsonrpc", live, R"({"method":"x"})", 202, "Accepted"},
-        {"another jsonrpc", live, R"({"jsonrpc":"1.0","method":"x"})", 202, "Accepted"},
         {"unknown notification", live, R"({"jsonrpc":"2.0","method":"x","id":null})", 202, "Accepted"},
     };
     for (const auto& row : rows) {
@@ -152,8 +145,6 @@ TEST_F(Server, SessionFromHandshakeToCall) {
         {"ping comes before all", "0", R"("method":"ping")", R"("result":{})"},
         {"list comes too early", "1", R"("method":"tools/list")",
          R"("error":{"code":-32600,"message":"Session not initialized"})"},
-        {"no version", "2", R"("method":"initialize","params":{})",
-         R"("error":{"code":-32602,"message":"Expected string for 'protocolVersion' parameter"})"},
         {"version is no text", "2", R"("method":"initialize","params":{"protocolVersion":1})",
          R"("error":{"code":-32602,"message":"Expected string for 'protocolVersion' parameter"})"},
         {"real but unsupported version", "3", R"("method":"initialize","params":{"protocolVersion":"2025-03-26"})",
@@ -166,8 +157,6 @@ TEST_F(Server, SessionFromHandshakeToCall) {
         {"initialize", R"("five")", R"("method":"initialize","params":{"protocolVersion":"2025-06-18"})",
          R"("result":{"protocolVersion":"2025-06-18","capabilities":{"tools":{}},)"
          R"("serverInfo":{"name":"Tested","version":"1.2"}})"},
-        {"still too early", "6", R"("method":"tools/call","params":{"name":"echo"})",
-         R"("error":{"code":-32600,"message":"Session not initialized"})"},
         {"initialized as a request", "7", R"("method":"notifications/initialized")",
          R"("error":{"code":-32600,"message":"Session not initialized"})"},
         {"initialized", nullptr, R"("method":"notifications/initialized")", nullptr},
@@ -204,7 +193,6 @@ TEST_F(Server, ToolCalls) {
         const char* params;
         std::string outcome;  // the key behind the id, and its value
     } rows[] = {
-        {"no arguments", R"({"name":"echo"})", R"("result":{"isError":false,"content":[{"type":"text","text":"[]"}]})"},
         {"arguments null", R"({"name":"echo","arguments":null})",
          R"("result":{"isError":false,"content":[{"type":"text","text":"null"}]})"},
         {"arguments as text", R"({"name":"echo","arguments":"{\"x\":1}"})",
@@ -218,7 +206,6 @@ TEST_F(Server, ToolCalls) {
          R"("error":{"code":-32603,"message":"Unknown internal error"})"},
         {"unknown tool", R"({"name":"nope"})", R"("error":{"code":-32602,"message":"Tool not found: nope"})"},
         {"no name", R"({"arguments":{}})", R"("error":{"code":-32602,"message":"Missing 'name' parameter"})"},
-        {"params are a list", R"(["echo"])", R"("error":{"code":-32602,"message":"Missing 'name' parameter"})"},
         {"name is no text", R"({"name":1})",
          R"("error":{"code":-32603,"message":"Internal error: [json.exception.type_error.302] type must be string, )"
          R"(but is number"})"},
@@ -268,46 +255,6 @@ TEST_F(Server, ListsToolsByNameWithWhatTheyDeclare) {
     EXPECT_EQ(server_->get_tools().size(), 3u);
 }
 
-TEST_F(Server, ShowsEachToolFromItsRegistrationOnWhileClientsList) {
-    Start();
-    constexpr int kTools = 40;
-    const auto listed_names = [](sse_client& client) {
-        std::set<std::string> names;
-        const json answer = parse_json(client.call(R"({"id":1,"method":"tools/list"})"));
-        for (const json& tool : answer.at("result").at("tools")) {
-            EXPECT_TRUE(names.insert(tool.at("name")).second) << "listed twice";
-        }
-        return names;
-    };
-    std::atomic<bool> done = false;
-    auto lister = std::async(std::launch::async, [&] {
-        sse_client client(Port());
-        client.shake_hands();
-        for (std::set<std::string> before; !done;) {
-            const auto now = listed_names(client);
-            EXPECT_TRUE(std::includes(now.begin(), now.end(), before.begin(), before.end()));
-            before = now;
-        }
-    });
-    const auto register_and_call = [&](const std::string& prefix) {
-        sse_client client(Port());
-        client.shake_hands();
-        for (int i = 0; i < kTools; ++i) {
-            const std::string name = prefix + std::to_string(i);
-            server_->register_tool(tool_named(name),
-                                   [](const json&, const std::string&) { return text_content("ok"); });
-            EXPECT_TRUE(listed_names(client).contains(name)) << name;
-            EXPECT_THAT(client.call_tool(i, name), HasSubstr(R"("text":"ok")"));
-        }
-    };
-    auto other = std::async(std::launch::async, register_and_call, "other_");
-    register_and_call("tool_");
-    other.get();
-    done = true;
-    lister.get();
-    EXPECT_EQ(server_->get_tools().size(), 5u + 2 * kTools);
-}
-
 TEST_F(Server, LogsACallFromPostToAnswer) {
     Start();
     sse_client client(Port());
@@ -335,30 +282,6 @@ TEST_F(Server, LogsACallFromPostToAnswer) {
     EXPECT_EQ(log_.take().size(), 1u);
 }
 
-TEST_F(Server, LogsTheHandshakeAndTellsItsCallbacks) {
-    Start();
-    std::string told;
-    server_->set_initialize_callback([&](const std::string& session_id, const json& info, const header_map& headers) {
-        told += session_id + " " + dump_json(info) + " " + headers.at("content-type") + "; ";
-        throw std::runtime_error("callback broke");
-    });
-    server_->set_client_connected_callback(
-        [&](const std::string& name, const std::string& version) { told += name + " " + version + "; "; });
-    sse_client client(Port());
-    log_.take();
-    client.call(
-        R"({"id":1,"method":"initialize","params":{"protocolVersion":"2024-11-05","clientInfo":{"name":"Me"}}})");
-    client.call(R"({"id":1,"method":"initialize","params":{"protocolVersion":"2024-11-05","clientInfo":"?"}})");
-    EXPECT_EQ(told, client.session_id() + R"( {"name":"Me"} application/json; Me UnknownVersion; )" +
-                        client.session_id() + R"( "?" application/json; UnknownClient UnknownVersion; )");
-    EXPECT_THAT(log_.take(),
-                testing::IsSupersetOf(
-                    {"INFO Processing method call: initialize", "INFO Client requested protocol version: 2024-11-05",
-                     ("INFO Negotiated protocol version: 2024-11-05 for session: " + client.session_id()).c_str(),
-                     "INFO Client connected: Me UnknownVersion", "ERROR initialize_callback threw: callback broke",
-                     "INFO Initialization successful, waiting for notifications/initialized notification"}));
-}
-
 TEST_F(Server, HeartbeatsCountFromZeroAndSilenceGetsAComment) {
     auto config = local_config();
     config.timings.heartbeat_pause = 20ms;
@@ -377,22 +300,6 @@ TEST_F(Server, HeartbeatsCountFromZeroAndSilenceGetsAComment) {
     const sse_event event = silence.next_event();
     EXPECT_EQ(event.type, "comment");
     EXPECT_EQ(event.data, "keepalive");
-}
-
-// With the pauses that clients rely on.
-TEST_F(Server, EndpointComesHalfASecondAfterTheRequestAndHeartbeatsTwoSecondsLater) {
-    auto config = local_config();
-    config.timings = {};
-    Start(config);
-    const auto opened = std::chrono::steady_clock::now();
-    sse_client client(Port());
-    const auto endpoint = std::chrono::steady_clock::now();
-    EXPECT_EQ(client.next_event().data, "0");
-    const auto heartbeat = std::chrono::steady_clock::now();
-    EXPECT_GE(endpoint - opened, 500ms);
-    EXPECT_LT(endpoint - opened, 5s);
-    EXPECT_GE(heartbeat - endpoint, 1990ms);
-    EXPECT_LT(heartbeat - endpoint, 7s);
 }
 
 }  // namespace

@@ -46,12 +46,6 @@ TEST(ThreadPool, ThrowingTaskHarmsNoOther) {
     EXPECT_EQ(fine.wait_for(10s), std::future_status::ready);
 }
 
-TEST(ThreadPool, WithoutWorkersTasksAreTakenAndNeverRun) {
-    thread_pool pool(0);
-    auto task = pool.enqueue([] { FAIL() << "ran"; });
-    EXPECT_EQ(task.wait_for(10ms), std::future_status::timeout);
-}
-
 // One place, and tasks that wait for `opened` with it lent.
 struct WaitingTasks {
     explicit WaitingTasks(std::size_t count) {

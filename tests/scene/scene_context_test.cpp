@@ -114,14 +114,6 @@ TEST_F(Scene, WhatTheRuntimeCannotTellIsLeftOut) {
     EXPECT_THAT(runtime_.calls("xrSetSpaceComponentStatusKS"), IsEmpty());
 }
 
-TEST_F(Scene, AnAnchorWhoseStatusCannotBeToldIsAnEntity) {
-    room_.container_with({"TABLE"});
-    runtime_.answer_call("xrGetSpaceComponentStatusKS", 1, XR_ERROR_RUNTIME_FAILURE);
-    SceneContext scene(session_);
-    room_.deliver_results(scene);
-    EXPECT_THAT(Names(scene), ElementsAre("UNKNOWN 1"));
-}
-
 TEST_F(Scene, ForeignRequestsAbsurdCountsAndFailedRequestsCompleteNothing) {
     room_.loose("TABLE");
     SceneContext scene(session_);

@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 
-#include <random>
 #include <string>
 
 #include "tests/fakes/log_capture.h"
@@ -40,18 +39,6 @@ TEST(HandednessTools, TellTheFirstFault) {
          "'orientation' must be an array of 4 numbers [x,y,z,w]."},
         {kToUnity, R"({"orientation":[0,0,0,true]})", "orientation components must be numbers."},
     });
-}
-
-TEST(HandednessTools, AreEachOthersInverse) {
-    const LogCapture quiet(kLogError);
-    std::mt19937 random(1);
-    const auto number = [&random] { return 0.0625 * (static_cast<int>(random() % 65) - 32); };
-    for (int round = 0; round < 100; ++round) {
-        const std::string pose = mcp::dump_json({{"success", true},
-                                                 {"position", {number(), number(), number()}},
-                                                 {"orientation", {number(), number(), number(), number()}}});
-        EXPECT_EQ(Answer(kToUnity, Answer(kToOpenXr, pose)), pose);
-    }
 }
 
 }  // namespace

@@ -106,30 +106,6 @@ TEST_F(InfoTools, GiveTheSessionAndItsHistory) {
                                         "INFO openxr_get_session_info: included history with 2 entries"));
 }
 
-TEST_F(InfoTools, GiveTheSystem) {
-    SystemState system;
-    system.valid = true;
-    system.systemId = 18446744073709551615u;
-    system.vendorId = 4294967295;
-    system.systemName = "Head\xffset";
-    system.graphicsProperties.maxSwapchainImageHeight = 1;
-    system.graphicsProperties.maxSwapchainImageWidth = 2;
-    system.graphicsProperties.maxLayerCount = 3;
-    system.trackingProperties.orientationTracking = XR_TRUE;
-    system.trackingProperties.positionTracking = 2;
-    system.timestamp = kTime;
-    ContextManager::instance().setSystemState(system);
-    LogCapture log;
-    EXPECT_EQ(Answer(make_openxr_get_system_info_tool_entry, "[]"),
-              R"({"system_id":18446744073709551615,"vendor_id":4294967295,"system_name":"Head)"
-              "\xEF\xBF\xBD"
-              R"(set","graphics_properties":{"max_swapchain_image_height":1,"max_swapchain_image_width":2,)"
-              R"("max_layer_count":3},"tracking_properties":{"orientation_tracking":true,"position_tracking":false},)"
-              R"("timestamp_utc":)" TIME_TEXT "}");
-    EXPECT_THAT(log.take(), ElementsAre("INFO openxr_get_system_info tool called, isValid=true",
-                                        "INFO openxr_get_system_info: returning cached system data"));
-}
-
 FrameState Frame(XrTime display_time) {
     FrameState frame;
     frame.valid = true;

@@ -173,24 +173,5 @@ TEST(HugeExpression, IsReadInOnePass) {
     EXPECT_EQ(Failure(Repeated("ab(", kCount) + "1"), "Missing closing parenthesis for function ab");
 }
 
-TEST(ParseNumber, StandsAloneAndTakesASign) {
-    const struct {
-        const char* text;
-        double value;
-        std::size_t end;
-    } rows[] = {{"-5", -5, 2}, {"+5*2", 5, 2}, {"-.5e1e", -5, 5}, {"+1e-2-3", 0.01, 5}, {"3e+x", 3, 3}, {"4-1", 4, 1}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.text);
-        std::size_t position = 0;
-        EXPECT_EQ(parse_number(row.text, position), row.value);
-        EXPECT_EQ(position, row.end);
-    }
-    for (const char* text : {"", "-", "+.", "--5", "x"}) {
-        SCOPED_TRACE(text);
-        std::size_t position = 0;
-        EXPECT_THROW(parse_number(text, position), std::invalid_argument);
-    }
-}
-
 }  // namespace
 }  // namespace orvanic_xr

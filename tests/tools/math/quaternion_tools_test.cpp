@@ -1,9 +1,6 @@
 #include <gmock/gmock.h>
 
-#include <cmath>
-#include <random>
 #include <string>
-#include <vector>
 
 #include "tests/fakes/log_capture.h"
 #include "tests/tools/tool_answer.h"
@@ -123,46 +120,6 @@ TEST(MultiplyQuat, GivesTheHamiltonProductNormalised) {
 TEST(SafeNormalize, LeavesWhatIsTooShortAsItIs) {
     EXPECT_EQ(safe_normalize(XrVector3f{1e-20f, 0.0f, 0.0f}).x, 1e-20f);
     EXPECT_EQ(safe_normalize(XrVector3f{0.0f, 1.1e-19f, 0.0f}).y, 1.0f);
-}
-
-std::vector<double> Numbers(const mcp::json& answer, const char* key) {
-    return answer.at(key).get<std::vector<double>>();
-}
-
-double DotProduct(const std::vector<double>& a, const std::vector<double>& b) {
-    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
-}
-
-TEST(QuaternionTools, TakeApartWhatTheyBuilt) {
-    const LogCapture quiet(kLogError);
-    std::mt19937 random(1);
-    std::normal_distribution<double> component;
-    const auto direction = [&] { return mcp::json::array({component(random), component(random), component(random)}); };
-    for (int round = 0; round < 300; ++round) {
-        const mcp::json arguments = {
-            {"front_direction", direction()}, {"up_direction", direction()}, {"return_basis_vectors", true}};
-        SCOPED_TRACE(mcp::dump_json(arguments));
-        const mcp::json built = mcp::parse_json(Answer(kBuild, mcp::dump_json(arguments)));
-        const mcp::json taken_apart =
-            mcp::parse_json(Answer(kDecompose, mcp::dump_json({{"quaternion", built.at("quaternion")}})));
-        const auto front = Numbers(built, "front_direction");
-        const auto up = Numbers(built, "up_direction");
-        const auto right = Numbers(built, "right_direction");
-        constexpr double kTolerance = 5e-4;  // what four decimals leave
-        EXPECT_NEAR(DotProduct(front, front), 1.0, kTolerance);
-        EXPECT_NEAR(DotProduct(up, up), 1.0, kTolerance);
-        EXPECT_NEAR(DotProduct(front, up), 0.0, kTolerance);
-        EXPECT_NEAR(DotProduct(right, {front[1] * up[2] - front[2] * up[1], front[2] * up[0] - front[0] * up[2],
-                                       front[0] * up[1] - front[1] * up[0]}),
-                    1.0, kTolerance);
-        const auto given = arguments.at("front_direction").get<std::vector<double>>();
-        EXPECT_NEAR(DotProduct(front, given), std::sqrt(DotProduct(given, given)), 1e-3);
-        EXPECT_GT(DotProduct(up, arguments.at("up_direction").get<std::vector<double>>()), 0.0);
-        for (const char* key : {"front_direction", "up_direction", "right_direction"}) {
-            EXPECT_THAT(Numbers(taken_apart, key),
-                        testing::Pointwise(testing::DoubleNear(kTolerance), Numbers(built, key)));
-        }
-    }
 }
 
 }  // namespace

@@ -108,17 +108,6 @@ TEST_F(ControllerPoseTools, MoveRelativeToWhereTheViewWas) {
               "Error: Cannot query current left controller pose for animation start.");
 }
 
-TEST_F(ControllerPoseTools, RefuseToWalkFromAnUnknownPlace) {
-    Activate();
-    runtime_.place("space(orvanic_xr_left_hand_grip_pose)", kIdentityPose, 0);
-    EXPECT_EQ(Set({{"hand", "left"}, {"position", {0, 1, -1}}, {"duration_seconds", 1}}),
-              "Error: Cannot query current left controller pose for animation start.");
-    // At once it goes, with identity for what was not given.
-    EXPECT_EQ(Set({{"hand", "left"}, {"position", {0, 1, -1}}, {"duration_seconds", "1"}}), kSucceeded);
-    EXPECT_THAT(runtime_.calls("xrSetInputDeviceLocationEXT"),
-                ElementsAre(HasSubstr("LOCAL_FLOOR, [0 1 -1 | 0 0 0 1])")));
-}
-
 TEST_F(ControllerPoseTools, WalkUnderAKeyOfTheirOwn) {
     Activate();
     auto walk = std::async(std::launch::async, [&] {
@@ -127,17 +116,6 @@ TEST_F(ControllerPoseTools, WalkUnderAKeyOfTheirOwn) {
     EXPECT_TRUE(WaitFor("Started animation for /user/hand/left/aim (duration=1000000000.000000s)"));
     PoseAnimationManager::instance().CancelAll("the test");
     EXPECT_EQ(walk.get(), R"({"success":true,"note":"Animation was superseded by a newer set_controller_pose call."})");
-}
-
-TEST_F(ControllerPoseTools, TellWhichActionOrSpaceIsMissing) {
-    runtime_.answer_call("xrCreateAction", 1, XR_ERROR_NAME_DUPLICATED);       // left grip
-    runtime_.answer_call("xrCreateActionSpace", 3, XR_ERROR_RUNTIME_FAILURE);  // right aim, as left grip makes none
-    BeginSession();
-    EXPECT_EQ(Get({{"hand", "left"}}), "Error: grip pose action is not available for left controller.");
-    EXPECT_EQ(Get({{"hand", "right"}, {"pose_type", "aim"}}),
-              "Error: aim pose action space is not available for right controller.");
-    EXPECT_EQ(Set({{"hand", "left"}, {"position", {0, 0, 0}}}),
-              "Error: grip pose action space is not available for left controller.");
 }
 
 }  // namespace

@@ -41,13 +41,6 @@ TEST_F(HeadPoseTools, RefuseToReadWhatIsNotThere) {
     EXPECT_EQ(Get({}), "Error: SessionContext is not valid.");
 }
 
-TEST_F(HeadPoseTools, NameTheirDefaultSpaceInTheSchema) {
-    EnableExtensions({});
-    for (const auto make : {make_openxr_get_head_pose_tool_entry, make_openxr_set_head_pose_tool_entry}) {
-        EXPECT_THAT(mcp::dump_json(make().tool.input_schema), HasSubstr("Default: 'local'\""));
-    }
-}
-
 TEST_F(HeadPoseTools, MoveTheHeadAndCarryTheControllersAlong) {
     Activate();
     // The head turns a quarter to the left and goes one metre to the right; what was in front of it is now where
@@ -118,16 +111,6 @@ class FrameThread {
     std::atomic<bool> stop_ = false;
     std::thread thread_;
 };
-
-TEST_F(HeadPoseTools, WalkSmoothlyAndReportTheEnd) {
-    Activate();
-    runtime_.place("VIEW", {{0, 0, 0, 1}, {0, 1.5f, 0}});
-    FrameThread frames;
-    EXPECT_EQ(Set({{"position", {2, 1.5, 0}}, {"duration_seconds", 0.05}, {"base_space", "stage"}}), kSucceeded);
-    const auto moves = runtime_.calls("xrSetInputDeviceLocationEXT");
-    ASSERT_GE(moves.size(), 3u);
-    EXPECT_THAT(moves.at(moves.size() - 3), HasSubstr("/user/head/input/view_kest/pose, STAGE, [2 1.5 0 | 0 0 0 1]"));
-}
 
 // The view is located once; a step that read it again would find it moved by the step before.
 TEST_F(HeadPoseTools, MoveRelativeToWhereTheViewWas) {
