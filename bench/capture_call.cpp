@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "bench/some_view.h"
+#include "capture/base64.h"
 #include "capture/capture_tools.h"
 #include "capture/image_encoding.h"
 #include "capture/screen_capture_manager.h"

@@ -6,8 +6,6 @@
 #include <array>
 #include <string>
 
-#include "capture/image_encoding.h"
-
 namespace orvanic_xr {
 namespace {
 

@@ -1,11 +1,15 @@
-// The ways in which encode_base64 works, for those who compare them: all give the same text.
+// Base64, and the ways in which it is computed, for those who compare them: all give the same text.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
 #include <span>
+#include <string>
 
 namespace orvanic_xr {
+
+// Standard alphabet, padded with "=", no line breaks.
+std::string encode_base64(const std::uint8_t* bytes, std::size_t length);
 
 struct Base64Path {
     const char* name;

@@ -6,6 +6,7 @@
 #include <utility>
 #include <vector>
 
+#include "capture/base64.h"
 #include "capture/capture_tools.h"
 #include "capture/image_encoding.h"
 #include "capture/screen_capture_manager.h"
@@ -13,7 +14,7 @@
 #include "diagnostics/logger.h"
 #include "mcp/thread_pool.h"
 #include "tools/arguments.h"
-#include "tools/session_tools.h"
+#include "tools/session_lookup.h"
 #include "tools/tool_results.h"
 #include "xr/simulator_capture_records.h"
 
@@ -53,11 +54,11 @@ json CaptureAndEncode(ScreenCaptureBackend& backend, const std::string& eye) {
     std::uint32_t width = 0;
     std::uint32_t height = 0;
     if (!backend.capture(pixels, width, height, eye)) {
-        return refuse(kName, "Screen capture failed", "Failed to capture frame.");
+        return refuse(kName, Refusal{.log = "Screen capture failed", .answer = "Failed to capture frame."});
     }
     const auto png = encode_png(pixels, width, height);
     if (!png || png->empty()) {
-        return refuse(kName, "Failed to encode PNG", "Failed to encode image to PNG format.");
+        return refuse(kName, Refusal{.log = "Failed to encode PNG", .answer = "Failed to encode image to PNG format."});
     }
     json image = {{"type", "image"}};
     image["data"] = encode_base64(png->data(), png->size());
@@ -77,18 +78,19 @@ json handle_capture_composited_image(const json& arguments, const std::string& /
     if (const json* given = find_argument(arguments, "eye")) {
         // On purpose the text speaks of a hand.
         if (!given->is_string()) {
-            return refuse(kName, "Invalid 'eye' parameter", "Invalid 'hand' parameter. Expected a string value.");
+            return refuse(kName, Refusal{.log = "Invalid 'eye' parameter",
+                                         .answer = "Invalid 'hand' parameter. Expected a string value."});
         }
         eye = given->get<std::string>();
     }
     if (eye != "left" && eye != "right") {
-        return refuse(kName, "Invalid 'eye' parameter: " + ShownPeerText(eye),
-                      "Invalid 'eye' parameter. Must be 'left' or 'right'.");
+        return refuse(kName, Refusal{.log = "Invalid 'eye' parameter: " + ShownPeerText(eye),
+                                     .answer = "Invalid 'eye' parameter. Must be 'left' or 'right'."});
     }
     const std::shared_ptr<ScreenCaptureBackend> backend = ScreenCaptureManager::instance().backend();
     if (!backend) {
-        return refuse(kName, "No capture method available on this platform",
-                      "Compositor capture is not available on this platform.");
+        return refuse(kName, Refusal{.log = "No capture method available on this platform",
+                                     .answer = "Compositor capture is not available on this platform."});
     }
     if (!WaitUntilReady(*backend)) return make_text_tool_result(kPermissionPending);
     return CaptureAndEncode(*backend, eye);

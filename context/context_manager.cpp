@@ -83,7 +83,8 @@ void ContextManager::updateSessionState(const SessionState& state) {
             " new=", HexText(HandleValue(after.session)), " generation=", after.generation);
 }
 
-bool ContextManager::updateCurrentSession(XrSession session, std::optional<XrSessionState> state, std::int64_t now_ns) {
+bool ContextManager::updateSessionIfCurrent(XrSession session, std::optional<XrSessionState> state,
+                                            std::int64_t now_ns) {
     std::lock_guard lock(session_mutex_);
     if (!session_state_->valid || session_state_->session != session) return false;
     SessionState updated = *session_state_;

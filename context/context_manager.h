@@ -54,7 +54,7 @@ class ContextManager {
     void updateSessionState(const SessionState& state);
     // The same for the current session, in one step: `session`, with the time now and with `state` unless that is
     // empty. False, and nothing changes, if another session or none is current.
-    bool updateCurrentSession(XrSession session, std::optional<XrSessionState> state, std::int64_t now_ns);
+    bool updateSessionIfCurrent(XrSession session, std::optional<XrSessionState> state, std::int64_t now_ns);
 
     // The instance is gone, and with it every session that the application did not destroy: none is current, none
     // has a context. The next instance's handles may have the same numbers.

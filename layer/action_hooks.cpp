@@ -7,7 +7,7 @@
 namespace orvanic_xr {
 XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrCreateAction(XrActionSet actionSet, const XrActionCreateInfo* createInfo,
                                                           XrAction* action) {
-    return GuardHook(Quiet("OrvanicLayerXrCreateAction"), [&] {
+    return GuardHook(WithoutTelemetry("OrvanicLayerXrCreateAction"), [&] {
         const auto create = NextFunction(&NextDispatchTable::CreateAction, "xrCreateAction");
         if (!create) return XR_ERROR_RUNTIME_FAILURE;
         const XrResult result = create(actionSet, createInfo, action);
@@ -17,7 +17,7 @@ XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrCreateAction(XrActionSet actionSet,
 }
 
 XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrDestroyAction(XrAction action) {
-    return GuardHook(Quiet("OrvanicLayerXrDestroyAction"), [&] {
+    return GuardHook(WithoutTelemetry("OrvanicLayerXrDestroyAction"), [&] {
         ActionMaps::instance().ForgetAction(action);
         BindingMirror::instance().ForgetAction(action);
         const auto destroy = NextFunction(&NextDispatchTable::DestroyAction, "xrDestroyAction");
@@ -26,7 +26,7 @@ XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrDestroyAction(XrAction action) {
 }
 
 XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrDestroyActionSet(XrActionSet actionSet) {
-    return GuardHook(Quiet("OrvanicLayerXrDestroyActionSet"), [&] {
+    return GuardHook(WithoutTelemetry("OrvanicLayerXrDestroyActionSet"), [&] {
         for (const XrAction action : BindingMirror::instance().ForgetActionsOf(actionSet)) {
             ActionMaps::instance().ForgetAction(action);
         }

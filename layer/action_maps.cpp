@@ -23,11 +23,11 @@ void ActionMaps::AddSpace(XrSpace space, const ActionSpace& entry, const XrPosef
     poseActions.insert(entry.action);
 }
 
-std::optional<ActionMaps::Located> ActionMaps::FindSpace(XrSpace space, bool note_first_time) {
+std::optional<ActionMaps::FoundSpace> ActionMaps::FindSpace(XrSpace space, bool note_first_time) {
     std::lock_guard lock(mutex_);
     const auto found = actionSpaces.find(space);
     if (found == actionSpaces.end()) return std::nullopt;
-    Located located = {found->second.space};
+    FoundSpace located = {found->second.space};
     const auto kinds = actionPoseKinds.find(located.action);
     located.isGrip = kinds != actionPoseKinds.end() && kinds->second.isGrip;
     located.first_time = note_first_time && seenLocateSpaces.insert(space).second;
@@ -40,7 +40,7 @@ XrPosef ActionMaps::OffsetOf(XrSpace space) const {
     return found == actionSpaces.end() ? kIdentityPose : found->second.offset;
 }
 
-bool ActionMaps::HasSpaceOf(XrAction action) const {
+bool ActionMaps::HadSpaceOf(XrAction action) const {
     std::lock_guard lock(mutex_);
     return poseActions.contains(action);
 }

@@ -28,7 +28,7 @@ struct ActionSpace {
 // Any thread. The mutex is held for the lookups alone, never across a runtime call or a log line.
 class ActionMaps {
  public:
-    struct Located : ActionSpace {
+    struct FoundSpace : ActionSpace {
         bool isGrip = false;
         bool first_time = false;  // in this process, and only when asked for
     };
@@ -41,9 +41,9 @@ class ActionMaps {
 
     // On the hot path: one lookup for a space that is not the application's action space, and no allocation
     // unless `note_first_time`.
-    std::optional<Located> FindSpace(XrSpace space, bool note_first_time);
+    std::optional<FoundSpace> FindSpace(XrSpace space, bool note_first_time);
     XrPosef OffsetOf(XrSpace space) const;   // the identity for a space that is not known any more
-    bool HasSpaceOf(XrAction action) const;  // recorded at any time, also when the space is gone
+    bool HadSpaceOf(XrAction action) const;  // recorded at any time, also when the space is gone
 
     void ForgetSpace(XrSpace space);
     void ForgetAction(XrAction action);

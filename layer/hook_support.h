@@ -30,7 +30,7 @@ struct HookGuard {
 };
 
 // For hooks of which telemetry does not hear.
-constexpr HookGuard Quiet(const char* name) {
+constexpr HookGuard WithoutTelemetry(const char* name) {
     return {name, XR_ERROR_RUNTIME_FAILURE, false};
 }
 

@@ -72,7 +72,7 @@ void NoteBegunSession(XrSession session) {
     const std::thread::id thread = std::this_thread::get_id();
     mainThreadId = thread;
     LogInfo("Captured main thread ID for deferred callbacks: ", std::hash<std::thread::id>{}(thread));
-    ContextManager::instance().updateCurrentSession(session, std::nullopt, SystemNanoseconds());
+    ContextManager::instance().updateSessionIfCurrent(session, std::nullopt, SystemNanoseconds());
     LogInfo("OrvanicLayerXrBeginSession succeeded, cached session handle: ", HandleValue(session));
 }
 
@@ -106,7 +106,7 @@ void DropSession(XrSession session) {
 
 void NoteSessionState(const XrEventDataSessionStateChanged& event) {
     // By our own clock; the event's time is the runtime's.
-    if (!ContextManager::instance().updateCurrentSession(event.session, event.state, SystemNanoseconds())) return;
+    if (!ContextManager::instance().updateSessionIfCurrent(event.session, event.state, SystemNanoseconds())) return;
     LogInfo("Session state changed to: ", session_state_name(event.state), " (", event.state, ")");
 }
 
@@ -177,7 +177,7 @@ XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrEndSession(XrSession session) {
             LogError("OrvanicLayerXrEndSession failed");
             return result;
         }
-        ContextManager::instance().updateCurrentSession(session, std::nullopt, SystemNanoseconds());
+        ContextManager::instance().updateSessionIfCurrent(session, std::nullopt, SystemNanoseconds());
         // On purpose: the handle stays, whatever the words say. The session lives on and may begin again.
         LogInfo("OrvanicLayerXrEndSession succeeded, cleared session handle");
         return result;

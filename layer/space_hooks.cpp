@@ -40,7 +40,7 @@ void NoteActionSpace(const XrActionSpaceCreateInfo& info, XrSpace space) {
 }
 
 // The application's action space, with the debug line at its first locate.
-std::optional<ActionMaps::Located> FindActionSpace(XrSpace space) {
+std::optional<ActionMaps::FoundSpace> FindActionSpace(XrSpace space) {
     const auto found = ActionMaps::instance().FindSpace(space, VerboseLogging());
     if (found && found->first_time) {
         LogDebug("[inputdiag] LocateSpace app pose space=", space, " action=", found->action, " hand=", found->hand,
@@ -54,7 +54,7 @@ bool IsAutomated(const SessionContext& context) {
 }
 
 // The hand's pose in STAGE space: of the action's own kind, or of the other if only that was recorded.
-std::optional<XrPosef> SimulatedPose(const SessionContext& context, const ActionMaps::Located& space) {
+std::optional<XrPosef> SimulatedPose(const SessionContext& context, const ActionMaps::FoundSpace& space) {
     const int kind = space.isGrip ? kGripKind : kAimKind;
     const int other_kind = space.isGrip ? kAimKind : kGripKind;
     for (const int column : {kind, other_kind}) {
@@ -65,7 +65,7 @@ std::optional<XrPosef> SimulatedPose(const SessionContext& context, const Action
 }
 
 // The simulated pose of the application's action space in `base_space`; nothing where the simulation has no say.
-std::optional<XrPosef> LocateSimulated(PFN_xrLocateSpace locate_space, const ActionMaps::Located& space,
+std::optional<XrPosef> LocateSimulated(PFN_xrLocateSpace locate_space, const ActionMaps::FoundSpace& space,
                                        XrSpace base_space, XrTime time) {
     if (space.hand != kLeftHand && space.hand != kRightHand) return std::nullopt;
     const XrSession session = ContextManager::instance().getSessionState().session;
@@ -104,7 +104,7 @@ XrResult GetActionStatePose(XrSession session, const XrActionStateGetInfo* info,
     if (!get_state) return XR_ERROR_RUNTIME_FAILURE;
     const XrResult result = get_state(session, info, state);
     if (!info || !state || XR_FAILED(result) || state->isActive) return result;
-    if (!ActionMaps::instance().HasSpaceOf(info->action)) return result;
+    if (!ActionMaps::instance().HadSpaceOf(info->action)) return result;
     const auto context = ContextManager::instance().getSessionContext(session);
     if (context && IsAutomated(*context)) state->isActive = XR_TRUE;
     return result;
@@ -165,7 +165,7 @@ void LogBoolean(XrAction action, const XrActionStateBoolean& state) {
 XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrCreateActionSpace(XrSession session,
                                                                const XrActionSpaceCreateInfo* createInfo,
                                                                XrSpace* space) {
-    return GuardHook(Quiet("OrvanicLayerXrCreateActionSpace"), [&] {
+    return GuardHook(WithoutTelemetry("OrvanicLayerXrCreateActionSpace"), [&] {
         const auto create = NextFunction(&NextDispatchTable::CreateActionSpace, "xrCreateActionSpace");
         if (!create) return XR_ERROR_RUNTIME_FAILURE;
         const XrResult result = create(session, createInfo, space);
@@ -176,18 +176,19 @@ XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrCreateActionSpace(XrSession session
 
 XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrLocateSpace(XrSpace space, XrSpace baseSpace, XrTime time,
                                                          XrSpaceLocation* location) {
-    return GuardHook(Quiet("OrvanicLayerXrLocateSpace"), [&] { return LocateSpace(space, baseSpace, time, location); });
+    return GuardHook(WithoutTelemetry("OrvanicLayerXrLocateSpace"),
+                     [&] { return LocateSpace(space, baseSpace, time, location); });
 }
 
 XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrGetActionStatePose(XrSession session, const XrActionStateGetInfo* getInfo,
                                                                 XrActionStatePose* state) {
-    return GuardHook(Quiet("OrvanicLayerXrGetActionStatePose"),
+    return GuardHook(WithoutTelemetry("OrvanicLayerXrGetActionStatePose"),
                      [&] { return GetActionStatePose(session, getInfo, state); });
 }
 
 XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrGetActionStateFloat(XrSession session, const XrActionStateGetInfo* getInfo,
                                                                  XrActionStateFloat* state) {
-    return GuardHook(Quiet("OrvanicLayerXrGetActionStateFloat"), [&] {
+    return GuardHook(WithoutTelemetry("OrvanicLayerXrGetActionStateFloat"), [&] {
         return GetActionState(&NextDispatchTable::GetActionStateFloat, session, getInfo, state, LogFloat);
     });
 }
@@ -195,13 +196,13 @@ XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrGetActionStateFloat(XrSession sessi
 XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrGetActionStateBoolean(XrSession session,
                                                                    const XrActionStateGetInfo* getInfo,
                                                                    XrActionStateBoolean* state) {
-    return GuardHook(Quiet("OrvanicLayerXrGetActionStateBoolean"), [&] {
+    return GuardHook(WithoutTelemetry("OrvanicLayerXrGetActionStateBoolean"), [&] {
         return GetActionState(&NextDispatchTable::GetActionStateBoolean, session, getInfo, state, LogBoolean);
     });
 }
 
 XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrDestroySpace(XrSpace space) {
-    return GuardHook(Quiet("OrvanicLayerXrDestroySpace"), [&] {
+    return GuardHook(WithoutTelemetry("OrvanicLayerXrDestroySpace"), [&] {
         ActionMaps::instance().ForgetSpace(space);
         const auto destroy = NextFunction(&NextDispatchTable::DestroySpace, "xrDestroySpace");
         return destroy ? destroy(space) : XR_ERROR_RUNTIME_FAILURE;

@@ -12,7 +12,7 @@
 #include "scene/scene_tools.h"
 #include "tools/arguments.h"
 #include "tools/json_conversions.h"
-#include "tools/session_tools.h"
+#include "tools/session_lookup.h"
 #include "tools/tool_results.h"
 #include "xr/pose_math.h"
 
@@ -84,12 +84,12 @@ json handle_list_spatial_entities(const json& arguments, const std::string& /*se
     LogInfo(kName, ": base_space=", PeerText{base_name});
     const std::shared_ptr<SessionContext> context = ContextManager::instance().getSessionContext(resolution.session);
     if (!context || context->ended()) {
-        return refuse(kName, "SessionContext is not valid", "SessionContext is not valid.");
+        return refuse(kName, Refusal{.log = "SessionContext is not valid", .answer = "SessionContext is not valid."});
     }
     const std::shared_ptr<SceneContext> scene = ContextManager::instance().getSceneContext(resolution.session);
     if (!scene) {
-        return refuse(kName, "SceneContext not found for the active session",
-                      "SceneContext not found for the active session.");
+        return refuse(kName, Refusal{.log = "SceneContext not found for the active session",
+                                     .answer = "SceneContext not found for the active session."});
     }
     if (!scene->is_ready()) {
         LogWarning(kName, ": Scene query is still in progress");
@@ -99,8 +99,8 @@ json handle_list_spatial_entities(const json& arguments, const std::string& /*se
     }
     const XrSpace base_space = reference_space_for_name(base_name, *context);
     if (base_space == XR_NULL_HANDLE) {
-        return refuse(kName, "Invalid or unavailable base_space: " + ShownPeerText(base_name),
-                      invalid_base_space_text(base_name));
+        return refuse(kName, Refusal{.log = "Invalid or unavailable base_space: " + ShownPeerText(base_name),
+                                     .answer = invalid_base_space_text(base_name)});
     }
     const XrTime time = context->CurrentLocateTime();
     if (time == 0) {

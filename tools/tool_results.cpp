@@ -39,13 +39,13 @@ json make_text_tool_result(const std::string& text) {
     return text_content(text);
 }
 
-json refuse(const std::string& tool_name, const std::string& message, const std::string& answer) {
-    LogError(tool_name, ": ", message);
-    return make_text_tool_result("Error: " + answer);
+json refuse(const std::string& tool_name, const Refusal& refusal) {
+    LogError(tool_name, ": ", refusal.log);
+    return make_text_tool_result("Error: " + refusal.answer);
 }
 
 json refuse(const std::string& tool_name, const std::string& message) {
-    return refuse(tool_name, message, message);
+    return refuse(tool_name, Refusal{.log = message, .answer = message});
 }
 
 json make_json_tool_result(json value) {

@@ -12,9 +12,15 @@ using mcp::json;
 
 json make_text_tool_result(const std::string& text);
 
-// Logs "<tool>: <message>" as an error and answers "Error: <answer>": a refusal as one statement. The second
-// form answers the message itself.
-json refuse(const std::string& tool_name, const std::string& message, const std::string& answer);
+// Why a tool does not do what it was asked to: what the log says, and what the agent reads.
+struct Refusal {
+    std::string log;
+    std::string answer;
+};
+
+// Logs "<tool>: <log>" as an error and answers "Error: <answer>": a refusal as one statement. The second form says
+// the same to both.
+json refuse(const std::string& tool_name, const Refusal& refusal);
 json refuse(const std::string& tool_name, const std::string& message);
 
 // `value`, rounded to 4 decimals and dumped with an indent of 2, as the item's text.

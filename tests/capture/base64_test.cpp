@@ -6,8 +6,6 @@
 #include <string>
 #include <vector>
 
-#include "capture/image_encoding.h"
-
 namespace orvanic_xr {
 namespace {
 

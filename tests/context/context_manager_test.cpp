@@ -74,12 +74,12 @@ TEST_F(Contexts, SessionHistoryHoldsTheHundredNewestUpdates) {
 }
 
 TEST_F(Contexts, OnlyTheCurrentSessionIsUpdatedInOneStep) {
-    EXPECT_FALSE(manager_.updateCurrentSession(Session(0xab), XR_SESSION_STATE_READY, 7));
-    EXPECT_FALSE(manager_.updateCurrentSession(XR_NULL_HANDLE, XR_SESSION_STATE_READY, 7));
+    EXPECT_FALSE(manager_.updateSessionIfCurrent(Session(0xab), XR_SESSION_STATE_READY, 7));
+    EXPECT_FALSE(manager_.updateSessionIfCurrent(XR_NULL_HANDLE, XR_SESSION_STATE_READY, 7));
     Update(0xab, XR_SESSION_STATE_IDLE, 1);
-    EXPECT_FALSE(manager_.updateCurrentSession(Session(0xcd), XR_SESSION_STATE_READY, 8));
-    EXPECT_TRUE(manager_.updateCurrentSession(Session(0xab), XR_SESSION_STATE_READY, 9));
-    EXPECT_TRUE(manager_.updateCurrentSession(Session(0xab), std::nullopt, 10));
+    EXPECT_FALSE(manager_.updateSessionIfCurrent(Session(0xcd), XR_SESSION_STATE_READY, 8));
+    EXPECT_TRUE(manager_.updateSessionIfCurrent(Session(0xab), XR_SESSION_STATE_READY, 9));
+    EXPECT_TRUE(manager_.updateSessionIfCurrent(Session(0xab), std::nullopt, 10));
     EXPECT_EQ(manager_.getSessionState().state, XR_SESSION_STATE_READY);
     EXPECT_EQ(manager_.getSessionState().timestamp, 10);
     EXPECT_EQ(manager_.getSessionHistory().size(), 3u);

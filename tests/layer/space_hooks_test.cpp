@@ -294,7 +294,7 @@ TEST_F(SpaceHooks, DestroyedSpacesAndActionsAreForgottenWhateverTheRuntimeSays) 
     EXPECT_TRUE(ActionMaps::instance().FindSpace(second, false)->isGrip);
     EXPECT_EQ(OrvanicLayerXrDestroyAction(hand_), XR_SUCCESS);
     EXPECT_FALSE(ActionMaps::instance().FindSpace(second, false));
-    EXPECT_FALSE(ActionMaps::instance().HasSpaceOf(hand_));
+    EXPECT_FALSE(ActionMaps::instance().HadSpaceOf(hand_));
     EXPECT_THAT(runtime_.take_calls(),
                 ElementsAre("xrDestroySpace(space(hand, /user/hand/left))", "xrDestroyAction(hand)"));
     ActionMaps::instance().AddSpace(second, {hand_, kRightHand});

@@ -47,7 +47,7 @@ TEST(ToolResult, OfJsonIsItsIndentedText) {
 
 TEST(ToolResult, OfARefusalIsLoggedUnderTheToolsName) {
     LogCapture log;
-    EXPECT_EQ(mcp::dump_json(refuse("some_tool", "for the log", "for the agent.")),
+    EXPECT_EQ(mcp::dump_json(refuse("some_tool", Refusal{.log = "for the log", .answer = "for the agent."})),
               R"([{"type":"text","text":"Error: for the agent."}])");
     EXPECT_THAT(log.take(), testing::ElementsAre("ERROR some_tool: for the log"));
 }

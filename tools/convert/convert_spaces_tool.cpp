@@ -7,7 +7,7 @@
 #include "tools/arguments.h"
 #include "tools/convert/convert_tools.h"
 #include "tools/json_conversions.h"
-#include "tools/session_tools.h"
+#include "tools/session_lookup.h"
 #include "tools/tool_results.h"
 #include "xr/location.h"
 
@@ -39,8 +39,9 @@ constexpr char kOrientationDescription[] =
 
 json refuse_space(const std::string& parameter, const std::string& space_name) {
     const std::string message = "Invalid or unavailable " + parameter;
-    return refuse(kName, message + ": " + ShownPeerText(space_name),
-                  message + " '" + space_name + "'. Valid options: 'local', 'stage', 'local_floor', 'view'.");
+    return refuse(kName, Refusal{.log = message + ": " + ShownPeerText(space_name),
+                                 .answer = message + " '" + space_name +
+                                           "'. Valid options: 'local', 'stage', 'local_floor', 'view'."});
 }
 
 // An array of the right length replaces the default; what is no number in it throws JSON's type error.
@@ -75,8 +76,8 @@ json handle_convert_pose_between_spaces(const json& arguments, const std::string
     const XrResult result = context.Locate(source, target, time, &location);
     if (XR_FAILED(result)) {
         const std::string code = xr_result_to_string(result);
-        return refuse(kName, "xrLocateSpace failed with result: " + code,
-                      "xrLocateSpace failed (error code: " + code + ").");
+        return refuse(kName, Refusal{.log = "xrLocateSpace failed with result: " + code,
+                                     .answer = "xrLocateSpace failed (error code: " + code + ")."});
     }
     if (!HasValidPose(location.locationFlags)) {
         LogWarning(kName, ": Space location does not have valid position and orientation");

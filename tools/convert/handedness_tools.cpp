@@ -65,9 +65,12 @@ json handle_handedness_tool(const json& arguments, const std::string& /*session_
     const json* position = any_array_argument(arguments, "position");
     const json* orientation = any_array_argument(arguments, "orientation");
     if (!position && !orientation) {
-        return refuse(kTool.name, "at least one of 'position' or 'orientation' must be provided",
-                      "At least one of 'position' (array of 3 numbers) or 'orientation' (array of 4 numbers) must be "
-                      "provided.");
+        return refuse(
+            kTool.name,
+            Refusal{.log = "at least one of 'position' or 'orientation' must be provided",
+                    .answer =
+                        "At least one of 'position' (array of 3 numbers) or 'orientation' (array of 4 numbers) must be "
+                        "provided."});
     }
     json output = {{"success", true}};
     if (position) {

@@ -5,7 +5,7 @@
 #include "layer/dispatch/dispatch.h"
 #include "tools/inspect/inspect_tools.h"
 #include "tools/json_conversions.h"
-#include "tools/session_tools.h"
+#include "tools/session_lookup.h"
 #include "tools/tool_results.h"
 #include "xr/handles.h"
 
@@ -22,11 +22,11 @@ json handle_exit_session(const json& arguments, const std::string& /*session_id*
     const SessionResolution resolution = resolve_session_from_arguments(arguments, kName);
     if (!resolution.valid) return make_text_tool_result(resolution.error);
     if (!DispatchHolder::instance().has_table()) {
-        return refuse(kName, "dispatch table is not valid", "Dispatch table is not valid.");
+        return refuse(kName, Refusal{.log = "dispatch table is not valid", .answer = "Dispatch table is not valid."});
     }
     if (!DispatchHolder::instance().Slot(&NextDispatchTable::RequestExitSession)) {
-        return refuse(kName, "xrRequestExitSession function is null",
-                      "xrRequestExitSession function is not available.");
+        return refuse(kName, Refusal{.log = "xrRequestExitSession function is null",
+                                     .answer = "xrRequestExitSession function is not available."});
     }
     LogInfo("Calling xrRequestExitSession with session handle: ", HexText(HandleValue(resolution.session)));
     const auto context = ContextManager::instance().getSessionContext(resolution.session);

@@ -33,8 +33,8 @@ json handle_math_calc(const json& arguments, const std::string& /*session_id*/) 
     LogInfo(kName, " tool called");
     const json* argument = find_argument(arguments, "expression");
     if (!argument || !argument->is_string()) {
-        return refuse(kName, "Missing or invalid 'expression' parameter",
-                      "Missing or invalid 'expression' parameter. Must be a string.");
+        return refuse(kName, Refusal{.log = "Missing or invalid 'expression' parameter",
+                                     .answer = "Missing or invalid 'expression' parameter. Must be a string."});
     }
     const auto& expression = argument->get_ref<const std::string&>();
     LogInfo(kName, ": expression=", PeerText{expression});

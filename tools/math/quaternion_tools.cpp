@@ -55,38 +55,42 @@ json handle_math_build_quat(const json& arguments, const std::string& /*session_
     LogInfo(kBuildName, " tool called");
     const json* given_front = array_argument(arguments, "front_direction", 3);
     if (!given_front) {
-        return refuse(kBuildName, "Missing or invalid 'front_direction' parameter",
-                      "'front_direction' must be an array of 3 numbers.");
+        return refuse(kBuildName, Refusal{.log = "Missing or invalid 'front_direction' parameter",
+                                          .answer = "'front_direction' must be an array of 3 numbers."});
     }
     if (!all_numbers(*given_front)) {
-        return refuse(kBuildName, "front_direction components must be numbers",
-                      "front_direction components must be numbers.");
+        return refuse(kBuildName, Refusal{.log = "front_direction components must be numbers",
+                                          .answer = "front_direction components must be numbers."});
     }
     XrVector3f given_up = {0.0f, 1.0f, 0.0f};
     if (find_argument(arguments, "up_direction")) {
         const json* up_argument = array_argument(arguments, "up_direction", 3);
         if (!up_argument) {
-            return refuse(kBuildName, "up_direction must be an array of 3 numbers",
-                          "up_direction must be an array of 3 numbers.");
+            return refuse(kBuildName, Refusal{.log = "up_direction must be an array of 3 numbers",
+                                              .answer = "up_direction must be an array of 3 numbers."});
         }
         if (!all_numbers(*up_argument)) {
-            return refuse(kBuildName, "up_direction components must be numbers",
-                          "up_direction components must be numbers.");
+            return refuse(kBuildName, Refusal{.log = "up_direction components must be numbers",
+                                              .answer = "up_direction components must be numbers."});
         }
         given_up = vector3_from_json(*up_argument);
     }
     const XrVector3f front_argument = vector3_from_json(*given_front);
     if (Length(front_argument) < kMinimumDirectionLength) {
-        return refuse(kBuildName, "front_direction cannot be zero-length", "front_direction cannot be zero-length.");
+        return refuse(kBuildName, Refusal{.log = "front_direction cannot be zero-length",
+                                          .answer = "front_direction cannot be zero-length."});
     }
     if (Length(given_up) < kMinimumDirectionLength) {
-        return refuse(kBuildName, "up_direction cannot be zero-length", "up_direction cannot be zero-length.");
+        return refuse(kBuildName, Refusal{.log = "up_direction cannot be zero-length",
+                                          .answer = "up_direction cannot be zero-length."});
     }
     const XrVector3f front = safe_normalize(front_argument);
     const XrVector3f perpendicular = Cross(front, safe_normalize(given_up));
     if (Length(perpendicular) < kMinimumDirectionLength) {
-        return refuse(kBuildName, "front_direction and up_direction are parallel",
-                      "front_direction and up_direction are parallel or anti-parallel, cannot build basis.");
+        return refuse(
+            kBuildName,
+            Refusal{.log = "front_direction and up_direction are parallel",
+                    .answer = "front_direction and up_direction are parallel or anti-parallel, cannot build basis."});
     }
     const XrVector3f right = safe_normalize(perpendicular);
     // The given up vector only sets the plane: the front stays as it was given, and up is made to fit.
@@ -107,12 +111,12 @@ json handle_math_decompose_quat(const json& arguments, const std::string& /*sess
     LogInfo(kDecomposeName, " tool called");
     const json* quaternion = array_argument(arguments, "quaternion", 4);
     if (!quaternion) {
-        return refuse(kDecomposeName, "Missing or invalid 'quaternion' parameter",
-                      "'quaternion' must be an array of 4 numbers [x,y,z,w].");
+        return refuse(kDecomposeName, Refusal{.log = "Missing or invalid 'quaternion' parameter",
+                                              .answer = "'quaternion' must be an array of 4 numbers [x,y,z,w]."});
     }
     if (!all_numbers(*quaternion)) {
-        return refuse(kDecomposeName, "quaternion components must be numbers",
-                      "quaternion components must be numbers.");
+        return refuse(kDecomposeName, Refusal{.log = "quaternion components must be numbers",
+                                              .answer = "quaternion components must be numbers."});
     }
     const XrQuaternionf q = safe_normalize(quaternion_from_json(*quaternion));
     const json front = vector3_to_json(Rotate(q, {0.0f, 0.0f, -1.0f}));
@@ -130,8 +134,8 @@ std::optional<XrQuaternionf> read_quaternion_argument(const json& arguments, con
 }
 
 json refuse_factor(const std::string& name) {
-    return refuse(kMultiplyName, "Missing or invalid '" + name + "' parameter",
-                  "'" + name + "' must be an array of 4 numbers [x,y,z,w].");
+    return refuse(kMultiplyName, Refusal{.log = "Missing or invalid '" + name + "' parameter",
+                                         .answer = "'" + name + "' must be an array of 4 numbers [x,y,z,w]."});
 }
 
 json handle_math_multiply_quat(const json& arguments, const std::string& /*session_id*/) {

@@ -24,7 +24,7 @@ json answer_or_refuse(const char* tool_name, const Body& body) {
     try {
         return body();
     } catch (const std::exception& failure) {
-        return refuse(tool_name, std::string("error: ") + failure.what(), failure.what());
+        return refuse(tool_name, Refusal{.log = std::string("error: ") + failure.what(), .answer = failure.what()});
     }
 }
 
@@ -64,8 +64,8 @@ double vector_component(const json& vector, std::size_t index, const char* name)
 }
 
 json refuse_vector(const VectorPairTool& tool, const std::string& name) {
-    return refuse(tool.name, "Missing or invalid '" + name + "' parameter",
-                  "'" + name + "' must be an array of 3 numbers.");
+    return refuse(tool.name, Refusal{.log = "Missing or invalid '" + name + "' parameter",
+                                     .answer = "'" + name + "' must be an array of 3 numbers."});
 }
 
 json compute_vector_pair(const VectorPairTool& tool, const json& arguments) {
@@ -215,9 +215,11 @@ VectorOperand Combine(const OperandTool& tool, const VectorOperand& a, const Vec
 
 json compute_operands(const OperandTool& tool, const json& arguments) {
     const json* given_a = find_argument(arguments, "a");
-    if (!given_a) return refuse(tool.name, "Missing 'a' parameter", "Parameter 'a' is required.");
+    if (!given_a)
+        return refuse(tool.name, Refusal{.log = "Missing 'a' parameter", .answer = "Parameter 'a' is required."});
     const json* given_b = find_argument(arguments, "b");
-    if (!given_b) return refuse(tool.name, "Missing 'b' parameter", "Parameter 'b' is required.");
+    if (!given_b)
+        return refuse(tool.name, Refusal{.log = "Missing 'b' parameter", .answer = "Parameter 'b' is required."});
     const VectorOperand a = parse_vector_operand(*given_a, "a");
     const VectorOperand b = parse_vector_operand(*given_b, "b");
     if (tool.check_right) tool.check_right(b);

@@ -14,9 +14,9 @@
 #include "diagnostics/number_text.h"
 #include "layer/dispatch/dispatch.h"
 #include "layer/dispatch/paths.h"
-#include "tools/session_tools.h"
+#include "tools/session_lookup.h"
 #include "tools/simulation/conformance_automation.h"
-#include "tools/simulation/pose_arguments.h"
+#include "tools/simulation/simulation_arguments.h"
 #include "tools/simulation/simulation_tools.h"
 #include "tools/tool_results.h"
 

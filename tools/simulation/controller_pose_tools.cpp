@@ -10,11 +10,11 @@
 #include "diagnostics/logger.h"
 #include "layer/dispatch/dispatch.h"
 #include "tools/json_conversions.h"
-#include "tools/session_tools.h"
+#include "tools/session_lookup.h"
 #include "tools/simulation/conformance_automation.h"
 #include "tools/simulation/pose_animation_manager.h"
-#include "tools/simulation/pose_arguments.h"
 #include "tools/simulation/pose_moves.h"
+#include "tools/simulation/simulation_arguments.h"
 #include "tools/simulation/simulation_tools.h"
 #include "tools/tool_results.h"
 #include "xr/location.h"
@@ -40,17 +40,17 @@ constexpr char kSetDescription[] =
     "must be provided. If only one is given, the other retains its current value.";
 
 // What a get or a set is about, once the arguments were read.
-struct ControllerInput {
+struct PoseInput {
     std::string hand;       // "left" or "right"
     std::string pose_type;  // "grip" or "aim"
 };
 
-XrAction PoseAction(const SessionContext& context, const ControllerInput& input) {
+XrAction PoseAction(const SessionContext& context, const PoseInput& input) {
     if (input.hand == "left") return input.pose_type == "grip" ? context.leftGripAction : context.leftAimAction;
     return input.pose_type == "grip" ? context.rightGripAction : context.rightAimAction;
 }
 
-XrSpace PoseSpace(const SessionContext& context, const ControllerInput& input) {
+XrSpace PoseSpace(const SessionContext& context, const PoseInput& input) {
     if (input.hand == "left") return input.pose_type == "grip" ? context.leftGripSpace : context.leftAimSpace;
     return input.pose_type == "grip" ? context.rightGripSpace : context.rightAimSpace;
 }
@@ -70,14 +70,14 @@ json ControllerPoseResult(const XrPosef& pose, XrSpaceLocationFlags flags, json 
                                   {"simulated", simulated}});
 }
 
-json RuntimePose(const SessionContext& context, const ControllerInput& input, XrSpace base_space, XrTime time) {
+json RuntimePose(const SessionContext& context, const PoseInput& input, XrSpace base_space, XrTime time) {
     const XrActionStateGetInfo info{XR_TYPE_ACTION_STATE_GET_INFO, nullptr, PoseAction(context, input), XR_NULL_PATH};
     XrActionStatePose state{XR_TYPE_ACTION_STATE_POSE, nullptr, XR_FALSE};
     XrResult result = context.Call(&NextDispatchTable::GetActionStatePose, context.session, &info, &state);
     if (XR_FAILED(result)) {
         const std::string number = std::to_string(static_cast<int>(result));
-        return refuse(kGetName, "xrGetActionStatePose failed with result: " + number,
-                      "xrGetActionStatePose failed (error code: " + number + ").");
+        return refuse(kGetName, Refusal{.log = "xrGetActionStatePose failed with result: " + number,
+                                        .answer = "xrGetActionStatePose failed (error code: " + number + ")."});
     }
     if (!state.isActive) {
         LogWarning(kGetName, ": ", input.pose_type, " pose action is not active for ", input.hand, " controller");
@@ -87,8 +87,8 @@ json RuntimePose(const SessionContext& context, const ControllerInput& input, Xr
     result = context.Locate(PoseSpace(context, input), base_space, time, &location);
     if (XR_FAILED(result)) {
         const std::string number = std::to_string(static_cast<int>(result));
-        return refuse(kGetName, "xrLocateSpace failed with result: " + number,
-                      "xrLocateSpace failed (error code: " + number + ").");
+        return refuse(kGetName, Refusal{.log = "xrLocateSpace failed with result: " + number,
+                                        .answer = "xrLocateSpace failed (error code: " + number + ")."});
     }
     // On purpose: a number here, a boolean from the mirror.
     json answer = ControllerPoseResult(location.pose, location.locationFlags, state.isActive, false);
@@ -96,8 +96,8 @@ json RuntimePose(const SessionContext& context, const ControllerInput& input, Xr
     return answer;
 }
 
-json MirrorPose(const SessionContext& context, const ControllerInput& input, const XrPosef& mirrored,
-                XrSpace base_space, XrTime time) {
+json MirrorPose(const SessionContext& context, const PoseInput& input, const XrPosef& mirrored, XrSpace base_space,
+                XrTime time) {
     XrPosef pose = mirrored;
     if (context.stageSpace != XR_NULL_HANDLE && context.stageSpace != base_space) {
         const auto in_base = PoseInSpace(std::bind_front(&SessionContext::Locate, &context), context.stageSpace,
@@ -116,12 +116,12 @@ json MirrorPose(const SessionContext& context, const ControllerInput& input, con
 json handle_get_controller_pose(const json& arguments, const std::string& /*session_id*/) {
     LogInfo(kGetName, " tool called");
     const HandArgument hand = read_hand_argument(arguments);
-    if (!hand.hand) return refuse(kGetName, hand.log_error, hand.error);
+    if (!hand.hand) return refuse(kGetName, Refusal{.log = hand.log_error, .answer = hand.error});
     const std::string base_name = string_argument(arguments, "base_space", default_base_space());
-    const ControllerInput input{*hand.hand, string_argument(arguments, "pose_type", "grip")};
+    const PoseInput input{*hand.hand, string_argument(arguments, "pose_type", "grip")};
     if (!IsPoseType(input.pose_type)) {
-        return refuse(kGetName, "Invalid pose_type value: " + ShownPeerText(input.pose_type),
-                      InvalidPoseTypeText(input.pose_type));
+        return refuse(kGetName, Refusal{.log = "Invalid pose_type value: " + ShownPeerText(input.pose_type),
+                                        .answer = InvalidPoseTypeText(input.pose_type)});
     }
     LogInfo(kGetName, ": hand=", input.hand, ", pose_type=", input.pose_type, ", base_space=", PeerText{base_name});
     const SessionLookup found = find_session_context(arguments, kGetName);
@@ -129,16 +129,20 @@ json handle_get_controller_pose(const json& arguments, const std::string& /*sess
     const SessionContext& context = *found.context;
     const XrSpace base_space = reference_space_for_name(base_name, context);
     if (base_space == XR_NULL_HANDLE) {
-        return refuse(kGetName, "Invalid or unavailable base_space: " + ShownPeerText(base_name),
-                      invalid_base_space_text(base_name));
+        return refuse(kGetName, Refusal{.log = "Invalid or unavailable base_space: " + ShownPeerText(base_name),
+                                        .answer = invalid_base_space_text(base_name)});
     }
     if (PoseAction(context, input) == XR_NULL_HANDLE) {
-        return refuse(kGetName, input.pose_type + " pose action is null for " + input.hand + " controller",
-                      input.pose_type + " pose action is not available for " + input.hand + " controller.");
+        return refuse(
+            kGetName,
+            Refusal{.log = input.pose_type + " pose action is null for " + input.hand + " controller",
+                    .answer = input.pose_type + " pose action is not available for " + input.hand + " controller."});
     }
     if (PoseSpace(context, input) == XR_NULL_HANDLE) {
-        return refuse(kGetName, input.pose_type + " pose action space is null for " + input.hand + " controller",
-                      input.pose_type + " pose action space is not available for " + input.hand + " controller.");
+        return refuse(kGetName,
+                      Refusal{.log = input.pose_type + " pose action space is null for " + input.hand + " controller",
+                              .answer = input.pose_type + " pose action space is not available for " + input.hand +
+                                        " controller."});
     }
     const XrTime time = context.CurrentLocateTime();
     if (time == 0) {
@@ -168,8 +172,8 @@ bool MoveController(const InputTarget& target, const XrPosef& pose) {
     return moved.ok;
 }
 
-json MoveControllerOverTime(const InputTarget& target, const ControllerInput& input, const XrPosef& from,
-                            const XrPosef& to, float duration_seconds) {
+json MoveControllerOverTime(const InputTarget& target, const PoseInput& input, const XrPosef& from, const XrPosef& to,
+                            float duration_seconds) {
     ActiveAnimation animation;
     animation.name = target.top_level_path + "/" + input.pose_type;
     animation.start_pose = from;
@@ -185,7 +189,7 @@ json handle_set_controller_pose(const json& arguments, const std::string& /*sess
     const HandArgument hand = read_hand_argument(arguments);
     if (!hand.hand) return refuse(kSetName, hand.error);
     const std::string base_name = string_argument(arguments, "base_space", default_base_space());
-    const ControllerInput input{*hand.hand, string_argument(arguments, "pose_type", "grip")};
+    const PoseInput input{*hand.hand, string_argument(arguments, "pose_type", "grip")};
     if (!IsPoseType(input.pose_type)) return refuse(kSetName, InvalidPoseTypeText(input.pose_type));
     const PoseArguments given = read_pose_arguments(arguments);
     if (!given.has_position() && !given.has_orientation()) {
@@ -193,7 +197,7 @@ json handle_set_controller_pose(const json& arguments, const std::string& /*sess
     }
     LogInfo(kSetName, ": hand=", input.hand, ", pose_type=", input.pose_type, ", base_space=", PeerText{base_name},
             ", has_position=", int{given.has_position()}, ", has_orientation=", int{given.has_orientation()});
-    const SessionLookup found = find_session_to_move(arguments, kSetName);
+    const SessionLookup found = take_over_session(arguments, kSetName);
     if (!found.context) return found.refusal;
     const SessionContext& context = *found.context;
 

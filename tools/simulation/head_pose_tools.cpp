@@ -7,11 +7,11 @@
 #include "context/session_context.h"
 #include "diagnostics/logger.h"
 #include "tools/json_conversions.h"
-#include "tools/session_tools.h"
+#include "tools/session_lookup.h"
 #include "tools/simulation/conformance_automation.h"
 #include "tools/simulation/pose_animation_manager.h"
-#include "tools/simulation/pose_arguments.h"
 #include "tools/simulation/pose_moves.h"
+#include "tools/simulation/simulation_arguments.h"
 #include "tools/simulation/simulation_tools.h"
 #include "tools/tool_results.h"
 #include "xr/pose_math.h"
@@ -44,11 +44,12 @@ json handle_get_head_pose(const json& arguments, const std::string& /*session_id
     const SessionContext& context = *found.context;
     const XrSpace base_space = reference_space_for_name(base_name, context);
     if (base_space == XR_NULL_HANDLE) {
-        return refuse(kGetName, "Invalid or unavailable base_space: " + ShownPeerText(base_name),
-                      invalid_base_space_text(base_name));
+        return refuse(kGetName, Refusal{.log = "Invalid or unavailable base_space: " + ShownPeerText(base_name),
+                                        .answer = invalid_base_space_text(base_name)});
     }
     if (context.viewSpace == XR_NULL_HANDLE) {
-        return refuse(kGetName, "View reference space is null", "View reference space is not available.");
+        return refuse(kGetName, Refusal{.log = "View reference space is null",
+                                        .answer = "View reference space is not available."});
     }
     const XrTime time = context.CurrentLocateTime();
     if (time == 0) {
@@ -60,8 +61,8 @@ json handle_get_head_pose(const json& arguments, const std::string& /*session_id
     const XrResult result = context.Locate(context.viewSpace, base_space, time, &location);
     if (XR_FAILED(result)) {
         const std::string number = std::to_string(static_cast<int>(result));
-        return refuse(kGetName, "xrLocateSpace failed with result: " + number,
-                      "xrLocateSpace failed (error code: " + number + ").");
+        return refuse(kGetName, Refusal{.log = "xrLocateSpace failed with result: " + number,
+                                        .answer = "xrLocateSpace failed (error code: " + number + ")."});
     }
     json output = {{"pose", pose_to_json(location.pose)},
                    {"flags", space_location_flags_to_json(location.locationFlags)}};
@@ -131,7 +132,7 @@ json handle_set_head_pose(const json& arguments, const std::string& /*session_id
     }
     LogInfo(kSetName, ": base_space=", PeerText{base_name}, ", has_position=", int{given.has_position()},
             ", has_orientation=", int{given.has_orientation()});
-    const SessionLookup found = find_session_to_move(arguments, kSetName);
+    const SessionLookup found = take_over_session(arguments, kSetName);
     if (!found.context) return found.refusal;
     const SessionContext& context = *found.context;
 

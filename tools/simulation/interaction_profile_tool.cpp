@@ -9,8 +9,8 @@
 #include "context/session_context.h"
 #include "diagnostics/logger.h"
 #include "layer/dispatch/dispatch.h"
-#include "tools/session_tools.h"
-#include "tools/simulation/pose_arguments.h"
+#include "tools/session_lookup.h"
+#include "tools/simulation/simulation_arguments.h"
 #include "tools/simulation/simulation_tools.h"
 #include "tools/tool_results.h"
 

@@ -7,7 +7,6 @@
 #include "context/context_manager.h"
 #include "mcp/thread_pool.h"
 #include "tools/simulation/conformance_automation.h"
-#include "tools/simulation/pose_arguments.h"
 #include "tools/tool_results.h"
 
 namespace orvanic_xr {
@@ -20,7 +19,7 @@ bool ends_in_time(const std::future<AnimationResult>& outcome, float duration_se
 
 }  // namespace
 
-SessionLookup find_session_to_move(const json& arguments, const std::string& tool_name) {
+SessionLookup take_over_session(const json& arguments, const std::string& tool_name) {
     const auto refused = [&](const std::string& error) { return SessionLookup{nullptr, refuse(tool_name, error)}; };
     const SessionResolution resolution = resolve_session_from_arguments(arguments, tool_name);
     if (!resolution.valid) return refused(resolution.error);
@@ -37,6 +36,12 @@ std::optional<MoveFrame> find_move_frame(const SessionContext& context, XrSpace 
     MoveFrame frame{context.stageSpace != XR_NULL_HANDLE ? context.stageSpace : context.localSpace, kIdentityPose};
     if (!QueryDevicePose(context, context.viewSpace, frame.space, time, "head", *frame.view)) return std::nullopt;
     return frame;
+}
+
+json pose_set_result(const std::string& note) {
+    json result = {{"success", true}};
+    if (!note.empty()) result["note"] = note;
+    return make_text_tool_result(mcp::dump_json(result, 2));
 }
 
 json play_pose_animation(const SessionContext& context, ActiveAnimation animation, const std::string& tool_name,

@@ -6,14 +6,14 @@
 
 #include "context/session_context.h"
 #include "mcp/json.h"
-#include "tools/session_tools.h"
+#include "tools/session_lookup.h"
 #include "tools/simulation/pose_animation_manager.h"
 #include "xr/pose_math.h"
 
 namespace orvanic_xr {
 
 // The session of the call with the simulation switched on, or the logged refusal.
-SessionLookup find_session_to_move(const json& arguments, const std::string& tool_name);
+SessionLookup take_over_session(const json& arguments, const std::string& tool_name);
 
 // Where a move is written. The view moves with the head: a move relative to it is resolved once, and carried out in a
 // space that stays where it is.
@@ -27,6 +27,9 @@ struct MoveFrame {
 };
 // Nothing if `base_space` is the view and nobody knows where that is.
 std::optional<MoveFrame> find_move_frame(const SessionContext& context, XrSpace base_space, XrTime time);
+
+// {"success": true}, and a `note` if there is one, as every set tool answers.
+json pose_set_result(const std::string& note = {});
 
 // Plays `animation`, which moves something of `context`, to its end on the frame thread and answers what became of it.
 // `subject` is what moves, as "head"; `call` what takes it over, as "set_head_pose".

@@ -1,4 +1,4 @@
-#include "tools/session_tools.h"
+#include "tools/session_lookup.h"
 
 #include <gmock/gmock.h>
 
@@ -20,10 +20,10 @@ using testing::IsEmpty;
 
 constexpr std::uint64_t kActive = 0xBEEF;
 
-class SessionTools : public testing::Test {
+class SessionLookups : public testing::Test {
  protected:
-    SessionTools() { Renew(ContextManager::instance()); }
-    ~SessionTools() override { Renew(ContextManager::instance()); }
+    SessionLookups() { Renew(ContextManager::instance()); }
+    ~SessionLookups() override { Renew(ContextManager::instance()); }
 
     static void OpenSession(std::uint64_t handle) {
         ContextManager::instance().updateSessionState(
@@ -31,7 +31,7 @@ class SessionTools : public testing::Test {
     }
 };
 
-TEST_F(SessionTools, TakeTheActiveSessionUnlessAHandleIsANumber) {
+TEST_F(SessionLookups, TakeTheActiveSessionUnlessAHandleIsANumber) {
     OpenSession(kActive);
     struct Row {
         const char* arguments;
@@ -56,7 +56,7 @@ TEST_F(SessionTools, TakeTheActiveSessionUnlessAHandleIsANumber) {
     }
 }
 
-TEST_F(SessionTools, RefuseWithoutAnActiveSession) {
+TEST_F(SessionLookups, RefuseWithoutAnActiveSession) {
     LogCapture log;
     EXPECT_EQ(resolve_session_from_arguments(json::object(), "a_tool").error,
               "Error: No valid XR session is currently active.");
@@ -70,7 +70,7 @@ TEST_F(SessionTools, RefuseWithoutAnActiveSession) {
     EXPECT_THAT(log.take(), ElementsAre("WARNING a_tool: provided session handle is null"));
 }
 
-TEST_F(SessionTools, ReportAStaleHandle) {
+TEST_F(SessionLookups, ReportAStaleHandle) {
     const FakeClock clock(1'767'323'045'006'000'000, 0);
     OpenSession(0x1f);
     OpenSession(kActive);
@@ -90,7 +90,7 @@ TEST_F(SessionTools, ReportAStaleHandle) {
                             "Expected: 0xbeef, Session generation: 2"));
 }
 
-TEST_F(SessionTools, DefaultToTheFloorWhereTheInstanceHasIt) {
+TEST_F(SessionLookups, DefaultToTheFloorWhereTheInstanceHasIt) {
     EXPECT_EQ(default_base_space(), "local");
     InstanceState instance;
     instance.valid = true;

@@ -1,12 +1,11 @@
-#include "tools/simulation/pose_arguments.h"
+#include "tools/simulation/simulation_arguments.h"
 
 #include <algorithm>
 #include <utility>
 
 #include "diagnostics/log_line.h"
 #include "tools/json_conversions.h"
-#include "tools/session_tools.h"
-#include "tools/tool_results.h"
+#include "tools/session_lookup.h"
 
 namespace orvanic_xr {
 
@@ -60,12 +59,6 @@ void add_pose_parameters(ToolBuilder& builder) {
                               "Optional duration in seconds for smooth movement. Position interpolates linearly; "
                               "orientation via normalized quaternion lerp. Default: 0 (instant).",
                               false);
-}
-
-json pose_set_result(const std::string& note) {
-    json result = {{"success", true}};
-    if (!note.empty()) result["note"] = note;
-    return make_text_tool_result(mcp::dump_json(result, 2));
 }
 
 }  // namespace orvanic_xr

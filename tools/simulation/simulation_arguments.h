@@ -1,4 +1,4 @@
-// Arguments that the pose tools share, read the way all of them read them: what is not of the expected kind
+// Arguments that the tools of simulation share, read the way all of them read them: what is not of the expected kind
 // counts as not given.
 #pragma once
 
@@ -46,8 +46,5 @@ int hand_index(const std::string& hand);
 std::string base_space_to_write_description();
 // position, orientation, base_space and duration_seconds of a set tool, in this order.
 void add_pose_parameters(ToolBuilder& builder);
-
-// {"success": true}, and a `note` if there is one, as every set tool answers.
-json pose_set_result(const std::string& note = {});
 
 }  // namespace orvanic_xr

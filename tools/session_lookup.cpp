@@ -1,4 +1,4 @@
-#include "tools/session_tools.h"
+#include "tools/session_lookup.h"
 
 #include "context/context_manager.h"
 #include "diagnostics/logger.h"
@@ -99,11 +99,12 @@ SessionLookup find_session_context(const json& arguments, const std::string& too
     if (!resolution.valid) return {nullptr, make_text_tool_result(resolution.error)};
     std::shared_ptr<SessionContext> context = ContextManager::instance().getSessionContext(resolution.session);
     if (!context) {
-        return {nullptr,
-                refuse(tool_name, "SessionContext not found", "SessionContext not found for the active session.")};
+        return {nullptr, refuse(tool_name, Refusal{.log = "SessionContext not found",
+                                                   .answer = "SessionContext not found for the active session."})};
     }
     if (context->ended()) {
-        return {nullptr, refuse(tool_name, "SessionContext is not valid", "SessionContext is not valid.")};
+        return {nullptr, refuse(tool_name, Refusal{.log = "SessionContext is not valid",
+                                                   .answer = "SessionContext is not valid."})};
     }
     return {std::move(context), {}};
 }
