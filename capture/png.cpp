@@ -1,5 +1,7 @@
+#include <algorithm>
 #include <cstdlib>
 #include <exception>
+#include <iterator>
 #include <new>
 
 #include "capture/image_encoding.h"
@@ -74,11 +76,15 @@ bool IsEncodable(std::size_t pixel_bytes, std::uint64_t width, std::uint64_t hei
     return (width * 4 + 1) * height <= kMaxFilteredBytes && pixel_bytes >= width * 4 * height;
 }
 
-VelmoorPngWriter* FastestWriter() {
+constexpr PngPath kPaths[] = {
+    {"any", [] { return true; }, velmoor_write_png},
 #ifdef __x86_64__
-    if (__builtin_cpu_supports("avx2")) return velmoor_write_png_avx2;
+    {"avx2", [] { return __builtin_cpu_supports("avx2") != 0; }, velmoor_write_png_avx2},
 #endif
-    return velmoor_write_png;
+};
+
+const PngPath& FastestPath() {
+    return *std::find_if(std::rbegin(kPaths), std::rend(kPaths), [](const PngPath& row) { return row.is_supported(); });
 }
 
 void StoreFile(void* context, void* data, int size) {
@@ -88,20 +94,29 @@ void StoreFile(void* context, void* data, int size) {
 
 }  // namespace
 
-std::optional<std::vector<std::uint8_t>> encode_png(const std::vector<std::uint8_t>& pixels, std::uint32_t width,
-                                                    std::uint32_t height) {
+std::span<const PngPath> png_paths() {
+    return kPaths;
+}
+
+std::optional<std::vector<std::uint8_t>> encode_png(const PngPath& path, const std::vector<std::uint8_t>& pixels,
+                                                    std::uint32_t width, std::uint32_t height) {
     if (!IsEncodable(pixels.size(), width, height)) return std::nullopt;
     try {
         const PngMemory memory;
         std::vector<std::uint8_t> file;
-        static VelmoorPngWriter* const write_png = FastestWriter();
         const int written =
-            write_png(StoreFile, &file, pixels.data(), static_cast<int>(width), static_cast<int>(height));
+            path.write(StoreFile, &file, pixels.data(), static_cast<int>(width), static_cast<int>(height));
         if (!written) return std::nullopt;
         return file;
     } catch (const std::exception&) {
         return std::nullopt;
     }
+}
+
+std::optional<std::vector<std::uint8_t>> encode_png(const std::vector<std::uint8_t>& pixels, std::uint32_t width,
+                                                    std::uint32_t height) {
+    static const PngPath& path = FastestPath();
+    return encode_png(path, pixels, width, height);
 }
 
 }  // namespace orvanic_xr

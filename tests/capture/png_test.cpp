@@ -54,6 +54,10 @@ TEST(Png, AnotherDecoderReadsTheSamePixels) {
         EXPECT_EQ(decoded.width, row.width);
         EXPECT_EQ(decoded.height, row.height);
         EXPECT_TRUE(decoded.pixels == row.pixels);
+        for (const PngPath& path : png_paths()) {
+            if (!path.is_supported()) continue;
+            EXPECT_EQ(encode_png(path, row.pixels, row.width, row.height), file) << path.name;
+        }
     }
 }
 
