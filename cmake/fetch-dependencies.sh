@@ -4,17 +4,22 @@
 # go into a shared library. They are unpacked below .deps/ from the mirror that apt is already configured for;
 # nothing is installed and apt's own lists stay as they are.
 #
-#   cmake/fetch-dependencies.sh [TARGET_DIRECTORY]      (default: .deps beside this folder)
+#   cmake/fetch-dependencies.sh [TARGET_DIRECTORY [openxr|httplib|re2]...]
+#
+# Without arguments it brings all three, into .deps beside this folder. CMake checks their versions.
 set -euo pipefail
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 target=${1:-$root/.deps}
-openxr_header=$target/openxr/usr/include/openxr/openxr.h
-httplib_header=$target/httplib/httplib.h
-re2_source=$target/re2/re2/re2.cc
+wanted=("${@:2}")
+[ ${#wanted[@]} -gt 0 ] || wanted=(openxr httplib re2)
+declare -A file_of=([openxr]=openxr/usr/include/openxr/openxr.h [httplib]=httplib/httplib.h [re2]=re2/re2/re2.cc)
 
-all_there() { [ -f "$openxr_header" ] && [ -f "$httplib_header" ] && [ -f "$re2_source" ]; }
-all_there && exit 0
+missing() {
+  local name
+  for name in "${wanted[@]}"; do [ -f "$target/${file_of[$name]}" ] || echo "$name"; done
+}
+[ -n "$(missing)" ] || exit 0
 
 give_up() {
   echo "fetch-dependencies: $1" >&2
@@ -75,10 +80,8 @@ fetch_re2() {
     --wildcards '*/re2/*' '*/util/*' '*/LICENSE'
 }
 
-echo "fetch-dependencies: OpenXR headers, cpp-httplib and re2 into ${target#"$PWD"/}" >&2
+echo "fetch-dependencies: $(missing | xargs) into ${target#"$PWD"/}" >&2
 own_apt update >/dev/null || give_up "the mirror does not serve the suites that are needed"
 cd "$work"
-[ -f "$openxr_header" ] || fetch_openxr
-[ -f "$httplib_header" ] || fetch_httplib
-[ -f "$re2_source" ] || fetch_re2
-all_there || give_up "the packages do not hold the files where they are expected"
+for name in $(missing); do "fetch_$name"; done
+[ -z "$(missing)" ] || give_up "the packages do not hold the files where they are expected"
