@@ -161,7 +161,7 @@ INSTANCE = "BM_InstanceAddedByTheLayer/iterations:1"
 
 
 def table(run):
-    lines = ["| What | Figure | Held against |", "|---|---|---|"]
+    lines = ["| What | Figure | Compared with |", "|---|---|---|"]
     lines += ["| " + " | ".join(cell or "—" for cell in cells) + " |" for cells in figures(run)]
     return "\n".join(lines)
 
