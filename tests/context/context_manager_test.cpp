@@ -97,22 +97,6 @@ TEST_F(Contexts, ContextOfAnUnknownSessionIsEmptyAndMakesNothing) {
                                          "ERROR Scene context not found for session %p0x7f12a0"));
 }
 
-TEST_F(Contexts, SecondContextOfASessionIsThrownAway) {
-    manager_.setSceneContextFactory([](XrSession session) { return std::make_shared<SceneContext>(session); });
-    manager_.createSessionContext(Session(0xab));
-    manager_.createSceneContext(Session(0xab));
-    const auto context = manager_.getSessionContext(Session(0xab));
-    const auto scene = manager_.getSceneContext(Session(0xab));
-    const auto live = runtime_.live_handles();
-    manager_.createSessionContext(Session(0xab));
-    manager_.createSceneContext(Session(0xab));
-    EXPECT_EQ(manager_.getSessionContext(Session(0xab)), context);
-    EXPECT_EQ(manager_.getSceneContext(Session(0xab)), scene);
-    EXPECT_EQ(runtime_.calls("xrDestroySpace").size(), 8u);
-    EXPECT_THAT(runtime_.calls("xrDestroyActionSet"), ElementsAre("xrDestroyActionSet(orvanic_xr_action_set#2)"));
-    EXPECT_EQ(runtime_.live_handles(), live);
-}
-
 TEST_F(Contexts, RemovedContextEndsAlsoForWhoeverHoldsIt) {
     manager_.createSessionContext(Session(0xab));
     const auto tools_share = manager_.getSessionContext(Session(0xab));

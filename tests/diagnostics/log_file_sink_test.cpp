@@ -3,10 +3,8 @@
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 
-#include <atomic>
 #include <csignal>
 #include <filesystem>
-#include <thread>
 
 #include "diagnostics/clock.h"
 #include "diagnostics/logger.h"
@@ -145,42 +143,6 @@ TEST_F(LogFile, KeepsNothingMoreAfterAFailedWriteUntilTheNextSession) {
     sink_.write_line("again");
     EXPECT_THAT(ReadFile(root_ + "/api-layer_2026-01-02_03-04-06-006_" + pid_ + "/api_layer.log"),
                 testing::EndsWith("=\nagain\n"));
-}
-
-TEST_F(LogFile, IsWholeWhenSessionsComeAndGoWhileThreadsLog) {
-    CaptureStdout();
-    CaptureStderr();
-    std::atomic<bool> done{false};
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 3; ++i) {
-        threads.emplace_back([&done] {
-            while (!done) {
-                LogInfo("layer line");
-                mcp::log_info("server line");
-            }
-        });
-    }
-    for (int session = 0; session < 50; ++session) {
-        clock_.Advance(kSecond);
-        sink_.begin_session("s");
-        LogInfo("own line");
-        sink_.end_session();
-    }
-    done = true;
-    for (std::thread& thread : threads) thread.join();
-    GetCapturedStdout();
-    GetCapturedStderr();
-
-    const std::vector<std::string> files = FilesBelow(root_);
-    EXPECT_EQ(files.size(), 50u);
-    for (const std::string& file : files) {
-        SCOPED_TRACE(file);
-        const std::string text = ReadFile(root_ + "/" + file);
-        EXPECT_THAT(text, testing::StartsWith("==== orvanic_xr session ====\n"));
-        EXPECT_THAT(text, testing::HasSubstr("[Velmoor] [INFO] own line\n"));
-        EXPECT_EQ(text.substr(text.rfind("\n==== ") + 1, 22), "==== session ended at ");
-        EXPECT_EQ(text.back(), '\n');
-    }
 }
 
 TEST_F(LogFile, HoldsEachLineAtOnceWithoutItsEscapeSequencesAndWithOneNewline) {

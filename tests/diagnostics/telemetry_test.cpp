@@ -78,23 +78,6 @@ TEST_F(TelemetryEvents, CarryWhatIsKnownOfTheProcess) {
               R"({"build_channel":"public","engine_name":"Engine","engine_version":"42","proxy_used":true})");
 }
 
-TEST_F(TelemetryEvents, NameTheEngineOnlyBetweenApplicationInfoAndClose) {
-    constexpr const char* kWithoutEngine = R"({"build_channel":"public","proxy_used":false})";
-    telemetry_.initialize("Bare", "1.0");
-    telemetry_.session_created();
-    EXPECT_EQ(Last().annotations, kWithoutEngine);
-    telemetry_.set_application_info("Demo", 7, "a\"b\\c\n\x01/\xc3\xa4", 4294967295u, 0);
-    EXPECT_EQ(Last().annotations,
-              "{\"build_channel\":\"public\",\"engine_name\":\"a\\\"b\\\\c\\n\\u0001/\xc3\xa4\","
-              "\"engine_version\":\"4294967295\",\"proxy_used\":false}");
-    EXPECT_EQ(Last().version_text, "1.0");  // it was initialized before
-    telemetry_.close();
-    telemetry_.initialize("Bare", "1.0");
-    telemetry_.session_created();
-    EXPECT_EQ(Last().annotations, kWithoutEngine);
-    EXPECT_EQ(TelemetryEvent{}.annotations, "{}");
-}
-
 TEST_F(TelemetryEvents, OutsideALifeAreDroppedAndNotCounted) {
     telemetry_.session_created();
     telemetry_.tool_start("early", "openxr_builtin", "", "");

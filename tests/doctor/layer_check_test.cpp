@@ -120,11 +120,6 @@ TEST(Layer, IsJudgedByWhatSwitchesIt) {
          "bad XR_ENABLE_API_LAYERS names XR_A, which no manifest offers: applications fail to start -> install that "
          "layer, or take the name out\n"
          "ok on by XR_ENABLE_API_LAYERS -> unset XR_ENABLE_API_LAYERS takes it off\n"},
-        {"named in vain, with an implicit one on",
-         {Implicit("")},
-         named,
-         listed,
-         in_vain + "ok on for each application of this user -> OFF=1 takes it off for one\n"},
         {"implicit, until asked, beside an explicit one",
          {Explicit(), Implicit("ON")},
          {},

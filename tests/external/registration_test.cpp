@@ -126,11 +126,7 @@ TEST_F(ExternalRegistration, RefusesARecordWithAnyFieldWrong) {
         {"next", [](auto& info) { info.next = &info; }, "next pointer is not null"},
         {"empty name", [](auto& info) { info.name[0] = 0; }, "invalid parameters"},
         {"unterminated name", [](auto& info) { std::memset(info.name, 'n', 64); }, "invalid parameters"},
-        {"empty description", [](auto& info) { info.description[0] = 0; }, "invalid parameters"},
-        {"unterminated description", [](auto& info) { std::memset(info.description, 'd', 1024); },
-         "invalid parameters"},
         {"no callback", [](auto& info) { info.callback = nullptr; }, "invalid parameters"},
-        {"no params", [](auto& info) { info.paramsCount = 1; }, "params is null but paramsCount > 0"},
         {"bad param", [&](auto& info) { info.paramsCount = 1, info.params = &param; },
          "parameter validation failed at index 0"},
     };
@@ -181,15 +177,11 @@ TEST_F(ExternalRegistration, RefusesAParameterWithAnyFieldWrong) {
         {"next", [](auto& param) { param.next = &param; }, "next pointer is not null"},
         {"name", [](auto& param) { std::memset(param.name, 'n', 64); }, "invalid name/description"},
         {"description", [](auto& param) { param.description[0] = 0; }, "invalid name/description"},
-        {"paramType 0", [](auto& param) { param.paramType = 0; }, "unknown paramType: 0"},
         {"arrayItemType 0", [](auto& param) { param.paramType = 4; }, "invalid arrayItemType"},
-        {"arrayItemType 6", [](auto& param) { param.paramType = 4, param.arrayItemType = 6; }, "invalid arrayItemType"},
-        {"no properties", object(""), "invalid objectProperties length"},
         {"unterminated properties",
          [](auto& param) { param.paramType = 5, std::memset(param.objectProperties, ' ', 4096); },
          "invalid objectProperties length"},
         {"no object", object("[1]"), "objectProperties must be a JSON object"},
-        {"no JSON", object("{"), "objectProperties JSON parse error: "},
         {"hostile depth", object(deep.c_str()), "objectProperties JSON parse error: "},
     };
     for (const auto& row : cases) {

@@ -193,17 +193,6 @@ TEST_F(InstanceHooks, LayersBelowAMuteOneAreAskedForTheirExtensions) {
     EXPECT_THAT(ContextManager::instance().getInstanceState().availableExtensions, ElementsAre("XR_OF_A_LAYER"));
 }
 
-TEST_F(InstanceHooks, RefusedInstanceStillLeavesTableStateAndTools) {
-    runtime_.answer("xrCreateApiLayerInstance", XR_ERROR_LIMIT_REACHED);
-    instance_ = HandleFromValue<XrInstance>(0x77);
-    EXPECT_EQ(Create(), XR_ERROR_LIMIT_REACHED);
-    EXPECT_EQ(instance_, HandleFromValue<XrInstance>(0x77));
-    EXPECT_TRUE(DispatchHolder::instance().has_table());
-    EXPECT_EQ(ContextManager::instance().getInstanceState().instance, instance_);
-    EXPECT_NE(McpServerHost::instance().ipv4_server(), nullptr);
-    EXPECT_TRUE(InProcessToolRegistry::instance().invoke("openxr_get_instance_info", json::object()).success);
-}
-
 TEST_F(InstanceHooks, LastInstanceWins) {
     ASSERT_EQ(Create(), XR_SUCCESS);
     IToolRegistry* const first = ContextManager::instance().getInstanceState().toolRegistry;

@@ -213,9 +213,8 @@ TEST_F(HostileInput, RequestsThatAreNone) {
         {"longer than its chunk", post + "Transfer-Encoding: chunked\r\n\r\n2\r\n{} \r\n0\r\n\r\n", 400,
          R"({"error":"Invalid JSON"})"},
         {"chunks too long",
-         post + "Transfer-Encoding: chunked\r\n\r\n3e8\r\n" + std::string(1000, ' ') + "\r\nffffffffffffffff\r\n" +
-             much,
-         413, R"({"error":"Payload too large"})"},
+         post + "Transfer-Encoding: chunked\r\n\r\n3e8\r\n" + std::string(1000, ' ') + "\r\n1\r\n" + much, 413,
+         R"({"error":"Payload too large"})"},
         {"trailers without end",
          post + "Transfer-Encoding: chunked\r\n\r\n2\r\n{}\r\n0\r\n" + Repeated("X: y\r\n", 2000), 400,
          R"({"error":"Invalid JSON"})"},

@@ -112,16 +112,6 @@ TEST_F(Lifecycle, TakenPortShowsInTheLogAndLeavesAServerThatCanBeDestroyed) {
     close(holder);
 }
 
-TEST_F(Lifecycle, BlockingStartServesUntilStopped) {
-    server_ = std::make_unique<server>(local_config());
-    auto served = std::async(std::launch::async, [&] { return server_->start(true); });
-    ASSERT_TRUE(server_->wait_until_listening(10s));
-    sse_client client(Port());
-    server_->stop();
-    EXPECT_TRUE(served.get());
-    EXPECT_FALSE(server_->start(false));  // once stopped it stays so
-}
-
 TEST_F(Lifecycle, StopRightAfterStart) {
     for (int i = 0; i < 20; ++i) {
         server one(local_config());

@@ -3,7 +3,6 @@
 
 #include <cmath>
 
-#include "simulator/head.h"
 #include "tests/simulator/simulator_fixture.h"
 
 namespace simulator_test {
@@ -72,21 +71,6 @@ TEST_F(SimulatorSpaces, PoseHasToBeOne) {
         XrSpace space = XR_NULL_HANDLE;
         EXPECT_EQ(CreateReferenceSpace(session, &info, &space), expected) << pose.orientation.w;
     }
-}
-
-TEST(SimulatorHead, SwaysTheSameWayForTheSameSeed) {
-    constexpr XrTime kSecond = 1'000'000'000;
-    const auto place_after_two_seconds = [](std::uint32_t seed, XrTime start) {
-        simulator::HeadSway sway(seed);
-        sway.Start(start);
-        return sway.At(start + 2 * kSecond).position.x;
-    };
-    EXPECT_EQ(place_after_two_seconds(7, kSecond), place_after_two_seconds(7, 5 * kSecond));
-    EXPECT_NE(place_after_two_seconds(7, kSecond), place_after_two_seconds(8, kSecond));
-    simulator::HeadSway sway(7);
-    sway.Start(kSecond);
-    EXPECT_NE(sway.At(3 * kSecond).position.x, sway.At(4 * kSecond).position.x);
-    EXPECT_EQ(sway.At(kSecond).position.x, sway.At(1).position.x) << "it keeps still before the session begins";
 }
 
 }  // namespace

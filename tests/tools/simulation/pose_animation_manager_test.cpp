@@ -3,7 +3,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <atomic>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
@@ -123,36 +122,6 @@ TEST_F(PoseAnimations, SurviveTheTickThatEndsTheirPredecessor) {
     manager_.Tick();
     ASSERT_TRUE(Ready(newer));
     EXPECT_EQ(newer.get(), AnimationCompleted);
-}
-
-TEST(PoseAnimationThreads, EveryStarterGetsOneResult) {
-    PoseAnimationManager manager;
-    std::atomic<bool> stop = false;
-    std::thread frames([&] {
-        while (!stop) manager.Tick();
-    });
-    std::vector<std::thread> starters;
-    std::atomic<int> results = 0;
-    for (int starter = 0; starter < 3; ++starter) {
-        starters.emplace_back([&, starter] {
-            for (int i = 0; i < 200; ++i) {
-                ActiveAnimation animation;
-                animation.name = i % 2 ? "shared" : "own" + std::to_string(starter);
-                animation.duration_seconds = 0.0001f;
-                animation.apply = [](const XrPosef&) { return true; };
-                auto outcome = manager.StartAnimation(std::move(animation));
-                if (i % 50 == 0) manager.CancelAll("the test");
-                if (outcome.wait_for(std::chrono::seconds(10)) == std::future_status::ready) {
-                    outcome.get();
-                    ++results;
-                }
-            }
-        });
-    }
-    for (std::thread& starter : starters) starter.join();
-    stop = true;
-    frames.join();
-    EXPECT_EQ(results, 600);
 }
 
 TEST(InterpolatePose, TurnsAlongTheShorterArc) {
