@@ -4,6 +4,7 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdlib>
 #include <limits>
@@ -129,9 +130,11 @@ void LogWhereNobodyReads(bool signals_of_host_wait) {
     if (!file.Open(ScratchDirectory().path() + "/full")) std::exit(2);
     const rlimit nothing{0, RLIM_INFINITY};
     setrlimit(RLIMIT_FSIZE, &nothing);
+    errno = ERANGE;
     file.Write("x");
     LogInfo("to standard output");
     LogError("to standard error");
+    if (errno != ERANGE) std::exit(5);
     sigset_t blocked;
     sigprocmask(SIG_BLOCK, nullptr, &blocked);
     for (const int signal : {SIGPIPE, SIGXFSZ}) {

@@ -114,6 +114,17 @@ TEST_F(Scene, WhatTheRuntimeCannotTellIsLeftOut) {
     EXPECT_THAT(runtime_.calls("xrSetSpaceComponentStatusKS"), IsEmpty());
 }
 
+TEST_F(Scene, AContainerThatIsBeingSwitchedIsAnEntity) {
+    room_.container_with({"TABLE"});
+    runtime_.on("xrGetSpaceComponentStatusKS", [](XrSpace, XrSpaceComponentTypeKS, XrSpaceComponentStatusKS* status) {
+        status->enabled = status->changePending = XR_TRUE;
+        return XR_SUCCESS;
+    });
+    SceneContext scene(session_);
+    room_.deliver_results(scene);
+    EXPECT_THAT(Names(scene), ElementsAre("UNKNOWN 1"));
+}
+
 TEST_F(Scene, ForeignRequestsAbsurdCountsAndFailedRequestsCompleteNothing) {
     room_.loose("TABLE");
     SceneContext scene(session_);
