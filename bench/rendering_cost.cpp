@@ -25,6 +25,7 @@
 #include <utility>
 #include <vector>
 
+#include "capture/base64.h"
 #include "capture/image_encoding.h"
 #include "mcp/client/blocking_client.h"
 #include "tests/fakes/allocation_counter.h"
