@@ -51,7 +51,7 @@ bool connection_workers::enqueue(std::function<void()> serve) {
 
 bool connection_workers::is_crowded() {
     const std::lock_guard lock(mutex_);
-    return free_locked() < limits_.workers / 2;
+    return free_locked() < limits_.workers / 4;
 }
 
 bool connection_workers::start_worker_locked() {

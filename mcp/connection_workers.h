@@ -35,7 +35,7 @@ class connection_workers {
     // patience. For one thread.
     bool enqueue(std::function<void()> serve);
 
-    // True while more than half of the connections are taken. Any thread.
+    // True while more than three quarters of the connections are taken. Any thread.
     bool is_crowded();
 
     // Runs what was taken, and joins all workers.

@@ -136,12 +136,13 @@ XrResult EndFrame(XrSession session, const XrFrameEndInfo* info) {
     // Reading takes a while, and only the application's own frame has to wait for it.
     reading.Read();
     return Guarded([&](Runtime&) {
+        XrResult outcome = XR_SUCCESS;
         for (auto& part : reading.parts) {
             const bool is_whole = XR_SUCCEEDED(part.failure);
             ended->requests.Settle(*part.request, is_whole ? std::move(part.frame) : nullptr, part.failure);
-            if (part.failure == XR_ERROR_SESSION_LOST) Refuse(part.failure);
+            if (part.failure == XR_ERROR_SESSION_LOST) outcome = part.failure;
         }
-        return XR_SUCCESS;
+        return outcome;
     });
 }
 

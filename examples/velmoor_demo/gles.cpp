@@ -13,11 +13,12 @@ void* Library() {
 }
 
 template <class Function>
-Function Egl(Function /*type*/, const char* name) {
+Function Egl(const char* name) {
     return reinterpret_cast<Function>(dlsym(Library(), name));
 }
 
-#define DEMO_EGL(name) Egl(&::name, #name)
+// Its type alone is asked for: the address of the function would have to be linked.
+#define DEMO_EGL(name) Egl<decltype(&::name)>(#name)
 
 }  // namespace
 

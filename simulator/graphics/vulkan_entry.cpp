@@ -61,9 +61,11 @@ void VulkanEntry::CreateDevice(XrSystemId system, const XrVulkanDeviceCreateInfo
     RequireType(info, XR_TYPE_VULKAN_DEVICE_CREATE_INFO_KHR);
     if (info->systemId != system) Refuse(XR_ERROR_SYSTEM_INVALID);
     Require(info->createFlags == 0 && info->pfnGetInstanceProcAddr && info->vulkanCreateInfo && device && result);
-    Require(info->vulkanPhysicalDevice && info->vulkanPhysicalDevice == device_);
+    const auto told = std::find_if(devices_.begin(), devices_.end(),
+                                   [&](const auto& row) { return row.second == info->vulkanPhysicalDevice; });
+    Require(told != devices_.end());
     const auto create =
-        reinterpret_cast<PFN_vkCreateDevice>(info->pfnGetInstanceProcAddr(instance_of_device_, "vkCreateDevice"));
+        reinterpret_cast<PFN_vkCreateDevice>(info->pfnGetInstanceProcAddr(told->first, "vkCreateDevice"));
     if (!create) Refuse(XR_ERROR_RUNTIME_FAILURE);
     *result = create(info->vulkanPhysicalDevice, info->vulkanCreateInfo, info->vulkanAllocator, device);
 }
@@ -87,16 +89,16 @@ VkPhysicalDevice_T* VulkanEntry::DeviceFor(VkInstance_T* instance) {
         vk.GetPhysicalDeviceProperties(device, &properties);
         return Rank(properties.deviceType);
     };
-    device_ = *std::max_element(devices.begin(), devices.end(),
-                                [&](VkPhysicalDevice a, VkPhysicalDevice b) { return rank_of(a) < rank_of(b); });
-    instance_of_device_ = instance;
-    return device_;
+    return devices_[instance] =
+               *std::max_element(devices.begin(), devices.end(),
+                                 [&](VkPhysicalDevice a, VkPhysicalDevice b) { return rank_of(a) < rank_of(b); });
 }
 
 VulkanEntry::Lookup VulkanEntry::CheckBinding(const XrGraphicsBindingVulkanKHR& binding) const {
     if (!requirements_told_) Refuse(XR_ERROR_GRAPHICS_REQUIREMENTS_CALL_MISSING);
-    const bool is_whole = binding.instance && binding.physicalDevice && binding.device;
-    if (!is_whole || binding.physicalDevice != device_) Refuse(XR_ERROR_GRAPHICS_DEVICE_INVALID);
+    const auto told = devices_.find(binding.instance);
+    const bool is_told = told != devices_.end() && told->second == binding.physicalDevice;
+    if (!is_told || !binding.device) Refuse(XR_ERROR_GRAPHICS_DEVICE_INVALID);
     return LookupOf(binding.instance);
 }
 

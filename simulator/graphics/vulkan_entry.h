@@ -46,9 +46,8 @@ class VulkanEntry {
     bool requirements_told_ = false;
     // Of the instances that were made here.
     std::map<VkInstance_T*, Lookup> lookups_;
-    // As told last; null before that.
-    VkPhysicalDevice_T* device_ = nullptr;
-    VkInstance_T* instance_of_device_ = nullptr;
+    // As they were told.
+    std::map<VkInstance_T*, VkPhysicalDevice_T*> devices_;
 };
 
 }  // namespace simulator

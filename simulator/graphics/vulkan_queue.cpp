@@ -33,6 +33,7 @@ VulkanQueue::VulkanQueue(PFN_vkGetInstanceProcAddr lookup, const XrGraphicsBindi
     CheckFamily(of_instance, binding);
     of_instance.GetPhysicalDeviceMemoryProperties(physical_device, &memory_);
     vk.GetDeviceQueue(device, binding.queueFamilyIndex, binding.queueIndex, &queue_);
+    if (!queue_) Refuse(XR_ERROR_GRAPHICS_DEVICE_INVALID);
     const VkCommandPoolCreateInfo pool = {VK_STRUCTURE_TYPE_COMMAND_POOL_CREATE_INFO, nullptr,
                                           VK_COMMAND_POOL_CREATE_RESET_COMMAND_BUFFER_BIT, binding.queueFamilyIndex};
     CheckVulkan(vk.CreateCommandPool(device, &pool, nullptr, &pool_));
@@ -47,13 +48,13 @@ VulkanQueue::VulkanQueue(PFN_vkGetInstanceProcAddr lookup, const XrGraphicsBindi
 
 VulkanQueue::~VulkanQueue() {
     // On purpose: what the device may still work on is left to it.
-    if (stuck_) return;
+    if (stuck_ != VK_SUCCESS) return;
     vk.DestroyFence(device, fence_, nullptr);
     vk.DestroyCommandPool(device, pool_, nullptr);
 }
 
 VkCommandBuffer VulkanQueue::Begin() {
-    if (stuck_) Refuse(XR_ERROR_RUNTIME_FAILURE);
+    CheckVulkan(stuck_);
     const VkCommandBufferBeginInfo info = {VK_STRUCTURE_TYPE_COMMAND_BUFFER_BEGIN_INFO, nullptr,
                                            VK_COMMAND_BUFFER_USAGE_ONE_TIME_SUBMIT_BIT, nullptr};
     CheckVulkan(vk.BeginCommandBuffer(commands_, &info));
@@ -68,9 +69,8 @@ void VulkanQueue::Finish() {
     submit.commandBufferCount = 1;
     submit.pCommandBuffers = &commands_;
     CheckVulkan(vk.QueueSubmit(queue_, 1, &submit, fence_));
-    const VkResult result = vk.WaitForFences(device, 1, &fence_, VK_TRUE, kLongestWait);
-    stuck_ = result != VK_SUCCESS;
-    CheckVulkan(result);
+    stuck_ = vk.WaitForFences(device, 1, &fence_, VK_TRUE, kLongestWait);
+    CheckVulkan(stuck_);
 }
 
 VkDeviceMemory VulkanQueue::Allocate(const VkMemoryRequirements& requirements, VkMemoryPropertyFlags wanted,

@@ -46,8 +46,8 @@ class VulkanQueue {
     VkCommandPool pool_ = VK_NULL_HANDLE;
     VkCommandBuffer commands_ = VK_NULL_HANDLE;
     VkFence fence_ = VK_NULL_HANDLE;
-    // Commands did not end: they may never be recorded over.
-    bool stuck_ = false;
+    // Where commands did not end, why: they may never be recorded over.
+    VkResult stuck_ = VK_SUCCESS;
 };
 
 // Takes all of the image from one layout to the other, after whatever was done with it and before whatever will be.

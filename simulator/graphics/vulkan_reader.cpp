@@ -76,6 +76,7 @@ RawImage VulkanReader::Read(const VulkanImageView& view) {
     raw.height = view.height;
     if (!PixelsOf(view.format, raw.kind, raw.is_srgb)) Refuse(XR_ERROR_SWAPCHAIN_FORMAT_UNSUPPORTED);
     const std::size_t size = std::size_t{view.width} * view.height * BytesOfPixel(raw.kind);
+    const std::lock_guard lock(mutex_);
     Reserve(size);
     const VulkanDeviceFunctions& vk = queue_->vk;
     const VkExtent3D extent = {view.width, view.height, 1};

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 
 #include "simulator/graphics/raw_image.h"
 #include "simulator/graphics/vulkan_queue.h"
@@ -33,14 +34,17 @@ class VulkanReader {
     VulkanReader& operator=(const VulkanReader&) = delete;
     ~VulkanReader() { Drop(); }
 
+    // Any thread.
     RawImage Read(const VulkanImageView& view);
 
  private:
-    // The buffer into which is copied is kept for the next time.
+    // With mutex_ locked. The buffer into which is copied is kept for the next time.
     void Reserve(VkDeviceSize size);
     void Drop();
 
     const std::shared_ptr<VulkanQueue> queue_;
+    // Guards all below: frames may end while another one is still read.
+    std::mutex mutex_;
     VkBuffer buffer_ = VK_NULL_HANDLE;
     VkDeviceMemory memory_ = VK_NULL_HANDLE;
     const std::uint8_t* mapped_ = nullptr;

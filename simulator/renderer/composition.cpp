@@ -17,6 +17,9 @@ struct Place {
 };
 
 // A layer as one eye sees it: all in the layer's own coordinates.
+// From this radius on, in metres, a surface counts as infinite: no picture tells, and its square is still a number.
+constexpr float kFarAway = 1e6f;
+
 class SeenLayer {
  public:
     SeenLayer(const ComposedLayer& layer, const Camera& camera)
@@ -31,7 +34,7 @@ class SeenLayer {
           fov_width_(std::tan(layer.fov.angleRight) - left_),
           fov_height_(top_ - std::tan(layer.fov.angleDown)) {
         // On an infinite surface the eye stands in the middle.
-        if (!(layer.radius > 0.0f) || !std::isfinite(layer.radius)) {
+        if (!(layer.radius > 0.0f) || !(layer.radius < kFarAway)) {
             radius_ = 1.0f;
             if (layer.shape == LayerShape::kCylinder || layer.shape == LayerShape::kEquirect) origin_ = {};
         } else {

@@ -95,13 +95,15 @@ TEST(Composition, SurfacesStandInTheWorld) {
     EXPECT_EQ(Seen({cylinder}, 6, 3), kBlack);
 
     ComposedLayer sphere = TwoRows(LayerShape::kEquirect);
-    sphere.radius = std::numeric_limits<float>::infinity();
     sphere.pose.position = {9, 9, 9};
     sphere.horizontal_angle = 8 * kQuarterTurn;
     sphere.upper_angle = kQuarterTurn;
-    EXPECT_EQ(Seen({sphere}, 4, 0), kRed);
-    EXPECT_EQ(Seen({sphere}, 4, 3), kGreen) << "its lower half ends at the horizon";
-    EXPECT_EQ(Seen({sphere}, 4, 4), kBlack);
+    for (const float radius : {std::numeric_limits<float>::infinity(), std::numeric_limits<float>::max()}) {
+        sphere.radius = radius;
+        EXPECT_EQ(Seen({sphere}, 4, 0), kRed);
+        EXPECT_EQ(Seen({sphere}, 4, 3), kGreen) << "its lower half ends at the horizon";
+        EXPECT_EQ(Seen({sphere}, 4, 4), kBlack);
+    }
 }
 
 TEST(Composition, LayersLieOverEachOtherInLinearLight) {
