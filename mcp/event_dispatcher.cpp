@@ -80,7 +80,7 @@ void event_dispatcher::write_for_reader(std::unique_lock<std::mutex>& lock) {
 }
 
 bool event_dispatcher::is_due_locked() const {
-    return !answers_.empty() || posted_id_ == target_ || closed_ || reader_released_ || reader_leaves_;
+    return !answers_.empty() || posted_id_ >= target_ || closed_ || reader_released_ || reader_leaves_;
 }
 
 bool event_dispatcher::await_frame(frame_sink* sink, std::chrono::milliseconds timeout) {
@@ -93,9 +93,9 @@ bool event_dispatcher::await_frame(frame_sink* sink, std::chrono::milliseconds t
     posted_.wait(lock, [this] { return !writing_; });
     reader_leaves_ = false;
     lent_sink_ = nullptr;
-    if (closed_ || (answers_.empty() && posted_id_ != target_)) return false;
+    if (closed_ || (answers_.empty() && posted_id_ < target_)) return false;
     take_answers_locked(kBatchBytes);
-    if (posted_id_ == target_) {
+    if (posted_id_ >= target_) {
         outgoing_ += frame_;
         frame_.clear();
     }

@@ -109,7 +109,7 @@ class event_dispatcher {
 
     // Of the waiting worker, "the reader" of the queue.
     frame_sink* lent_sink_ = nullptr;
-    std::int32_t target_ = 0;  // the id of a frame that is posted during its wait
+    std::int32_t target_ = 0;  // the id of the first frame that is posted during its wait
     bool reader_leaves_ = false;
     bool reader_released_ = false;
 

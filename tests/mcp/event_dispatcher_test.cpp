@@ -64,6 +64,14 @@ class EventDispatcher : public testing::Test {
     recording_sink sink_;
 };
 
+TEST_F(EventDispatcher, ReaderIsWokenThoughTheNextFrameComesBeforeItLooks) {
+    auto waiting = WaitElsewhere(dispatcher_, sink_);
+    dispatcher_.post_frame("one");
+    dispatcher_.post_frame("two");
+    EXPECT_EQ(waiting.wait_for(10s), std::future_status::ready);
+    dispatcher_.close();
+}
+
 TEST_F(EventDispatcher, FramePostedBeforeTheWaitIsReplacedByTheNext) {
     dispatcher_.post_frame("old");
     EXPECT_FALSE(dispatcher_.await_frame(&sink_, 1ms));
