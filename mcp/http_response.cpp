@@ -57,7 +57,8 @@ std::string response_head(const http_answer& answer, bool is_last, bool head_onl
     if (is_last && !tells_connection) append_header(text, "Connection", "close");
     for (const http_header& header : answer.headers) append_header(text, header.name, header.value);
     for (const auto& [name, value] : answer.own_headers) append_header(text, name, value);
-    if (!is_last) append_header(text, "Keep-Alive", "timeout=5, max=100");
+    // A second less than an idle connection lasts, so that a client that goes by it never sends into its end.
+    if (!is_last) append_header(text, "Keep-Alive", "timeout=4, max=100");
     if (answer.stream) {
         append_header(text, "Transfer-Encoding", "chunked");
     } else if (answer.status != 204 && !head_only) {
