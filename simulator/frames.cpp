@@ -116,7 +116,6 @@ XrResult BeginFrame(XrSession session, const XrFrameBeginInfo* info) {
 
 XrResult EndFrame(XrSession session, const XrFrameEndInfo* info) {
     FrameReading reading;
-    std::shared_ptr<Session> ended;
     const XrResult result = Guarded([&](Runtime& runtime) {
         const auto owner = runtime.Get(session);
         RequireType(info, XR_TYPE_FRAME_END_INFO);
@@ -127,9 +126,12 @@ XrResult EndFrame(XrSession session, const XrFrameEndInfo* info) {
         // Frames of a headless session have layers that nobody looks at.
         if (owner->graphics) {
             owner->Step();
-            reading = PlanReading(runtime, *owner, *info);
+            // The frame is good, whatever the picture of it lacks.
+            WithoutThrowing([&] {
+                reading = PlanReading(runtime, *owner, *info);
+                return XR_SUCCESS;
+            });
         }
-        ended = owner;
         return XR_SUCCESS;
     });
     if (XR_FAILED(result) || reading.parts.empty()) return result;
@@ -139,7 +141,7 @@ XrResult EndFrame(XrSession session, const XrFrameEndInfo* info) {
         XrResult outcome = XR_SUCCESS;
         for (auto& part : reading.parts) {
             const bool is_whole = XR_SUCCEEDED(part.failure);
-            ended->requests.Settle(*part.request, is_whole ? std::move(part.frame) : nullptr, part.failure);
+            part.request->Settle(is_whole ? std::move(part.frame) : nullptr, part.failure);
             if (part.failure == XR_ERROR_SESSION_LOST) outcome = part.failure;
         }
         return outcome;

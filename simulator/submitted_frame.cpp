@@ -1,7 +1,7 @@
 #include "simulator/submitted_frame.h"
 
 #include <algorithm>
-#include <iterator>
+#include <cstdio>
 #include <utility>
 
 #include "simulator/runtime.h"
@@ -10,7 +10,7 @@
 namespace simulator {
 namespace {
 
-constexpr std::chrono::milliseconds kLongestWait(500);
+constexpr std::chrono::milliseconds kLongestWait(1000);
 // An application that takes longer than this for a frame gives the one that it has.
 constexpr std::chrono::milliseconds kPatience(250);
 
@@ -57,38 +57,39 @@ std::shared_ptr<const SubmittedFrame> FrameRequests::Await(std::unique_lock<std:
     request->calls = calls;
     request->made = std::chrono::steady_clock::now();
     pending_.push_back(request);
-    request->settled.wait_for(lock, kLongestWait, [&] { return request->frame || XR_FAILED(request->failure); });
+    request->settled.wait_for(lock, kLongestWait, [&] { return request->IsSettled(); });
     std::erase(pending_, request);
     if (XR_FAILED(request->failure)) Refuse(request->failure);
-    return request->frame ? request->frame : last_[eye];
+    if (request->frame) return request->frame;
+    std::fputs("velmoor simulator: no picture, for the application has ended no frame within a second\n", stderr);
+    Refuse(XR_ERROR_CALL_ORDER_INVALID);
 }
 
-std::vector<std::shared_ptr<FrameRequest>> FrameRequests::Take(const FrameLoop& frames) {
+void FrameRequests::TakeInto(std::vector<FrameReading::Part>& parts, const FrameLoop& frames) {
     const auto now = std::chrono::steady_clock::now();
-    const auto is_settled = [&](const auto& request) {
-        return frames.ShowsAllOf(request->calls) || now - request->made > kPatience;
-    };
-    std::vector<std::shared_ptr<FrameRequest>> taken;
-    std::copy_if(pending_.begin(), pending_.end(), std::back_inserter(taken), is_settled);
-    std::erase_if(pending_, is_settled);
-    return taken;
-}
-
-void FrameRequests::Settle(FrameRequest& request, std::shared_ptr<const SubmittedFrame> frame, XrResult failure) {
-    if (frame) last_[request.eye] = frame;
-    request.frame = std::move(frame);
-    request.failure = failure;
-    request.settled.notify_all();
+    // Once one is taken nothing may fail before it is settled, or it would wait for nobody.
+    parts.reserve(pending_.size());
+    for (auto& request : pending_) {
+        const bool is_settled = frames.ShowsAllOf(request->calls) || now - request->made > kPatience;
+        if (is_settled) parts.emplace_back().request = std::move(request);
+    }
+    std::erase(pending_, nullptr);
 }
 
 void FrameRequests::Abandon() {
-    for (const auto& request : std::exchange(pending_, {})) Settle(*request, nullptr, XR_ERROR_SESSION_NOT_RUNNING);
-    last_ = {};
+    for (const auto& request : std::exchange(pending_, {})) request->Settle(nullptr, XR_ERROR_SESSION_NOT_RUNNING);
+}
+
+void FrameRequest::Settle(std::shared_ptr<const SubmittedFrame> shown, XrResult why_not) {
+    frame = std::move(shown);
+    failure = why_not;
+    settled.notify_all();
 }
 
 void FrameReading::Read() noexcept {
     std::vector<ReadImage> read;
     for (Part& part : parts) {
+        if (XR_FAILED(part.failure)) continue;
         part.failure = WithoutThrowing([&] {
             for (PlannedLayer& planned : part.layers) {
                 planned.layer.image = ReadOnce(planned, read);
@@ -108,15 +109,16 @@ FrameReading PlanReading(const Runtime& runtime, Session& session, const XrFrame
     // The application draws the hands.
     world.controllers = {};
     if (head) world.eyes = EyesOf(*head);
-    for (auto& request : session.requests.Take(session.frames)) {
-        FrameReading::Part part;
-        part.frame = std::make_shared<SubmittedFrame>();
-        part.frame->mode = info.environmentBlendMode;
-        part.frame->world = world;
-        if (head) part.layers = LayersFor(runtime, info, request->eye);
-        if (head) part.frame->eye = (*world.eyes)[request->eye];
-        part.request = std::move(request);
-        reading.parts.push_back(std::move(part));
+    session.requests.TakeInto(reading.parts, session.frames);
+    for (FrameReading::Part& part : reading.parts) {
+        part.failure = WithoutThrowing([&] {
+            part.frame = std::make_shared<SubmittedFrame>();
+            part.frame->mode = info.environmentBlendMode;
+            part.frame->world = world;
+            if (head) part.layers = LayersFor(runtime, info, part.request->eye);
+            if (head) part.frame->eye = (*world.eyes)[part.request->eye];
+            return XR_SUCCESS;
+        });
     }
     return reading;
 }

@@ -32,6 +32,10 @@ struct SubmittedFrame {
 };
 
 struct FrameRequest {
+    bool IsSettled() const { return frame || XR_FAILED(failure); }
+    // Either a frame or why there is none.
+    void Settle(std::shared_ptr<const SubmittedFrame> shown, XrResult why_not);
+
     std::size_t eye = 0;
     // Those that came before it: what their frames show may be older than the request.
     CallCounts calls;
@@ -39,7 +43,6 @@ struct FrameRequest {
     // Told under the runtime's mutex, once one of the following is there.
     std::condition_variable settled;
     std::shared_ptr<const SubmittedFrame> frame;
-    // Why there is none.
     XrResult failure = XR_SUCCESS;
 };
 
@@ -59,28 +62,6 @@ class ToldViews {
     std::size_t next_ = 0;
 };
 
-// A session's; the runtime's mutex guards it.
-class FrameRequests {
- public:
-    // `calls` are those so far. Waits with the mutex open, no longer than half a second;
-    // gives the last frame that somebody got of this eye where none comes, and null where there was none. Throws what
-    // failed.
-    std::shared_ptr<const SubmittedFrame> Await(std::unique_lock<std::mutex>& lock, std::size_t eye,
-                                                const CallCounts& calls);
-
-    // Those that the frame settles which is begun; with it they are no longer here.
-    std::vector<std::shared_ptr<FrameRequest>> Take(const FrameLoop& frames);
-    bool empty() const { return pending_.empty(); }
-
-    void Settle(FrameRequest& request, std::shared_ptr<const SubmittedFrame> frame, XrResult failure);
-    // The session does not run any more.
-    void Abandon();
-
- private:
-    std::vector<std::shared_ptr<FrameRequest>> pending_;
-    std::array<std::shared_ptr<const SubmittedFrame>, 2> last_;
-};
-
 // The requests that the frame settles, and what has to be read for them: taken with the mutex locked, and read with it
 // open.
 struct FrameReading {
@@ -96,6 +77,28 @@ struct FrameReading {
     void Read() noexcept;
 };
 
+// A session's; the runtime's mutex guards it.
+class FrameRequests {
+ public:
+    // `calls` are those so far. Waits with the mutex open, no longer than a second. Throws what failed, and
+    // XR_ERROR_CALL_ORDER_INVALID where the application ended no frame: an older one would tell of an application that
+    // hangs that it is well.
+    std::shared_ptr<const SubmittedFrame> Await(std::unique_lock<std::mutex>& lock, std::size_t eye,
+                                                const CallCounts& calls);
+
+    // Those that the frame settles which is begun; with it they are no longer here. Throws before the first is taken,
+    // or not at all.
+    void TakeInto(std::vector<FrameReading::Part>& parts, const FrameLoop& frames);
+    bool empty() const { return pending_.empty(); }
+
+    // The session does not run any more.
+    void Abandon();
+
+ private:
+    std::vector<std::shared_ptr<FrameRequest>> pending_;
+};
+
+// Throws before a request is taken, or not at all.
 FrameReading PlanReading(const Runtime& runtime, Session& session, const XrFrameEndInfo& info);
 
 }  // namespace simulator
