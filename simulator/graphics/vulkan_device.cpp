@@ -109,7 +109,7 @@ class VulkanImages : public ImageSet {
 
     void Prepare() override {
         queue_->Run([&](VkCommandBuffer commands) {
-            for (const Image& image : images_) {
+            for (const VulkanObject& image : images_) {
                 ChangeLayout(queue_->vk, commands, image.image, AspectsOf(info_.format), VK_IMAGE_LAYOUT_UNDEFINED,
                              LayoutOf(info_.format));
             }
@@ -122,11 +122,6 @@ class VulkanImages : public ImageSet {
     }
 
  private:
-    struct Image {
-        VkImage image = VK_NULL_HANDLE;
-        VkDeviceMemory memory = VK_NULL_HANDLE;
-    };
-
     void CheckSupport() const {
         VkImageFormatProperties most;
         const VkResult result = queue_->of_instance.GetPhysicalDeviceImageFormatProperties(
@@ -141,7 +136,7 @@ class VulkanImages : public ImageSet {
 
     void Add() {
         const VulkanDeviceFunctions& vk = queue_->vk;
-        Image& image = images_.emplace_back();
+        VulkanObject& image = images_.emplace_back();
         CheckVulkan(vk.CreateImage(queue_->device, &info_, nullptr, &image.image));
         VkMemoryRequirements requirements;
         vk.GetImageMemoryRequirements(queue_->device, image.image, &requirements);
@@ -150,16 +145,13 @@ class VulkanImages : public ImageSet {
     }
 
     void Free() {
-        for (const Image& image : images_) {
-            queue_->vk.DestroyImage(queue_->device, image.image, nullptr);
-            queue_->vk.FreeMemory(queue_->device, image.memory, nullptr);
-        }
+        for (const VulkanObject& image : images_) queue_->Free(image);
     }
 
     const std::shared_ptr<VulkanQueue> queue_;
     const std::shared_ptr<VulkanReader> reader_;
     const VkImageCreateInfo info_;
-    std::vector<Image> images_;
+    std::vector<VulkanObject> images_;
 };
 
 class VulkanDevice : public GraphicsDevice {

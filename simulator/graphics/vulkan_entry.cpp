@@ -34,6 +34,16 @@ std::vector<VkPhysicalDevice> DevicesOf(const VulkanInstanceFunctions& vk, VkIns
     return devices;
 }
 
+std::map<std::uint32_t, std::uint32_t> QueuesOf(const VkDeviceCreateInfo& info) {
+    std::map<std::uint32_t, std::uint32_t> counts;
+    for (std::uint32_t i = 0; i < info.queueCreateInfoCount; ++i) {
+        const VkDeviceQueueCreateInfo& queues = info.pQueueCreateInfos[i];
+        // Others, the protected ones, are not what a binding names.
+        if (queues.flags == 0) counts[queues.queueFamilyIndex] = queues.queueCount;
+    }
+    return counts;
+}
+
 }  // namespace
 
 void VulkanEntry::GetRequirements(void* record) {
@@ -68,6 +78,7 @@ void VulkanEntry::CreateDevice(XrSystemId system, const XrVulkanDeviceCreateInfo
         reinterpret_cast<PFN_vkCreateDevice>(info->pfnGetInstanceProcAddr(told->first, "vkCreateDevice"));
     if (!create) Refuse(XR_ERROR_RUNTIME_FAILURE);
     *result = create(info->vulkanPhysicalDevice, info->vulkanCreateInfo, info->vulkanAllocator, device);
+    if (*result == VK_SUCCESS) queues_[*device] = QueuesOf(*info->vulkanCreateInfo);
 }
 
 VkPhysicalDevice_T* VulkanEntry::DeviceFor(XrSystemId system, const XrVulkanGraphicsDeviceGetInfoKHR* info) {
@@ -99,6 +110,12 @@ VulkanEntry::Lookup VulkanEntry::CheckBinding(const XrGraphicsBindingVulkanKHR& 
     const auto told = devices_.find(binding.instance);
     const bool is_told = told != devices_.end() && told->second == binding.physicalDevice;
     if (!is_told || !binding.device) Refuse(XR_ERROR_GRAPHICS_DEVICE_INVALID);
+    const auto made_here = queues_.find(binding.device);
+    if (made_here != queues_.end()) {
+        const auto family = made_here->second.find(binding.queueFamilyIndex);
+        const bool has_queue = family != made_here->second.end() && binding.queueIndex < family->second;
+        if (!has_queue) Refuse(XR_ERROR_GRAPHICS_DEVICE_INVALID);
+    }
     return LookupOf(binding.instance);
 }
 

@@ -48,6 +48,8 @@ class VulkanEntry {
     std::map<VkInstance_T*, Lookup> lookups_;
     // As they were told.
     std::map<VkInstance_T*, VkPhysicalDevice_T*> devices_;
+    // How many queues of which family the devices have that were made here.
+    std::map<VkDevice_T*, std::map<std::uint32_t, std::uint32_t>> queues_;
 };
 
 }  // namespace simulator

@@ -36,6 +36,7 @@ namespace simulator {
     X(CreateFence)                         \
     X(DestroyFence)                        \
     X(ResetFences)                         \
+    X(GetFenceStatus)                      \
     X(WaitForFences)                       \
     X(CreateCommandPool)                   \
     X(DestroyCommandPool)                  \

@@ -1,6 +1,7 @@
 #include "simulator/graphics/vulkan_queue.h"
 
-#include <vector>
+#include <new>
+#include <utility>
 
 #include "simulator/refusal.h"
 
@@ -48,13 +49,13 @@ VulkanQueue::VulkanQueue(PFN_vkGetInstanceProcAddr lookup, const XrGraphicsBindi
 
 VulkanQueue::~VulkanQueue() {
     // On purpose: what the device may still work on is left to it.
-    if (stuck_ != VK_SUCCESS) return;
+    if (!HasEnded()) return;
     vk.DestroyFence(device, fence_, nullptr);
     vk.DestroyCommandPool(device, pool_, nullptr);
 }
 
 VkCommandBuffer VulkanQueue::Begin() {
-    CheckVulkan(stuck_);
+    if (!HasEnded()) Refuse(XR_ERROR_RUNTIME_FAILURE);
     const VkCommandBufferBeginInfo info = {VK_STRUCTURE_TYPE_COMMAND_BUFFER_BEGIN_INFO, nullptr,
                                            VK_COMMAND_BUFFER_USAGE_ONE_TIME_SUBMIT_BIT, nullptr};
     CheckVulkan(vk.BeginCommandBuffer(commands_, &info));
@@ -69,8 +70,37 @@ void VulkanQueue::Finish() {
     submit.commandBufferCount = 1;
     submit.pCommandBuffers = &commands_;
     CheckVulkan(vk.QueueSubmit(queue_, 1, &submit, fence_));
-    stuck_ = vk.WaitForFences(device, 1, &fence_, VK_TRUE, kLongestWait);
-    CheckVulkan(stuck_);
+    is_busy_ = true;
+    const VkResult result = vk.WaitForFences(device, 1, &fence_, VK_TRUE, kLongestWait);
+    if (result == VK_SUCCESS) is_busy_ = false;
+    CheckVulkan(result);
+}
+
+bool VulkanQueue::HasEnded() noexcept {
+    if (is_busy_) {
+        const VkResult status = vk.GetFenceStatus(device, fence_);
+        // A lost device works on nothing any more.
+        is_busy_ = status != VK_SUCCESS && status != VK_ERROR_DEVICE_LOST;
+    }
+    if (is_busy_) return false;
+    for (const VulkanObject& object : std::exchange(kept_, {})) Destroy(object);
+    return true;
+}
+
+void VulkanQueue::Free(const VulkanObject& object) noexcept {
+    const std::lock_guard lock(mutex_);
+    if (HasEnded()) return Destroy(object);
+    try {
+        kept_.push_back(object);
+    } catch (const std::bad_alloc&) {
+        // Then the device keeps it for good.
+    }
+}
+
+void VulkanQueue::Destroy(const VulkanObject& object) const noexcept {
+    vk.DestroyImage(device, object.image, nullptr);
+    vk.DestroyBuffer(device, object.buffer, nullptr);
+    vk.FreeMemory(device, object.memory, nullptr);
 }
 
 VkDeviceMemory VulkanQueue::Allocate(const VkMemoryRequirements& requirements, VkMemoryPropertyFlags wanted,

@@ -10,7 +10,7 @@ namespace {
 // An image with its memory, for as long as one reading takes.
 class ScratchImage {
  public:
-    ScratchImage(const VulkanQueue& queue, VkFormat format, std::uint32_t width, std::uint32_t height) : queue_(queue) {
+    ScratchImage(VulkanQueue& queue, VkFormat format, std::uint32_t width, std::uint32_t height) : queue_(queue) {
         VkImageCreateInfo info = {};
         info.sType = VK_STRUCTURE_TYPE_IMAGE_CREATE_INFO;
         info.imageType = VK_IMAGE_TYPE_2D;
@@ -19,30 +19,26 @@ class ScratchImage {
         info.mipLevels = info.arrayLayers = 1;
         info.samples = VK_SAMPLE_COUNT_1_BIT;
         info.usage = VK_IMAGE_USAGE_TRANSFER_SRC_BIT | VK_IMAGE_USAGE_TRANSFER_DST_BIT;
-        CheckVulkan(queue.vk.CreateImage(queue.device, &info, nullptr, &image_));
+        CheckVulkan(queue.vk.CreateImage(queue.device, &info, nullptr, &made_.image));
         VkMemoryRequirements requirements;
-        queue.vk.GetImageMemoryRequirements(queue.device, image_, &requirements);
+        queue.vk.GetImageMemoryRequirements(queue.device, made_.image, &requirements);
         try {
-            memory_ = queue.Allocate(requirements, 0);
+            made_.memory = queue.Allocate(requirements, 0);
         } catch (...) {
-            queue.vk.DestroyImage(queue.device, image_, nullptr);
+            queue.Free(made_);
             throw;
         }
-        queue.vk.BindImageMemory(queue.device, image_, memory_, 0);
+        queue.vk.BindImageMemory(queue.device, made_.image, made_.memory, 0);
     }
     ScratchImage(const ScratchImage&) = delete;
     ScratchImage& operator=(const ScratchImage&) = delete;
-    ~ScratchImage() {
-        queue_.vk.DestroyImage(queue_.device, image_, nullptr);
-        queue_.vk.FreeMemory(queue_.device, memory_, nullptr);
-    }
+    ~ScratchImage() { queue_.Free(made_); }
 
-    VkImage image() const { return image_; }
+    VkImage image() const { return made_.image; }
 
  private:
-    const VulkanQueue& queue_;
-    VkImage image_ = VK_NULL_HANDLE;
-    VkDeviceMemory memory_ = VK_NULL_HANDLE;
+    VulkanQueue& queue_;
+    VulkanObject made_;
 };
 
 VkImageSubresourceLayers LayerOf(std::uint32_t layer) {
@@ -102,14 +98,14 @@ RawImage VulkanReader::Read(const VulkanImageView& view) {
             layer = 0;
         }
         const VkBufferImageCopy region = {0, 0, 0, LayerOf(layer), {}, extent};
-        vk.CmdCopyImageToBuffer(commands, copied, source, buffer_, 1, &region);
+        vk.CmdCopyImageToBuffer(commands, copied, source, buffer_.buffer, 1, &region);
         change(view.image, source, view.layout);
         VkBufferMemoryBarrier readable = {};
         readable.sType = VK_STRUCTURE_TYPE_BUFFER_MEMORY_BARRIER;
         readable.srcAccessMask = VK_ACCESS_TRANSFER_WRITE_BIT;
         readable.dstAccessMask = VK_ACCESS_HOST_READ_BIT;
         readable.srcQueueFamilyIndex = readable.dstQueueFamilyIndex = VK_QUEUE_FAMILY_IGNORED;
-        readable.buffer = buffer_;
+        readable.buffer = buffer_.buffer;
         readable.size = VK_WHOLE_SIZE;
         vk.CmdPipelineBarrier(commands, VK_PIPELINE_STAGE_TRANSFER_BIT, VK_PIPELINE_STAGE_HOST_BIT, 0, 0, nullptr, 1,
                               &readable, 0, nullptr);
@@ -120,30 +116,24 @@ RawImage VulkanReader::Read(const VulkanImageView& view) {
 
 void VulkanReader::Reserve(VkDeviceSize size) {
     if (size <= size_) return;
-    Drop();
+    size_ = 0;
+    queue_->Free(std::exchange(buffer_, {}));
     const VulkanDeviceFunctions& vk = queue_->vk;
     VkBufferCreateInfo info = {};
     info.sType = VK_STRUCTURE_TYPE_BUFFER_CREATE_INFO;
     info.size = size;
     info.usage = VK_BUFFER_USAGE_TRANSFER_DST_BIT;
-    CheckVulkan(vk.CreateBuffer(queue_->device, &info, nullptr, &buffer_));
+    CheckVulkan(vk.CreateBuffer(queue_->device, &info, nullptr, &buffer_.buffer));
     VkMemoryRequirements requirements;
-    vk.GetBufferMemoryRequirements(queue_->device, buffer_, &requirements);
-    memory_ = queue_->Allocate(requirements, VK_MEMORY_PROPERTY_HOST_VISIBLE_BIT | VK_MEMORY_PROPERTY_HOST_COHERENT_BIT,
-                               VK_MEMORY_PROPERTY_HOST_CACHED_BIT);
-    CheckVulkan(vk.BindBufferMemory(queue_->device, buffer_, memory_, 0));
+    vk.GetBufferMemoryRequirements(queue_->device, buffer_.buffer, &requirements);
+    buffer_.memory =
+        queue_->Allocate(requirements, VK_MEMORY_PROPERTY_HOST_VISIBLE_BIT | VK_MEMORY_PROPERTY_HOST_COHERENT_BIT,
+                         VK_MEMORY_PROPERTY_HOST_CACHED_BIT);
+    CheckVulkan(vk.BindBufferMemory(queue_->device, buffer_.buffer, buffer_.memory, 0));
     void* mapped = nullptr;
-    CheckVulkan(vk.MapMemory(queue_->device, memory_, 0, VK_WHOLE_SIZE, 0, &mapped));
+    CheckVulkan(vk.MapMemory(queue_->device, buffer_.memory, 0, VK_WHOLE_SIZE, 0, &mapped));
     mapped_ = static_cast<const std::uint8_t*>(mapped);
     size_ = size;
-}
-
-void VulkanReader::Drop() {
-    const VulkanDeviceFunctions& vk = queue_->vk;
-    vk.DestroyBuffer(queue_->device, std::exchange(buffer_, VK_NULL_HANDLE), nullptr);
-    vk.FreeMemory(queue_->device, std::exchange(memory_, VK_NULL_HANDLE), nullptr);
-    mapped_ = nullptr;
-    size_ = 0;
 }
 
 }  // namespace simulator

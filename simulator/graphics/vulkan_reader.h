@@ -32,7 +32,7 @@ class VulkanReader {
     explicit VulkanReader(std::shared_ptr<VulkanQueue> queue) : queue_(std::move(queue)) {}
     VulkanReader(const VulkanReader&) = delete;
     VulkanReader& operator=(const VulkanReader&) = delete;
-    ~VulkanReader() { Drop(); }
+    ~VulkanReader() { queue_->Free(buffer_); }
 
     // Any thread.
     RawImage Read(const VulkanImageView& view);
@@ -40,13 +40,11 @@ class VulkanReader {
  private:
     // With mutex_ locked. The buffer into which is copied is kept for the next time.
     void Reserve(VkDeviceSize size);
-    void Drop();
 
     const std::shared_ptr<VulkanQueue> queue_;
     // Guards all below: frames may end while another one is still read.
     std::mutex mutex_;
-    VkBuffer buffer_ = VK_NULL_HANDLE;
-    VkDeviceMemory memory_ = VK_NULL_HANDLE;
+    VulkanObject buffer_;
     const std::uint8_t* mapped_ = nullptr;
     VkDeviceSize size_ = 0;
 };

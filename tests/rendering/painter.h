@@ -4,6 +4,7 @@
 
 #include <openxr/openxr.h>
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -42,6 +43,16 @@ class Painter {
     // What a checking layer had to say, or whether something of the application's was left changed.
     virtual std::string Complaints() { return {}; }
 };
+
+// Vulkan as the runtime meets it through the functions that Vulkan2's painter hands over.
+struct Driver {
+    // Nothing that is submitted ends.
+    std::atomic<bool> hangs = false;
+    // Allocated and not freed, of all and of those that were there when it hung.
+    std::atomic<int> memories = 0;
+    std::atomic<int> freed_in_use = 0;
+};
+Driver& TheDriver();
 
 std::unique_ptr<Painter> MakeVulkan2Painter();
 std::unique_ptr<Painter> MakeVulkanPainter();

@@ -586,6 +586,39 @@ TEST_P(Rendering, CaptureEndsWhateverTheApplicationDoes) {
     EXPECT_THAT(captured_, testing::AnyOf(XR_ERROR_SESSION_NOT_RUNNING, XR_ERROR_HANDLE_INVALID));
 }
 
+// With the functions that the painter of Vulkan2 hands over.
+class VulkansDriver : public Rendering {
+ protected:
+    // Of one image with several samples, so that reading needs another.
+    void Show(XrSwapchain swapchain) {
+        std::uint32_t image = 0;
+        Acquire(swapchain, &image);
+        Wait(swapchain);
+        painter_->Fill(swapchain, image, true, {1.0f, 0.0f, 0.0f, 1.0f});
+        Release(swapchain);
+        RunFrame([&](XrTime time) { return Projection(swapchain, time); });
+    }
+};
+
+TEST_P(VulkansDriver, NothingIsFreedThatItMayStillUse) {
+    BEGIN_OR_SKIP();
+    auto info = Info(painter_->SrgbFormat());
+    info.sampleCount = 4;
+    const XrSwapchain swapchain = MakeSwapchain(info);
+    Show(swapchain);
+    TheDriver().hangs = true;
+    EXPECT_TRUE(Capture(1, [&] { Show(swapchain); }).empty());
+    EXPECT_EQ(captured_, XR_ERROR_RUNTIME_FAILURE);
+    Show(swapchain);  // the application waits for its queue, which has come to the end
+    EXPECT_EQ(xrDestroySwapchain(swapchain), XR_SUCCESS);
+    EXPECT_EQ(TheDriver().freed_in_use, 0);
+    TheDriver().hangs = false;
+    const XrSwapchain other = MakeSwapchain(info);
+    EXPECT_FALSE(Capture(1, [&] { Show(other); }).empty()) << "it works again";
+    EXPECT_EQ(xrDestroySession(session_), XR_SUCCESS);
+    EXPECT_EQ(TheDriver().memories, 0) << "all is freed in the end";
+}
+
 constexpr Api kApis[] = {
     {"Vulkan2", MakeVulkan2Painter, true},    {"Vulkan", MakeVulkanPainter, true},
     {"OpenGlByEgl", MakeEglPainter, false},   {"OpenGlEsByEgl", MakeEglEsPainter, false},
@@ -593,6 +626,9 @@ constexpr Api kApis[] = {
 };
 
 INSTANTIATE_TEST_SUITE_P(With, Rendering, testing::ValuesIn(kApis),
+                         [](const auto& api) { return std::string(api.param.name); });
+
+INSTANTIATE_TEST_SUITE_P(With, VulkansDriver, testing::Values(kApis[0]),
                          [](const auto& api) { return std::string(api.param.name); });
 
 }  // namespace

@@ -8,6 +8,8 @@
 #include <algorithm>
 #include <cstring>
 #include <map>
+#include <string_view>
+#include <utility>
 
 #include "tests/rendering/painter.h"
 
@@ -29,6 +31,56 @@ bool HasValidation() {
     vkEnumerateInstanceLayerProperties(&count, layers.data());
     return std::any_of(layers.begin(), layers.end(),
                        [](const auto& layer) { return std::strcmp(layer.layerName, kValidation) == 0; });
+}
+
+VKAPI_ATTR VkResult VKAPI_CALL WaitForFences(VkDevice device, std::uint32_t count, const VkFence* fences, VkBool32 all,
+                                             std::uint64_t timeout) {
+    return TheDriver().hangs ? VK_TIMEOUT : vkWaitForFences(device, count, fences, all, timeout);
+}
+
+VKAPI_ATTR VkResult VKAPI_CALL GetFenceStatus(VkDevice device, VkFence fence) {
+    return TheDriver().hangs ? VK_NOT_READY : vkGetFenceStatus(device, fence);
+}
+
+VKAPI_ATTR VkResult VKAPI_CALL AllocateMemory(VkDevice device, const VkMemoryAllocateInfo* info,
+                                              const VkAllocationCallbacks* allocator, VkDeviceMemory* memory) {
+    ++TheDriver().memories;
+    return vkAllocateMemory(device, info, allocator, memory);
+}
+
+VKAPI_ATTR void VKAPI_CALL FreeMemory(VkDevice device, VkDeviceMemory memory, const VkAllocationCallbacks* allocator) {
+    if (memory) --TheDriver().memories;
+    if (memory && TheDriver().hangs) ++TheDriver().freed_in_use;
+    vkFreeMemory(device, memory, allocator);
+}
+
+// The driver's one queue has siblings that no device is made with.
+VKAPI_ATTR void VKAPI_CALL GetQueueFamilies(VkPhysicalDevice device, std::uint32_t* count,
+                                            VkQueueFamilyProperties* families) {
+    vkGetPhysicalDeviceQueueFamilyProperties(device, count, families);
+    if (families) families[0].queueCount = 4;
+}
+
+VKAPI_ATTR PFN_vkVoidFunction VKAPI_CALL LookUpOfDevice(VkDevice device, const char* name) {
+    const std::pair<const char*, PFN_vkVoidFunction> own[] = {
+        {"vkWaitForFences", reinterpret_cast<PFN_vkVoidFunction>(WaitForFences)},
+        {"vkGetFenceStatus", reinterpret_cast<PFN_vkVoidFunction>(GetFenceStatus)},
+        {"vkAllocateMemory", reinterpret_cast<PFN_vkVoidFunction>(AllocateMemory)},
+        {"vkFreeMemory", reinterpret_cast<PFN_vkVoidFunction>(FreeMemory)},
+    };
+    for (const auto& [of, function] : own) {
+        if (std::strcmp(name, of) == 0) return function;
+    }
+    return vkGetDeviceProcAddr(device, name);
+}
+
+VKAPI_ATTR PFN_vkVoidFunction VKAPI_CALL LookUp(VkInstance instance, const char* name) {
+    const std::string_view wanted = name;
+    if (wanted == "vkGetDeviceProcAddr") return reinterpret_cast<PFN_vkVoidFunction>(LookUpOfDevice);
+    if (wanted == "vkGetPhysicalDeviceQueueFamilyProperties") {
+        return reinterpret_cast<PFN_vkVoidFunction>(GetQueueFamilies);
+    }
+    return vkGetInstanceProcAddr(instance, name);
 }
 
 class VulkanPainter : public Painter {
@@ -67,6 +119,13 @@ class VulkanPainter : public Painter {
     }
 
     void* Binding() override { return &binding_; }
+    std::vector<void*> BadBindings() override {
+        for (auto& bad : bad_) bad = binding_;
+        bad_[0].queueIndex = 1;
+        bad_[1].queueFamilyIndex = 7;
+        bad_[2].device = VK_NULL_HANDLE;
+        return {&bad_[0], &bad_[1], &bad_[2]};
+    }
     std::int64_t LinearFormat() const override { return VK_FORMAT_R8G8B8A8_UNORM; }
     std::int64_t SrgbFormat() const override { return VK_FORMAT_B8G8R8A8_SRGB; }
     std::int64_t HalfFormat() const override { return VK_FORMAT_R16G16B16A16_SFLOAT; }
@@ -139,7 +198,7 @@ class VulkanPainter : public Painter {
         VkResult result = VK_SUCCESS;
         if (enable2_) {
             const XrVulkanInstanceCreateInfoKHR request = {
-                XR_TYPE_VULKAN_INSTANCE_CREATE_INFO_KHR, nullptr, system, 0, vkGetInstanceProcAddr, &info, nullptr};
+                XR_TYPE_VULKAN_INSTANCE_CREATE_INFO_KHR, nullptr, system, 0, LookUp, &info, nullptr};
             Lookup<PFN_xrCreateVulkanInstanceKHR>(instance, "xrCreateVulkanInstanceKHR")(instance, &request, &instance_,
                                                                                          &result);
         } else {
@@ -172,14 +231,8 @@ class VulkanPainter : public Painter {
         info.pQueueCreateInfos = &queue;
         VkResult result = VK_SUCCESS;
         if (enable2_) {
-            const XrVulkanDeviceCreateInfoKHR request = {XR_TYPE_VULKAN_DEVICE_CREATE_INFO_KHR,
-                                                         nullptr,
-                                                         system,
-                                                         0,
-                                                         vkGetInstanceProcAddr,
-                                                         physical_,
-                                                         &info,
-                                                         nullptr};
+            const XrVulkanDeviceCreateInfoKHR request = {
+                XR_TYPE_VULKAN_DEVICE_CREATE_INFO_KHR, nullptr, system, 0, LookUp, physical_, &info, nullptr};
             Lookup<PFN_xrCreateVulkanDeviceKHR>(instance, "xrCreateVulkanDeviceKHR")(instance, &request, &device_,
                                                                                      &result);
         } else {
@@ -243,10 +296,16 @@ class VulkanPainter : public Painter {
     VkDevice device_ = VK_NULL_HANDLE;
     VkQueue queue_ = VK_NULL_HANDLE;
     XrGraphicsBindingVulkanKHR binding_ = {};
+    XrGraphicsBindingVulkanKHR bad_[3] = {};
     std::map<XrSwapchain, std::vector<XrSwapchainImageVulkanKHR>> images_;
 };
 
 }  // namespace
+
+Driver& TheDriver() {
+    static Driver driver;
+    return driver;
+}
 
 std::unique_ptr<Painter> MakeVulkan2Painter() {
     return std::make_unique<VulkanPainter>(true);
