@@ -102,7 +102,9 @@ XrResult ConvertTimespecTimeToTimeKHR(XrInstance instance, const timespec* times
         const bool is_time = seconds >= 0 && seconds < std::numeric_limits<XrTime>::max() / kNanoseconds &&
                              nanoseconds >= 0 && nanoseconds < kNanoseconds && (seconds > 0 || nanoseconds > 0);
         if (!is_time) Refuse(XR_ERROR_TIME_INVALID);
-        *time = seconds * kNanoseconds + nanoseconds;
+        *time = runtime.clock.TimeOf(seconds * kNanoseconds + nanoseconds, RealNow());
+        // Before the clock began.
+        if (*time <= 0) Refuse(XR_ERROR_TIME_INVALID);
         return XR_SUCCESS;
     });
 }
@@ -112,7 +114,9 @@ XrResult ConvertTimeToTimespecTimeKHR(XrInstance instance, XrTime time, timespec
         runtime.Get(instance);
         Require(timespec_time);
         if (time <= 0) Refuse(XR_ERROR_TIME_INVALID);
-        *timespec_time = {time / kNanoseconds, time % kNanoseconds};
+        const std::int64_t moment = runtime.clock.MomentOf(time);
+        if (moment <= 0) Refuse(XR_ERROR_TIME_INVALID);
+        *timespec_time = {moment / kNanoseconds, moment % kNanoseconds};
         return XR_SUCCESS;
     });
 }

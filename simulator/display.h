@@ -1,5 +1,5 @@
 // What applications ask about a display, of one that hides nothing and has one rate: XR_KHR_visibility_mask and
-// XR_FB_display_refresh_rate. And its clock, which is CLOCK_MONOTONIC: XR_KHR_convert_timespec_time.
+// XR_FB_display_refresh_rate. And how its clock goes with CLOCK_MONOTONIC: XR_KHR_convert_timespec_time.
 #pragma once
 
 #include <openxr/openxr.h>

@@ -4,6 +4,7 @@
 
 #include "simulator/instance.h"
 #include "simulator/runtime.h"
+#include "simulator/session.h"
 
 namespace simulator {
 
@@ -33,6 +34,11 @@ XrResult PollEvent(XrInstance instance, XrEventDataBuffer* buffer) {
     return Guarded([&](Runtime& runtime) {
         Instance& owner = *runtime.Get(instance);
         RequireType(buffer, XR_TYPE_EVENT_DATA_BUFFER);
+        // While nobody has frames, the application waits for what comes next, and a clock that stands goes on to that.
+        const auto runs = [](const Session& session) { return session.running; };
+        if (!runtime.clock.Flows() && runtime.handles.CountIf<Session>(runs) == 0) {
+            runtime.clock.SkipTo(owner.events.NextDue(), RealNow());
+        }
         return owner.events.Pop(Now(), *buffer) ? XR_SUCCESS : XR_EVENT_UNAVAILABLE;
     });
 }

@@ -27,6 +27,9 @@ class EventQueue {
     // False when nothing is due. After an overflow the first event tells how many were lost.
     bool Pop(XrTime now, XrEventDataBuffer& buffer);
 
+    // When the first is shown; 0 if none waits.
+    XrTime NextDue() const { return entries_.empty() ? 0 : entries_.front().due; }
+
     // Forgets the events for which `unwanted(buffer)` is true.
     template <class Predicate>
     void DropIf(Predicate unwanted) {

@@ -4,7 +4,6 @@
 #include <chrono>
 #include <memory>
 #include <mutex>
-#include <thread>
 #include <utility>
 
 #include "simulator/runtime.h"
@@ -12,11 +11,6 @@
 
 namespace simulator {
 namespace {
-
-void SleepUntil(XrTime time) {
-    using Clock = std::chrono::steady_clock;
-    std::this_thread::sleep_until(Clock::time_point(std::chrono::nanoseconds(time)));
-}
 
 bool IsShown(const Session& session) {
     return session.state == XR_SESSION_STATE_VISIBLE || session.state == XR_SESSION_STATE_FOCUSED;
@@ -26,8 +20,28 @@ void RequireRunning(const Runtime& runtime, XrSession session) {
     if (!runtime.Get(session)->running) Refuse(XR_ERROR_SESSION_NOT_RUNNING);
 }
 
-// Blocks until the frame before was begun and the next tick is there. The lock is open while it sleeps, and
-// the session may be ended, begun anew or gone afterwards.
+// Until the clock shows the next tick, or it is over. The lock is open while it sleeps.
+template <class Predicate>
+XrTime PassToTick(Runtime& runtime, std::unique_lock<std::mutex>& lock, FrameLoop& frames, Predicate is_over) {
+    using std::chrono::nanoseconds;
+    using std::chrono::steady_clock;
+    Clock& clock = runtime.clock;
+    // Time may pass while it is held, and the tick with it.
+    runtime.frame_changed.wait(lock, [&] { return is_over() || clock.LetsPass(); });
+    const XrTime tick = frames.ClaimTick(Now());
+    while (!is_over() && !clock.Reach(tick, RealNow())) {
+        if (clock.Flows()) {
+            const steady_clock::time_point due{nanoseconds(clock.RealTimeOf(tick))};
+            runtime.frame_changed.wait_until(lock, due);
+        } else {
+            runtime.frame_changed.wait(lock);
+        }
+    }
+    return tick;
+}
+
+// Blocks until the frame before was begun and the next tick is there. The session may be ended, begun anew or gone
+// afterwards.
 XrTime AwaitTick(Runtime& runtime, std::unique_lock<std::mutex>& lock, XrSession handle) {
     RequireRunning(runtime, handle);
     const auto session = runtime.Get(handle);
@@ -37,11 +51,8 @@ XrTime AwaitTick(Runtime& runtime, std::unique_lock<std::mutex>& lock, XrSession
     runtime.frame_changed.wait(lock, [&] { return is_over() || (!frames.waited && !frames.being_waited_for); });
     XrTime tick = 0;
     if (!is_over()) {
-        tick = frames.ClaimTick(Now());
         frames.being_waited_for = true;
-        lock.unlock();
-        SleepUntil(tick);
-        lock.lock();
+        tick = PassToTick(runtime, lock, frames, is_over);
         frames.being_waited_for = false;
         runtime.frame_changed.notify_all();
     }

@@ -1,4 +1,4 @@
-// Frame pacing: a frame is released at each tick of a steady clock that starts with the session, and every
+// Frame pacing: a frame is released at each tick of the runtime's clock, counted from the session's start, and every
 // time that a frame is told derives from its tick, so that two runs tell the same times from the start on.
 #pragma once
 

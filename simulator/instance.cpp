@@ -108,9 +108,9 @@ XrResult CreateInstance(const XrInstanceCreateInfo* info, XrInstance* instance) 
         created->api_version = info->applicationInfo.apiVersion;
         created->settings = ReadSettings();
         runtime.strict = created->settings.strict;
-        if (runtime.handles.CountIf<Instance>([](const Instance&) { return true; }) >= kMaxInstances) {
-            Refuse(XR_ERROR_LIMIT_REACHED);
-        }
+        const std::size_t others = runtime.handles.CountIf<Instance>([](const Instance&) { return true; });
+        if (others >= kMaxInstances) Refuse(XR_ERROR_LIMIT_REACHED);
+        if (others == 0) runtime.clock = Clock(created->settings.clock);
         created->handle = runtime.Add<XrInstance>(created);
         *instance = created->handle;
         return XR_SUCCESS;

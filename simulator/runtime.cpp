@@ -24,9 +24,13 @@ void Runtime::EndProcess(std::uint64_t destroyed_handle) const {
     std::abort();
 }
 
-XrTime Now() {
+std::int64_t RealNow() {
     const auto since_boot = std::chrono::steady_clock::now().time_since_epoch();
     return std::chrono::duration_cast<std::chrono::nanoseconds>(since_boot).count();
+}
+
+XrTime Now() {
+    return Runtime::instance().clock.At(RealNow());
 }
 
 }  // namespace simulator

@@ -7,7 +7,7 @@
 // Every entry point has one shape: find the objects, check the arguments in a fixed order, do the work. What
 // is wrong is thrown as a Refusal and turned into the returned code by Guarded, in one place.
 //
-// Metres, radians and nanoseconds of CLOCK_MONOTONIC; world coordinates are those of the STAGE space.
+// Metres, radians and nanoseconds; world coordinates are those of the STAGE space.
 #pragma once
 
 #include <openxr/openxr.h>
@@ -20,6 +20,7 @@
 #include <new>
 #include <string_view>
 
+#include "simulator/clock.h"
 #include "simulator/handles.h"
 #include "simulator/refusal.h"
 
@@ -58,9 +59,11 @@ class Runtime {
     HandleTable handles;
     // As the newest instance was created.
     bool strict = false;
+    // As the first of the living instances was created.
+    Clock clock;
     // The entry point that holds the mutex, without its "xr".
     const char* entry_point = "";
-    // Told whenever a frame begins or a session stops running.
+    // Told whenever a frame begins, a session stops running, or the clock is set.
     std::condition_variable frame_changed;
 
  private:
@@ -131,6 +134,9 @@ void CopyText(std::string_view text, char (&field)[kSize]) {
     field[length] = '\0';
 }
 
+// By CLOCK_MONOTONIC, in nanoseconds.
+std::int64_t RealNow();
+// By the runtime's clock. Needs its mutex.
 XrTime Now();
 
 }  // namespace simulator

@@ -1,6 +1,8 @@
 // What the environment asks of the simulator, read once for each instance.
 //
 //   VELMOOR_SIM_HZ         frames a second, 1 to 1000; 72 when unset or no number
+//   VELMOOR_SIM_CLOCK      "fixed": each frame moves the clock on by one period, and goes by as soon as the application
+//                          waits for it; "real" when unset or anything else
 //   VELMOOR_SIM_SEED       whole number that the head's sway depends on; 0 when unset
 //   VELMOOR_SIM_SCENE      "none": the things of the room are in no container, so that nobody finds them
 //   VELMOOR_SIM_EYE_SIZE   "<width>x<height>" of a captured picture, and of the images that an
@@ -13,6 +15,8 @@
 
 #include <algorithm>
 #include <cstdint>
+
+#include "simulator/clock.h"
 
 namespace simulator {
 
@@ -31,6 +35,7 @@ struct Settings {
     EyeSize LargestImage() const { return {std::max(eye_size.width, 4096u), std::max(eye_size.height, 4096u)}; }
 
     double frames_per_second = 72.0;
+    ClockMode clock = ClockMode::kReal;
     std::uint32_t seed = 0;
     SceneMode scene = SceneMode::kFurnished;
     EyeSize eye_size = {1024, 1024};

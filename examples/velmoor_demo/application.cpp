@@ -1,6 +1,7 @@
 #include "examples/velmoor_demo/application.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstdint>
 #include <cstring>
 #include <iterator>
@@ -147,14 +148,19 @@ void Application::Run(std::optional<double> seconds, const std::atomic<bool>& st
     Start();
     while (!finished_) {
         PollEvents();
-        if (stop || (seconds && SecondsSinceStart() >= *seconds)) RequestExit();
+        if (stop || (seconds && IsOver(*seconds))) RequestExit();
         if (running_) {
             RunFrame();
-            report_.OnceASecond(SecondsSinceStart(), state_);
+            report_.OnceASecond(SecondsOfFrames(), state_);
         } else {
             std::this_thread::sleep_for(std::chrono::milliseconds(10));
         }
     }
+}
+
+bool Application::IsOver(double seconds) const {
+    const std::chrono::duration<double> here = std::chrono::steady_clock::now() - start_;
+    return (first_frame_ > 0 ? SecondsOfFrames() : here.count()) >= seconds;
 }
 
 void Application::PollEvents() {
@@ -221,9 +227,11 @@ void Application::RunFrame() {
     XrFrameState frame = {};
     frame.type = XR_TYPE_FRAME_STATE;
     Check(xrWaitFrame(session_, nullptr, &frame), "xrWaitFrame");
-    report_.FrameBegins(frame.predictedDisplayPeriod);
+    newest_frame_ = frame.predictedDisplayTime;
+    if (first_frame_ == 0) first_frame_ = newest_frame_;
+    report_.FrameBegins(newest_frame_, frame.predictedDisplayPeriod);
     Check(xrBeginFrame(session_, nullptr), "xrBeginFrame");
-    game_.AdvanceFrame();
+    game_.AdvanceFrame(newest_frame_);
 
     const auto hands = controls_->Update(stage_, frame.predictedDisplayTime);
     report_.Frame(LocateHead(frame.predictedDisplayTime), hands);
@@ -235,7 +243,7 @@ void Application::RunFrame() {
     const XrCompositionLayerBaseHeader* layer = nullptr;
     if (picture_) end.environmentBlendMode = picture_->blend_mode();
     if (picture_ && frame.shouldRender) {
-        const auto boxes = MakeScene(standing, game_.LatestCubes(), hands, SecondsSinceStart());
+        const auto boxes = MakeScene(standing, game_.LatestCubes(), hands, SecondsOfFrames());
         layer = picture_->Draw(stage_, frame.predictedDisplayTime, boxes);
     }
     if (layer) {
@@ -250,10 +258,6 @@ std::optional<XrPosef> Application::LocateHead(XrTime time) const {
     Check(xrLocateSpace(view_, stage_, time, &location), "xrLocateSpace");
     if (!orvanic_xr::HasValidPose(location.locationFlags)) return std::nullopt;
     return location.pose;
-}
-
-double Application::SecondsSinceStart() const {
-    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start_).count();
 }
 
 }  // namespace demo

@@ -25,8 +25,8 @@ class Application {
     Application(const Application&) = delete;
     Application& operator=(const Application&) = delete;
 
-    // Opens a session and runs until it ends: because `seconds` went by, because `stop` was set, or because somebody
-    // else asked for it. With no `seconds` it runs for as long as it is let.
+    // Opens a session and runs until it ends: because `seconds` of frames went by, because `stop` was set, or because
+    // somebody else asked for it. With no `seconds` it runs for as long as it is let.
     void Run(std::optional<double> seconds, const std::atomic<bool>& stop);
 
  private:
@@ -42,7 +42,9 @@ class Application {
     void RequestExit();
     void RunFrame();
     std::optional<XrPosef> LocateHead(XrTime time) const;
-    double SecondsSinceStart() const;
+    // Where no frame comes, the machine's clock counts.
+    bool IsOver(double seconds) const;
+    double SecondsOfFrames() const { return static_cast<double>(newest_frame_ - first_frame_) / 1e9; }
 
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     // Outlives the session. Null in a headless one.
@@ -59,6 +61,9 @@ class Application {
     XrSessionState state_ = XR_SESSION_STATE_UNKNOWN;
     // Between xrBeginSession and xrEndSession: frames are due.
     bool running_ = false;
+    // When they are shown. The demo goes by this time, which may be another than the machine's.
+    XrTime first_frame_ = 0;
+    XrTime newest_frame_ = 0;
     bool exit_requested_ = false;
     bool finished_ = false;
 };

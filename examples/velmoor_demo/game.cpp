@@ -6,16 +6,17 @@
 namespace demo {
 namespace {
 
-constexpr auto kWeatherSettles = std::chrono::milliseconds(500);
+constexpr std::int64_t kWeatherSettlesMs = 500;
 constexpr int kGoodScore = 10;
 constexpr std::size_t kCubesToSee = 200;
 
 }  // namespace
 
-void Game::AdvanceFrame() {
+void Game::AdvanceFrame(XrTime shown) {
     const std::lock_guard lock(mutex_);
     ++frame_;
-    const auto now_ms = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - sequence_began_).count();
+    now_ = shown;
+    const std::int64_t now_ms = AgeLocked(sequence_began_);
     while (!upcoming_.empty() && upcoming_.front().at_ms <= now_ms) {
         TakeStepLocked(upcoming_.front(), now_ms);
         upcoming_.erase(upcoming_.begin());
@@ -27,7 +28,7 @@ void Game::TakeStepLocked(const SequenceStep& step, std::int64_t now_ms) {
     if (step.action == "add_score") score_ += step.amount;
     if (step.action == "set_weather") {
         weather_ = step.weather;
-        weather_changed_ = Clock::now();
+        weather_changed_ = now_;
     }
     happened_.push_back({step.action, frame_, now_ms});
 }
@@ -52,7 +53,7 @@ std::size_t Game::SpawnCube(const Cube& cube) {
 void Game::SetWeather(const std::string& weather) {
     const std::lock_guard lock(mutex_);
     weather_ = weather;
-    weather_changed_ = Clock::now();
+    weather_changed_ = now_;
 }
 
 const std::vector<std::string>& Game::ConditionNames() {
@@ -61,7 +62,7 @@ const std::vector<std::string>& Game::ConditionNames() {
 }
 
 bool Game::HoldsLocked(const std::string& condition) const {
-    if (condition == "weather_settled") return Clock::now() - weather_changed_ >= kWeatherSettles;
+    if (condition == "weather_settled") return !weather_changed_ || AgeLocked(*weather_changed_) >= kWeatherSettlesMs;
     if (condition == "score_is_good") return score_ >= kGoodScore;
     return !cubes_.empty();
 }
@@ -75,13 +76,13 @@ std::optional<bool> Game::WaitUntil(const std::string& condition, std::chrono::m
 
 std::vector<SequenceEvent> Game::PlaySequence(std::vector<SequenceStep> steps, std::chrono::milliseconds limit) {
     std::stable_sort(steps.begin(), steps.end(), [](const auto& a, const auto& b) { return a.at_ms < b.at_ms; });
-    const auto deadline = Clock::now() + limit;
+    const auto deadline = std::chrono::steady_clock::now() + limit;
     std::unique_lock lock(mutex_);
     if (!changed_.wait_until(lock, deadline, [&] { return !playing_; })) return {};
     playing_ = true;
     happened_.clear();
     upcoming_ = std::move(steps);
-    sequence_began_ = Clock::now();
+    sequence_began_ = now_;
     changed_.wait_until(lock, deadline, [&] { return upcoming_.empty(); });
     upcoming_.clear();
     playing_ = false;

@@ -2,6 +2,8 @@
 // frame loop carries out. The frame loop advances it; anybody may ask and wait from any thread.
 #pragma once
 
+#include <openxr/openxr.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -40,8 +42,9 @@ class Game {
         std::size_t cubes = 0;
     };
 
-    // The frame loop's part: steps of a sequence that are due happen in this frame.
-    void AdvanceFrame();
+    // The frame loop's part: the game goes on to the time at which this frame is shown, and steps of a sequence that
+    // are due happen in it.
+    void AdvanceFrame(XrTime shown);
 
     Standing standing() const;
     // Those to be seen: the latest, for an agent may have any number.
@@ -62,20 +65,21 @@ class Game {
     std::vector<SequenceEvent> PlaySequence(std::vector<SequenceStep> steps, std::chrono::milliseconds limit);
 
  private:
-    using Clock = std::chrono::steady_clock;
-
+    // Milliseconds that the game's time is behind its present.
+    std::int64_t AgeLocked(XrTime then) const { return (now_ - then) / 1'000'000; }
     void TakeStepLocked(const SequenceStep& step, std::int64_t now_ms);
     bool HoldsLocked(const std::string& condition) const;
 
     mutable std::mutex mutex_;  // guards all below
     std::condition_variable changed_;
     std::uint64_t frame_ = 0;
+    XrTime now_ = 0;  // of the newest frame: the game's time
     int score_ = 0;
     std::string weather_ = Standing().weather;
-    Clock::time_point weather_changed_{};
+    std::optional<XrTime> weather_changed_;
     std::vector<Cube> cubes_;
     bool playing_ = false;
-    Clock::time_point sequence_began_{};
+    XrTime sequence_began_ = 0;
     std::vector<SequenceStep> upcoming_;
     std::vector<SequenceEvent> happened_;
 };

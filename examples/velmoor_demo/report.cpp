@@ -102,16 +102,13 @@ void Report::Line(const std::string& text) {
     std::fflush(stdout);
 }
 
-void Report::FrameBegins(XrDuration period) {
-    const auto now = std::chrono::steady_clock::now();
-    if (frame_began_ && period > 0) {
-        const std::chrono::duration<double, std::nano> interval = now - *frame_began_;
-        const std::int64_t due =
-            std::max<std::int64_t>(1, std::llround(interval.count() / static_cast<double>(period)));
+void Report::FrameBegins(XrTime shown, XrDuration period) {
+    if (frame_before_ && period > 0) {
+        const std::int64_t due = std::max<std::int64_t>(1, (shown - *frame_before_ + period / 2) / period);
         frames_due_ += due;
         frames_missed_ += due - 1;
     }
-    frame_began_ = now;
+    frame_before_ = shown;
 }
 
 void Report::Frame(const std::optional<XrPosef>& head, const std::array<HandState, 2>& hands) {

@@ -5,7 +5,6 @@
 #include <openxr/openxr.h>
 
 #include <array>
-#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -31,16 +30,15 @@ class Mover {
 
 class Report {
  public:
-    // A frame begins that the runtime shows for `period`. One that begins more than half a period late has missed
-    // those that were due before it.
-    void FrameBegins(XrDuration period);
+    // A frame begins that the runtime will show at `shown`, for `period`. Those are missed that would have been shown
+    // between the one before and this one.
+    void FrameBegins(XrTime shown, XrDuration period);
 
-    // Takes in one frame and prints what is new in it. `head` is empty while the head is not tracked.
     // Take in one frame and print what is new in it. `head` is empty while the head is not tracked.
     void Frame(const std::optional<XrPosef>& head, const std::array<HandState, 2>& hands);
     void Play(const Game::Standing& standing);
 
-    // Prints everything if a second went by since it did last. `seconds` count from the demo's start.
+    // Prints everything if a second went by since it did last. `seconds` count from the first frame.
     void OnceASecond(double seconds, XrSessionState state);
 
     // Prints one line at once.
@@ -57,7 +55,7 @@ class Report {
     int frames_ = 0;  // since the last report
     std::int64_t frames_due_ = 0;
     std::int64_t frames_missed_ = 0;
-    std::optional<std::chrono::steady_clock::time_point> frame_began_;
+    std::optional<XrTime> frame_before_;  // when it is shown
     // Of the report before; of the first frame until there is one.
     std::optional<double> last_report_;
 };
