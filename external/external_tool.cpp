@@ -9,6 +9,7 @@
 #include "diagnostics/clock.h"
 #include "diagnostics/logger.h"
 #include "diagnostics/telemetry.h"
+#include "diagnostics/write_signals.h"
 #include "external/callback_buffer.h"
 #include "external/external_result.h"
 #include "external/external_tool_manager.h"
@@ -89,7 +90,10 @@ json RunDeferred(const ExternalTool& tool, const ExternalCall& call, std::string
 json RunImmediately(const ExternalTool& tool, const ExternalCall& call, const std::string& arguments_json) {
     LogInfo("Immediately revoke tool: ", tool.name);
     std::vector<char> buffer(kExternalResultSize);
-    const CallbackOutcome outcome = CallWithBuffer(tool.callback, buffer, arguments_json, tool.userData, [] {});
+    const CallbackOutcome outcome = [&] {
+        const ReleasedWriteSignals as_in_the_application;
+        return CallWithBuffer(tool.callback, buffer, arguments_json, tool.userData, [] {});
+    }();
     if (outcome.result != XR_SUCCESS) {
         const std::string number = std::to_string(static_cast<int>(outcome.result));
         LogError("External tool callback failed: ", number);

@@ -7,6 +7,8 @@
 #include <system_error>
 #include <utility>
 
+#include "diagnostics/write_signals.h"
+
 namespace mcp {
 namespace {
 
@@ -80,6 +82,7 @@ void connection_workers::shutdown() {
 }
 
 void connection_workers::run_worker() noexcept {
+    orvanic_xr::HoldWriteSignalsOnThisThread();
     std::unique_lock lock(mutex_);
     for (;;) {
         const auto woken = [this] { return stopped_ || !queue_.empty(); };

@@ -5,6 +5,8 @@
 #include <system_error>
 #include <utility>
 
+#include "diagnostics/write_signals.h"
+
 namespace mcp {
 namespace {
 
@@ -51,6 +53,7 @@ std::future<void> thread_pool::enqueue(std::function<void()> task) {
 }
 
 void thread_pool::run_worker() noexcept {
+    orvanic_xr::HoldWriteSignalsOnThisThread();
     std::unique_lock lock(mutex_);
     for (;;) {
         wake_.wait(lock, [this] { return tasks_.empty() ? stopped_.load() : running_ < places_; });

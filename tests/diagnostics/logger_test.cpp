@@ -8,12 +8,14 @@
 #include <csignal>
 #include <cstdlib>
 #include <limits>
+#include <thread>
 
 #include "diagnostics/append_file.h"
 #include "diagnostics/clock.h"
 #include "diagnostics/mcp_logger.h"
 #include "diagnostics/number_text.h"
 #include "diagnostics/verbose.h"
+#include "diagnostics/write_signals.h"
 #include "tests/fakes/comma_locale.h"
 #include "tests/fakes/scratch.h"
 
@@ -115,6 +117,16 @@ bool IsPending(int signal) {
     return sigismember(&pending, signal) == 1;
 }
 
+// Fails with `code` unless write signals are held and pending, or neither.
+void ExpectWriteSignals(bool held_and_pending, int code) {
+    sigset_t blocked;
+    pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+    for (const int signal : {SIGPIPE, SIGXFSZ}) {
+        if (sigismember(&blocked, signal) != int{held_and_pending}) std::exit(code);
+        if (IsPending(signal) != held_and_pending) std::exit(code + 1);
+    }
+}
+
 // Both consoles are pipes that nobody reads, and files have grown as far as they may.
 void LogWhereNobodyReads(bool signals_of_host_wait) {
     int ends[2];
@@ -130,17 +142,26 @@ void LogWhereNobodyReads(bool signals_of_host_wait) {
     if (!file.Open(ScratchDirectory().path() + "/full")) std::exit(2);
     const rlimit nothing{0, RLIM_INFINITY};
     setrlimit(RLIMIT_FSIZE, &nothing);
-    errno = ERANGE;
-    file.Write("x");
-    LogInfo("to standard output");
-    LogError("to standard error");
-    if (errno != ERANGE) std::exit(5);
-    sigset_t blocked;
-    sigprocmask(SIG_BLOCK, nullptr, &blocked);
-    for (const int signal : {SIGPIPE, SIGXFSZ}) {
-        if (sigismember(&blocked, signal) != int{signals_of_host_wait}) std::exit(3);
-        if (IsPending(signal) != signals_of_host_wait) std::exit(4);
-    }
+    const auto log = [&file] {
+        errno = ERANGE;
+        file.Write("x");
+        LogInfo("to standard output");
+        LogError("to standard error");
+        if (errno != ERANGE) std::exit(5);
+    };
+    log();
+    ExpectWriteSignals(signals_of_host_wait, 3);
+    if (signals_of_host_wait) std::exit(0);
+    std::thread([&] {
+        HoldWriteSignalsOnThisThread();
+        for (int i = 0; i < 2; ++i) {
+            log();
+            const ReleasedWriteSignals as_in_the_host;
+            ExpectWriteSignals(false, 6);
+            log();
+            ExpectWriteSignals(false, 8);
+        }
+    }).join();
     std::exit(0);
 }
 

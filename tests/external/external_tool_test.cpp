@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <functional>
 #include <future>
@@ -13,6 +14,7 @@
 #include <vector>
 
 #include "diagnostics/clock.h"
+#include "diagnostics/write_signals.h"
 #include "external/external_result.h"
 #include "external/external_tool_manager.h"
 #include "mcp/thread_pool.h"
@@ -137,6 +139,18 @@ TEST_F(ExternalTools, StopAtTheBufferWhateverTheCallbackClaims) {
                 ElementsAre("WARNING External tool result may have been truncated (buffer full)",
                             "WARNING External tool result length doesn't match (outputSize: 5, resultStrLen: 65536)",
                             testing::AllOf(HasSubstr("non-JSON result"), testing::SizeIs(testing::Lt(600u)))));
+}
+
+TEST_F(ExternalTools, HaveTheSignalsOfTheApplicationWhereTheServerHoldsThem) {
+    script_.body = [](char*, std::uint32_t, std::uint32_t*, const std::string&) {
+        sigset_t blocked;
+        pthread_sigmask(SIG_BLOCK, nullptr, &blocked);
+        return sigismember(&blocked, SIGPIPE) == 1 ? XR_ERROR_RUNTIME_FAILURE : XR_SUCCESS;
+    };
+    std::thread([this] {
+        HoldWriteSignalsOnThisThread();
+        EXPECT_EQ(Run(), "");
+    }).join();
 }
 
 TEST_F(ExternalTools, SurviveWhatCallbacksThrow) {
