@@ -20,7 +20,7 @@
 #include "command/launch/keeper.h"
 #include "command/shell_commands.h"
 #include "command/stdio_transport.h"
-#include "command/xr_tools.h"
+#include "command/xr/xr_tools.h"
 #include "mcp/server_host.h"
 
 namespace {

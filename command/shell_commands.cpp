@@ -3,13 +3,11 @@
 #include <unistd.h>
 
 #include <chrono>
-#include <condition_variable>
 #include <cstdio>
-#include <mutex>
-#include <optional>
 #include <thread>
 #include <utility>
 
+#include "command/bridge/pending_call.h"
 #include "command/bridge/pictures.h"
 #include "command/bridge/results.h"
 #include "doctor/environment.h"
@@ -31,24 +29,8 @@ void print(const std::string& text) {
 }
 
 json outcome_of_call(bridge& through, const std::string& tool, json arguments) {
-    struct arrival {
-        std::mutex mutex;
-        std::condition_variable changed;
-        std::optional<json> outcome;
-    };
-    const auto arrived = std::make_shared<arrival>();
-    through.start(through.new_call_id(), {.name = tool,
-                                          .arguments = std::move(arguments),
-                                          .done =
-                                              [arrived](json&& outcome) {
-                                                  const std::lock_guard lock(arrived->mutex);
-                                                  arrived->outcome = std::move(outcome);
-                                                  arrived->changed.notify_all();
-                                              },
-                                          .report = nullptr});
-    std::unique_lock lock(arrived->mutex);
-    arrived->changed.wait(lock, [&] { return arrived->outcome.has_value(); });
-    return std::move(*arrived->outcome);
+    return pending_call(through, {.name = tool, .arguments = std::move(arguments), .done = nullptr, .report = nullptr})
+        .wait();
 }
 
 // Once each of them takes calls, or has had the time to.

@@ -96,8 +96,9 @@ make_film() {
 # Has the running server tell what its tools are.
 run_docs() {
   need_tools python3:python3
+  build release velmoor
   start_application docs.log --headless
-  python3 scripts/tools_page.py >build/release/demo/tools.md || fail "docs/tools.md can't be made; see $log"
+  python3 scripts/tools_page.py build/release/bin/velmoor >build/release/demo/tools.md || fail "docs/tools.md can't be made; see $log"
   await_application
   mv build/release/demo/tools.md docs/tools.md
   say "docs/tools.md tells what the server told"

@@ -1,6 +1,8 @@
 #!/usr/bin/env python3
 """Prints docs/tools.md as the server of a running demo tells it: ./run docs keeps it, a test compares it.
 
+    tools_page.py VELMOOR      the command, whose own tools it lists
+
 Every declaration comes from tools/list, and every answer from a call. What an agent should know before it calls stands
 in a table below, and is tried where a call can show it. What differs from run to run is left out.
 The session is asked to end by the last call.
@@ -10,6 +12,7 @@ import json
 import pathlib
 import re
 import struct
+import subprocess
 import sys
 import time
 
@@ -367,6 +370,25 @@ of the same.
 
 """
 
+COMMAND = """
+## Tools of the command
+
+`velmoor mcp` and `velmoor serve` list these as well. They use the tools above. The `app_` tools but `app_list` are there
+when an application stands behind `--`. Each parameter with a `?` may be left out. With several applications, each `xr_`
+tool also takes `app`, a program's name or a pid.
+
+| Tool | What it does | Parameters |
+|---|---|---|
+"""
+
+EXAMPLES = """
+```json
+{"name": "xr_wait", "arguments": {"session_state": "FOCUSED", "frames": 30}}
+{"name": "xr_wait", "arguments": {"tool": "openxr_get_head_pose", "arguments": {"base_space": "stage"}, "path": "/pose/position/1", "above": 1.5}}
+{"name": "xr_picture", "arguments": {"eye": "right", "crop": [0.25, 0.25, 0.75, 0.75], "format": "jpeg"}}
+```
+"""
+
 
 def wait_until(condition):
     deadline = time.monotonic() + LIMIT_SECONDS
@@ -523,7 +545,32 @@ def section(tool, know, arguments, answer):
     )
 
 
-def page(client):
+def tools_of_command(velmoor):
+    """What the command lists with an application behind it. That is not started."""
+    opening = {"protocolVersion": "2025-11-25", "capabilities": {}, "clientInfo": {"name": "tools_page", "version": "1"}}
+    lines = "".join(
+        json.dumps({"jsonrpc": "2.0", "id": number, "method": method, "params": params}) + "\n"
+        for number, (method, params) in enumerate([("initialize", opening), ("tools/list", {})])
+    )
+    printed = subprocess.run([velmoor, "mcp", "--", "./build/my_app"], input=lines, capture_output=True, text=True, check=True)
+    return json.loads(printed.stdout.splitlines()[1])["result"]["tools"]
+
+
+def command_section(tools):
+    rows = []
+    for tool in tools:
+        required = tool["inputSchema"].get("required", [])
+        parameters = [
+            f"`{name}`{'' if name in required else '?'}: {parameter.get('description', '')}"
+            for name, parameter in tool["inputSchema"]["properties"].items()
+            if name != "app"
+        ]
+        cells = [f"`{tool['name']}`", escaped(tool["description"]), escaped("<br>".join(parameters))]
+        rows.append("| " + " | ".join(cells) + " |\n")
+    return "".join(rows)
+
+
+def page(client, velmoor):
     # The application's own tools have no annotations.
     tools = {tool["name"]: tool for tool in client.tools() if "annotations" in tool}
     for told in ({name for _, _, examples in FAMILIES for name in examples}, KNOW.keys()):
@@ -538,11 +585,14 @@ def page(client):
     for family, _, examples in FAMILIES:
         parts.append(f"- [{family}](#{family.lower().replace(' ', '-')}): ")
         parts.append(", ".join(f"[`{name}`](#{name})" for name in examples) + "\n")
+    parts.append("- [Tools of the command](#tools-of-the-command), beside these, for clients of `velmoor`\n")
     for family, word, examples in FAMILIES:
         parts.append(f"\n## {family}\n" + (f"\n{word}\n" if word else ""))
         for name, arguments in examples.items():
             know = known(client.call, name)
             parts.append("\n" + section(tools[name], know, arguments, client.call(name, **arguments)))
+    own = [tool for tool in tools_of_command(velmoor) if re.match("(app|xr)_", tool["name"])]
+    parts.append(COMMAND + command_section(own) + EXAMPLES)
     return "".join(parts)
 
 
@@ -550,7 +600,7 @@ def main():
     with connect() as client:
         set_the_stage(client)
         sys.stdout.reconfigure(encoding="utf-8")
-        sys.stdout.write(page(client))
+        sys.stdout.write(page(client, sys.argv[1]))
 
 
 if __name__ == "__main__":

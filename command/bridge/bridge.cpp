@@ -182,7 +182,7 @@ void bridge::hand_to(const std::shared_ptr<application_link>& link, const open_c
     const mcp::call_limits limits{.send = std::max(left, milliseconds(1000)), .answer = kAnswerLimit};
     const std::int64_t link_call = link->call(
         call->call.name, call->call.arguments, limits,
-        [this, call, label = label(link->who())](mcp::call_result&& end) { take_end(call, label, std::move(end)); },
+        [this, call, who = link->who()](mcp::call_result&& end) { take_end(call, who, std::move(end)); },
         std::move(report));
     {
         const std::lock_guard lock(mutex_);
@@ -195,7 +195,7 @@ void bridge::hand_to(const std::shared_ptr<application_link>& link, const open_c
     link->cancel(link_call, "cancelled");  // unless it has ended already
 }
 
-void bridge::take_end(const open_call_pointer& call, const std::string& label, mcp::call_result&& end) {
+void bridge::take_end(const open_call_pointer& call, const application& by, mcp::call_result&& end) {
     {
         const std::lock_guard lock(mutex_);
         running_.erase(call->id);
@@ -207,11 +207,17 @@ void bridge::take_end(const open_call_pointer& call, const std::string& label, m
             return;
         }
     }
+    const bool was_answered = end.how == mcp::call_end::answered;
+    json outcome = was_answered ? passed_on(std::move(end.message), call->call.name) : unanswered(end, label(by));
+    // One that was not answered may have been run all the same.
+    if (!was_answered || !is_failure(outcome)) held_.note(by.pid, call->call.name, call->call.arguments);
     if (end.how == mcp::call_end::cancelled) return;
-    if (end.how != mcp::call_end::answered) return call->call.done(unanswered(end, label));
-    json outcome = passed_on(std::move(end.message), call->call.name);
-    if (!settings_.pictures.empty()) name_pictures(outcome, settings_.pictures, call->call.name);
+    if (was_answered) keep_pictures(call->call, outcome);
     call->call.done(std::move(outcome));
+}
+
+void bridge::keep_pictures(const tool_call& call, json& outcome) const {
+    if (!settings_.pictures.empty() && !call.is_inner) name_pictures(outcome, settings_.pictures, call.name);
 }
 
 void bridge::cancel(std::uint64_t id, const std::string& why) {
@@ -237,7 +243,9 @@ void bridge::start_own(std::uint64_t id, const own_tool& tool, tool_call call) {
     const auto run = std::make_shared<tool_run>(*this, std::move(call.report));
     auto work = [this, id, run, &tool, call] {
         try {
-            call.done(outcome_of(tool.handler(call.arguments.is_object() ? call.arguments : json::object(), *run)));
+            json outcome = outcome_of(tool.handler(call.arguments.is_object() ? call.arguments : json::object(), *run));
+            keep_pictures(call, outcome);
+            call.done(std::move(outcome));
         } catch (const tool_run::cancelled&) {
             call.done(error_outcome("cancelled"));  // which is of no use to whoever cancelled, nor does harm
         } catch (const std::exception& e) {

@@ -23,6 +23,7 @@
 
 #include "command/applications/application.h"
 #include "command/bridge/application_link.h"
+#include "command/bridge/held_inputs.h"
 #include "command/bridge/own_tool.h"
 #include "command/bridge/tool_source.h"
 
@@ -66,6 +67,7 @@ class bridge final : public tool_source {
         std::string problem;
     };
     std::vector<known_application> applications();
+    held_inputs& held() { return held_; }
 
  private:
     using clock = std::chrono::steady_clock;
@@ -96,7 +98,8 @@ class bridge final : public tool_source {
     choice choose_locked(const open_call& call) const;
     void dispatch(const open_call_pointer& call);
     void hand_to(const std::shared_ptr<application_link>& link, const open_call_pointer& call);
-    void take_end(const open_call_pointer& call, const std::string& label, mcp::call_result&& end);
+    void take_end(const open_call_pointer& call, const application& by, mcp::call_result&& end);
+    void keep_pictures(const tool_call& call, json& outcome) const;
     void start_own(std::uint64_t id, const own_tool& tool, tool_call call);
     void end_own(std::uint64_t id);
     std::string take_app_argument(const std::string& tool, json& arguments);
@@ -115,6 +118,7 @@ class bridge final : public tool_source {
     const bridge_settings settings_;
     const std::vector<own_tool> own_tools_;
     std::function<void()> tell_of_tools_;
+    held_inputs held_;
 
     std::mutex mutex_;  // all below but the thread
     std::condition_variable changed_;

@@ -5,41 +5,31 @@
 #include <utility>
 
 #include "command/bridge/bridge.h"
+#include "command/bridge/pending_call.h"
 #include "mcp/client/blocking_client.h"
 
 namespace velmoor {
+namespace {
+
+// Whether the run was cancelled, while it waits for an answer.
+constexpr std::chrono::milliseconds kBetweenLooks{20};
+
+}  // namespace
 
 json tool_run::call(const std::string& tool, json arguments) {
-    // The answer may come when this run has been cancelled and is gone.
-    struct arrival {
-        std::mutex mutex;
-        std::condition_variable changed;
-        std::optional<json> outcome;
-    };
-    const auto arrived = std::make_shared<arrival>();
-    const std::uint64_t id = through_.new_call_id();
-    through_.start(id, {.name = tool,
-                        .arguments = std::move(arguments),
-                        .done =
-                            [arrived](json&& outcome) {
-                                const std::lock_guard lock(arrived->mutex);
-                                arrived->outcome = std::move(outcome);
-                                arrived->changed.notify_all();
-                            },
-                        .report = nullptr});
-    std::unique_lock lock(arrived->mutex);
-    while (!arrived->outcome) {
-        arrived->changed.wait_for(lock, std::chrono::milliseconds(20));
+    pending_call pending(
+        through_,
+        {.name = tool, .arguments = std::move(arguments), .done = nullptr, .report = nullptr, .is_inner = true});
+    std::optional<json> outcome;
+    while (!(outcome = pending.wait_for(kBetweenLooks))) {
         if (!is_cancelled()) continue;
-        lock.unlock();
-        through_.cancel(id, "the tool that called was cancelled");
+        pending.cancel("the tool that called was cancelled");
         throw cancelled();
     }
-    json outcome = std::move(*arrived->outcome);
-    if (const auto error = outcome.find("error"); error != outcome.end()) {
+    if (const auto error = outcome->find("error"); error != outcome->end()) {
         throw std::runtime_error("Error: " + error->value("message", "the call failed"));
     }
-    json result = std::move(outcome["result"]);
+    json result = std::move((*outcome)["result"]);
     if (result.is_object() && result.value("isError", false)) throw std::runtime_error(mcp::text_of(result));
     return result;
 }

@@ -28,6 +28,11 @@ json outcome_of(json result) {
     return outcome;
 }
 
+bool is_failure(const json& outcome) {
+    const auto result = outcome.find("result");
+    return result == outcome.end() || (result->is_object() && result->value("isError", json()) == true);
+}
+
 json passed_on(json&& message, const std::string& tool) {
     json outcome = json::object();
     if (const auto error = message.find("error"); error != message.end()) {

@@ -20,6 +20,7 @@ struct tool_call {
     std::function<void(json&& outcome)> done;
     // `progress`, which rises, and perhaps `total` and `message`. Empty if the caller wants none.
     std::function<void(json&& progress)> report;
+    bool is_inner = false;  // made by a tool of the bridge's own
 };
 
 class tool_source {

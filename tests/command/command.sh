@@ -80,7 +80,7 @@ called() {
 }
 
 agents_loop() {
-  coproc bridge { exec "$velmoor" mcp --wait 1 -- "$build/bin/velmoor_demo" 2>"$scratch/bridge.txt"; }
+  coproc bridge { exec "$velmoor" mcp --wait 1 --pictures "$scratch/kept" -- "$build/bin/velmoor_demo" 2>"$scratch/bridge.txt"; }
   local bridge_pid=$!
   pids+=("$bridge_pid")
   ask initialize '{"protocolVersion":"2025-11-25","capabilities":{},"clientInfo":{"name":"t","version":"1"}}'
@@ -96,6 +96,13 @@ agents_loop() {
     '{"session_state":"IDLE","timeout_seconds":0.2}'
   called 'read-only tools alone.*isError":true' xr_wait '{"tool":"openxr_exit_session"}'
   called XR_SESSION_STATE_FOCUSED openxr_get_session_info
+  called "image/jpeg.*width.{3}16,.*\\\"x.{3}32,.*is also in $scratch/kept/xr_picture_[0-9_]+.jpg\"" xr_picture \
+    '{"crop":[0.5,0,1,1],"largest_edge":32,"format":"jpeg"}'
+  [ "$(head -c 3 "$scratch"/kept/* | od -An -tx1)" = ' ff d8 ff' ] || flunk "not one JPEG is kept: $(ls "$scratch/kept")"
+  called 'crop must be \[left, top' xr_picture '{"crop":[1,0,0,1]}'
+  called success openxr_set_controller_input '{"hand":"left","component":"Thumbstick","sub_component":"X","value":0.5}'
+  called 'Released in velmoor_demo \(pid [0-9]+\): left Thumbstick X' xr_release_all
+  called 'Nothing is held' xr_release_all
   called '\[DEBUG\]' app_output '{"lines":400,"level":"debug"}'
   called 'ended with exit code 0' app_stop
   called 'was not running' app_stop

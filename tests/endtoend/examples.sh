@@ -72,7 +72,7 @@ watched_tour() {
 
 tools_page() {
   start_demo --headless
-  python3 scripts/tools_page.py >"$scratch/tools.md" 2>"$scratch/page.txt" || fail "the page can't be made"
+  python3 scripts/tools_page.py "$build/bin/velmoor" >"$scratch/tools.md" 2>"$scratch/page.txt" || fail "the page can't be made"
   wait "$pid" || fail "the application ended with $?"
   diff -u docs/tools.md "$scratch/tools.md" || fail "docs/tools.md is not what the server tells: './run docs' mends it"
 }

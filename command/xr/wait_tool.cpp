@@ -1,5 +1,3 @@
-#include "command/xr_tools.h"
-
 #include <algorithm>
 #include <chrono>
 #include <cstdint>
@@ -8,8 +6,10 @@
 #include <string>
 #include <utility>
 
+#include "command/bridge/arguments.h"
 #include "command/bridge/bridge.h"
 #include "command/bridge/results.h"
+#include "command/xr/xr_tools.h"
 
 namespace velmoor {
 namespace {
@@ -132,30 +132,21 @@ json wait_until(const json& arguments, tool_run& run) {
     return text_result("It holds, after " + std::to_string(took) + " ms. " + what.seen(), false);
 }
 
-json property(const char* type, const char* description) {
-    return {{"type", type}, {"description", description}};
-}
-
 }  // namespace
 
-std::vector<own_tool> xr_tools() {
-    const json properties{
-        {"session_state", property("string", "Such as FOCUSED")},
-        {"frames", property("integer", "So many frames from now")},
-        {"tool", property("string", "A read-only tool whose answer is looked at")},
-        {"arguments", property("object", "Of that tool")},
-        {"path", property("string", "Where in its answer, such as /pose/position/1")},
-        {"equals", {{"description", "The value there is this"}}},
-        {"above", property("number", "It is greater")},
-        {"below", property("number", "It is less")},
-        {"timeout_seconds", property("number", "Default 10")},
-        {"app", property("string", "Name or pid of the application, where several run")},
-    };
-    return {{json{{"name", "xr_wait"},
-                  {"description", "Waits until all of the conditions that are named hold at the same time."},
-                  {"inputSchema", {{"type", "object"}, {"properties", properties}}},
-                  {"annotations", {{"readOnlyHint", true}}}},
-             wait_until}};
+own_tool make_wait_tool() {
+    return {own_declaration("xr_wait", "Waits until all of the conditions that are named hold at the same time.",
+                            {{"session_state", property("string", "Such as FOCUSED")},
+                             {"frames", property("integer", "So many frames from now")},
+                             {"tool", property("string", "A read-only tool whose answer is looked at")},
+                             {"arguments", property("object", "Of that tool")},
+                             {"path", property("string", "Where in its answer, such as /pose/position/1")},
+                             {"equals", {{"description", "The value there is this"}}},
+                             {"above", property("number", "It is greater")},
+                             {"below", property("number", "It is less")},
+                             {"timeout_seconds", property("number", "Default 10")}},
+                            true),
+            wait_until};
 }
 
 }  // namespace velmoor

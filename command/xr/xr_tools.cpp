@@ -1,0 +1,9 @@
+#include "command/xr/xr_tools.h"
+
+namespace velmoor {
+
+std::vector<own_tool> xr_tools() {
+    return {make_wait_tool(), make_picture_tool(), make_release_tool()};
+}
+
+}  // namespace velmoor
