@@ -2,18 +2,21 @@
 # Plants the faults of tests/mutants.txt in a copy of the tree, one at a time, and runs the tests that should notice.
 # No part of ./run test: it takes more than half an hour on two cores.
 #
-#   tests/mutants.sh [PATTERN]      only the faults in files whose path contains PATTERN
+#   tests/mutants.sh [CHOICE...]    only the faults chosen: a row's number, a range of them (20-35), or a part of a path
 #
 # A row of the list has four lines: the file, "-" with a text that it holds exactly once, "+" with what stands there
 # instead, and "?" with the test program. "? TARGET... @ REGEX" builds the targets and runs what ctest -R finds.
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
-list=$PWD/tests/mutants.txt pattern=${1:-}
+list=$PWD/tests/mutants.txt
 tree=build/mutants
 export CCACHE_BASEDIR=$PWD CCACHE_NOHASHDIR=1
 
+# Only what differs is copied, with the time of now: Ninja then builds again what the last run left behind.
 mkdir -p $tree
-git ls-files -z --cached --others --exclude-standard | tar --null --files-from - --create | tar --extract --directory $tree
+git ls-files -z --cached --others --exclude-standard | while IFS= read -rd '' file; do
+  [ ! -f "$file" ] || cmp --silent "$file" "$tree/$file" || install -D "$file" "$tree/$file"
+done
 [ ! -d .deps ] || ln -sfn "$(realpath .deps)" $tree/.deps
 cd $tree
 launcher=()
@@ -25,7 +28,7 @@ run_tests() {
   local targets=${1%%@*} regex=''
   [[ $1 != *@* ]] || regex=${1#*@ }
   # shellcheck disable=SC2086
-  cmake --build build/release --target $targets >log 2>&1 || return 2
+  cmake --build build/release --parallel 2 --target $targets >log 2>&1 || return 2
   if [ -n "$regex" ]; then
     ctest --test-dir build/release --tests-regex "$regex" --stop-on-failure --no-tests=error >log 2>&1 || return 1
   else
@@ -45,9 +48,23 @@ while IFS= read -r line; do
   esac
 done <"$list"
 
+# is_chosen NUMBER FILE CHOICE...: all are if nothing is chosen.
+is_chosen() {
+  local number=$1 file=$2 choice
+  shift 2
+  [ $# != 0 ] || return 0
+  for choice; do
+    case $choice in
+      *[!0-9-]*) [[ $file != *"$choice"* ]] || return 0 ;;
+      *) ((number < ${choice%-*} || number > ${choice#*-})) || return 0 ;;
+    esac
+  done
+  return 1
+}
+
 chosen=()
 for i in "${!files[@]}"; do
-  [[ ${files[i]} == *"$pattern"* ]] || continue
+  is_chosen $((i + 1)) "${files[i]}" "$@" || continue
   if [ "$(grep -oF -- "${old[i]}" "${files[i]}" | wc -l)" != 1 ]; then
     echo "refused ${files[i]}: not found exactly once: ${old[i]}"
     refused=$((refused + 1))

@@ -5,6 +5,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <fstream>
 #include <functional>
 
@@ -18,8 +19,8 @@ inline constexpr bool kMemoryCanBeLimited = !__has_feature(address_sanitizer) &&
 inline constexpr bool kMemoryCanBeLimited = true;
 #endif
 
-// What `body` returns, 0 to 255, or -1 if the child did not end by itself. The child may write to
-// `spare_bytes` more than it has already.
+// What `body` returns, 0 to 255, or -1 if the child did not end by itself. The child may allocate some
+// `spare_bytes` in large pieces.
 inline int WithLittleMemory(std::size_t spare_bytes, const std::function<int()>& body) {
     const pid_t child = fork();
     if (child == 0) {
@@ -27,8 +28,11 @@ inline int WithLittleMemory(std::size_t spare_bytes, const std::function<int()>&
         std::size_t pages = 0;
         std::ifstream numbers("/proc/self/statm");
         for (int i = 0; i < 6; ++i) numbers >> pages;
-        const rlim_t limit = pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)) + spare_bytes;
-        const rlimit limits = {limit, RLIM_INFINITY};
+        rlimit limits = {pages * static_cast<std::size_t>(sysconf(_SC_PAGESIZE)), RLIM_INFINITY};
+        setrlimit(RLIMIT_DATA, &limits);
+        // What earlier tests freed is not to be had again. The compiler must not take the loop for idle.
+        for (void* volatile piece = &limits; piece;) piece = std::malloc(64 * 1024);
+        limits.rlim_cur += spare_bytes;
         setrlimit(RLIMIT_DATA, &limits);
         _exit(body());
     }

@@ -92,9 +92,6 @@ TEST(Png, WhereverMemoryRunsOutNothingIsGivenAndNothingLeaks) {
     if (!kMemoryCanBeLimited) GTEST_SKIP() << "a sanitizer needs its address space";
     enum Outcome { kEncoded, kRefused, kLeaked };
     const Bytes pixels = Noise(300 * 300 * 4);
-    // What earlier tests freed is not to be had again.
-    malloc_trim(0);
-    mallopt(M_MMAP_THRESHOLD, 64 * 1024);
     int encoded = 0;
     int refused = 0;
     for (const std::size_t spare : {0u, 200'000u, 400'000u, 600'000u, 800'000u, 1'000'000u, 1'400'000u, 30'000'000u}) {
