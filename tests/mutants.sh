@@ -33,7 +33,7 @@ run_tests() {
     ctest --test-dir build/release --tests-regex "$regex" --stop-on-failure --no-tests=error >log 2>&1 || return 1
   else
     # shellcheck disable=SC2086
-    timeout 120 build/release/bin/$targets --gtest_fail_fast --gtest_brief >log 2>&1 || return 1
+    timeout 240 build/release/bin/$targets --gtest_fail_fast --gtest_brief >log 2>&1 || return 1
   fi
 }
 
@@ -73,9 +73,9 @@ for i in "${!files[@]}"; do
   fi
 done
 
-# Without a fault everything passes, or nothing is proven.
+# Without a fault everything passes, or nothing is proven. On a busy machine a test may fail once.
 while IFS= read -r line; do
-  run_tests "$line" </dev/null || { echo "these fail without a fault: $line"; tail -n 20 log; exit 1; }
+  run_tests "$line" </dev/null || run_tests "$line" </dev/null || { echo "these fail without a fault: $line"; tail -n 20 log; exit 1; }
 done < <(for i in "${chosen[@]}"; do echo "${tests[i]}"; done | sort -u)
 
 caught=0 missed=0

@@ -1,19 +1,12 @@
 // A running session over the scripted next layer, which offers the capture extension and has a small picture to show.
 #pragma once
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstdint>
-#include <string>
 #include <vector>
 
 #include "capture/screen_capture_manager.h"
-#include "context/context_manager.h"
-#include "tests/fakes/fake_runtime.h"
-#include "tests/fakes/log_capture.h"
-#include "tests/fakes/renew.h"
+#include "tests/tools/session_fixture.h"
 #include "xr/simulator_capture_records.h"
 
 namespace orvanic_xr {
@@ -22,28 +15,17 @@ inline constexpr char kStart[] = "xrStartSimulatorCompositorOutputCaptureKESTX1"
 inline constexpr char kStop[] = "xrStopSimulatorCompositorOutputCaptureKESTX1";
 inline constexpr char kCapture[] = "xrCaptureSimulatorCompositorOutputKESTX1";
 
-class CaptureTest : public testing::Test {
+class CaptureTest : public SessionTest {
  protected:
     struct Size {
         std::uint32_t width, height;
     };
 
     CaptureTest() {
-        Renew(ContextManager::instance());
-        InstanceState instance;
-        instance.valid = true;
-        instance.instance = runtime_.instance();
-        instance.enabledExtensions = {kSimulatorCompositorCaptureExtension};
-        ContextManager::instance().setInstanceState(instance);
-        ContextManager::instance().createSessionContext(Session());
-        runtime_.take_calls();
-        log_.take();
+        EnableExtensions({kSimulatorCompositorCaptureExtension});
         Show({2, 2}, {2, 2});
     }
-    ~CaptureTest() override {
-        ScreenCaptureManager::instance().shutdown();
-        Renew(ContextManager::instance());
-    }
+    ~CaptureTest() override { ScreenCaptureManager::instance().shutdown(); }
 
     // What the call for the size tells, and the one for the pixels, which fills the smaller of both with bytes that
     // count up from the eye's number times 16.
@@ -64,8 +46,6 @@ class CaptureTest : public testing::Test {
 
     static XrSession Session(std::uint64_t number = 0x2001) { return reinterpret_cast<XrSession>(number); }
 
-    FakeRuntime runtime_;
-    LogCapture log_;
     std::vector<SimulatorCompositorCaptureInfo> records_;
     std::vector<XrSession> sessions_;
 };

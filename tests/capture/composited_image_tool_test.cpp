@@ -7,7 +7,6 @@
 #include "mcp/thread_pool.h"
 #include "tests/capture/capture_fixture.h"
 #include "tests/capture/decoded_png.h"
-#include "tests/tools/tool_answer.h"
 
 namespace orvanic_xr {
 namespace {
@@ -21,10 +20,6 @@ constexpr char kPending[] =
 
 class CompositedImageTool : public CaptureTest {
  protected:
-    CompositedImageTool() {
-        ContextManager::instance().updateSessionState({true, Session(), XR_SESSION_STATE_FOCUSED, 1});
-    }
-
     void StartCapture() {
         ScreenCaptureManager::instance().initialize();
         ScreenCaptureManager::instance().backend()->start(Session());

@@ -126,21 +126,8 @@ both_names() {
   done
 }
 
-other_name() {
-  XR_ENABLE_API_LAYERS=XR_APILAYER_KESTX_orvanic demo_runs_and_answers
-}
-
 unwritable_log_home() {
   XDG_STATE_HOME=/dev/null/nowhere demo_runs_and_answers
-}
-
-# From an installed place, as the loader finds it there.
-installed() {
-  local prefix=$scratch/prefix
-  cmake --install "$build" --prefix "$prefix" >"$scratch/install.txt" 2>&1 || fail "cmake --install"
-  unset XR_API_LAYER_PATH
-  XDG_DATA_DIRS=$prefix/share XR_RUNTIME_JSON=$prefix/share/velmoor/velmoor_simulator.json demo_runs_and_answers
-  layer_log | grep -q '==== session ended' || fail "the layer was not there"
 }
 
 # Somebody else has the port on both families: no server, but the application does not notice.
@@ -195,11 +182,6 @@ abandoned_instance() { odd_application abandon; }
 
 # The loader lets go of the library while its threads run; the server stays for as long as the process does.
 refused_instance() { odd_application refused; }
-
-second_life() {
-  odd_application again
-  [ "$(layer_log | grep -c '==== session ended')" = 2 ] || fail "there were not two sessions of the log"
-}
 
 # expect_of PATTERN TOOL [ARGUMENTS]: calls the tool; its answer has to hold the pattern.
 expect_of() {

@@ -3,7 +3,6 @@
 //
 //   odd_application abandon    leaves main with its instance alive
 //   odd_application refused    asks for an instance that the runtime refuses
-//   odd_application again      destroys its instance and creates another
 #include <openxr/openxr.h>
 #include <unistd.h>
 
@@ -47,21 +46,12 @@ bool Refused() {
     return result == XR_ERROR_EXTENSION_DEPENDENCY_NOT_ENABLED;
 }
 
-bool Again() {
-    XrInstance instance = XR_NULL_HANDLE;
-    if (CreateInstance({}, &instance) != XR_SUCCESS || xrDestroyInstance(instance) != XR_SUCCESS) return false;
-    if (CreateInstance({}, &instance) != XR_SUCCESS) return false;
-    SayReadyAndWait();
-    return xrDestroyInstance(instance) == XR_SUCCESS;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
     const std::string kind = argc == 2 ? argv[1] : "";
     if (kind == "abandon") return Abandon() ? 0 : 1;
     if (kind == "refused") return Refused() ? 0 : 1;
-    if (kind == "again") return Again() ? 0 : 1;
-    std::fprintf(stderr, "usage: odd_application abandon|refused|again\n");
+    std::fprintf(stderr, "usage: odd_application abandon|refused\n");
     return 2;
 }

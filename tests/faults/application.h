@@ -12,6 +12,7 @@
 #include "layer/mcp_server_lifecycle.h"
 #include "mcp/json.h"
 #include "tests/fakes/fake_runtime.h"
+#include "tests/fakes/log_capture.h"
 #include "tests/scene/fake_room.h"
 
 namespace orvanic_xr {

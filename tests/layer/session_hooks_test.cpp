@@ -270,45 +270,6 @@ TEST_F(SessionHooks, EventIsLookedAtOnlyAfterPlainSuccess) {
     EXPECT_THAT(log_.take(), IsEmpty());
 }
 
-TEST_F(SessionHooks, PollingRunsTheCallbacksThatWaitForIt) {
-    static int runs;
-    runs = 0;
-    const auto count_run = [](char*, std::uint32_t, std::uint32_t*, const char*, void*) {
-        ++runs;
-        return XR_SUCCESS;
-    };
-    for (const std::uint32_t flags : {1u, 2u, 3u}) {
-        ExternalToolManager::instance().Enqueue(
-            std::make_shared<DeferredCallbackEntry>(ExternalTool{"tool", count_run, flags, nullptr}, "{}"));
-    }
-    EXPECT_EQ(Poll(), XR_EVENT_UNAVAILABLE);
-    EXPECT_EQ(runs, 2);
-    EXPECT_THAT(log_.take(), Contains("INFO Processing 3 deferred external tool callbacks for invokeBitMask 0x1"));
-    ExternalToolManager::instance().ClearAbandoned();
-}
-
-TEST_F(SessionHooks, SceneEventsReachTheSceneOfTheCurrentSession) {
-    runtime_.offer_spatial_entities();
-    runtime_.answer("xrRetrieveSpaceQueryResultsKS", XR_ERROR_RUNTIME_FAILURE);
-    Created();
-    XrEventDataSpaceQueryResultsAvailableKS results{};
-    results.type = XR_TYPE_EVENT_DATA_SPACE_QUERY_RESULTS_AVAILABLE_KS;
-    results.requestId = 1;
-    XrEventDataBuffer event{};
-    std::memcpy(&event, &results, sizeof results);
-    runtime_.push_event(event);
-    EXPECT_EQ(Poll(), XR_SUCCESS);
-    EXPECT_THAT(CallNames(), ElementsAre("xrPollEvent", "xrRetrieveSpaceQueryResultsKS"));
-    EXPECT_THAT(log_.take(),
-                ElementsAre("WARNING Failed to retrieve scene query results: the query will not complete"));
-    // Without a current session it is nobody's.
-    ContextManager::instance().updateSessionState({});
-    runtime_.push_event(event);
-    EXPECT_EQ(Poll(), XR_SUCCESS);
-    EXPECT_THAT(CallNames(), ElementsAre("xrPollEvent"));
-    EXPECT_THAT(log_.take(), IsEmpty());
-}
-
 // The runtime holds a tool's call while the application destroys the session, or the instance with it.
 TEST_F(SessionHooks, DestructionWaitsForTheCallOfAToolAndLetsNoneThroughAfterIt) {
     const XrSession session = Created();

@@ -1,13 +1,10 @@
 #include "tests/lifecycle/life.h"
 
-#include <dlfcn.h>
-
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstring>
 #include <exception>
-#include <functional>
 #include <set>
 #include <stdexcept>
 #include <thread>
@@ -28,25 +25,6 @@ void Check(bool true_statement, const std::string& what) {
 void Check(XrResult result, const char* function) {
     Check(XR_SUCCEEDED(result), std::string(function) + " gave " + std::to_string(result));
 }
-
-// The end of the chain: the simulator knows nothing of layers.
-PFN_xrGetInstanceProcAddr simulator_get_instance_proc_addr = nullptr;
-
-XRAPI_ATTR XrResult XRAPI_CALL CreateAtSimulator(const XrInstanceCreateInfo* info, const XrApiLayerCreateInfo*,
-                                                 XrInstance* instance) {
-    PFN_xrCreateInstance create = nullptr;
-    simulator_get_instance_proc_addr(XR_NULL_HANDLE, "xrCreateInstance",
-                                     reinterpret_cast<PFN_xrVoidFunction*>(&create));
-    return create(info, instance);
-}
-
-constexpr XrNegotiateLoaderInfo kLoader = {XR_LOADER_INTERFACE_STRUCT_LOADER_INFO,
-                                           XR_LOADER_INFO_STRUCT_VERSION,
-                                           sizeof(XrNegotiateLoaderInfo),
-                                           1,
-                                           1,
-                                           XR_MAKE_VERSION(1, 0, 0),
-                                           XR_MAKE_VERSION(1, 0x3ff, 0xfff)};
 
 XRAPI_ATTR XrResult XRAPI_CALL AnswerNothing(char* buffer, std::uint32_t, std::uint32_t* size, const char*, void*) {
     std::strcpy(buffer, "{}");
@@ -84,108 +62,56 @@ std::string Invoke(PFN_OrvanicXR_InvokeTool invoke, const std::string& tool, con
 
 }  // namespace
 
-SharedLibrary::SharedLibrary(const char* path) : library_(dlopen(path, RTLD_NOW | RTLD_LOCAL)) {
-    if (!library_) throw std::runtime_error(dlerror());
-}
-
-SharedLibrary::~SharedLibrary() {
-    dlclose(library_);
-}
-
-void (*SharedLibrary::FindVoid(const char* name) const)() {
-    return reinterpret_cast<void (*)()>(dlsym(library_, name));
-}
-
-Life::Life() : simulator_(VELMOOR_SIMULATOR_PATH), layer_(VELMOOR_LAYER_PATH) {
-    XrNegotiateRuntimeRequest runtime = {
-        XR_LOADER_INTERFACE_STRUCT_RUNTIME_REQUEST, XR_RUNTIME_INFO_STRUCT_VERSION, sizeof runtime, 0, 0, nullptr};
-    Check(
-        simulator_.Find<PFN_xrNegotiateLoaderRuntimeInterface>("xrNegotiateLoaderRuntimeInterface")(&kLoader, &runtime),
-        "xrNegotiateLoaderRuntimeInterface");
-    simulator_get_instance_proc_addr = runtime.getInstanceProcAddr;
-    XrNegotiateApiLayerRequest layer = {XR_LOADER_INTERFACE_STRUCT_API_LAYER_REQUEST,
-                                        XR_API_LAYER_INFO_STRUCT_VERSION,
-                                        sizeof layer,
-                                        0,
-                                        0,
-                                        nullptr,
-                                        nullptr};
-    constexpr char kName[] = "XR_APILAYER_KESTX_velmoor";
-    Check(layer_.Find<PFN_xrNegotiateLoaderApiLayerInterface>("xrNegotiateLoaderApiLayerInterface")(&kLoader, kName,
-                                                                                                    &layer),
-          "xrNegotiateLoaderApiLayerInterface");
-    get_instance_proc_addr_ = layer.getInstanceProcAddr;
-
+Life::Life() {
     const char* const extensions[] = {"XR_MND_headless", XR_KESTX1_ORVANIC_EXTERNAL_TOOL_EXTENSION_NAME};
     XrInstanceCreateInfo info = {XR_TYPE_INSTANCE_CREATE_INFO, nullptr, 0, {}, 0, nullptr, 2, extensions};
     std::strcpy(info.applicationInfo.applicationName, "lifecycle");
     info.applicationInfo.apiVersion = XR_MAKE_VERSION(1, 0, 0);
-    XrApiLayerNextInfo next = {XR_LOADER_INTERFACE_STRUCT_API_LAYER_NEXT_INFO,
-                               XR_API_LAYER_NEXT_INFO_STRUCT_VERSION,
-                               sizeof next,
-                               {},
-                               simulator_get_instance_proc_addr,
-                               CreateAtSimulator,
-                               nullptr};
-    std::strcpy(next.layerName, kName);
-    const XrApiLayerCreateInfo create = {XR_LOADER_INTERFACE_STRUCT_API_LAYER_CREATE_INFO,
-                                         XR_API_LAYER_CREATE_INFO_STRUCT_VERSION,
-                                         sizeof create,
-                                         nullptr,
-                                         {},
-                                         &next};
-    Check(layer.createApiLayerInstance(&info, &create, &instance_), "xrCreateApiLayerInstance");
-}
-
-template <typename Function>
-Function Life::Get(const char* name) const {
-    Function function = nullptr;
-    Check(get_instance_proc_addr_(instance_, name, reinterpret_cast<PFN_xrVoidFunction*>(&function)), name);
-    return function;
+    Check(xrCreateInstance(&info, &instance_), "xrCreateInstance");
 }
 
 void Life::CreateSession() {
     XrSystemId system = XR_NULL_SYSTEM_ID;
     const XrSystemGetInfo system_info = {XR_TYPE_SYSTEM_GET_INFO, nullptr, XR_FORM_FACTOR_HEAD_MOUNTED_DISPLAY};
-    Check(Get<PFN_xrGetSystem>("xrGetSystem")(instance_, &system_info, &system), "xrGetSystem");
+    Check(xrGetSystem(instance_, &system_info, &system), "xrGetSystem");
     const XrSessionCreateInfo info = {XR_TYPE_SESSION_CREATE_INFO, nullptr, 0, system};
-    Check(Get<PFN_xrCreateSession>("xrCreateSession")(instance_, &info, &session_), "xrCreateSession");
+    Check(xrCreateSession(instance_, &info, &session_), "xrCreateSession");
     const XrSessionBeginInfo begin = {XR_TYPE_SESSION_BEGIN_INFO, nullptr, XR_VIEW_CONFIGURATION_TYPE_PRIMARY_STEREO};
-    Check(Get<PFN_xrBeginSession>("xrBeginSession")(session_, &begin), "xrBeginSession");
+    Check(xrBeginSession(session_, &begin), "xrBeginSession");
     for (int i = 0; i < 3; ++i) RunFrame();
 }
 
 void Life::RunFrame() {
     XrFrameState state = {XR_TYPE_FRAME_STATE, nullptr, 0, 0, XR_FALSE};
-    Check(Get<PFN_xrWaitFrame>("xrWaitFrame")(session_, nullptr, &state), "xrWaitFrame");
-    Check(Get<PFN_xrBeginFrame>("xrBeginFrame")(session_, nullptr), "xrBeginFrame");
+    Check(xrWaitFrame(session_, nullptr, &state), "xrWaitFrame");
+    Check(xrBeginFrame(session_, nullptr), "xrBeginFrame");
     const XrFrameEndInfo end = {XR_TYPE_FRAME_END_INFO,           nullptr, state.predictedDisplayTime,
                                 XR_ENVIRONMENT_BLEND_MODE_OPAQUE, 0,       nullptr};
-    Check(Get<PFN_xrEndFrame>("xrEndFrame")(session_, &end), "xrEndFrame");
+    Check(xrEndFrame(session_, &end), "xrEndFrame");
 }
 
 void Life::EndSession() {
-    Check(Get<PFN_xrRequestExitSession>("xrRequestExitSession")(session_), "xrRequestExitSession");
-    Check(Get<PFN_xrDestroySession>("xrDestroySession")(session_), "xrDestroySession");
+    Check(xrRequestExitSession(session_), "xrRequestExitSession");
+    Check(xrDestroySession(session_), "xrDestroySession");
 }
 
 void Life::DestroyInstance() {
-    Check(Get<PFN_xrDestroyInstance>("xrDestroyInstance")(instance_), "xrDestroyInstance");
+    Check(xrDestroyInstance(instance_), "xrDestroyInstance");
 }
 
 void Life::CallOnAThread(const std::string& tool, const std::string& arguments) {
-    const auto invoke = layer_.Find<PFN_OrvanicXR_InvokeTool>("OrvanicXR_InvokeTool");
+    const auto invoke = Find<PFN_OrvanicXR_InvokeTool>("OrvanicXR_InvokeTool");
     std::packaged_task<std::string()> call([=] { return Invoke(invoke, tool, arguments); });
     calls_.push_back(call.get_future());
     std::thread(std::move(call)).detach();
 }
 
 void Life::LeaveCallsPending() {
-    layer_.Find<PFN_OrvanicXR_RegisterExternalTool>("OrvanicXR_RegisterExternalTool")(
+    Find<PFN_OrvanicXR_RegisterExternalTool>("OrvanicXR_RegisterExternalTool")(
         "wait_for_poll", "Waits for a poll.", 0, nullptr, AnswerNothing,
         XR_ORVANIC_EXTERNAL_TOOL_CALLBACK_ON_POLL_EVENT_BIT_KESTX1, nullptr);
     const std::string pressed =
-        Invoke(layer_.Find<PFN_OrvanicXR_InvokeTool>("OrvanicXR_InvokeTool"), "openxr_set_controller_input",
+        Invoke(Find<PFN_OrvanicXR_InvokeTool>("OrvanicXR_InvokeTool"), "openxr_set_controller_input",
                R"({"hand": "left", "component": "X", "value": 1, "auto_release": true, "hold_duration": 0.8})");
     Check(pressed.find("true") != std::string::npos, pressed);
     CallOnAThread("openxr_set_head_pose", kMove);
@@ -216,7 +142,7 @@ void Life::StartCallers() {
         {"openxr_set_head_pose", R"({"position": [0, 1, 1]})"},
         {"openxr_convert_pose_between_spaces", R"({"source_space": "local"})"},
     }};
-    const auto invoke = layer_.Find<PFN_OrvanicXR_InvokeTool>("OrvanicXR_InvokeTool");
+    const auto invoke = Find<PFN_OrvanicXR_InvokeTool>("OrvanicXR_InvokeTool");
     for (std::size_t first : {0u, 3u, 6u}) {
         callers_.emplace_back([this, invoke, first] {
             for (std::size_t i = first; !stop_calling_; ++i) {
@@ -226,10 +152,10 @@ void Life::StartCallers() {
             }
         });
     }
-    poller_ = std::thread([this, poll = Get<PFN_xrPollEvent>("xrPollEvent")] {
+    poller_ = std::thread([this] {
         while (!stop_polling_) {
             XrEventDataBuffer event = {XR_TYPE_EVENT_DATA_BUFFER, nullptr, {}};
-            if (poll(instance_, &event) != XR_SUCCESS) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            if (xrPollEvent(instance_, &event) != XR_SUCCESS) std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
     });
     ConnectAgent();
@@ -252,7 +178,7 @@ void Life::LiveUnderCallers(bool with_picture) {
     }
     if (with_picture) agent_->post(ToolCall(++asked_, "openxr_capture_composited_image", "{}"));
     for (int i = 0; i < 15; ++i) RunFrame();
-    const std::string hand = Invoke(layer_.Find<PFN_OrvanicXR_InvokeTool>("OrvanicXR_InvokeTool"),
+    const std::string hand = Invoke(Find<PFN_OrvanicXR_InvokeTool>("OrvanicXR_InvokeTool"),
                                     "openxr_get_controller_pose", R"({"hand": "left", "pose_type": "aim"})");
     Check(hand.find("not available") == std::string::npos, hand);
 }

@@ -1,9 +1,9 @@
-// One life with the built layer: both libraries opened by hand, an instance, perhaps a session, and calls that are
-// not done when the life ends. What goes wrong throws.
+// One life with the built layer under the real loader: an instance, perhaps a session, and calls that are not done
+// when the life ends. What goes wrong throws.
 #pragma once
 
+#include <dlfcn.h>
 #include <openxr/openxr.h>
-#include <openxr/openxr_loader_negotiation.h>
 
 #include <atomic>
 #include <chrono>
@@ -25,26 +25,9 @@ inline constexpr int kPort = 8720;
 // How long a thread that nobody joins may outlast its life.
 inline constexpr std::chrono::milliseconds kLongestThread{1200};
 
-class SharedLibrary {
- public:
-    explicit SharedLibrary(const char* path);
-    ~SharedLibrary();
-    SharedLibrary(const SharedLibrary&) = delete;
-    SharedLibrary& operator=(const SharedLibrary&) = delete;
-
-    template <typename Function>
-    Function Find(const char* name) const {
-        return reinterpret_cast<Function>(FindVoid(name));
-    }
-
- private:
-    void (*FindVoid(const char* name) const)();
-    void* const library_;
-};
-
 class Life {
  public:
-    // Opens both, negotiates with them as the loader does, and creates the instance.
+    // Creates the instance.
     Life();
 
     void CreateSession();
@@ -71,14 +54,16 @@ class Life {
     int ExpectAnswers();
 
  private:
+    // One of the layer's own functions, which has to be there.
     template <typename Function>
-    Function Get(const char* name) const;
+    Function Find(const char* name) const {
+        return reinterpret_cast<Function>(dlsym(layer_.get(), name));
+    }
     void CallOnAThread(const std::string& tool, const std::string& arguments);
     void ConnectAgent();
 
-    SharedLibrary simulator_;
-    SharedLibrary layer_;
-    PFN_xrGetInstanceProcAddr get_instance_proc_addr_ = nullptr;
+    // Open for as long as calls may run, which is longer than the loader needs it.
+    const std::unique_ptr<void, int (*)(void*)> layer_{dlopen(VELMOOR_LAYER_PATH, RTLD_NOW), dlclose};
     XrInstance instance_ = XR_NULL_HANDLE;
     XrSession session_ = XR_NULL_HANDLE;
     std::vector<std::future<std::string>> calls_;

@@ -125,6 +125,9 @@ int Main(int argc, char** argv) {
 }  // namespace lifecycle
 
 int main(int argc, char** argv) {
+    setenv("XR_RUNTIME_JSON", VELMOOR_SIMULATOR_MANIFEST, 1);
+    setenv("XR_API_LAYER_PATH", VELMOOR_LAYER_MANIFESTS, 1);
+    setenv("XR_ENABLE_API_LAYERS", "XR_APILAYER_KESTX_velmoor", 1);
     setenv("VELMOOR_SIM_HZ", "500", 1);
     setenv("VELMOOR_SIM_STRICT", "1", 1);
     try {

@@ -1,9 +1,6 @@
 // Starting and stopping, on good days and on bad ones.
 #include <gmock/gmock.h>
-#include <netinet/in.h>
 #include <signal.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include "diagnostics/clock.h"
 #include "diagnostics/telemetry.h"
@@ -85,31 +82,6 @@ TEST_F(Lifecycle, StopIsNotHeldUpByAClientThatDoesNotRead) {
     ASSERT_TRUE(log_.has("Method call successful: tools/call name=big"));
     std::this_thread::sleep_for(100ms);  // the stream's worker is in the middle of its write now
     EXPECT_LT(time_of([&] { server_->stop(); }), 20s);
-}
-
-TEST_F(Lifecycle, TakenPortShowsInTheLogAndLeavesAServerThatCanBeDestroyed) {
-    sockaddr_in address{.sin_family = AF_INET, .sin_port = 0, .sin_addr = {INADDR_ANY}, .sin_zero = {}};
-    socklen_t size = sizeof address;
-    const int holder = socket(AF_INET, SOCK_STREAM, 0);
-    bind(holder, reinterpret_cast<sockaddr*>(&address), size);
-    getsockname(holder, reinterpret_cast<sockaddr*>(&address), &size);
-    listen(holder, 1);
-    auto config = local_config();
-    config.port = ntohs(address.sin_port);
-    server_ = std::make_unique<server>(config);
-    EXPECT_TRUE(server_->start(false));
-    EXPECT_FALSE(server_->wait_until_listening(10s));
-    EXPECT_FALSE(server_->is_running());
-    server_->stop();
-    server_.reset();
-    EXPECT_THAT(log_.take(), IsSupersetOf({"ERROR Failed to start server on 127.0.0.1:" + std::to_string(config.port),
-                                           std::string("INFO Starting server in separate thread"),
-                                           std::string("INFO Maintenance thread exiting")}));
-
-    server blocking(config);
-    EXPECT_FALSE(blocking.start(true));
-    EXPECT_FALSE(blocking.is_running());
-    close(holder);
 }
 
 TEST_F(Lifecycle, StopRightAfterStart) {

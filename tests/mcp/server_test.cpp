@@ -284,7 +284,7 @@ TEST_F(Server, LogsACallFromPostToAnswer) {
 
 TEST_F(Server, HeartbeatsCountFromZeroAndSilenceGetsAComment) {
     auto config = local_config();
-    config.timings.heartbeat_pause = 20ms;
+    config.timings.heartbeat_pause = 200ms;
     config.timings.heartbeat_spread = 1ms;
     Start(config);
     sse_client beats(Port());

@@ -2,22 +2,14 @@
 // so.
 #pragma once
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <cstring>
 #include <map>
 #include <string>
 #include <vector>
 
-#include "context/context_manager.h"
-#include "context/session_context.h"
-#include "layer/dispatch/dispatch.h"
 #include "scene/scene_context.h"
 #include "tests/fakes/fake_runtime.h"
-#include "tests/fakes/log_capture.h"
-#include "tests/fakes/renew.h"
 #include "xr/handles.h"
 
 namespace orvanic_xr {
@@ -196,30 +188,6 @@ class FakeRoom {
     std::vector<std::string> queries_;
     std::uint32_t claimed_count_ = 0;
     XrAsyncRequestIdKS last_request_ = 0;
-};
-
-class SceneTest : public testing::Test {
- protected:
-    SceneTest() {
-        Renew(ContextManager::instance());
-        runtime_.offer_spatial_entities();
-        runtime_.install();
-        InstanceState instance;
-        instance.valid = true;
-        instance.instance = runtime_.instance();
-        ContextManager::instance().setInstanceState(instance);
-        DispatchHolder::instance().Slot (&NextDispatchTable::CreateSession)(runtime_.instance(), nullptr, &session_);
-        ContextManager::instance().updateSessionState({true, session_, XR_SESSION_STATE_FOCUSED, 1});
-        ContextManager::instance().createSessionContext(session_);
-        runtime_.take_calls();
-        log_.take();
-    }
-    ~SceneTest() override { Renew(ContextManager::instance()); }
-
-    FakeRuntime runtime_;
-    LogCapture log_;
-    FakeRoom room_{runtime_};
-    XrSession session_ = XR_NULL_HANDLE;
 };
 
 }  // namespace orvanic_xr

@@ -8,6 +8,7 @@
 
 #include "scene/scene_tools.h"
 #include "tests/scene/fake_room.h"
+#include "tests/tools/session_fixture.h"
 #include "xr/handles.h"
 
 namespace orvanic_xr {
@@ -19,13 +20,20 @@ using testing::EndsWith;
 using testing::IsEmpty;
 using testing::StartsWith;
 
-class Scene : public SceneTest {
+class Scene : public SessionTest {
  protected:
+    Scene() {
+        EnableExtensions({});
+        runtime_.offer_spatial_entities();
+        context_->ConsumeFrameTime();
+    }
     std::set<std::string> Names(const SceneContext& scene) {
         std::set<std::string> names;
         for (const auto& [uuid, entity] : scene.entities()) names.insert(entity.name);
         return names;
     }
+
+    FakeRoom room_{runtime_};
 };
 
 TEST_F(Scene, ContainersAreOpenedAndTheRestBecomesEntities) {
@@ -153,12 +161,9 @@ TEST_F(Scene, TheContextDestroysTheSpacesItWasGiven) {
     EXPECT_EQ(runtime_.calls("xrDestroySpace").size(), 2u + 8u);
 }
 
-class SpatialEntitiesTool : public SceneTest {
+class SpatialEntitiesTool : public Scene {
  protected:
-    SpatialEntitiesTool() {
-        ContextManager::instance().setSceneContextFactory(MakeSceneContext);
-        context_ = ContextManager::instance().getSessionContext(session_);
-    }
+    SpatialEntitiesTool() { ContextManager::instance().setSceneContextFactory(MakeSceneContext); }
     void Query() {
         ContextManager::instance().createSceneContext(session_);
         const auto scene = ContextManager::instance().getSceneContext(session_);
@@ -169,8 +174,6 @@ class SpatialEntitiesTool : public SceneTest {
     std::string List(const json& arguments) {
         return make_openxr_list_spatial_entities_tool_entry().handler(arguments, "").at(0).at("text");
     }
-
-    std::shared_ptr<SessionContext> context_;
 };
 
 TEST_F(SpatialEntitiesTool, RefusesInTheOrderOfItsChecks) {

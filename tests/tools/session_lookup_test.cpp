@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -88,18 +87,6 @@ TEST_F(SessionLookups, ReportAStaleHandle) {
     EXPECT_THAT(log.take(),
                 ElementsAre("ERROR a_tool: Provided session handle does not match the active session. Provided: 0x1f, "
                             "Expected: 0xbeef, Session generation: 2"));
-}
-
-TEST_F(SessionLookups, DefaultToTheFloorWhereTheInstanceHasIt) {
-    EXPECT_EQ(default_base_space(), "local");
-    InstanceState instance;
-    instance.valid = true;
-    instance.availableExtensions = {"XR_EXT_local_floor"};
-    ContextManager::instance().setInstanceState(instance);
-    EXPECT_EQ(default_base_space(), "local");
-    instance.enabledExtensions = {"XR_EXT_local_floor"};
-    ContextManager::instance().setInstanceState(instance);
-    EXPECT_EQ(default_base_space(), "local_floor");
 }
 
 }  // namespace

@@ -23,21 +23,10 @@ std::string Invoke(InProcessToolRegistry& registry, const std::string& name) {
     return (result.success ? "ok " : "failed ") + mcp::dump_json(result.result) + " " + result.error;
 }
 
-TEST(InProcessToolRegistry, RunsTheLastToolOfAName) {
-    InProcessToolRegistry registry;
-    EXPECT_EQ(Invoke(registry, "x"), "failed {} tool 'x' is not registered");
-    registry.registerTool(named("x"), answering("old"));
-    registry.registerTool(named("x"), [](const json& arguments, const std::string& session) {
-        return json::array({arguments, session});
-    });
-    EXPECT_EQ(Invoke(registry, "x"), R"(ok [{"a":1},""] )");
-    registry.clear();
-    EXPECT_EQ(Invoke(registry, "x"), "failed {} tool 'x' is not registered");
-}
-
 // No lock is held while a tool runs, so it may call others, replace itself and empty the registry.
 TEST(InProcessToolRegistry, MayBeChangedByATool) {
     InProcessToolRegistry registry;
+    registry.registerTool(named("inner"), answering("old"));
     registry.registerTool(named("inner"), answering(1));
     registry.registerTool(named("outer"), [&](const json&, const std::string&) {
         registry.registerTool(named("outer"), answering(2));
