@@ -9,6 +9,7 @@
 #include "external/external_tool_manager.h"
 #include "layer/hook_support.h"
 #include "layer/pending_frames.h"
+#include "tools/simulation/frame_clock.h"
 #include "tools/simulation/pose_animation_manager.h"
 
 namespace orvanic_xr {
@@ -38,6 +39,10 @@ XRAPI_ATTR XrResult XRAPI_CALL OrvanicLayerXrWaitFrame(XrSession session, const 
         if (!wait_frame) return XR_ERROR_RUNTIME_FAILURE;
         const XrResult result = wait_frame(session, frameWaitInfo, frameState);
         PendingFrames::instance().MarkWaited(session, result, frameState);
+        FrameClock& clock = FrameClock::instance();
+        if (clock.is_on() && XR_SUCCEEDED(result) && frameState) {
+            clock.Advance(frameState->predictedDisplayTime, frameState->predictedDisplayPeriod);
+        }
         PoseAnimationManager::instance().Tick();
         return result;
     });

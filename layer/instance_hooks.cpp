@@ -25,6 +25,7 @@
 #include "layer/layer_chain.h"
 #include "layer/mcp_server_lifecycle.h"
 #include "scene/scene_context.h"
+#include "tools/simulation/frame_clock.h"
 #include "tools/simulation/pose_animation_manager.h"
 
 namespace orvanic_xr {
@@ -118,6 +119,7 @@ XrResult CreateInstance(const XrInstanceCreateInfo& info, const XrApiLayerCreate
 
     ContextManager::instance().setSceneContextFactory(MakeSceneContext);
     ExternalToolManager::instance().Open();
+    FrameClock::instance().ReadSwitch();
     PoseAnimationManager::instance().Open();
     ScreenCaptureManager::instance().open();
     InitializeOrvanicMcpServer();

@@ -36,6 +36,12 @@ void add_to_list(std::string& list, std::string_view part) {
     list += part;
 }
 
+// Moves and holds then go by that clock as well.
+bool has_own_clock(const environment& variables) {
+    const auto clock = variables.find("VELMOOR_SIM_CLOCK");
+    return clock != variables.end() && (clock->second == "fixed" || clock->second == "stepped");
+}
+
 }  // namespace
 
 own_files files_beside_program() {
@@ -63,6 +69,7 @@ environment launch_environment(environment base, const own_files& files, const l
         add_to_list(base["XR_API_LAYER_PATH"], files.layers);
     }
     if (options.simulator && !files.simulator.empty()) base["XR_RUNTIME_JSON"] = files.simulator;
+    if (options.simulator && has_own_clock(base)) base.emplace("ORVANICXR_FRAME_CLOCK", "1");
     base.emplace("ORVANICXR_VERBOSE", "1");
     base.erase(kRunVariable);
     base.emplace(kRunVariable, "1");

@@ -1,6 +1,8 @@
 // In which environment an application is started, and how its output is read.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "command/launch/launch_environment.h"
 #include "command/launch/started_application.h"
 
@@ -31,6 +33,12 @@ TEST(LaunchEnvironment, SwitchesTheLayerOnAndKeepsWhatIsThere) {
     EXPECT_EQ(launch_environment(expected, installed, on_active_runtime), expected)
         << "what is there is not added again";
     EXPECT_FALSE(launch_environment({}, installed, on_simulator).contains("XR_API_LAYER_PATH"));
+    for (const auto& [clock, options, moves_by_frames] : {std::tuple{"fixed", on_simulator, true},
+                                                          {"real", on_simulator, false},
+                                                          {"fixed", on_active_runtime, false}}) {
+        const environment made = launch_environment({{"VELMOOR_SIM_CLOCK", clock}}, installed, options);
+        EXPECT_EQ(made.contains("ORVANICXR_FRAME_CLOCK"), moves_by_frames) << clock;
+    }
 }
 
 TEST(OutputLine, TellsTheLayersLevelsWithoutColours) {

@@ -2,6 +2,9 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <cstdlib>
+#include <future>
 #include <memory>
 #include <string>
 #include <thread>
@@ -14,6 +17,7 @@
 #include "layer/session_hooks.h"
 #include "tests/fakes/allocation_counter.h"
 #include "tests/layer/hook_fixture.h"
+#include "tools/simulation/frame_clock.h"
 
 namespace orvanic_xr {
 namespace {
@@ -238,6 +242,48 @@ TEST_F(FrameHooks, AnimationsStepAfterTheWaitWhateverItAnswered) {
     Wait();
     EXPECT_EQ(calls_before_step, 1u);
     EXPECT_EQ(done.get(), AnimationCompleted);
+}
+
+// Read anew by the next instance.
+struct ByFrames {
+    ByFrames() {
+        setenv("ORVANICXR_FRAME_CLOCK", "1", 1);
+        FrameClock::instance().ReadSwitch();
+    }
+    ~ByFrames() {
+        unsetenv("ORVANICXR_FRAME_CLOCK");
+        FrameClock::instance().ReadSwitch();
+    }
+};
+
+TEST_F(FrameHooks, ByTheFrameClockAMoveTakesItsFrames) {
+    FakeClock stands(0, 5);
+    const ByFrames by_frames;
+    XrTime shown = 1'000'000'000;
+    runtime_.on("xrWaitFrame", [&](XrSession, const XrFrameWaitInfo*, XrFrameState* state) {
+        state->predictedDisplayTime = shown += 13'888'888;  // 72 a second, cut to whole nanoseconds
+        state->predictedDisplayPeriod = 13'888'888;
+        return XR_SUCCESS;
+    });
+    std::vector<float> seen;
+    const auto frames_of = [&](float seconds) {
+        ActiveAnimation animation;
+        animation.end_pose.position.x = 1;
+        animation.duration_seconds = seconds;
+        animation.apply = [&](const XrPosef& pose) {
+            seen.push_back(pose.position.x);
+            return true;
+        };
+        seen.clear();
+        const auto done = PoseAnimationManager::instance().StartAnimation(std::move(animation));
+        int frames = 0;
+        for (; done.wait_for(std::chrono::seconds(0)) != std::future_status::ready; ++frames) Wait();
+        return frames;
+    };
+    EXPECT_EQ(frames_of(0.5f), 37) << "with no frame yet, it begins with the first";
+    EXPECT_EQ(frames_of(2.0f), 144);
+    EXPECT_FLOAT_EQ(seen[71], 0.5f);
+    EXPECT_EQ(seen.back(), 1.0f);
 }
 
 TEST_F(FrameHooks, ThrowingAnimationFailsTheWaitAndTriesAgain) {

@@ -16,6 +16,7 @@
 #include "layer/dispatch/paths.h"
 #include "tools/session_lookup.h"
 #include "tools/simulation/conformance_automation.h"
+#include "tools/simulation/frame_clock.h"
 #include "tools/simulation/simulation_arguments.h"
 #include "tools/simulation/simulation_tools.h"
 #include "tools/tool_results.h"
@@ -130,11 +131,10 @@ void SleepFor(std::chrono::milliseconds hold) {
     std::this_thread::sleep_until(hold < longest ? now + hold : steady_clock::time_point::max());
 }
 
-// The body of a release thread, which nobody joins: it may wake after the session, the instance or the runtime is
-// gone, and then calls nothing. It keeps the context, for a later session may have the same handle.
-void ReleaseAfter(const ControllerInput& input, std::chrono::milliseconds hold) noexcept {
+// It may come after the session, the instance or the runtime is gone, and then calls nothing. It keeps the context, for
+// a later session may have the same handle.
+void Release(const ControllerInput& input) noexcept {
     try {
-        if (hold.count() > 0) SleepFor(hold);
         if (input.session->ended()) {
             LogError(kName, " auto-release skipped: session no longer valid");
             return;
@@ -144,6 +144,12 @@ void ReleaseAfter(const ControllerInput& input, std::chrono::milliseconds hold) 
     } catch (...) {
         LogError(kName, " auto-release failed: exception");
     }
+}
+
+// The body of a release thread, which nobody joins.
+void ReleaseAfter(const ControllerInput& input, std::chrono::milliseconds hold) noexcept {
+    if (hold.count() > 0) SleepFor(hold);
+    Release(input);
 }
 
 // Why the value does not suit the component, or nothing if it does.
@@ -183,6 +189,11 @@ bool StartAutoRelease(const json& arguments, const ControllerInput& input) {
     double hold_seconds = 0.2;
     const json* hold = find_argument(arguments, "hold_duration");
     if (hold && hold->is_number() && hold->get<double>() > 0.0) hold_seconds = hold->get<double>();
+    if (FrameClock& clock = FrameClock::instance(); clock.is_on()) {
+        constexpr double kLongest = 9e9;  // nanoseconds that a duration holds
+        clock.After(static_cast<std::int64_t>(std::min(hold_seconds, kLongest) * 1e9), [input] { Release(input); });
+        return true;
+    }
     try {
         std::thread(ReleaseAfter, input, HoldTime(hold_seconds)).detach();
     } catch (...) {

@@ -9,12 +9,15 @@
 #include "diagnostics/clock.h"
 #include "diagnostics/logger.h"
 #include "diagnostics/number_text.h"
+#include "tools/simulation/frame_clock.h"
 #include "xr/pose_math.h"
 
 namespace orvanic_xr {
 namespace {
 
 constexpr char kInstanceEnds[] = "the end of the instance";
+// Seconds that fit into nanoseconds.
+constexpr double kLongestByFrames = 9e9;
 
 using Entry = std::pair<std::string, std::shared_ptr<ActiveAnimation>>;
 
@@ -26,14 +29,28 @@ void Fulfil(ActiveAnimation& animation, AnimationResult result) {
     }
 }
 
+std::int64_t NowForMoves() {
+    const FrameClock& clock = FrameClock::instance();
+    return clock.is_on() ? clock.now() : MonotonicNanoseconds();
+}
+
+// By frames, a move ends with the one that is shown nearest to its end.
+bool IsLastFrame(const ActiveAnimation& animation) {
+    const FrameClock& clock = FrameClock::instance();
+    return clock.is_on() && static_cast<double>(animation.duration_seconds) < kLongestByFrames &&
+           clock.HasPassed(animation.start_time,
+                           static_cast<std::int64_t>(static_cast<double>(animation.duration_seconds) * 1e9));
+}
+
 float Progress(const ActiveAnimation& animation, std::int64_t now) {
-    if (!(animation.duration_seconds > 0.0f)) return 1.0f;
+    if (!(animation.duration_seconds > 0.0f) || IsLastFrame(animation)) return 1.0f;
     const float elapsed_ns = static_cast<float>(now - animation.start_time);
     return std::min(1.0f, elapsed_ns / 1000000000.0f / animation.duration_seconds);
 }
 
 // Applies the pose of this moment; true if the animation is over.
 bool Step(const std::string& key, ActiveAnimation& animation, std::int64_t now) {
+    if (FrameClock::instance().is_on() && animation.start_time == FrameClock::kNoFrame) animation.start_time = now;
     const float t = Progress(animation, now);
     if (!animation.apply(InterpolatePose(animation.start_pose, animation.end_pose, t))) {
         LogError("PoseAnimationManager: Failed to apply pose for ", key);
@@ -62,7 +79,7 @@ PoseAnimationManager& PoseAnimationManager::instance() {
 
 std::future<AnimationResult> PoseAnimationManager::StartAnimation(ActiveAnimation animation) {
     const auto started = std::make_shared<ActiveAnimation>(std::move(animation));
-    started->start_time = MonotonicNanoseconds();
+    started->start_time = NowForMoves();
     std::future<AnimationResult> outcome = started->completion.get_future();
     std::shared_ptr<ActiveAnimation> running;
     bool closed = false;
@@ -88,7 +105,7 @@ void PoseAnimationManager::Tick() {
         if (active_.empty()) return;
         running.assign(active_.begin(), active_.end());
     }
-    const std::int64_t now = MonotonicNanoseconds();
+    const std::int64_t now = NowForMoves();
     std::vector<const Entry*> finished;
     for (const Entry& entry : running) {
         if (Step(entry.first, *entry.second, now)) finished.push_back(&entry);

@@ -1,6 +1,7 @@
 // Moves simulated devices over time. A tool starts an animation and waits on its future; the xrWaitFrame hook
 // advances all of them, once a frame. Nothing here knows OpenXR: an animation is two poses and a function that
-// applies one. Poses in metres and x, y, z, w; times in CLOCK_MONOTONIC nanoseconds.
+// applies one. Poses in metres and x, y, z, w; times in nanoseconds of CLOCK_MONOTONIC, or of FrameClock where that is
+// on.
 #pragma once
 
 #include <openxr/openxr.h>

@@ -1,5 +1,6 @@
 #include "tools/simulation/pose_moves.h"
 
+#include <cstdint>
 #include <future>
 #include <memory>
 #include <utility>
@@ -7,6 +8,7 @@
 #include "context/context_manager.h"
 #include "mcp/thread_pool.h"
 #include "tools/simulation/conformance_automation.h"
+#include "tools/simulation/frame_clock.h"
 #include "tools/tool_results.h"
 
 namespace orvanic_xr {
@@ -14,7 +16,16 @@ namespace {
 
 bool ends_in_time(const std::future<AnimationResult>& outcome, float duration_seconds) {
     const mcp::lent_place lent;
-    return outcome.wait_until(AnimationDeadline(duration_seconds)) == std::future_status::ready;
+    const auto is_over = [&](float limit) {
+        return outcome.wait_until(AnimationDeadline(limit)) == std::future_status::ready;
+    };
+    const FrameClock& clock = FrameClock::instance();
+    if (!clock.is_on()) return is_over(duration_seconds);
+    // By frames, it takes as long as they do, while they come.
+    for (std::uint64_t frames = clock.frames(); !is_over(0);) {
+        if (std::exchange(frames, clock.frames()) == clock.frames()) return false;
+    }
+    return true;
 }
 
 }  // namespace

@@ -1,10 +1,12 @@
 #include <pthread.h>
 
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <system_error>
 
 #include "tests/tools/simulation/simulation_fixture.h"
+#include "tools/simulation/frame_clock.h"
 
 namespace orvanic_xr {
 namespace {
@@ -109,6 +111,21 @@ TEST_F(ControllerInputTool, ReleasesByItselfAfterTheHold) {
             Set({{"hand", "right"}, {"component", "A"}, {"value", 1}, {"auto_release", true}, {"hold_duration", hold}}),
             R"({"success":true,"auto_release":true})");
     }
+}
+
+TEST_F(ControllerInputTool, HoldsForSoManyFramesByTheFrameClock) {
+    Activate();
+    setenv("ORVANICXR_FRAME_CLOCK", "1", 1);
+    FrameClock& clock = FrameClock::instance();
+    clock.ReadSwitch();
+    clock.Advance(100, 10);
+    Set({{"hand", "left"}, {"component", "X"}, {"value", 1}, {"auto_release", true}, {"hold_duration", 29e-9}});
+    for (const XrTime shown : {110, 120}) clock.Advance(shown, 10);
+    EXPECT_THAT(runtime_.calls("xrSetInputDeviceStateBoolEXT"), ElementsAre(EndsWith(", 1)")));
+    for (const XrTime shown : {130, 140}) clock.Advance(shown, 10);
+    EXPECT_THAT(runtime_.calls("xrSetInputDeviceStateBoolEXT"), ElementsAre(EndsWith(", 1)"), EndsWith(", 0)")));
+    unsetenv("ORVANICXR_FRAME_CLOCK");
+    clock.ReadSwitch();
 }
 
 TEST_F(ControllerInputTool, LetsGoAtOnceIfNoThreadCanHold) {
