@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <limits>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -163,20 +162,6 @@ TEST_F(SessionContexts, LocateTimeNeverLeavesItsType) {
     context.RecordFrameTime(5);
     context.ConsumeFrameTime();
     EXPECT_EQ(context.CurrentLocateTime(), std::numeric_limits<XrTime>::max());
-}
-
-TEST_F(SessionContexts, SuggestedBindingsStandInTheirOrderWithoutThoseThatHaveNoPath) {
-    const auto context = Make();
-    runtime_.answer_call("xrStringToPath", 2, XR_ERROR_PATH_FORMAT_INVALID);
-    std::vector<std::string> bindings;
-    for (const XrActionSuggestedBinding& binding : context->SuggestedBindings()) {
-        bindings.push_back(runtime_.name_of(HandleValue(binding.action)) + " " + runtime_.text(binding.binding));
-    }
-    EXPECT_THAT(bindings, ElementsAre("orvanic_xr_left_hand_grip_pose /user/hand/left/input/grip/pose",
-                                      "orvanic_xr_right_hand_grip_pose /user/hand/right/input/grip/pose",
-                                      "orvanic_xr_right_hand_aim_pose /user/hand/right/input/aim/pose"));
-    EXPECT_THAT(log_.take(), ElementsAre("ERROR Failed to get path for: /user/hand/left/input/aim/pose"));
-    EXPECT_EQ(runtime_.take_calls().front(), "xrStringToPath(instance1, /user/hand/left/input/grip/pose)");
 }
 
 }  // namespace

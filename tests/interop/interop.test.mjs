@@ -129,17 +129,6 @@ for (const kind of CLIENTS) {
       assert.deepEqual(answers.map((answer) => answer.content[0].text), messages);
     });
 
-    test('keeps apart from another client of the same server', async () => {
-      const other = await connect(kind);
-      const [mine, theirs] = await Promise.all([
-        call(client, 'echo', { message: 'mine' }), call(other.client, 'echo', { message: 'theirs' }),
-      ]);
-      assert.equal(mine.content[0].text, 'mine');
-      assert.equal(theirs.content[0].text, 'theirs');
-      await other.client.close();
-      assert.equal((await call(client, 'echo', { message: 'still here' })).content[0].text, 'still here');
-    });
-
     // A client that is given a bare URL tries the newer transport first, and takes this refusal as the word to
     // fall back to the event stream.
     test('sees that the newer transport is not spoken here', async () => {

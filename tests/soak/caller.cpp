@@ -52,7 +52,7 @@ class Caller {
  private:
     void PostNext() {
         const Call call = calls_->Next();
-        json request = {{"jsonrpc", "2.0"}, {"id", ledger_.Post(call.name)}, {"method", call.method}};
+        json request = {{"jsonrpc", "2.0"}, {"id", ledger_.Post()}, {"method", call.method}};
         if (!call.params.is_null()) request["params"] = call.params;
         if (!posts_ || !posts_->is_open() || Clock::now() - posted_ > kLongestIdle) {
             posts_.emplace(kPort, orders_.address);

@@ -70,7 +70,8 @@ class Soak {
         std::printf("%-14s %lld answered, %lld lost, %lld duplicates, %lld strays, %lld refused\n", "requests",
                     Number(tally_.answered), Number(tally_.lost), Number(tally_.duplicates), Number(tally_.strays),
                     Number(tally_.refused));
-        PrintLatencies();
+        std::printf("%-14s median %.2f, 99th percentile %.2f, slowest %.2f\n", "latency in ms", Latency(0.5),
+                    Latency(0.99), Latency(1.0));
         std::printf("%-14s %lld vanished, %lld times garbage, %lld times cut off for not reading\n", "troublemakers",
                     Number(trouble_.vanished), Number(trouble_.garbage), Number(trouble_.cut_off));
         PrintFrames("with clients", loud_);
@@ -100,6 +101,7 @@ class Soak {
 
  private:
     static long long Number(std::int64_t value) { return value; }
+    double Latency(double share) { return static_cast<double>(Quantile(tally_.latencies_ms, share)); }
 
     Frames AwaitFrames() {
         const auto frames = application_.AwaitFrames(kFrameSilence);
@@ -169,20 +171,6 @@ class Soak {
     static void PrintFrames(const char* when, const Frames& frames) {
         std::printf("%-14s %s: %lld of %lld; their thread waited %.1f s for a processor\n", "frames missed", when,
                     Number(frames.missed), Number(frames.due), frames.starved_seconds);
-    }
-
-    void PrintLatencies() {
-        std::vector<float> all;
-        std::printf("%-38s %9s %9s %9s %9s\n", "latency in ms", "calls", "p50", "p99", "most");
-        const auto print_row = [](const char* name, std::vector<float>& row) {
-            std::printf("  %-36s %9zu %9.2f %9.2f %9.2f\n", name, row.size(), static_cast<double>(Quantile(row, 0.5)),
-                        static_cast<double>(Quantile(row, 0.99)), static_cast<double>(Quantile(row, 1.0)));
-        };
-        for (auto& [name, row] : tally_.latencies_ms) {
-            all.insert(all.end(), row.begin(), row.end());
-            print_row(name.c_str(), row);
-        }
-        print_row("all", all);
     }
 
     Application application_;

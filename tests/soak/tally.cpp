@@ -1,7 +1,6 @@
 #include "tests/soak/tally.h"
 
 #include <algorithm>
-#include <charconv>
 #include <exception>
 #include <utility>
 
@@ -15,36 +14,21 @@ void Tally::Add(const Tally& other) {
     duplicates += other.duplicates;
     strays += other.strays;
     refused += other.refused;
-    for (const auto& [name, more] : other.latencies_ms) {
-        std::vector<float>& all = latencies_ms[name];
-        all.insert(all.end(), more.begin(), more.end());
-    }
+    latencies_ms.insert(latencies_ms.end(), other.latencies_ms.begin(), other.latencies_ms.end());
 }
 
-json Ledger::Post(std::string name) {
-    const std::int64_t id = first_id_ + static_cast<std::int64_t>(requests_.size());
-    requests_.push_back({std::move(name), Clock::now()});
+json Ledger::Post() {
+    const std::int64_t number = next_id_++;
+    const json id = number % 2 == 0 ? json(number) : json(std::to_string(number));
+    last_ = &requests_[id];
     ++in_flight_;
-    return id % 2 == 0 ? json(id) : json(std::to_string(id));
+    return id;
 }
 
 void Ledger::Refuse() {
-    requests_.back().is_open = false;
+    last_->is_open = false;
     --in_flight_;
     ++tally_.refused;
-}
-
-Ledger::Request* Ledger::Find(const json& id) {
-    std::int64_t number = -1;
-    if (id.is_number_integer()) number = id;
-    if (id.is_string()) {
-        const auto& text = id.get_ref<const std::string&>();
-        std::from_chars(text.data(), text.data() + text.size(), number);
-    }
-    const std::int64_t place = number - first_id_;
-    if (place < 0 || place >= static_cast<std::int64_t>(requests_.size())) return nullptr;
-    if (id.is_number() != (number % 2 == 0)) return nullptr;
-    return &requests_[static_cast<std::size_t>(place)];
 }
 
 void Ledger::Receive(const std::string& message) {
@@ -55,17 +39,16 @@ void Ledger::Receive(const std::string& message) {
     }
     const bool is_answer =
         answer.is_object() && answer.contains("id") && answer.contains("result") != answer.contains("error");
-    Request* const request = is_answer ? Find(answer["id"]) : nullptr;
-    if (!request) {
+    const auto request = is_answer ? requests_.find(answer["id"]) : requests_.end();
+    if (request == requests_.end()) {
         ++tally_.strays;
-    } else if (!request->is_open) {
+    } else if (!std::exchange(request->second.is_open, false)) {
         ++tally_.duplicates;
     } else {
-        request->is_open = false;
         --in_flight_;
         ++tally_.answered;
-        const std::chrono::duration<float, std::milli> latency = Clock::now() - request->posted;
-        tally_.latencies_ms[request->name].push_back(latency.count());
+        const std::chrono::duration<float, std::milli> latency = Clock::now() - request->second.posted;
+        tally_.latencies_ms.push_back(latency.count());
     }
 }
 

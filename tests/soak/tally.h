@@ -13,11 +13,11 @@ namespace soak {
 
 struct Tally {
     std::int64_t answered = 0;
-    std::int64_t lost = 0;                                   // acknowledged, and never answered
-    std::int64_t duplicates = 0;                             // answered again
-    std::int64_t strays = 0;                                 // of another session, or no answers at all
-    std::int64_t refused = 0;                                // not acknowledged with 202
-    std::map<std::string, std::vector<float>> latencies_ms;  // by tool or method, from the POST to the answer
+    std::int64_t lost = 0;            // acknowledged, and never answered
+    std::int64_t duplicates = 0;      // answered again
+    std::int64_t strays = 0;          // of another session, or no answers at all
+    std::int64_t refused = 0;         // not acknowledged with 202
+    std::vector<float> latencies_ms;  // from the POST to the answer
 
     void Add(const Tally& other);
     bool is_clean() const { return lost == 0 && duplicates == 0 && strays == 0 && refused == 0; }
@@ -27,10 +27,10 @@ struct Tally {
 class Ledger {
  public:
     // Ids of different clients differ.
-    explicit Ledger(int client) : first_id_(std::int64_t{client} * 1'000'000'000) {}
+    explicit Ledger(int client) : next_id_(std::int64_t{client} * 1'000'000'000) {}
 
     // Enters a request that is about to be posted, and gives its id: numbers and texts take turns.
-    mcp::json Post(std::string name);
+    mcp::json Post();
     // The one that was posted last was not acknowledged.
     void Refuse();
     // Takes in what came on the session's stream.
@@ -44,15 +44,13 @@ class Ledger {
     using Clock = std::chrono::steady_clock;
 
     struct Request {
-        std::string name;
-        Clock::time_point posted;
+        Clock::time_point posted = Clock::now();
         bool is_open = true;
     };
 
-    Request* Find(const mcp::json& id);
-
-    const std::int64_t first_id_;
-    std::vector<Request> requests_;
+    std::int64_t next_id_;
+    std::map<mcp::json, Request> requests_;
+    Request* last_ = nullptr;
     int in_flight_ = 0;
     Tally tally_;
 };

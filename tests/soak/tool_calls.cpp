@@ -78,14 +78,14 @@ const json& ToolCalls::OneOf(const json& choices) {
 }
 
 Call ToolCalls::Next() {
-    if (Happens(0.02)) return {"tools/list", "tools/list", json::object()};
-    if (Happens(0.02)) return {"ping", "ping", nullptr};
-    if (Happens(0.01)) return {"an unknown method", "no/such", json::array()};
-    if (Happens(0.01)) return {"an unknown tool", "tools/call", {{"name", "no_such"}}};
+    if (Happens(0.02)) return {"tools/list", json::object()};
+    if (Happens(0.02)) return {"ping", nullptr};
+    if (Happens(0.01)) return {"no/such", json::array()};
+    if (Happens(0.01)) return {"tools/call", {{"name", "no_such"}}};
     const json& tool = tools_[std::uniform_int_distribution<std::size_t>(0, tools_.size() - 1)(random_)];
     const std::string name = tool.at("name");
-    if (Happens(0.01)) return {name, "tools/call", {{"name", name}, {"arguments", "{\"cut\": "}}};
-    return {name, "tools/call", {{"name", name}, {"arguments", ArgumentsFor(tool.at("inputSchema"))}}};
+    if (Happens(0.01)) return {"tools/call", {{"name", name}, {"arguments", "{\"cut\": "}}};
+    return {"tools/call", {{"name", name}, {"arguments", ArgumentsFor(tool.at("inputSchema"))}}};
 }
 
 json ToolCalls::ArgumentsFor(const json& schema) {

@@ -12,7 +12,6 @@ namespace soak {
 using mcp::json;
 
 struct Call {
-    std::string name;  // of the tool, or of the method
     std::string method;
     json params;
 };
