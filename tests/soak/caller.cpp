@@ -2,7 +2,6 @@
 #include <optional>
 #include <random>
 #include <stdexcept>
-#include <string>
 
 #include "tests/fakes/sse_client.h"
 #include "tests/soak/clients.h"

@@ -3,6 +3,7 @@
 
 #include "mcp/thread_pool.h"
 #include "tests/tools/simulation/simulation_fixture.h"
+#include "tools/simulation/pose_moves.h"
 
 namespace orvanic_xr {
 namespace {
@@ -106,6 +107,12 @@ TEST_F(HeadPoseTools, MoveRelativeToWhereTheViewWas) {
     ahead["duration_seconds"] = 9;
     EXPECT_EQ(Set(ahead), kSucceeded);
     EXPECT_THAT(runtime_.calls("xrSetInputDeviceLocationEXT"), ElementsAre(HasSubstr("VIEW, [0 0 -1 | 0 0 0 1]")));
+}
+
+TEST_F(HeadPoseTools, DoNotWaitForAWalkThatBeginsAfterTheSession) {
+    context_->End();
+    const json content = play_pose_animation(*context_, {}, "a_tool", "head", "set_head_pose");
+    EXPECT_EQ(content.at(0).at("text"), "Error: SessionContext is not valid.");
 }
 
 TEST_F(HeadPoseTools, SayWhenAWalkIsSupersededOrFails) {
