@@ -93,10 +93,7 @@ XrTime FrameLoop::ClaimTick(XrTime now) {
 }
 
 XrResult WaitFrame(XrSession session, const XrFrameWaitInfo* info, XrFrameState* state) {
-    return WithoutThrowing([&]() -> XrResult {
-        Runtime& runtime = Runtime::instance();
-        std::unique_lock lock(runtime.mutex);
-        runtime.entry_point = "WaitFrame";
+    return GuardedWithLock([&](Runtime& runtime, auto& lock) {
         const auto waiting = runtime.Get(session);
         if (info) RequireType(info, XR_TYPE_FRAME_WAIT_INFO);
         RequireType(state, XR_TYPE_FRAME_STATE);

@@ -7,76 +7,76 @@
 namespace simulator {
 namespace {
 
-std::shared_ptr<Instance> CheckedOwner(const Runtime& runtime, XrInstance instance, XrSystemId system) {
-    auto owner = runtime.Get(instance);
-    owner->CheckSystem(system);
-    return owner;
+// `call(graphics)` with the runtime's mutex open, for a driver may be behind it. `check(owner)` comes first, locked.
+template <class Check, class Call>
+XrResult WithGraphics(XrInstance instance, Check check, Call call, const char* entry_point = __builtin_FUNCTION()) {
+    return GuardedWithLock(
+        [&](Runtime& runtime, auto& lock) {
+            const auto owner = runtime.Get(instance);
+            check(*owner);
+            lock.unlock();
+            call(owner->graphics);
+            return XR_SUCCESS;
+        },
+        entry_point);
 }
+
+// The system that the caller names is the one.
+auto Names(XrSystemId system) {
+    return [system](const Instance& owner) { owner.CheckSystem(system); };
+}
+
+// The record names it.
+void Anything(const Instance& /*owner*/) {}
 
 }  // namespace
 
 XrResult GetVulkanGraphicsRequirements(XrInstance instance, XrSystemId system, void* requirements) {
-    return Guarded([&](Runtime& runtime) {
-        CheckedOwner(runtime, instance, system)->graphics.vulkan->GetRequirements(requirements);
-        return XR_SUCCESS;
-    });
+    return WithGraphics(instance, Names(system),
+                        [&](auto& graphics) { graphics.vulkan->GetRequirements(requirements); });
 }
 
 XrResult GetOpenGlGraphicsRequirements(XrInstance instance, XrSystemId system, void* requirements) {
-    return Guarded([&](Runtime& runtime) {
-        CheckedOwner(runtime, instance, system)->graphics.gl->GetRequirements(requirements);
-        return XR_SUCCESS;
-    });
+    return WithGraphics(instance, Names(system), [&](auto& graphics) { graphics.gl->GetRequirements(requirements); });
 }
 
 XrResult GetOpenGlEsGraphicsRequirements(XrInstance instance, XrSystemId system, void* requirements) {
-    return Guarded([&](Runtime& runtime) {
-        CheckedOwner(runtime, instance, system)->graphics.gl->GetEsRequirements(requirements);
-        return XR_SUCCESS;
-    });
+    return WithGraphics(instance, Names(system), [&](auto& graphics) { graphics.gl->GetEsRequirements(requirements); });
 }
 
 XrResult GetVulkanExtensions(XrInstance instance, XrSystemId system, std::uint32_t capacity, std::uint32_t* count,
                              char* buffer) {
     return Guarded([&](Runtime& runtime) {
-        CheckedOwner(runtime, instance, system);
+        runtime.Get(instance)->CheckSystem(system);
         return WriteText("", capacity, count, buffer);
     });
 }
 
 XrResult GetVulkanGraphicsDeviceKHR(XrInstance instance, XrSystemId system, VkInstance_T* vulkan_instance,
                                     VkPhysicalDevice_T** device) {
-    return Guarded([&](Runtime& runtime) {
-        const auto owner = CheckedOwner(runtime, instance, system);
+    return WithGraphics(instance, Names(system), [&](auto& graphics) {
         Require(device);
-        *device = owner->graphics.vulkan->DeviceFor(vulkan_instance);
-        return XR_SUCCESS;
+        *device = graphics.vulkan->DeviceFor(vulkan_instance);
     });
 }
 
 XrResult CreateVulkanInstanceKHR(XrInstance instance, const XrVulkanInstanceCreateInfoKHR* info, VkInstance_T** created,
                                  std::int32_t* result) {
-    return Guarded([&](Runtime& runtime) {
-        runtime.Get(instance)->graphics.vulkan->CreateInstance(kSystemId, info, created, result);
-        return XR_SUCCESS;
-    });
+    return WithGraphics(instance, Anything,
+                        [&](auto& graphics) { graphics.vulkan->CreateInstance(kSystemId, info, created, result); });
 }
 
 XrResult CreateVulkanDeviceKHR(XrInstance instance, const XrVulkanDeviceCreateInfoKHR* info, VkDevice_T** created,
                                std::int32_t* result) {
-    return Guarded([&](Runtime& runtime) {
-        runtime.Get(instance)->graphics.vulkan->CreateDevice(kSystemId, info, created, result);
-        return XR_SUCCESS;
-    });
+    return WithGraphics(instance, Anything,
+                        [&](auto& graphics) { graphics.vulkan->CreateDevice(kSystemId, info, created, result); });
 }
 
 XrResult GetVulkanGraphicsDevice2KHR(XrInstance instance, const XrVulkanGraphicsDeviceGetInfoKHR* info,
                                      VkPhysicalDevice_T** device) {
-    return Guarded([&](Runtime& runtime) {
-        const auto owner = runtime.Get(instance);
+    return WithGraphics(instance, Anything, [&](auto& graphics) {
         Require(device);
-        *device = owner->graphics.vulkan->DeviceFor(kSystemId, info);
-        return XR_SUCCESS;
+        *device = graphics.vulkan->DeviceFor(kSystemId, info);
     });
 }
 

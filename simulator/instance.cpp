@@ -118,12 +118,13 @@ XrResult CreateInstance(const XrInstanceCreateInfo* info, XrInstance* instance) 
 }
 
 XrResult DestroyInstance(XrInstance instance) {
+    std::vector<Remains> remains;
     return Guarded([&](Runtime& runtime) {
         const auto owner = runtime.Get(instance);
         runtime.handles.RemoveIf<Space>([&](const Space& space) { return space.session->instance == owner; });
         runtime.handles.RemoveIf<Session>([&](Session& session) {
             if (session.instance != owner) return false;
-            session.Close(runtime);
+            remains.push_back(session.Close(runtime));
             return true;
         });
         runtime.handles.RemoveIf<Action>([&](const Action& action) { return action.set->instance == owner.get(); });

@@ -14,6 +14,10 @@ Runtime& Runtime::instance() {
     return the;
 }
 
+bool Runtime::IsAlive(XrInstance handle) const {
+    return handles.Find<Instance>(reinterpret_cast<std::uint64_t>(handle)) != nullptr;
+}
+
 bool Runtime::IsAlive(XrSession handle) const {
     return handles.Find<Session>(reinterpret_cast<std::uint64_t>(handle)) != nullptr;
 }

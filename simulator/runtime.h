@@ -1,5 +1,6 @@
 // The runtime. One mutex guards everything that lives in it; an entry point takes it for its whole
-// call, so any call may come from any thread. Only xrWaitFrame lets go of it, while it sleeps.
+// call, so any call may come from any thread. It is let go of to sleep, and to call a graphics driver: that may take
+// its time, which only the caller has to wait for, and it may call back.
 //
 // A call with a handle that is none is refused. VELMOOR_SIM_STRICT makes one exception, for the destroyed: a runtime
 // whose handles are pointers would crash there, and so the process ends.
@@ -40,6 +41,7 @@ class Runtime {
     std::shared_ptr<Swapchain> Get(XrSwapchain handle) const { return GetAs<Swapchain>(handle); }
     std::shared_ptr<HandTracker> Get(XrHandTrackerEXT handle) const { return GetAs<HandTracker>(handle); }
 
+    bool IsAlive(XrInstance handle) const;
     bool IsAlive(XrSession handle) const;
 
     // Throws XR_ERROR_LIMIT_REACHED.
@@ -92,15 +94,21 @@ XrResult WithoutThrowing(Work work) noexcept {
     }
 }
 
-// The entry point is whoever calls this.
+// `work(runtime, lock)` may open the lock. Whatever it found before may be gone afterwards, and what it wants to be
+// destroyed with the lock open has to outlive it. The entry point is whoever calls this.
 template <class Work>
-XrResult Guarded(Work work, const char* entry_point = __builtin_FUNCTION()) noexcept {
+XrResult GuardedWithLock(Work work, const char* entry_point = __builtin_FUNCTION()) noexcept {
     return WithoutThrowing([&]() -> XrResult {
         Runtime& runtime = Runtime::instance();
-        std::lock_guard lock(runtime.mutex);
+        std::unique_lock lock(runtime.mutex);
         runtime.entry_point = entry_point;
-        return work(runtime);
+        return work(runtime, lock);
     });
+}
+
+template <class Work>
+XrResult Guarded(Work work, const char* entry_point = __builtin_FUNCTION()) noexcept {
+    return GuardedWithLock([&](Runtime& runtime, auto& /*lock*/) { return work(runtime); }, entry_point);
 }
 
 // The two-call idiom: a capacity of 0 asks for the count alone. `write(i)` writes element i.

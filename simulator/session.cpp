@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstring>
+#include <utility>
 
 #include "simulator/extensions.h"
 #include "simulator/hand_tracking.h"
@@ -65,25 +66,34 @@ void Session::Stop() {
     requests.Abandon();
 }
 
-void Session::Close(Runtime& runtime) {
+Remains Session::Close(Runtime& runtime) {
+    Remains remains;
     Stop();
     runtime.handles.RemoveIf<HandTracker>([&](const HandTracker& hand) { return hand.session.get() == this; });
-    runtime.handles.RemoveIf<Swapchain>([&](const Swapchain& swapchain) { return swapchain.session.get() == this; });
-    graphics.reset();
+    runtime.handles.RemoveIf<Swapchain>([&](Swapchain& swapchain) {
+        if (swapchain.session.get() != this) return false;
+        remains.images.push_back(std::move(swapchain.images));
+        return true;
+    });
+    remains.graphics = std::move(graphics);
+    return remains;
 }
 
 XrResult CreateSession(XrInstance instance, const XrSessionCreateInfo* info, XrSession* session) {
-    return Guarded([&](Runtime& runtime) {
+    std::shared_ptr<Session> created;
+    return GuardedWithLock([&](Runtime& runtime, auto& lock) {
         const auto owner = runtime.Get(instance);
         RequireType(info, XR_TYPE_SESSION_CREATE_INFO);
         Require(session && info->createFlags == 0);
         owner->CheckSystem(info->systemId);
+        created = std::make_shared<Session>();
+        lock.unlock();
+        created->graphics = BindGraphics(info->next, EnabledGraphics(*owner), owner->graphics);
+        lock.lock();
+        if (!runtime.IsAlive(instance)) Refuse(XR_ERROR_HANDLE_INVALID);
+        if (!created->graphics && !owner->HasExtension(kHeadless)) Refuse(XR_ERROR_GRAPHICS_DEVICE_INVALID);
         const auto of_owner = [&](const Session& other) { return other.instance == owner; };
         if (runtime.handles.CountIf<Session>(of_owner) >= kMaxSessions) Refuse(XR_ERROR_LIMIT_REACHED);
-
-        auto created = std::make_shared<Session>();
-        created->graphics = BindGraphics(info->next, EnabledGraphics(*owner), owner->graphics);
-        if (!created->graphics && !owner->HasExtension(kHeadless)) Refuse(XR_ERROR_GRAPHICS_DEVICE_INVALID);
         created->instance = owner;
         created->frames = FrameLoop(owner->settings.frames_per_second);
         created->head = HeadSway(owner->settings.seed);
@@ -97,9 +107,10 @@ XrResult CreateSession(XrInstance instance, const XrSessionCreateInfo* info, XrS
 }
 
 XrResult DestroySession(XrSession session) {
+    Remains remains;
     return Guarded([&](Runtime& runtime) {
         const auto ended = runtime.Get(session);
-        ended->Close(runtime);
+        remains = ended->Close(runtime);
         ForgetEvents(*ended->instance, session);
         runtime.handles.RemoveIf<Space>([&](const Space& space) { return space.session == ended; });
         runtime.Remove<Session>(session);

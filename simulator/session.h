@@ -11,6 +11,7 @@
 #include <openxr/openxr.h>
 
 #include <memory>
+#include <vector>
 
 #include "simulator/capture.h"
 #include "simulator/devices.h"
@@ -26,6 +27,13 @@ namespace simulator {
 struct Instance;
 class Runtime;
 
+// What a session leaves to its graphics driver. To be destroyed with the runtime's mutex open.
+struct Remains {
+    std::shared_ptr<GraphicsDevice> graphics;
+    // Before the device.
+    std::vector<std::shared_ptr<ImageSet>> images;
+};
+
 struct Session {
     // Moves to `next` and tells the application.
     void Enter(XrSessionState next);
@@ -34,7 +42,7 @@ struct Session {
     // It runs no more: whoever waits for a frame is told.
     void Stop();
     // What is left to do before its handle goes.
-    void Close(Runtime& runtime);
+    [[nodiscard]] Remains Close(Runtime& runtime);
 
     std::shared_ptr<Instance> instance;
     XrSession handle = XR_NULL_HANDLE;
@@ -48,8 +56,9 @@ struct Session {
     Input input;
     Scene scene;
     Capture capture;
-    // Null in a headless session. Its destruction belongs to xrDestroySession, on the application's thread.
-    std::unique_ptr<GraphicsDevice> graphics;
+    // Null in a headless session. Its destruction belongs to xrDestroySession, on the application's thread. Shared
+    // with the call that makes a swapchain.
+    std::shared_ptr<GraphicsDevice> graphics;
     ToldViews told_views;
     FrameRequests requests;
 };

@@ -44,26 +44,33 @@ XrResult EnumerateSwapchainFormats(XrSession session, std::uint32_t capacity, st
 }
 
 XrResult CreateSwapchain(XrSession session, const XrSwapchainCreateInfo* info, XrSwapchain* swapchain) {
-    return Guarded([&](Runtime& runtime) {
+    std::shared_ptr<GraphicsDevice> graphics;
+    std::shared_ptr<Swapchain> created;
+    return GuardedWithLock([&](Runtime& runtime, auto& lock) {
         auto owner = runtime.Get(session);
         RequireType(info, XR_TYPE_SWAPCHAIN_CREATE_INFO);
         Require(swapchain);
         if (!owner->graphics) Refuse(XR_ERROR_SWAPCHAIN_FORMAT_UNSUPPORTED);
         CheckCreateInfo(*owner->graphics, *info);
-        auto created = std::make_shared<Swapchain>();
+        graphics = owner->graphics;
+        created = std::make_shared<Swapchain>();
         created->info = *info;
         created->info.next = nullptr;
         created->image_count = created->IsStatic() ? 1 : kImages;
-        created->images = owner->graphics->CreateImages(created->info, created->image_count);
+        lock.unlock();
+        created->images = graphics->CreateImages(created->info, created->image_count);
+        lock.lock();
+        if (!runtime.IsAlive(session)) Refuse(XR_ERROR_HANDLE_INVALID);
         created->session = std::move(owner);
-        *swapchain = runtime.Add<XrSwapchain>(std::move(created));
+        *swapchain = runtime.Add<XrSwapchain>(created);
         return XR_SUCCESS;
     });
 }
 
 XrResult DestroySwapchain(XrSwapchain swapchain) {
+    std::shared_ptr<Swapchain> destroyed;
     return Guarded([&](Runtime& runtime) {
-        runtime.Get(swapchain);
+        destroyed = runtime.Get(swapchain);
         runtime.Remove<Swapchain>(swapchain);
         return XR_SUCCESS;
     });
@@ -79,14 +86,22 @@ XrResult EnumerateSwapchainImages(XrSwapchain swapchain, std::uint32_t capacity,
 }
 
 XrResult AcquireSwapchainImage(XrSwapchain swapchain, const XrSwapchainImageAcquireInfo* info, std::uint32_t* index) {
-    return Guarded([&](Runtime& runtime) {
-        Swapchain& asked = *runtime.Get(swapchain);
+    std::shared_ptr<Swapchain> held;
+    std::shared_ptr<ImageSet> images;
+    return GuardedWithLock([&](Runtime& runtime, auto& lock) {
+        held = runtime.Get(swapchain);
+        Swapchain& asked = *held;
         if (info) RequireType(info, XR_TYPE_SWAPCHAIN_IMAGE_ACQUIRE_INFO);
         Require(index);
-        const bool is_used_up = asked.IsStatic() && asked.prepared;
+        if (!asked.prepared) {
+            images = asked.images;
+            lock.unlock();
+            std::call_once(asked.preparing, [&] { images->Prepare(); });
+            lock.lock();
+            asked.prepared = true;
+        }
+        const bool is_used_up = asked.IsStatic() && std::exchange(asked.was_acquired, true);
         if (is_used_up || asked.acquired == asked.image_count) Refuse(XR_ERROR_CALL_ORDER_INVALID);
-        if (!asked.prepared) asked.images->Prepare();
-        asked.prepared = true;
         *index = std::exchange(asked.next, (asked.next + 1) % asked.image_count);
         ++asked.acquired;
         return XR_SUCCESS;

@@ -9,6 +9,7 @@
 
 #include <cstdint>
 #include <memory>
+#include <mutex>
 #include <optional>
 
 #include "simulator/graphics/graphics.h"
@@ -26,8 +27,11 @@ struct Swapchain {
     // Shared with xrEndFrame while it reads.
     std::shared_ptr<ImageSet> images;
     std::uint32_t image_count = 0;
-    // Whether any was acquired yet.
+    // Before the first of them is acquired: how far the images are. Their driver is called with the runtime's mutex
+    // open.
+    std::once_flag preparing;
     bool prepared = false;
+    bool was_acquired = false;
     // The one that is acquired next, and how many before it are.
     std::uint32_t next = 0;
     std::uint32_t acquired = 0;

@@ -3,6 +3,7 @@
 
 #include <openxr/openxr.h>
 
+#include <atomic>
 #include <memory>
 
 #include "simulator/graphics/graphics.h"
@@ -11,7 +12,7 @@ struct XrGraphicsBindingEGLMNDX;
 
 namespace simulator {
 
-// What an instance keeps of the calls that come before a session.
+// What an instance keeps of the calls that come before a session. Any thread.
 class GlEntry {
  public:
     // `record` is an XrGraphicsRequirementsOpenGLKHR, or an XrGraphicsRequirementsOpenGLESKHR.
@@ -25,8 +26,8 @@ class GlEntry {
     std::unique_ptr<GraphicsDevice> BindEgl(const XrGraphicsBindingEGLMNDX& binding,
                                             const GraphicsExtensions& enabled) const;
 
-    bool told_ = false;
-    bool told_es_ = false;
+    std::atomic<bool> told_ = false;
+    std::atomic<bool> told_es_ = false;
 };
 
 }  // namespace simulator

@@ -51,6 +51,7 @@ void VulkanEntry::GetRequirements(void* record) {
     RequireType(requirements, XR_TYPE_GRAPHICS_REQUIREMENTS_VULKAN_KHR);
     requirements->minApiVersionSupported = XR_MAKE_VERSION(1, 0, 0);
     requirements->maxApiVersionSupported = XR_MAKE_VERSION(1, 0x3ff, 0xfff);
+    const std::lock_guard lock(mutex_);
     requirements_told_ = true;
 }
 
@@ -63,6 +64,7 @@ void VulkanEntry::CreateInstance(XrSystemId system, const XrVulkanInstanceCreate
         reinterpret_cast<PFN_vkCreateInstance>(info->pfnGetInstanceProcAddr(nullptr, "vkCreateInstance"));
     if (!create) Refuse(XR_ERROR_RUNTIME_FAILURE);
     *result = create(info->vulkanCreateInfo, info->vulkanAllocator, instance);
+    const std::lock_guard lock(mutex_);
     if (*result == VK_SUCCESS) lookups_[*instance] = info->pfnGetInstanceProcAddr;
 }
 
@@ -71,13 +73,11 @@ void VulkanEntry::CreateDevice(XrSystemId system, const XrVulkanDeviceCreateInfo
     RequireType(info, XR_TYPE_VULKAN_DEVICE_CREATE_INFO_KHR);
     if (info->systemId != system) Refuse(XR_ERROR_SYSTEM_INVALID);
     Require(info->createFlags == 0 && info->pfnGetInstanceProcAddr && info->vulkanCreateInfo && device && result);
-    const auto told = std::find_if(devices_.begin(), devices_.end(),
-                                   [&](const auto& row) { return row.second == info->vulkanPhysicalDevice; });
-    Require(told != devices_.end());
-    const auto create =
-        reinterpret_cast<PFN_vkCreateDevice>(info->pfnGetInstanceProcAddr(told->first, "vkCreateDevice"));
+    const auto create = reinterpret_cast<PFN_vkCreateDevice>(
+        info->pfnGetInstanceProcAddr(InstanceOf(info->vulkanPhysicalDevice), "vkCreateDevice"));
     if (!create) Refuse(XR_ERROR_RUNTIME_FAILURE);
     *result = create(info->vulkanPhysicalDevice, info->vulkanCreateInfo, info->vulkanAllocator, device);
+    const std::lock_guard lock(mutex_);
     if (*result == VK_SUCCESS) queues_[*device] = QueuesOf(*info->vulkanCreateInfo);
 }
 
@@ -100,12 +100,23 @@ VkPhysicalDevice_T* VulkanEntry::DeviceFor(VkInstance_T* instance) {
         vk.GetPhysicalDeviceProperties(device, &properties);
         return Rank(properties.deviceType);
     };
-    return devices_[instance] =
-               *std::max_element(devices.begin(), devices.end(),
-                                 [&](VkPhysicalDevice a, VkPhysicalDevice b) { return rank_of(a) < rank_of(b); });
+    const VkPhysicalDevice best =
+        *std::max_element(devices.begin(), devices.end(),
+                          [&](VkPhysicalDevice a, VkPhysicalDevice b) { return rank_of(a) < rank_of(b); });
+    const std::lock_guard lock(mutex_);
+    return devices_[instance] = best;
+}
+
+VkInstance_T* VulkanEntry::InstanceOf(VkPhysicalDevice_T* device) const {
+    const std::lock_guard lock(mutex_);
+    const auto told =
+        std::find_if(devices_.begin(), devices_.end(), [&](const auto& row) { return row.second == device; });
+    Require(told != devices_.end());
+    return told->first;
 }
 
 VulkanEntry::Lookup VulkanEntry::CheckBinding(const XrGraphicsBindingVulkanKHR& binding) const {
+    std::unique_lock lock(mutex_);
     if (!requirements_told_) Refuse(XR_ERROR_GRAPHICS_REQUIREMENTS_CALL_MISSING);
     const auto told = devices_.find(binding.instance);
     const bool is_told = told != devices_.end() && told->second == binding.physicalDevice;
@@ -116,12 +127,16 @@ VulkanEntry::Lookup VulkanEntry::CheckBinding(const XrGraphicsBindingVulkanKHR& 
         const bool has_queue = family != made_here->second.end() && binding.queueIndex < family->second;
         if (!has_queue) Refuse(XR_ERROR_GRAPHICS_DEVICE_INVALID);
     }
+    lock.unlock();
     return LookupOf(binding.instance);
 }
 
 VulkanEntry::Lookup VulkanEntry::LookupOf(VkInstance_T* instance) const {
-    const auto made_here = lookups_.find(instance);
-    if (made_here != lookups_.end()) return made_here->second;
+    {
+        const std::lock_guard lock(mutex_);
+        const auto made_here = lookups_.find(instance);
+        if (made_here != lookups_.end()) return made_here->second;
+    }
     const auto lookup = VulkanLookup();
     if (!lookup) {
         std::fputs("velmoor simulator: there is no libvulkan.so.1; the package libvulkan1 brings it\n", stderr);

@@ -10,6 +10,7 @@
 
 #include <cstdint>
 #include <map>
+#include <mutex>
 
 struct VkInstance_T;
 struct VkPhysicalDevice_T;
@@ -21,6 +22,7 @@ struct XrVulkanInstanceCreateInfoKHR;
 
 namespace simulator {
 
+// Any thread, and several at once: a driver may take its time.
 class VulkanEntry {
  public:
     using Lookup = void (*(*)(VkInstance_T*, const char*))();
@@ -42,7 +44,11 @@ class VulkanEntry {
 
  private:
     Lookup LookupOf(VkInstance_T* instance) const;
+    // For which this physical device was told. Throws XR_ERROR_VALIDATION_FAILURE where it was not.
+    VkInstance_T* InstanceOf(VkPhysicalDevice_T* device) const;
 
+    // Guards all below. Not locked while a driver is called.
+    mutable std::mutex mutex_;
     bool requirements_told_ = false;
     // Of the instances that were made here.
     std::map<VkInstance_T*, Lookup> lookups_;

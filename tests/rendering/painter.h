@@ -6,6 +6,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -51,6 +52,8 @@ struct Driver {
     // Allocated and not freed, of all and of those that were there when it hung.
     std::atomic<int> memories = 0;
     std::atomic<int> freed_in_use = 0;
+    // Told in the middle of calls that a driver may take its time for.
+    std::function<void(const char*)> called;
 };
 Driver& TheDriver();
 

@@ -8,6 +8,7 @@
 #include <cmath>
 #include <cstring>
 #include <future>
+#include <set>
 #include <thread>
 #include <tuple>
 #include <utility>
@@ -617,6 +618,24 @@ TEST_P(VulkansDriver, NothingIsFreedThatItMayStillUse) {
     EXPECT_FALSE(Capture(1, [&] { Show(other); }).empty()) << "it works again";
     EXPECT_EQ(xrDestroySession(session_), XR_SUCCESS);
     EXPECT_EQ(TheDriver().memories, 0) << "all is freed in the end";
+}
+
+TEST_P(VulkansDriver, OnlyItsCallerWaitsForIt) {
+    std::set<std::string> called;
+    std::vector<std::future<XrResult>> others;
+    TheDriver().called = [&](const char* name) {
+        called.insert(name);
+        others.push_back(std::async(std::launch::async, [this] {
+            XrPath path;
+            return xrStringToPath(instance_, "/user", &path);
+        }));
+        EXPECT_EQ(others.back().wait_for(std::chrono::seconds(5)), std::future_status::ready) << name;
+    };
+    BEGIN_OR_SKIP();
+    Show(MakeSwapchain(Info(painter_->SrgbFormat())));
+    EXPECT_EQ(xrDestroySession(session_), XR_SUCCESS);
+    TheDriver().called = nullptr;
+    EXPECT_EQ(called.size(), 8u) << testing::PrintToString(called);
 }
 
 constexpr Api kApis[] = {

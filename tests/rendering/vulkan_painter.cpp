@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <cstring>
 #include <map>
-#include <string_view>
 #include <utility>
 
 #include "tests/rendering/painter.h"
@@ -61,12 +60,36 @@ VKAPI_ATTR void VKAPI_CALL GetQueueFamilies(VkPhysicalDevice device, std::uint32
     if (families) families[0].queueCount = 4;
 }
 
+template <auto function>
+struct Told;
+template <class Result, class... Arguments, Result(VKAPI_PTR* function)(Arguments...)>
+struct Told<function> {
+    static const char* name;
+    static VKAPI_ATTR Result VKAPI_CALL Call(Arguments... arguments) {
+        if (TheDriver().called) TheDriver().called(name);
+        return function(arguments...);
+    }
+};
+template <class Result, class... Arguments, Result(VKAPI_PTR* function)(Arguments...)>
+const char* Told<function>::name = "";
+
+template <auto function>
+std::pair<const char*, PFN_vkVoidFunction> Tell(const char* name) {
+    Told<function>::name = name;
+    return {name, reinterpret_cast<PFN_vkVoidFunction>(Told<function>::Call)};
+}
+
 VKAPI_ATTR PFN_vkVoidFunction VKAPI_CALL LookUpOfDevice(VkDevice device, const char* name) {
     const std::pair<const char*, PFN_vkVoidFunction> own[] = {
         {"vkWaitForFences", reinterpret_cast<PFN_vkVoidFunction>(WaitForFences)},
         {"vkGetFenceStatus", reinterpret_cast<PFN_vkVoidFunction>(GetFenceStatus)},
         {"vkAllocateMemory", reinterpret_cast<PFN_vkVoidFunction>(AllocateMemory)},
         {"vkFreeMemory", reinterpret_cast<PFN_vkVoidFunction>(FreeMemory)},
+        Tell<vkCreateFence>("vkCreateFence"),
+        Tell<vkDestroyFence>("vkDestroyFence"),
+        Tell<vkCreateImage>("vkCreateImage"),
+        Tell<vkDestroyImage>("vkDestroyImage"),
+        Tell<vkQueueSubmit>("vkQueueSubmit"),
     };
     for (const auto& [of, function] : own) {
         if (std::strcmp(name, of) == 0) return function;
@@ -75,10 +98,15 @@ VKAPI_ATTR PFN_vkVoidFunction VKAPI_CALL LookUpOfDevice(VkDevice device, const c
 }
 
 VKAPI_ATTR PFN_vkVoidFunction VKAPI_CALL LookUp(VkInstance instance, const char* name) {
-    const std::string_view wanted = name;
-    if (wanted == "vkGetDeviceProcAddr") return reinterpret_cast<PFN_vkVoidFunction>(LookUpOfDevice);
-    if (wanted == "vkGetPhysicalDeviceQueueFamilyProperties") {
-        return reinterpret_cast<PFN_vkVoidFunction>(GetQueueFamilies);
+    const std::pair<const char*, PFN_vkVoidFunction> own[] = {
+        {"vkGetDeviceProcAddr", reinterpret_cast<PFN_vkVoidFunction>(LookUpOfDevice)},
+        {"vkGetPhysicalDeviceQueueFamilyProperties", reinterpret_cast<PFN_vkVoidFunction>(GetQueueFamilies)},
+        Tell<vkCreateInstance>("vkCreateInstance"),
+        Tell<vkCreateDevice>("vkCreateDevice"),
+        Tell<vkEnumeratePhysicalDevices>("vkEnumeratePhysicalDevices"),
+    };
+    for (const auto& [of, function] : own) {
+        if (std::strcmp(name, of) == 0) return function;
     }
     return vkGetInstanceProcAddr(instance, name);
 }
