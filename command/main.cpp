@@ -47,7 +47,7 @@ velmoor::bridge_settings settings_for(const options& given) {
     settings.wait = std::chrono::milliseconds(static_cast<std::int64_t>(given.wait_seconds * 1000));
     settings.tools_file = velmoor::default_tools_file();
     settings.pictures = given.pictures;
-    settings.own_tools = velmoor::xr_tools();
+    settings.own_tools = velmoor::xr_tools(nullptr);
     return settings;
 }
 
@@ -65,6 +65,7 @@ velmoor::bridge_settings settings_for(const options& given,
     velmoor::bridge_settings settings = settings_for(given);
     if (given.application.empty()) return settings;
     application = std::make_unique<velmoor::started_application>(given.application, launch_options_of(given));
+    settings.own_tools = velmoor::xr_tools(application.get());
     for (velmoor::own_tool& each : velmoor::app_tools(*application)) settings.own_tools.push_back(std::move(each));
     settings.hint = [] { return "The tool app_start starts the application; app_output shows what it printed."; };
     return settings;

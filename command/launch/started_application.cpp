@@ -65,6 +65,7 @@ void started_application::start() {
     {
         const std::lock_guard lock(output_mutex_);
         lines_.clear();
+        inputs_ = {};
     }
     const std::lock_guard lock(mutex_);
     if (reader_.joinable()) reader_.join();
@@ -143,13 +144,23 @@ void started_application::read_output(int from) {
                 line += byte;
                 continue;
             }
-            lines_.push_back(parse_output_line(line));
+            take_line_locked(line);
             line.clear();
-            if (lines_.size() > kMostLines) lines_.pop_front();
         }
     }
     const std::lock_guard lock(output_mutex_);
-    if (!line.empty()) lines_.push_back(parse_output_line(line));
+    if (!line.empty()) take_line_locked(line);
+}
+
+void started_application::take_line_locked(const std::string& line) {
+    lines_.push_back(parse_output_line(line));
+    if (lines_.size() > kMostLines) lines_.pop_front();
+    if (lines_.back().is_layers) inputs_.take(lines_.back().text, std::chrono::steady_clock::now());
+}
+
+std::map<std::string, input_log::action> started_application::inputs(input_log::time_point now) const {
+    const std::lock_guard lock(output_mutex_);
+    return inputs_.actions(now);
 }
 
 }  // namespace velmoor

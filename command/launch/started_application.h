@@ -6,12 +6,14 @@
 #include <atomic>
 #include <cstddef>
 #include <deque>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "command/launch/input_log.h"
 #include "command/launch/keeper.h"
 #include "mcp/client/descriptor.h"
 
@@ -45,11 +47,14 @@ class started_application {
     bool is_part(pid_t process);
     const std::string& shown_command() const { return shown_command_; }
 
+    // What it last read, since its start.
+    std::map<std::string, input_log::action> inputs(input_log::time_point now) const;
     // The last lines, oldest first.
     std::vector<output_line> output(std::size_t most, int level) const;
 
  private:
     void read_output(int from);
+    void take_line_locked(const std::string& line);
     void take_end_locked(int status);
 
     const std::vector<std::string> command_;
@@ -65,6 +70,7 @@ class started_application {
 
     mutable std::mutex output_mutex_;  // all below
     std::deque<output_line> lines_;
+    input_log inputs_;
 };
 
 }  // namespace velmoor

@@ -103,6 +103,10 @@ agents_loop() {
   called success openxr_set_controller_input '{"hand":"left","component":"Thumbstick","sub_component":"X","value":0.5}'
   called 'Released in velmoor_demo \(pid [0-9]+\): left Thumbstick X' xr_release_all
   called 'Nothing is held' xr_release_all
+  called success openxr_set_controller_input '{"hand":"right","component":"A","value":1}'
+  called It.holds xr_wait '{"frames":3}'
+  called 'a/click.*active.{3}true,.{2}values.{3}\[1\.0\],.{2}changes.{3}\[\{.{2}value.{3}1\.0,.{2}ms_ago.{3}[0-9]+\}\]' \
+    xr_inputs '{"path":"/right/input/a/"}'
   called '\[DEBUG\]' app_output '{"lines":400,"level":"debug"}'
   called 'ended with exit code 0' app_stop
   called 'was not running' app_stop

@@ -3,6 +3,7 @@
 
 #include <tuple>
 
+#include "command/launch/input_log.h"
 #include "command/launch/launch_environment.h"
 #include "command/launch/started_application.h"
 
@@ -57,6 +58,37 @@ TEST(OutputLine, TellsTheLayersLevelsWithoutColours) {
         EXPECT_EQ(line.is_layers, each.is_layers) << each.text;
         EXPECT_EQ(line.level, each.level) << each.text;
     }
+}
+
+// Two hands are read in turn, and each reading is a line; what is tapped is over by the time it is looked at.
+TEST(InputLog, TellsValuesOfBothHandsAndChangesAlone) {
+    input_log log;
+    const input_log::time_point begin;
+    const auto at = [&](int when) { return begin + std::chrono::milliseconds(when); };
+    const auto read = [&](int when, const char* cur, const char* active) {
+        log.take(std::string("[Velmoor] [DEBUG] [inputdiag] float action=0x7 cur=") + cur + " active=" + active +
+                     " changed=0",
+                 at(when));
+    };
+    const auto seen = [&](int now) { return log.actions(at(now)).at("0x7"); };
+    log.take("[Velmoor] [DEBUG] [inputdiag] suggest action=0x7 path=/p/a profile=/q", at(0));
+    EXPECT_FALSE(seen(0).is_read);
+    read(1000, "0.000000", "1");
+    for (int when = 2000; when < 3000; when += 50) read(when, when % 100 == 0 ? "0.500000" : "0.000000", "1");
+    EXPECT_EQ(seen(3000).values, (std::vector<double>{0.5, 0}));
+    EXPECT_EQ(seen(3000).changes.size(), 2u + 1);  // the other hand's 0 was long ago
+    read(3010, "0.000000", "1");
+    EXPECT_EQ(seen(3400).values, std::vector<double>{0});
+    read(5000, "1.000000", "1");
+    read(5010, "0.000000", "1");
+    const auto tapped = seen(5020);
+    EXPECT_EQ(tapped.values, std::vector<double>{0});
+    ASSERT_EQ(tapped.changes.size(), 5u);
+    EXPECT_EQ(tapped.changes[3].value, 1);
+    EXPECT_EQ(tapped.changes[4].when, at(5010));
+    read(6000, "0.000000", "0");
+    EXPECT_FALSE(seen(6000).is_active);
+    EXPECT_EQ(seen(6000).paths, std::set<std::string>{"/p/a"});
 }
 
 }  // namespace
