@@ -45,6 +45,31 @@ void Clock::SkipTo(XrTime time, std::int64_t real) {
     moved_ = real;
 }
 
+void Clock::Hold(std::int64_t real) {
+    if (!held_) Allow(1, real);
+}
+
+void Clock::Allow(std::uint64_t frames, std::int64_t real) {
+    Settle(real);
+    held_ = true;
+    allowed_ = frames;
+}
+
+void Clock::Run(std::int64_t real) {
+    Settle(real);
+    held_ = false;
+}
+
+void Clock::SetRate(double rate, std::int64_t real) {
+    Settle(real);
+    rate_ = rate;
+}
+
+void Clock::Settle(std::int64_t real) {
+    if (Flows()) shown_ = At(real);
+    moved_ = real;
+}
+
 XrTime Clock::TimeOf(std::int64_t then, std::int64_t real) const {
     if (Flows()) return At(then);
     return then > moved_ && then <= real ? shown_ : Later(shown_, then - moved_);

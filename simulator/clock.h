@@ -39,12 +39,24 @@ class Clock {
     // Moves a clock on that stands, where no frame will.
     void SkipTo(XrTime time, std::int64_t real);
 
+    // Stands, and lets no frame pass but those that are allowed. The one that is under way is.
+    void Hold(std::int64_t real);
+    // Likewise, and `frames` go by. They move the clock, however it flows else.
+    void Allow(std::uint64_t frames, std::int64_t real);
+    void Run(std::int64_t real);
+    // How many times as fast as CLOCK_MONOTONIC it flows while it isn't held; 0 stands.
+    void SetRate(double rate, std::int64_t real);
+    bool IsHeld() const { return held_; }
+    double rate() const { return rate_; }
+
     // For applications that read CLOCK_MONOTONIC themselves. While the clock stands, all that has passed since it was
     // moved is the moment at which it stands; the future begins there, and the past ends there.
     XrTime TimeOf(std::int64_t then, std::int64_t real) const;
     std::int64_t MomentOf(XrTime time) const { return Flows() ? RealTimeOf(time) : Later(moved_, time - shown_); }
 
  private:
+    // What follows starts from what it shows now.
+    void Settle(std::int64_t real);
     static std::int64_t Later(std::int64_t time, std::int64_t duration);
 
     bool held_ = false;

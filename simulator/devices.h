@@ -15,6 +15,9 @@ namespace simulator {
 
 struct Device {
     bool IsActive() const { return profile != nullptr; }
+    // What applications see of it.
+    const Profile* SeenProfile() const { return is_asleep ? nullptr : profile; }
+    bool IsLocated() const { return SeenProfile() && !is_lost; }
     // Of a boolean source 0 or 1.
     float Value(std::size_t source) const { return values[source]; }
     // A two-axis source holds nothing of its own: it is what stands in its two axes.
@@ -26,6 +29,9 @@ struct Device {
     void SwitchOn(const Profile& new_profile);
 
     const Profile* profile = nullptr;
+    bool is_asleep = false;
+    // Its buttons work, and nobody knows where it is.
+    bool is_lost = false;
     // One place for each source of the profile.
     std::vector<float> values;
     // None until a location was set.

@@ -26,17 +26,25 @@ XrTime PassToTick(Runtime& runtime, std::unique_lock<std::mutex>& lock, FrameLoo
     using std::chrono::nanoseconds;
     using std::chrono::steady_clock;
     Clock& clock = runtime.clock;
+    const auto await_leave = [&] {
+        if (is_over() || clock.LetsPass()) return;
+        frames.is_held = true;
+        if (runtime.control) runtime.control->Wake();
+        runtime.frame_changed.wait(lock, [&] { return is_over() || clock.LetsPass(); });
+        frames.is_held = false;
+    };
     // Time may pass while it is held, and the tick with it.
-    runtime.frame_changed.wait(lock, [&] { return is_over() || clock.LetsPass(); });
+    await_leave();
     const XrTime tick = frames.ClaimTick(Now());
     while (!is_over() && !clock.Reach(tick, RealNow())) {
         if (clock.Flows()) {
             const steady_clock::time_point due{nanoseconds(clock.RealTimeOf(tick))};
             runtime.frame_changed.wait_until(lock, due);
         } else {
-            runtime.frame_changed.wait(lock);
+            await_leave();
         }
     }
+    ++frames.released;
     return tick;
 }
 
@@ -131,6 +139,8 @@ XrResult EndFrame(XrSession session, const XrFrameEndInfo* info) {
         if (!owner->frames.begun) Refuse(XR_ERROR_CALL_ORDER_INVALID);
         CheckEnd(runtime, owner, *info);
         owner->frames.begun = false;
+        // Another thread may already be held for the next one.
+        if (runtime.control && owner->frames.is_held) runtime.control->Wake();
         // Frames of a headless session have layers that nobody looks at.
         if (owner->graphics) {
             owner->Step();

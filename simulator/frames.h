@@ -47,8 +47,12 @@ class FrameLoop {
     // Which of the waits the frames below come from.
     std::uint64_t waited_wait = 0;
     std::uint64_t begun_wait = 0;
+    // Those that xrWaitFrame has released.
+    std::uint64_t released = 0;
     // A thread is inside xrWaitFrame for the next frame.
     bool being_waited_for = false;
+    // And the clock does not let it pass.
+    bool is_held = false;
     // Waited for and not yet begun; begun and not yet ended.
     bool waited = false;
     bool begun = false;

@@ -85,7 +85,7 @@ constexpr XrPosef kRightPalm = {{-0.5f, -0.5f, -0.5f, 0.5f}, {kGripToPalm, 0, 0}
 constexpr XrPosef kLeftPalm = {{-0.5f, 0.5f, 0.5f, 0.5f}, {-kGripToPalm, 0, 0}};
 
 std::optional<XrPosef> GripOf(const Device& device, TopLevel hand) {
-    if (!device.IsActive()) return std::nullopt;
+    if (!device.IsLocated()) return std::nullopt;
     for (const char* path : {"input/grip/pose", "input/aim/pose"}) {
         const auto source = device.profile->Find(hand, path);
         if (source && device.poses[*source]) return device.poses[*source];

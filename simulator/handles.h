@@ -76,6 +76,18 @@ class HandleTable {
         }
     }
 
+    // Null if there is none.
+    template <class Object, class Predicate>
+    std::shared_ptr<Object> FindIf(Predicate predicate) const {
+        for (const Slot& slot : slots_) {
+            if (slot.object && slot.kind == kKindOf<Object> &&
+                predicate(*static_cast<const Object*>(slot.object.get()))) {
+                return std::static_pointer_cast<Object>(slot.object);
+            }
+        }
+        return nullptr;
+    }
+
     template <class Object, class Predicate>
     std::size_t CountIf(Predicate predicate) const {
         std::size_t count = 0;

@@ -137,7 +137,7 @@ bool Input::IsAttached(const ActionSet& set) const {
 bool Input::SelectProfiles(const Devices& devices) {
     std::array<const Profile*, kTopLevelCount> selected = {};
     for (std::size_t i = 0; i < kTopLevelCount; ++i) {
-        const Profile* profile = devices.by_top_level[i].profile;
+        const Profile* profile = devices.by_top_level[i].SeenProfile();
         if (bindings_by_profile.count(profile) > 0) selected[i] = profile;
     }
     if (selected == profiles) return false;
@@ -161,7 +161,7 @@ std::optional<XrPosef> Input::LocateAction(const Devices& devices, const Action&
         const auto index = static_cast<std::size_t>(binding.top);
         const Device& device = devices[binding.top];
         // The device may have become another one since the last sync.
-        if (state->second[index].active && device.profile == profiles[index])
+        if (state->second[index].active && device.IsLocated() && device.profile == profiles[index])
             return device.Pose(binding.top, binding.source);
     }
     return std::nullopt;

@@ -3,6 +3,7 @@
 #include <openxr/openxr_reflection.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <iterator>
 
@@ -47,6 +48,23 @@ void CheckApplication(const XrApplicationInfo& application) {
     }
     const XrVersion version = application.apiVersion;
     if (XR_VERSION_MAJOR(version) != 1 || XR_VERSION_MINOR(version) > 1) Refuse(XR_ERROR_API_VERSION_UNSUPPORTED);
+}
+
+// Of the first instance.
+void StartClock(Runtime& runtime, const Settings& settings) {
+    runtime.clock = Clock(settings.clock);
+    std::string why = "VELMOOR_SIM_CONTROL is not set";
+    if (!settings.control.empty()) {
+        why.clear();
+        runtime.control = ControlServer::Open(settings.control, why);
+        if (!runtime.control) {
+            std::fprintf(stderr, "VELMOOR_SIM_CONTROL: %s: %s\n", settings.control.c_str(), why.c_str());
+        }
+    }
+    if (runtime.control || settings.clock != ClockMode::kStepped) return;
+    // Nobody could let the application go on.
+    std::fprintf(stderr, "VELMOOR_SIM_CLOCK: stepped is taken for fixed: %s\n", why.c_str());
+    runtime.clock = Clock(ClockMode::kFixed);
 }
 
 // The header's own lists, so that every name it knows is told.
@@ -110,7 +128,7 @@ XrResult CreateInstance(const XrInstanceCreateInfo* info, XrInstance* instance) 
         runtime.strict = created->settings.strict;
         const std::size_t others = runtime.handles.CountIf<Instance>([](const Instance&) { return true; });
         if (others >= kMaxInstances) Refuse(XR_ERROR_LIMIT_REACHED);
-        if (others == 0) runtime.clock = Clock(created->settings.clock);
+        if (others == 0) StartClock(runtime, created->settings);
         created->handle = runtime.Add<XrInstance>(created);
         *instance = created->handle;
         return XR_SUCCESS;
@@ -119,6 +137,8 @@ XrResult CreateInstance(const XrInstanceCreateInfo* info, XrInstance* instance) 
 
 XrResult DestroyInstance(XrInstance instance) {
     std::vector<Remains> remains;
+    // Ends with the mutex open.
+    std::unique_ptr<ControlServer> ended;
     return Guarded([&](Runtime& runtime) {
         const auto owner = runtime.Get(instance);
         runtime.handles.RemoveIf<Space>([&](const Space& space) { return space.session->instance == owner; });
@@ -131,6 +151,7 @@ XrResult DestroyInstance(XrInstance instance) {
         runtime.handles.RemoveIf<ActionSet>([&](const ActionSet& set) { return set.instance == owner.get(); });
         runtime.Remove<Instance>(instance);
         runtime.frame_changed.notify_all();
+        if (runtime.handles.CountIf<Instance>([](const Instance&) { return true; }) == 0) ended.swap(runtime.control);
         return XR_SUCCESS;
     });
 }

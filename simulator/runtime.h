@@ -22,6 +22,7 @@
 #include <string_view>
 
 #include "simulator/clock.h"
+#include "simulator/control_server.h"
 #include "simulator/handles.h"
 #include "simulator/refusal.h"
 
@@ -63,6 +64,8 @@ class Runtime {
     bool strict = false;
     // As the first of the living instances was created.
     Clock clock;
+    // Null where nobody steers. It is there for as long as an instance is.
+    std::unique_ptr<ControlServer> control;
     // The entry point that holds the mutex, without its "xr".
     const char* entry_point = "";
     // Told whenever a frame begins, a session stops running, or the clock is set.

@@ -16,18 +16,21 @@ namespace {
 
 constexpr std::size_t kMaxSessions = 4;
 
-// Those that name the session, which does so at the same place in both kinds.
+// Those that name the session, which does so at the same place in all kinds.
 void ForgetEvents(Instance& instance, XrSession session) {
     instance.events.DropIf([session](const XrEventDataBuffer& buffer) {
         XrEventDataInteractionProfileChanged event;
         std::memcpy(&event, &buffer, sizeof(event));
         const bool names_session = event.type == XR_TYPE_EVENT_DATA_SESSION_STATE_CHANGED ||
-                                   event.type == XR_TYPE_EVENT_DATA_INTERACTION_PROFILE_CHANGED;
+                                   event.type == XR_TYPE_EVENT_DATA_INTERACTION_PROFILE_CHANGED ||
+                                   event.type == XR_TYPE_EVENT_DATA_REFERENCE_SPACE_CHANGE_PENDING;
         return names_session && event.session == session;
     });
 }
 static_assert(offsetof(XrEventDataInteractionProfileChanged, session) ==
-              offsetof(XrEventDataSessionStateChanged, session));
+                  offsetof(XrEventDataSessionStateChanged, session) &&
+              offsetof(XrEventDataInteractionProfileChanged, session) ==
+                  offsetof(XrEventDataReferenceSpaceChangePending, session));
 
 GraphicsExtensions EnabledGraphics(const Instance& instance) {
     return {.vulkan = instance.HasExtension(kVulkanEnable) || instance.HasExtension(kVulkanEnable2),
@@ -49,19 +52,32 @@ void Session::Step() {
         case XR_SESSION_STATE_READY:
             return Enter(XR_SESSION_STATE_SYNCHRONIZED);
         case XR_SESSION_STATE_SYNCHRONIZED:
-            return Enter(exit_requested ? XR_SESSION_STATE_STOPPING : XR_SESSION_STATE_VISIBLE);
+            if (exit_requested) return Enter(XR_SESSION_STATE_STOPPING);
+            if (is_worn) Enter(XR_SESSION_STATE_VISIBLE);
+            return;
         case XR_SESSION_STATE_VISIBLE:
-            return Enter(exit_requested ? XR_SESSION_STATE_SYNCHRONIZED : XR_SESSION_STATE_FOCUSED);
+            if (exit_requested || !is_worn) return Enter(XR_SESSION_STATE_SYNCHRONIZED);
+            if (has_focus) Enter(XR_SESSION_STATE_FOCUSED);
+            return;
         case XR_SESSION_STATE_FOCUSED:
-            if (exit_requested) Enter(XR_SESSION_STATE_VISIBLE);
+            if (exit_requested || !is_worn || !has_focus) Enter(XR_SESSION_STATE_VISIBLE);
             return;
         default:
             return;
     }
 }
 
+void Session::Settle() {
+    for (XrSessionState before = XR_SESSION_STATE_UNKNOWN; before != state;) {
+        before = state;
+        Step();
+    }
+}
+
 void Session::Stop() {
     running = false;
+    const Runtime& runtime = Runtime::instance();
+    if (runtime.control) runtime.control->Wake();
     capture.eyes = 0;
     requests.Abandon();
 }
@@ -131,7 +147,7 @@ XrResult BeginSession(XrSession session, const XrSessionBeginInfo* info) {
         begun.running = true;
         begun.frames.Start(Now());
         begun.head.Start(begun.frames.epoch());
-        while (!begun.graphics && begun.state != XR_SESSION_STATE_FOCUSED) begun.Step();
+        if (!begun.graphics) begun.Settle();
         return XR_SUCCESS;
     });
 }
@@ -155,7 +171,7 @@ XrResult RequestExitSession(XrSession session) {
         if (!asked.running) Refuse(XR_ERROR_SESSION_NOT_RUNNING);
         if (asked.exit_requested) return XR_SUCCESS;
         asked.exit_requested = true;
-        while (!asked.graphics && asked.state != XR_SESSION_STATE_STOPPING) asked.Step();
+        if (!asked.graphics) asked.Settle();
         return XR_SUCCESS;
     });
 }

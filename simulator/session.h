@@ -34,11 +34,23 @@ struct Remains {
     std::vector<std::shared_ptr<ImageSet>> images;
 };
 
+// Where the LOCAL space is, in world coordinates: it moves when the wearer has it centred anew.
+struct LocalOrigin {
+    XrPosef At(XrTime time) const { return time >= since ? after : before; }
+
+    XrPosef before = {{0, 0, 0, 1}, kStartingPoint};
+    XrPosef after = before;
+    XrTime since = 0;
+};
+
 struct Session {
     // Moves to `next` and tells the application.
     void Enter(XrSessionState next);
-    // One state nearer to where it has to go, if it is not there yet: up to FOCUSED, or to STOPPING.
+    // One state nearer to where it has to go, if it is not there yet: up to FOCUSED, as far as it has focus and wearer,
+    // or to STOPPING.
     void Step();
+    // All the way there at once: nothing of a headless session has to be shown first.
+    void Settle();
     // It runs no more: whoever waits for a frame is told.
     void Stop();
     // What is left to do before its handle goes.
@@ -50,6 +62,10 @@ struct Session {
     // Between xrBeginSession and xrEndSession.
     bool running = false;
     bool exit_requested = false;
+    // Another application may have it; the headset may lie on a table.
+    bool has_focus = true;
+    bool is_worn = true;
+    LocalOrigin local;
     FrameLoop frames;
     HeadSway head;
     Devices devices;

@@ -32,6 +32,7 @@ Settings::EyeSize EyeSizeOr(std::string_view text, Settings::EyeSize fallback) {
 }
 
 ClockMode ClockOf(std::string_view name) {
+    if (name == "stepped") return ClockMode::kStepped;
     return name == "fixed" ? ClockMode::kFixed : ClockMode::kReal;
 }
 
@@ -42,6 +43,7 @@ Settings ReadSettings() {
     const double rate = NumberOr(Environment("VELMOOR_SIM_HZ"), settings.frames_per_second);
     if (std::isfinite(rate)) settings.frames_per_second = std::clamp(rate, 1.0, 1000.0);
     settings.clock = ClockOf(Environment("VELMOOR_SIM_CLOCK"));
+    settings.control = Environment("VELMOOR_SIM_CONTROL");
     settings.seed = NumberOr(Environment("VELMOOR_SIM_SEED"), settings.seed);
     if (Environment("VELMOOR_SIM_SCENE") == "none") settings.scene = SceneMode::kNone;
     settings.eye_size = EyeSizeOr(Environment("VELMOOR_SIM_EYE_SIZE"), settings.eye_size);

@@ -2,7 +2,9 @@
 //
 //   VELMOOR_SIM_HZ         frames a second, 1 to 1000; 72 when unset or no number
 //   VELMOOR_SIM_CLOCK      "fixed": each frame moves the clock on by one period, and goes by as soon as the application
-//                          waits for it; "real" when unset or anything else
+//                          waits for it; "stepped": likewise, and held from the start, for a controller to let it
+//                          go on; "real" when unset or anything else
+//   VELMOOR_SIM_CONTROL    path of a socket at which a controller steers the simulator; none when unset
 //   VELMOOR_SIM_SEED       whole number that the head's sway depends on; 0 when unset
 //   VELMOOR_SIM_SCENE      "none": the things of the room are in no container, so that nobody finds them
 //   VELMOOR_SIM_EYE_SIZE   "<width>x<height>" of a captured picture, and of the images that an
@@ -15,6 +17,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <string>
 
 #include "simulator/clock.h"
 
@@ -36,6 +39,7 @@ struct Settings {
 
     double frames_per_second = 72.0;
     ClockMode clock = ClockMode::kReal;
+    std::string control;
     std::uint32_t seed = 0;
     SceneMode scene = SceneMode::kFurnished;
     EyeSize eye_size = {1024, 1024};

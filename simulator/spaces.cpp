@@ -28,15 +28,19 @@ void CheckReferenceSpaceType(const Session& session, XrReferenceSpaceType type) 
     if (std::find(known.begin(), known.end(), type) == known.end()) Refuse(XR_ERROR_REFERENCE_SPACE_UNSUPPORTED);
 }
 
+XrPosef OnFloor(XrPosef pose) {
+    pose.position.y = 0;
+    return pose;
+}
+
 std::optional<XrPosef> ReferencePose(const Session& session, XrReferenceSpaceType type, XrTime time) {
-    const XrQuaternionf level = orvanic_xr::kIdentityPose.orientation;
     switch (type) {
         case XR_REFERENCE_SPACE_TYPE_VIEW:
             return HeadPose(session, time);
         case XR_REFERENCE_SPACE_TYPE_LOCAL:
-            return XrPosef{level, kStartingPoint};
+            return session.local.At(time);
         case XR_REFERENCE_SPACE_TYPE_LOCAL_FLOOR:
-            return XrPosef{level, {kStartingPoint.x, 0.0f, kStartingPoint.z}};
+            return OnFloor(session.local.At(time));
         default:
             return orvanic_xr::kIdentityPose;
     }

@@ -10,7 +10,7 @@ namespace {
 
 ControllerView LookAtController(const Device& device, TopLevel hand) {
     ControllerView view;
-    if (!device.IsActive()) return view;
+    if (!device.IsLocated()) return view;
     if (const auto grip = device.profile->Find(hand, "input/grip/pose")) view.grip = device.poses[*grip];
     if (const auto aim = device.profile->Find(hand, "input/aim/pose")) view.aim = device.poses[*aim];
     if (const auto trigger = device.profile->Find(hand, "input/trigger/value")) view.trigger = device.values[*trigger];
