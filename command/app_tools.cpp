@@ -143,7 +143,11 @@ json start_application(started_application& application, const json& arguments, 
 std::string stop_application(started_application& application, tool_run& run) {
     const std::optional<int> code = application.stop();
     run.through().prefer(0);
-    if (!code) return "The application was not running.";
+    if (!code) {
+        const std::optional<int> earlier = application.exit_code();
+        return "The application was not running" +
+               (earlier ? "; it had ended with exit code " + std::to_string(*earlier) + "." : ".");
+    }
     return "The application has ended with exit code " + std::to_string(*code) + ".";
 }
 
