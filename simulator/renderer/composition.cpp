@@ -148,29 +148,36 @@ class SeenLayer {
 };
 
 void AddRow(const SeenLayer& layer, bool pixel_for_pixel, std::uint32_t y, std::vector<Light>& row) {
+    if (pixel_for_pixel) return layer.texture().PutRowOver(static_cast<std::int32_t>(y), row);
     for (std::size_t x = 0; x < row.size(); ++x) {
-        if (pixel_for_pixel) {
-            row[x] = Over(layer.texture().At(static_cast<std::int32_t>(x), static_cast<std::int32_t>(y)), row[x]);
-        } else if (const auto light = layer.LightAt(static_cast<float>(x) + 0.5f, static_cast<float>(y) + 0.5f)) {
+        if (const auto light = layer.LightAt(static_cast<float>(x) + 0.5f, static_cast<float>(y) + 0.5f)) {
             row[x] = Over(*light, row[x]);
         }
     }
 }
 
-Light WorldAt(const std::uint8_t* pixel, float share) {
-    return Light{LinearOf(pixel[0]), LinearOf(pixel[1]), LinearOf(pixel[2]), 1.0f} * share;
+// `world(light)` is how much of the world behind it is seen.
+template <class World>
+void StoreRow(const Levels& levels, const std::vector<Light>& row, std::uint8_t* pixel, World world) {
+    for (const Light& light : row) {
+        const float share = world(light);
+        pixel[0] = levels.LevelOf(light.red + levels.LinearOf(pixel[0]) * share);
+        pixel[1] = levels.LevelOf(light.green + levels.LinearOf(pixel[1]) * share);
+        pixel[2] = levels.LevelOf(light.blue + levels.LinearOf(pixel[2]) * share);
+        pixel[3] = 255;
+        pixel += 4;
+    }
 }
 
 void StoreRow(const std::vector<Light>& row, XrEnvironmentBlendMode mode, std::uint8_t* pixel) {
-    for (const Light& light : row) {
-        Light seen = light;
-        if (mode == XR_ENVIRONMENT_BLEND_MODE_ADDITIVE) seen = light + WorldAt(pixel, 1.0f);
-        if (mode == XR_ENVIRONMENT_BLEND_MODE_ALPHA_BLEND) seen = light + WorldAt(pixel, 1.0f - light.alpha);
-        pixel[0] = LevelOf(seen.red);
-        pixel[1] = LevelOf(seen.green);
-        pixel[2] = LevelOf(seen.blue);
-        pixel[3] = 255;
-        pixel += 4;
+    const Levels& levels = Levels::Shared();
+    switch (mode) {
+        case XR_ENVIRONMENT_BLEND_MODE_ADDITIVE:
+            return StoreRow(levels, row, pixel, [](const Light&) { return 1.0f; });
+        case XR_ENVIRONMENT_BLEND_MODE_ALPHA_BLEND:
+            return StoreRow(levels, row, pixel, [](const Light& light) { return 1.0f - light.alpha; });
+        default:
+            return StoreRow(levels, row, pixel, [](const Light&) { return 0.0f; });
     }
 }
 

@@ -1,38 +1,12 @@
 #include "simulator/renderer/texture.h"
 
 #include <algorithm>
-#include <array>
 #include <cmath>
 #include <cstring>
+#include <type_traits>
 
 namespace simulator {
 namespace {
-
-// Fine enough that each of the 256 levels comes back as it was.
-constexpr std::size_t kSteps = 1 << 14;
-
-struct Levels {
-    Levels() {
-        for (std::size_t i = 0; i < linear.size(); ++i) {
-            const double shown = static_cast<double>(i) / 255.0;
-            linear[i] = static_cast<float>(shown <= 0.04045 ? shown / 12.92 : std::pow((shown + 0.055) / 1.055, 2.4));
-        }
-        for (std::size_t i = 0; i < level.size(); ++i) {
-            // In the middle of the step.
-            const double light = std::min((static_cast<double>(i) + 0.5) / (kSteps - 1), 1.0);
-            const double shown = light <= 0.0031308 ? 12.92 * light : 1.055 * std::pow(light, 1 / 2.4) - 0.055;
-            level[i] = static_cast<std::uint8_t>(std::lround(255.0 * shown));
-        }
-    }
-
-    std::array<float, 256> linear;
-    std::array<std::uint8_t, kSteps> level;
-};
-
-const Levels& TheLevels() {
-    static const Levels levels;
-    return levels;
-}
 
 float FloatOf(std::uint16_t half) {
     const int exponent = half >> 10 & 0x1F;
@@ -43,33 +17,58 @@ float FloatOf(std::uint16_t half) {
     return (half & 0x8000) != 0 ? -size : size;
 }
 
-Light Decoded(const RawImage& image, const std::uint8_t* pixel) {
-    if (image.kind == PixelKind::kRgba16F) {
-        std::uint16_t halves[4];
-        std::memcpy(halves, pixel, sizeof(halves));
-        return {FloatOf(halves[0]), FloatOf(halves[1]), FloatOf(halves[2]), FloatOf(halves[3])};
+float ShareOf(std::uint8_t number) {
+    return static_cast<float>(number) / 255.0f;
+}
+
+// `use(decode)`, in which `decode(pixel)` is what suits the image: so that this is looked for once and not for each
+// pixel.
+template <class Use>
+auto Decoding(const RawImage& image, const Levels& levels, Use use) {
+    const auto of_bytes = [&]<std::size_t kRed>(std::integral_constant<std::size_t, kRed>) {
+        constexpr std::size_t kBlue = 2 - kRed;
+        if (image.is_srgb) {
+            return use([&levels](const std::uint8_t* pixel) {
+                return Light{levels.LinearOf(pixel[kRed]), levels.LinearOf(pixel[1]), levels.LinearOf(pixel[kBlue]),
+                             ShareOf(pixel[3])};
+            });
+        }
+        return use([](const std::uint8_t* pixel) {
+            return Light{ShareOf(pixel[kRed]), ShareOf(pixel[1]), ShareOf(pixel[kBlue]), ShareOf(pixel[3])};
+        });
+    };
+    switch (image.kind) {
+        case PixelKind::kRgba8:
+            return of_bytes(std::integral_constant<std::size_t, 0>());
+        case PixelKind::kBgra8:
+            return of_bytes(std::integral_constant<std::size_t, 2>());
+        default:
+            return use([](const std::uint8_t* pixel) {
+                std::uint16_t halves[4];
+                std::memcpy(halves, pixel, sizeof(halves));
+                return Light{FloatOf(halves[0]), FloatOf(halves[1]), FloatOf(halves[2]), FloatOf(halves[3])};
+            });
     }
-    const bool is_swapped = image.kind == PixelKind::kBgra8;
-    const float alpha = static_cast<float>(pixel[3]) / 255.0f;
-    const std::uint8_t red = pixel[is_swapped ? 2 : 0];
-    const std::uint8_t blue = pixel[is_swapped ? 0 : 2];
-    if (image.is_srgb) return {LinearOf(red), LinearOf(pixel[1]), LinearOf(blue), alpha};
-    const auto share = [](std::uint8_t number) { return static_cast<float>(number) / 255.0f; };
-    return {share(red), share(pixel[1]), share(blue), alpha};
 }
 
 }  // namespace
 
-float LinearOf(std::uint8_t level) {
-    static const Levels& levels = TheLevels();
-    return levels.linear[level];
+Levels::Levels() {
+    for (std::size_t i = 0; i < linear_.size(); ++i) {
+        const double shown = static_cast<double>(i) / 255.0;
+        linear_[i] = static_cast<float>(shown <= 0.04045 ? shown / 12.92 : std::pow((shown + 0.055) / 1.055, 2.4));
+    }
+    for (std::size_t i = 0; i < level_.size(); ++i) {
+        // In the middle of the step.
+        const double light = std::min((static_cast<double>(i) + 0.5) / (kSteps - 1), 1.0);
+        const double shown = light <= 0.0031308 ? 12.92 * light : 1.055 * std::pow(light, 1 / 2.4) - 0.055;
+        level_[i] = static_cast<std::uint8_t>(std::lround(255.0 * shown));
+    }
 }
 
-std::uint8_t LevelOf(float light) {
-    static const Levels& levels = TheLevels();
-    // What is no number comes out as black.
-    const float within = light > 0.0f ? std::min(light, 1.0f) : 0.0f;
-    return levels.level[static_cast<std::size_t>(within * (kSteps - 1))];
+const Levels& Levels::Shared() {
+    static const Levels levels;
+    return levels;
 }
 
 Texture::Texture(const RawImage& image, const XrRect2Di& rect, bool has_alpha, bool is_premultiplied)
@@ -82,18 +81,36 @@ Texture::Texture(const RawImage& image, const XrRect2Di& rect, bool has_alpha, b
       has_alpha_(has_alpha),
       is_premultiplied_(is_premultiplied) {}
 
-Light Texture::At(std::int32_t x, std::int32_t y) const {
+const std::uint8_t* Texture::PixelAt(std::int32_t x, std::int32_t y) const {
     const auto column = static_cast<std::size_t>(left_) + static_cast<std::size_t>(x);
     const auto row = static_cast<std::size_t>(top_) + static_cast<std::size_t>(y);
     const std::size_t stored_row = image_.bottom_up ? image_.height - 1 - row : row;
-    const std::size_t place = stored_row * image_.width + column;
-    Light light = Decoded(image_, image_.bytes.data() + place * BytesOfPixel(image_.kind));
+    return image_.bytes.data() + (stored_row * image_.width + column) * BytesOfPixel(image_.kind);
+}
+
+Light Texture::Blended(Light light) const {
     if (!has_alpha_) {
         light.alpha = 1.0f;
     } else if (!is_premultiplied_) {
         light = {light.red * light.alpha, light.green * light.alpha, light.blue * light.alpha, light.alpha};
     }
     return light;
+}
+
+Light Texture::At(std::int32_t x, std::int32_t y) const {
+    const std::uint8_t* const pixel = PixelAt(x, y);
+    return Blended(Decoding(image_, levels_, [&](auto decode) { return decode(pixel); }));
+}
+
+void Texture::PutRowOver(std::int32_t y, std::span<Light> row) const {
+    const std::uint8_t* pixel = PixelAt(0, y);
+    const std::size_t step = BytesOfPixel(image_.kind);
+    Decoding(image_, levels_, [&](auto decode) {
+        for (Light& light : row) {
+            light = Over(Blended(decode(pixel)), light);
+            pixel += step;
+        }
+    });
 }
 
 Light Texture::Between(float x, float y) const {
