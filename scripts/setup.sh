@@ -105,9 +105,10 @@ need_rendering_drivers() {
   (need_packages "${packages[@]}") || say "no ${packages[*]}: tests that render may be skipped"
 }
 
-# The clients from npm. Where they can't be had the tests with them are skipped; CI insists where it has Node.js.
+# need_interop_clients [DIRECTORY]: the clients from npm. Where they can't be had the tests with them are skipped; CI
+# insists where it has Node.js.
 need_interop_clients() {
-  local directory=tests/interop
+  local directory=${1:-tests/interop}
   if ! command -v node >/dev/null && command -v apt-cache >/dev/null; then
     local offered
     offered=$(apt-cache policy nodejs 2>/dev/null | awk '$1 == "Candidate:" { print int($2) }')

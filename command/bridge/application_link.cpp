@@ -53,6 +53,10 @@ application_link::application_link(application who, const surroundings& around, 
         }
         changed_();
     };
+    events.notified = [this](const json& message) {
+        // The layer of today does not say it. One that does is asked at once.
+        if (message.value("method", json()) == "notifications/tools/list_changed") ask_for_tools();
+    };
     client_ = std::make_unique<mcp::client_link>(std::move(config), std::move(events));
 }
 
@@ -71,6 +75,10 @@ void application_link::look_at_tools(std::chrono::steady_clock::time_point now) 
         looks_ = std::min<int>(looks_ + 1, kLooks.size() - 1);
         next_look_ = now + kLooks.at(static_cast<std::size_t>(looks_));
     }
+    ask_for_tools();
+}
+
+void application_link::ask_for_tools() {
     const mcp::call_limits limits{.send = milliseconds(2000), .answer = milliseconds(10000)};
     client_->call("tools/list", json::object(), limits, [this](mcp::call_result&& end) {
         if (end.how != mcp::call_end::answered) return;

@@ -41,6 +41,7 @@ class application_link {
     bool offers(const std::string& own_tool) const;
 
  private:
+    void ask_for_tools();
     void take_tools(const std::vector<json>& tools);
 
     const application who_;

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs one of the interop tests; ends with 77, which stands for "skipped", where it can't be run.
 #
-#   run_interop.sh interop|browser|bridge SERVER_PROGRAM [VELMOOR]      with CLIENTS_WANTED set, that is a failure
+#   run_interop.sh interop|browser|bridge|conformance SERVER_PROGRAM [VELMOOR]      with CLIENTS_WANTED set, that is a failure
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 
@@ -20,6 +20,12 @@ case $1 in
   browser)
     CHROMIUM=$(command -v chromium || command -v chromium-browser) || skip "no Chromium; './run test clients' brings it"
     export CHROMIUM
+    ;;
+  conformance)
+    # Its suites need a newer Node.js than Debian has, which npm brings with them.
+    cd conformance
+    [ -x node_modules/.bin/node ] || skip "the conformance suite is not there; './run test clients' brings it"
+    PATH=$PWD/node_modules/.bin:$PATH
     ;;
 esac
 
