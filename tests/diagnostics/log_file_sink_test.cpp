@@ -198,22 +198,11 @@ TEST(LogRoot, ComesFromTheStateHomeThenTheHomeThenTmp) {
 TEST(CreateDirectories, TakesBothSeparatorsAndFailsOnlyWhereThePathIsNotThere) {
     const ScratchDirectory scratch;
     std::ofstream(scratch.path() + "/file") << "not a directory";
-    const struct {
-        std::string path;
-        bool made;
-    } rows[] = {
-        {"/a", true},
-        {"/a", true},
-        {"/b//c/", true},
-        {"/d\\e", true},
-        {"/file", true},
-        {"/file/g", false},
-        {"/" + std::string(300, 'x'), false},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.path);
-        EXPECT_EQ(CreateDirectories(scratch.path() + row.path), row.made);
+    for (const char* path : {"/a", "/a", "/b//c/", "/d\\e", "/file"}) {
+        EXPECT_TRUE(CreateDirectories(scratch.path() + path)) << path;
     }
+    EXPECT_FALSE(CreateDirectories(scratch.path() + "/file/g"));
+    EXPECT_FALSE(CreateDirectories(scratch.path() + "/" + std::string(300, 'x')));
     EXPECT_FALSE(CreateDirectories(""));
     for (const char* directory : {"/a", "/b/c", "/d", "/d\\e"}) {
         EXPECT_TRUE(std::filesystem::is_directory(scratch.path() + directory)) << directory;

@@ -36,15 +36,5 @@ TEST(InstanceExtensions, WantedOnesAreAddedBehindTheApplicationsWhereTheRuntimeH
               "XR_KEST_pronto_controller_plus");
 }
 
-TEST(InstanceExtensions, TheLayersOwnIsTakenOut) {
-    LogCapture log;
-    const ExtensionNames names = {"XR_A", "XR_KESTX1_orvanic_external_tool", nullptr,
-                                  "XR_KESTX1_orvanic_external_tool_2"};
-    EXPECT_EQ(Joined(WithoutOwnExtension(names)), "XR_A null XR_KESTX1_orvanic_external_tool_2");
-    EXPECT_THAT(log.take(), ElementsAre("INFO Application enabled XR_KESTX1_orvanic_external_tool"));
-    EXPECT_EQ(Joined(WithoutOwnExtension({})), "");
-    EXPECT_THAT(log.take(), ElementsAre());
-}
-
 }  // namespace
 }  // namespace orvanic_xr

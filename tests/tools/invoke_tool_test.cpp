@@ -9,8 +9,6 @@
 #include "tests/fakes/log_capture.h"
 #include "tools/tool_registry.h"
 
-extern "C" std::int32_t invoke_tool_from_c(PFN_OrvanicXR_InvokeTool invoke, char* result, std::uint32_t capacity);
-
 namespace orvanic_xr {
 namespace {
 
@@ -119,12 +117,6 @@ TEST_F(InvokeTool, WritesIntoBuffersThatFit) {
         EXPECT_EQ(result_count, row.result_count);
         EXPECT_EQ(error_count, row.error_count);
     }
-}
-
-TEST_F(InvokeTool, CanBeCalledFromC) {
-    char result[64];
-    EXPECT_EQ(invoke_tool_from_c(&OrvanicXR_InvokeTool, result, sizeof result), 0);
-    EXPECT_STREQ(result, R"({"from":"C"})");
 }
 
 }  // namespace

@@ -1,6 +1,5 @@
 // openxr_convert_pose_between_spaces over a scripted runtime.
 #include <string>
-#include <vector>
 
 #include "tests/tools/session_fixture.h"
 #include "tools/convert/convert_tools.h"
@@ -50,12 +49,6 @@ TEST_F(ConvertPoseBetweenSpaces, GivesTheRawTransformByDefault) {
 }
 
 TEST_F(ConvertPoseBetweenSpaces, RefusesInTheOrderOfItsChecks) {
-    // What the tool answers behind "Error: ", and with which line the log ends.
-    const auto refusal = [this](const std::string& arguments) {
-        const std::string answer = Convert(arguments);
-        return std::vector<std::string>{answer.substr(7), log_.take().back()};
-    };
-    const std::string name = "openxr_convert_pose_between_spaces: ";
     const std::string options = ". Valid options: 'local', 'stage', 'local_floor', 'view'.";
     // In each more than one thing is wrong.
     const std::string no_source = R"({"source_space":"Local","target_space":"here","position":["x",0,0]})";
@@ -63,32 +56,25 @@ TEST_F(ConvertPoseBetweenSpaces, RefusesInTheOrderOfItsChecks) {
     const std::string no_number = R"({"source_space":"view","position":["x",0,0]})";
 
     ContextManager::instance().removeSessionContext(session_);
-    EXPECT_THAT(refusal(no_source), ElementsAre("SessionContext is not valid.",  //
-                                                "ERROR " + name + "SessionContext is not valid"));
+    EXPECT_EQ(Convert(no_source), "Error: SessionContext is not valid.");
     BeginSession();
-    EXPECT_THAT(refusal(no_source), ElementsAre("Invalid or unavailable source_space 'Local'" + options,
-                                                "ERROR " + name + "Invalid or unavailable source_space: Local"));
-    BeginSession();
-    EXPECT_THAT(refusal(no_target), ElementsAre("Invalid or unavailable target_space 'here'" + options,
-                                                "ERROR " + name + "Invalid or unavailable target_space: here"));
+    EXPECT_EQ(Convert(no_source), "Error: Invalid or unavailable source_space 'Local'" + options);
+    EXPECT_EQ(log_.take().back(),
+              "ERROR openxr_convert_pose_between_spaces: Invalid or unavailable source_space: Local");
+    EXPECT_EQ(Convert(no_target), "Error: Invalid or unavailable target_space 'here'" + options);
     context_->ConsumeFrameTime();
-    EXPECT_THAT(refusal(no_number), ElementsAre("No frame timing data available. No frames have been rendered yet.",
-                                                "WARNING " + name + "No frame timing data available"));
+    EXPECT_EQ(Convert(no_number), "Error: No frame timing data available. No frames have been rendered yet.");
     EXPECT_THAT(runtime_.take_calls(), IsEmpty());
 
     context_->RecordFrameTime(77);
     runtime_.answer_once("xrLocateSpace", XR_ERROR_TIME_INVALID);
-    EXPECT_THAT(refusal(no_number), ElementsAre("xrLocateSpace failed (error code: XR_ERROR_TIME_INVALID).",
-                                                "ERROR " + name +
-                                                    "xrLocateSpace failed with result: "
-                                                    "XR_ERROR_TIME_INVALID"));
+    EXPECT_EQ(Convert(no_number), "Error: xrLocateSpace failed (error code: XR_ERROR_TIME_INVALID).");
     for (const XrSpaceLocationFlags flags :
          {XR_SPACE_LOCATION_POSITION_VALID_BIT, XR_SPACE_LOCATION_ORIENTATION_VALID_BIT}) {
-        runtime_.place("VIEW#3", {{0, 0, 0, 1}, {0, 0, 0}}, flags);
-        EXPECT_THAT(refusal(no_number),
-                    ElementsAre("The runtime could not determine a valid transform between 'view' and 'stage' at the "
-                                "current time. One or both spaces may not be locatable.",
-                                "WARNING " + name + "Space location does not have valid position and orientation"));
+        runtime_.place("VIEW#2", {{0, 0, 0, 1}, {0, 0, 0}}, flags);
+        EXPECT_EQ(Convert(no_number),
+                  "Error: The runtime could not determine a valid transform between 'view' and 'stage' at the current "
+                  "time. One or both spaces may not be locatable.");
     }
     EXPECT_THROW(Convert(R"({"position":["x",0,0]})"), mcp::json::type_error);
 }
