@@ -15,8 +15,10 @@ inline std::vector<std::uint8_t> Base64Decoded(const std::string& text) {
     std::vector<std::uint8_t> bytes;
     std::uint32_t bits = 0;
     int count = 0;
+    EXPECT_EQ(text.size() % 4, 0u);
     for (const char character : text) {
         if (character == '=') break;
+        EXPECT_NE(alphabet.find(character), std::string::npos) << character;
         bits = bits << 6 | static_cast<std::uint32_t>(alphabet.find(character));
         count += 6;
         if (count >= 8) bytes.push_back(static_cast<std::uint8_t>(bits >> (count -= 8)));

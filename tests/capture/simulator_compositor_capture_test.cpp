@@ -154,7 +154,7 @@ TEST_F(CaptureManager, ShutdownUnderARunningCaptureLeavesItsBackendToIt) {
     manager_.initialize();
     std::weak_ptr<ScreenCaptureBackend> watched = manager_.backend();
     manager_.backend()->start(Session());
-    Gate gate = runtime_.block(kCapture);
+    Gate gate = runtime_.block_call(kCapture, 1);
     bool captured = false;
     std::vector<std::uint8_t> pixels;
     std::thread tool([&] {

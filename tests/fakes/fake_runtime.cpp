@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <cstring>
 #include <stdexcept>
 
@@ -16,37 +15,12 @@ constexpr auto kGateLimit = std::chrono::seconds(10);
 
 }  // namespace
 
-struct Gate::State {
-    std::mutex mutex;
-    std::condition_variable changed;
-    bool entered = false;
-    bool open = false;
-};
-
-Gate::Gate() : state_(std::make_shared<State>()) {}
-
-Gate::~Gate() {
-    open();
-}
-
 bool Gate::wait_for_caller() {
-    std::unique_lock lock(state_->mutex);
-    return state_->changed.wait_for(lock, kGateLimit, [&] { return state_->entered; });
+    return state_->entered.get_future().wait_for(kGateLimit) == std::future_status::ready;
 }
 
 void Gate::open() {
-    std::lock_guard lock(state_->mutex);
-    state_->open = true;
-    state_->changed.notify_all();
-}
-
-std::function<void()> Gate::passage() const {
-    return [shared = state_] {
-        std::unique_lock lock(shared->mutex);
-        shared->entered = true;
-        shared->changed.notify_all();
-        shared->changed.wait_for(lock, kGateLimit, [&] { return shared->open; });
-    };
+    if (!std::exchange(is_open_, true)) state_->open.set_value();
 }
 
 FakeRuntime::FakeRuntime(Installed installed)
@@ -110,7 +84,11 @@ void FakeRuntime::offer(const std::string& name) {
 }
 
 void FakeRuntime::offer_spatial_entities() {
-    for (const std::string& name : kSpatialEntityFunctions) offer(name);
+    {
+        std::lock_guard lock(state_->mutex);
+        state_->set_spatial_entities_lacking(false);
+    }
+    if (DispatchHolder::instance().has_table()) install();
 }
 
 void FakeRuntime::set_lacking(const std::string& name, bool lacking) {
@@ -118,15 +96,14 @@ void FakeRuntime::set_lacking(const std::string& name, bool lacking) {
     if (DispatchHolder::instance().has_table()) install();
 }
 
-Gate FakeRuntime::block(const std::string& name) {
-    Gate gate;
-    state_->tell(name, [&](Script& script) { script.always.pass_gate = gate.passage(); });
-    return gate;
-}
-
 Gate FakeRuntime::block_call(const std::string& name, int nth) {
     Gate gate;
-    state_->tell(name, [&](Script& script) { script.nth_from_now(nth).pass_gate = gate.passage(); });
+    state_->tell(name, [&](Script& script) {
+        script.nth_from_now(nth).pass_gate = [shared = gate.state_] {
+            shared->entered.set_value();
+            shared->open.get_future().wait_for(kGateLimit);
+        };
+    });
     return gate;
 }
 

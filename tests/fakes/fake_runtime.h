@@ -22,6 +22,7 @@
 #include <any>
 #include <cstdint>
 #include <functional>
+#include <future>
 #include <memory>
 #include <string>
 #include <utility>
@@ -29,20 +30,25 @@
 
 namespace orvanic_xr {
 
-// Holds the calls of one function back until it is opened, at most ten seconds each.
+// Holds one call of a function back until it is opened, at most ten seconds.
 class Gate {
  public:
-    Gate();
-    ~Gate();  // opens
-    // True when a call is (or was) held; false after ten seconds without one.
+    Gate() = default;
+    Gate(Gate&&) = default;
+    ~Gate() {
+        if (state_) open();
+    }
+    // True when the call is (or was) held; false after ten seconds without it. Once.
     bool wait_for_caller();
     void open();
 
  private:
     friend class FakeRuntime;
-    std::function<void()> passage() const;  // what a held call does
-    struct State;
-    std::shared_ptr<State> state_;
+    struct State {
+        std::promise<void> entered, open;
+    };
+    std::shared_ptr<State> state_ = std::make_shared<State>();
+    bool is_open_ = false;
 };
 
 class FakeRuntime {
@@ -77,8 +83,7 @@ class FakeRuntime {
     void offer(const std::string& name);
     // At first the fake lacks the spatial entity functions, as a runtime without the extension does.
     void offer_spatial_entities();
-    // Holds every call of the function, or the `nth` from now.
-    Gate block(const std::string& name);
+    // Holds the `nth` call of the function from now.
     Gate block_call(const std::string& name, int nth);
     // Runs `body` in place of the usual answer. Its signature is exactly the OpenXR function's; std::logic_error
     // otherwise. It runs with nothing locked and may use the fake.

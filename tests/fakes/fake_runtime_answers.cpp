@@ -28,18 +28,6 @@ enum class Function {
 #undef ROW
 };
 
-const std::vector<std::string> kSpatialEntityFunctions = {
-    "xrEnumerateSpaceSupportedComponentsKS",
-    "xrSetSpaceComponentStatusKS",
-    "xrGetSpaceComponentStatusKS",
-    "xrQuerySpacesKS",
-    "xrRetrieveSpaceQueryResultsKS",
-    "xrGetSpaceBoundingBox2DKS",
-    "xrGetSpaceBoundingBox3DKS",
-    "xrGetSpaceSemanticLabelsKS",
-    "xrGetSpaceContainerKS",
-};
-
 std::atomic<FakeRuntime::State*> the_fake_state = nullptr;
 
 constexpr XrTime kFirstDisplayTime = 1'000'000'000;
@@ -159,7 +147,7 @@ void FakeRuntime::State::add_usual_answers() {
 #define ROW(Name, Type) add<Function::Name, Type>("xr" #Name, success);
     VELMOOR_FAKE_EXTRAS(ROW)
 #undef ROW
-    for (const std::string& name : kSpatialEntityFunctions) scripts[name].lacking = true;
+    set_spatial_entities_lacking(true);
     scripts[kLookUp].entry = reinterpret_cast<PFN_xrVoidFunction>(FakeGetInstanceProcAddr);
 
 #define USUALLY(Name, ...) add<Function::Name, PFN_xr##Name>("xr" #Name, __VA_ARGS__)

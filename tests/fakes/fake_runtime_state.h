@@ -27,9 +27,6 @@ enum class Function;
 // Always the newest fake: its functions are plain pointers that know no object.
 extern std::atomic<FakeRuntime::State*> the_fake_state;
 
-// Functions of an extension that is not there at first.
-extern const std::vector<std::string> kSpatialEntityFunctions;
-
 XRAPI_ATTR XrResult XRAPI_CALL FakeGetInstanceProcAddr(XrInstance instance, const char* name,
                                                        PFN_xrVoidFunction* function);
 
@@ -85,6 +82,13 @@ struct FakeRuntime::State {
         const auto found = scripts.find(name);
         if (found == scripts.end()) throw std::logic_error("FakeRuntime knows no " + name);
         return found->second;
+    }
+
+    // Spatial entity functions, which are not there at first.
+    void set_spatial_entities_lacking(bool lacking) {
+        for (auto& [name, entry] : scripts) {
+            if (name.ends_with("KS")) entry.lacking = lacking;
+        }
     }
 
     template <typename Handle>

@@ -74,14 +74,6 @@ TEST_F(BindingHooks, SuggestionIsWidenedByTheLayersBindings) {
                             "INFO OrvanicLayerXrSuggestInteractionProfileBindings succeeded"));
 }
 
-TEST_F(BindingHooks, SuggestionPassesAsItCameWithoutASession) {
-    const XrAction fire = MakeAction("fire");
-    EXPECT_EQ(Suggest(kSimple, {{fire, "/user/hand/left/input/select/click"}}), XR_SUCCESS);
-    EXPECT_THAT(SuggestCalls(), ElementsAre(SuggestCall(kSimple, "fire /user/hand/left/input/select/click")));
-    EXPECT_THAT(log_.messages("WARNING"),
-                ElementsAre("No valid session found, calling next without appending bindings"));
-}
-
 TEST_F(BindingHooks, SuggestionNeverHoldsAnActionThatCouldNotBeMade) {
     runtime_.answer_call("xrCreateAction", 2, XR_ERROR_LIMIT_REACHED);  // the right grip's
     const XrSession session = OpenSession();
