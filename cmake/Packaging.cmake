@@ -11,4 +11,6 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION devel)
 # What its programs and libraries need, the loader among it, as their own dynamic sections tell.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+# What its Python package is for.
+set(CPACK_DEBIAN_PACKAGE_SUGGESTS python3-pytest)
 include(CPack)

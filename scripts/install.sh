@@ -52,7 +52,8 @@ remove_installed() {
   [ -w "$directory" ] || with=(as_root)
   "${with[@]}" rm -f "$1"
   echo "removed $1"
-  while [[ $directory == */velmoor || $directory == */openxr || $directory == */openxr/1* ]]; do
+  while [[ $directory == */velmoor || $directory == */openxr || $directory == */openxr/1* ||
+    $directory == */velmoor-*.dist-info ]]; do
     "${with[@]}" rmdir "$directory" 2>/dev/null || break
     directory=$(dirname "$directory")
   done

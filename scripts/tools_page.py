@@ -9,14 +9,12 @@ The session is asked to end by the last call.
 """
 
 import json
-import pathlib
 import re
 import struct
 import subprocess
 import sys
 import time
 
-sys.path.insert(0, str(pathlib.Path(__file__).parent.parent / "examples" / "ci"))
 from mcp_client import McpClient
 
 LIMIT_SECONDS = 20

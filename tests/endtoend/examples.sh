@@ -1,6 +1,5 @@
 #!/usr/bin/env bash
-# What readers watch, believe or copy: the demo's view, the tools' page against the running server, and the example of
-# a CI test.
+# What readers watch or believe: the demo's view, and the tools' page against the running server.
 #
 #   examples.sh CASE BUILD_DIRECTORY      CASE is the name of a function below
 #
@@ -75,35 +74,6 @@ tools_page() {
   python3 scripts/tools_page.py "$build/bin/velmoor" >"$scratch/tools.md" 2>"$scratch/page.txt" || fail "the page can't be made"
   wait "$pid" || fail "the application ended with $?"
   diff -u docs/tools.md "$scratch/tools.md" || fail "docs/tools.md is not what the server tells: './run docs' mends it"
-}
-
-# test_application EXPECTED_CODE APPLICATION: what the example prints goes to test.txt.
-test_application() {
-  local code=0
-  APPLICATION=$2 ARTEFACTS=$scratch/artefacts python3 examples/ci/test_application.py >"$scratch/test.txt" 2>&1 || code=$?
-  [ "$code" = "$1" ] || fail "the example ended with $code"
-  port_is_free || fail "the application still runs"
-}
-
-says() { grep -q "$1" "$scratch/test.txt" || fail "the example does not say: $1"; }
-
-ci_example() {
-  test_application 0 "$build/bin/velmoor_demo"
-  grep -q Goodbye "$scratch/artefacts/application.txt" || fail "the application was cut short"
-  [ -s "$scratch/artefacts/ahead.png" ] || fail "there is no picture"
-}
-
-# A room that holds nothing, and an application that does not come up.
-ci_example_finds_faults() {
-  VELMOOR_SIM_SCENE=none test_application 1 "$build/bin/velmoor_demo"
-  says "'TABLE' not found in \[\]"
-  says "FAILED (failures=1)"
-  says "the end of .*application.txt"
-  says "^Goodbye"
-
-  test_application 1 "$build/bin/velmoor_demo --unknown"
-  says "the application ended with 2 before its server answers"
-  says "usage: velmoor_demo"
 }
 
 [ "$1" = watched_tour ] || command -v python3 >/dev/null || { echo "skipped: there is no python3"; exit 77; }

@@ -125,6 +125,7 @@ deb() {
   for file in include/velmoor/external_tool.h lib/cmake/velmoor/velmoor-config.cmake lib/pkgconfig/velmoor.pc \
     share/man/man1/velmoor-doctor.1 bin/velmoor share/man/man1/velmoor.1 \
     share/bash-completion/completions/velmoor share/zsh/site-functions/_velmoor share/doc/velmoor/copyright \
+    lib/python3/dist-packages/velmoor/pytest_plugin.py lib/python3/dist-packages/velmoor-1.0.0.dist-info/entry_points.txt \
     share/openxr/1/api_layers/explicit.d/XrApiLayer_KESTX_velmoor.json; do
     [ -f "$prefix/$file" ] || flunk "the package lacks $file"
   done

@@ -11,8 +11,12 @@ done
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 unset XR_RUNTIME_JSON XR_API_LAYER_PATH
-export PYTHONPATH=$PWD/python/velmoor PYTHONDONTWRITEBYTECODE=1 VELMOOR_SIM_EYE_SIZE=256x256
+export PYTHONDONTWRITEBYTECODE=1 VELMOOR_SIM_EYE_SIZE=256x256
+# As pip would pack and install it.
+(cd python/velmoor && "$python" -c 'import sys, wheel_backend; wheel_backend.build_wheel(sys.argv[1])' "$scratch")
+"$python" -m zipfile -e "$scratch"/velmoor-*.whl "$scratch/lib"
+export PYTHONPATH=$scratch/lib
 export VELMOOR=$2/bin/velmoor DEMO=$2/bin/velmoor_demo
 [ "$1" = example ] && tests=examples/ci || tests=tests/python
-"$python" -m pytest -p velmoor.pytest_plugin -p pytester -p no:cacheprovider --basetemp "$scratch/tmp" --rootdir "$scratch" \
+"$python" -m pytest -p pytester -p no:cacheprovider --basetemp "$scratch/tmp" --rootdir "$scratch" \
   --xr-app "$DEMO" "$tests"

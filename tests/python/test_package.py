@@ -64,7 +64,7 @@ def test_all_filters_of_png_files_are_undone():
 
 
 def run(pytester, *options, app=os.environ["DEMO"]):
-    return pytester.runpytest_subprocess("-p", "velmoor.pytest_plugin", f"--xr-app={app}", *options)
+    return pytester.runpytest_subprocess(f"--xr-app={app}", *options)
 
 
 def test_failures_show_what_was_there_and_lacks_are_errors(pytester):

@@ -10,4 +10,3 @@ from .client import ApplicationEnded, Client, SetUpError, ToolError
 from .picture import Mask, Picture, PictureMismatch
 
 __all__ = ["Application", "ApplicationEnded", "Client", "Mask", "Picture", "PictureMismatch", "SetUpError", "ToolError"]
-__version__ = "1.0.0"

@@ -45,7 +45,7 @@ class Client:
         # Reading has no bound of its own.
         self._reader = threading.Thread(target=self._read, daemon=True)
         self._reader.start()
-        client_info = {"name": "velmoor-python", "version": "1.0.0"}
+        client_info = {"name": "velmoor-python", "version": "1"}
         try:
             self.request(
                 "initialize", {"protocolVersion": PROTOCOL_VERSION, "capabilities": {}, "clientInfo": client_info}

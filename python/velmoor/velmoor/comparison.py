@@ -62,7 +62,6 @@ def share_of_one_colour(rows: Rows, looked_at: int) -> float:
     return max(colours.values()) / max(looked_at, 1)
 
 
-@functools.lru_cache(maxsize=1 << 16)
 def _yiq(pixel: int) -> tuple[float, float, float]:
     # The first byte in memory is the lowest: the machines that this runs on are little-endian.
     red, green, blue = pixel & 255, pixel >> 8 & 255, pixel >> 16 & 255
@@ -71,6 +70,11 @@ def _yiq(pixel: int) -> tuple[float, float, float]:
         0.59597799 * red - 0.27417610 * green - 0.32180189 * blue,
         0.21147017 * red - 0.52261711 * green + 0.31114694 * blue,
     )
+
+
+@functools.lru_cache(maxsize=1 << 16)
+def _brightness(pixel: int) -> float:
+    return _yiq(pixel)[0]
 
 
 def distance(one: int, other: int) -> float:
@@ -103,32 +107,30 @@ def compare(one: Rows, other: Rows, looked_at: int, threshold: float) -> Differe
 
 
 def _around(rows: Rows, x: int, y: int) -> list[tuple[int, int]]:
-    width, height = len(rows[0]), len(rows)
-    return [
-        (nx, ny)
-        for ny in range(max(y - 1, 0), min(y + 2, height))
-        for nx in range(max(x - 1, 0), min(x + 2, width))
-        if nx != x or ny != y
-    ]
+    columns = range(max(x - 1, 0), min(x + 2, len(rows[0])))
+    lines = range(max(y - 1, 0), min(y + 2, len(rows)))
+    return [(nx, ny) for ny in lines for nx in columns if nx != x or ny != y]
 
 
 def _has_flat_surroundings(rows: Rows, x: int, y: int) -> bool:
     """Whether the pixel has more than two neighbours of its own colour."""
-    around = _around(rows, x, y)
-    same = sum(rows[ny][nx] == rows[y][x] for nx, ny in around)
+    own, around = rows[y][x], _around(rows, x, y)
+    same = [rows[ny][nx] for nx, ny in around].count(own)
     return same + (len(around) < 8) > 2
 
 
 def is_smoothed(rows: Rows, other: Rows, x: int, y: int) -> bool:
     """Whether a pixel lies between a darker and a brighter neighbour, one of which belongs to a surface in both."""
-    if _has_flat_surroundings(rows, x, y):
+    own, around = rows[y][x], _around(rows, x, y)
+    colours = [rows[ny][nx] for nx, ny in around]
+    if colours.count(own) + (len(around) < 8) > 2:
         return False
-    own = _yiq(rows[y][x])[0]
-    steps = [(_yiq(rows[ny][nx])[0] - own, nx, ny) for nx, ny in _around(rows, x, y)]
-    darkest, brightest = min(steps), max(steps)
-    if darkest[0] >= 0 or brightest[0] <= 0:
+    own_brightness = _brightness(own)
+    brightness = [_brightness(colour) for colour in colours]
+    darkest, brightest = min(brightness), max(brightness)
+    if darkest >= own_brightness or brightest <= own_brightness:
         return False
     return any(
         _has_flat_surroundings(rows, nx, ny) and _has_flat_surroundings(other, nx, ny)
-        for _, nx, ny in (darkest, brightest)
+        for nx, ny in (around[brightness.index(darkest)], around[brightness.index(brightest)])
     )
