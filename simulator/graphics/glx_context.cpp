@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <cstdio>
+#include <mutex>
 #include <type_traits>
 
 #include "simulator/graphics/gl_context.h"
@@ -100,11 +101,13 @@ class RefusalsOfX {
         return ++count_;
     }
 
-    // One at a time: sessions are created under the runtime's mutex.
+    // The handler is the whole process's: one at a time.
+    inline static std::mutex mutex_;
     inline static std::atomic<Display*> watched_ = nullptr;
     inline static std::atomic<int> count_ = 0;
     inline static std::atomic<XErrorHandler> next_ = nullptr;
 
+    const std::lock_guard<std::mutex> alone_{mutex_};
     const GlxFunctions& glx_;
     Display* const display_;
 };

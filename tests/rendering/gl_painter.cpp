@@ -226,6 +226,7 @@ class GlxPainter : public GlPainter {
     ~GlxPainter() override {
         if (!display_) return;
         glXMakeContextCurrent(display_, None, None, nullptr);
+        if (surface_) glXDestroyPbuffer(display_, surface_);
         if (context_) glXDestroyContext(display_, context_);
         XCloseDisplay(display_);
     }
