@@ -11,6 +11,7 @@ namespace simulator {
 namespace {
 
 constexpr std::chrono::milliseconds kLongestWait(1000);
+constexpr std::chrono::milliseconds kStepOfWait(50);
 // An application that takes longer than this for a frame gives the one that it has.
 constexpr std::chrono::milliseconds kPatience(250);
 
@@ -57,7 +58,10 @@ std::shared_ptr<const SubmittedFrame> FrameRequests::Await(std::unique_lock<std:
     request->calls = calls;
     request->made = std::chrono::steady_clock::now();
     pending_.push_back(request);
-    request->settled.wait_for(lock, kLongestWait, [&] { return request->IsSettled(); });
+    // In steps, so that a process that is stopped, as by a debugger, has the rest of the time when it goes on.
+    for (auto waited = kStepOfWait; waited <= kLongestWait; waited += kStepOfWait) {
+        if (request->settled.wait_for(lock, kStepOfWait, [&] { return request->IsSettled(); })) break;
+    }
     std::erase(pending_, request);
     if (XR_FAILED(request->failure)) Refuse(request->failure);
     if (request->frame) return request->frame;
