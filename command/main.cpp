@@ -18,6 +18,8 @@
 #include "command/bridge/tool_list.h"
 #include "command/http_transport.h"
 #include "command/launch/keeper.h"
+#include "command/recording/recorder.h"
+#include "command/recording/recording.h"
 #include "command/shell_commands.h"
 #include "command/stdio_transport.h"
 #include "command/xr/xr_tools.h"
@@ -30,6 +32,9 @@ using velmoor::json;
 struct options {
     double wait_seconds = 10;
     std::string pictures;
+    std::string record;
+    std::size_t record_limit = 1024;  // MiB
+    std::string recording;
     bool as_json = false;
     velmoor::call_request call;
     bool no_simulator = false;
@@ -59,6 +64,26 @@ velmoor::launch_options launch_options_of(const options& given) {
     return {.simulator = !given.no_simulator, .own_network = !given.shared_network};
 }
 
+// What a recording tells of its circumstances: no arguments and no other variables, which may hold secrets.
+velmoor::json recording_header(const options& given) {
+    velmoor::json header{{"velmoor", VELMOOR_VERSION}, {"simulator", !given.no_simulator}};
+    if (!given.application.empty()) {
+        header["application"] = given.application[0].substr(given.application[0].rfind('/') + 1);
+    }
+    for (const auto& [name, value] : velmoor::current_environment()) {
+        if (name.starts_with("VELMOOR_SIM_")) header["environment"][name] = value;
+    }
+    return header;
+}
+
+std::shared_ptr<velmoor::recorder> recorder_for(const options& given, velmoor::bridge_settings& settings) {
+    if (given.record.empty()) return nullptr;
+    auto made = std::make_shared<velmoor::recorder>(velmoor::recorder_settings{
+        .directory = given.record, .limit = given.record_limit << 20, .header = recording_header(given)});
+    settings.watch = [made](velmoor::tool_call call) { return made->watched(std::move(call)); };
+    return made;
+}
+
 // Likewise, with the tools for the application that was given, if one was.
 velmoor::bridge_settings settings_for(const options& given,
                                       std::unique_ptr<velmoor::started_application>& application) {
@@ -73,7 +98,10 @@ velmoor::bridge_settings settings_for(const options& given,
 
 int serve_client(const options& given) {
     std::unique_ptr<velmoor::started_application> application;
-    velmoor::bridge bridge(settings_for(given, application));
+    velmoor::bridge_settings settings = settings_for(given, application);
+    const auto recorder = recorder_for(given, settings);
+    velmoor::bridge bridge(std::move(settings));
+    if (recorder) recorder->ask(bridge);
     velmoor::serve_stdio(bridge, {{"name", "velmoor"}, {"version", VELMOOR_VERSION}}, STDIN_FILENO, STDOUT_FILENO);
     return velmoor::kWell;
 }
@@ -92,7 +120,10 @@ int serve_many(const options& given) {
     sigprocmask(SIG_BLOCK, &ends, nullptr);
 
     std::unique_ptr<velmoor::started_application> application;
-    velmoor::bridge bridge(settings_for(given, application));
+    velmoor::bridge_settings settings = settings_for(given, application);
+    const auto recorder = recorder_for(given, settings);
+    velmoor::bridge bridge(std::move(settings));
+    if (recorder) recorder->ask(bridge);
     velmoor::http_transport transport(bridge, {.host = given.host,
                                                .port = given.port,
                                                .token = given.token,
@@ -134,6 +165,19 @@ void add_wait(CLI::App& command, options& given) {
         ->check(CLI::Range(0.0, 3600.0));
 }
 
+void add_record(CLI::App& command, options& given) {
+    command.add_option("--record", given.record, "Directory in which to record all calls and what they were answered");
+    command.add_option("--record-limit", given.record_limit, "MiB at which the recording ends; 0 for none")
+        ->capture_default_str()
+        ->check(CLI::Range(0, 1 << 20));
+}
+
+int show_recording(const options& given) {
+    const std::string text = velmoor::shown_recording(velmoor::read_recording(given.recording));
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    return velmoor::kWell;
+}
+
 struct subcommand {
     CLI::App* parsed;
     bool takes_application;
@@ -153,6 +197,7 @@ std::vector<subcommand> add_subcommands(CLI::App& app, options& given) {
     CLI::App& mcp = add("mcp", "Serves one MCP client on standard input and output [-- APPLICATION ARGUMENTS...]",
                         "claude mcp add velmoor -- velmoor mcp -- ./build/my_app", true, false, serve_client);
     add_wait(mcp, given);
+    add_record(mcp, given);
     mcp.add_option("--pictures", given.pictures, "Directory for a copy of each picture, which the answer then names");
     add_launch_options(mcp, given);
 
@@ -163,6 +208,7 @@ std::vector<subcommand> add_subcommands(CLI::App& app, options& given) {
     serve.add_option("--host", given.host, "Address to listen at")->capture_default_str();
     serve.add_option("--token", given.token, "What clients send as Authorization: Bearer TOKEN")
         ->envname("VELMOOR_TOKEN");
+    add_record(serve, given);
     serve.add_option("--pictures", given.pictures, "Directory for a copy of each picture, which the answer then names");
     add_launch_options(serve, given);
 
@@ -197,6 +243,13 @@ std::vector<subcommand> add_subcommands(CLI::App& app, options& given) {
     call.add_option("--app", given.call.app, "Name or pid of the application, where several run");
     call.add_option("--pictures", given.call.pictures, "Directory to write the answer's pictures to");
     add_wait(call, given);
+
+    CLI::App& record = add("record", "Prints what mcp or serve recorded with --record", "velmoor record show session1",
+                           false, false, nullptr);
+    record.require_subcommand(1);
+    CLI::App* const show = record.add_subcommand("show", "Prints a recording, call by call");
+    show->add_option("DIRECTORY", given.recording, "That --record named")->required();
+    all.back() = {show, false, false, show_recording};
 
     CLI::App& doctor = add("doctor", "Tells whether an agent could work with an application started from this shell",
                            "velmoor doctor || exit 1", false, false,

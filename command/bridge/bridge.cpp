@@ -91,6 +91,7 @@ void bridge::prefer(pid_t process) {
 }
 
 void bridge::start(std::uint64_t id, tool_call call) {
+    if (settings_.watch && !call.is_inner) call = settings_.watch(std::move(call));
     for (const own_tool& each : own_tools_) {
         if (each.declaration["name"] == call.name) return start_own(id, each, std::move(call));
     }

@@ -37,6 +37,8 @@ struct bridge_settings {
     std::string tools_file;                 // where applications' tools are kept; none if empty
     std::vector<own_tool> own_tools;        // beside app_list
     std::function<std::string()> hint;      // what to do where no application is there; may be empty
+    // Sees each call of a client's, and may put its own `done` before the client's; may be empty.
+    std::function<tool_call(tool_call)> watch = nullptr;
 };
 
 class bridge final : public tool_source {
