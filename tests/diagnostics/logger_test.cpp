@@ -65,23 +65,6 @@ TEST(LogParts, AreWrittenAsAStreamInTheCLocaleWritesThem) {
     for (const auto& row : rows) EXPECT_EQ(row.got, row.expected);
 }
 
-TEST(FixedText, IsPercentFInAnyLocale) {
-    const CommaLocale host;
-    const struct {
-        double value;
-        const char* expected;
-    } rows[] = {
-        {0.5, "0.500000"},
-        {-0.0, "-0.000000"},
-        {1234567.1234567, "1234567.123457"},
-        {1e-9, "0.000000"},
-        {-std::numeric_limits<double>::infinity(), "-inf"},
-        {std::numeric_limits<double>::quiet_NaN(), "nan"},
-    };
-    for (const auto& row : rows) EXPECT_EQ(FixedText(row.value), row.expected);
-    EXPECT_EQ(FixedText(-std::numeric_limits<double>::max()).size(), 317u);
-}
-
 class LoggerLines : public testing::Test {
  protected:
     LoggerLines() { tzset(); }

@@ -166,18 +166,5 @@ TEST(Telemetry, OfTheProcessShutsDownAtExitBeforeTheLogFileEnds) {
     EXPECT_THAT(text, testing::HasSubstr("Telemetry shut down\n==== session ended at "));
 }
 
-TEST(TelemetryTimestamp, IsUtcInWholeSeconds) {
-    const struct {
-        std::int64_t system_ns;
-        const char* text;
-    } rows[] = {
-        {0, "1970-01-01+00:00:00"},
-        {951'782'399'500'000'000, "2000-02-28+23:59:59"},
-        {951'782'400'000'000'000, "2000-02-29+00:00:00"},
-        {-1, "1969-12-31+23:59:59"},
-    };
-    for (const auto& row : rows) EXPECT_EQ(TelemetryTimestamp(row.system_ns), row.text);
-}
-
 }  // namespace
 }  // namespace orvanic_xr

@@ -158,9 +158,4 @@ void CallText::add(const XrActionStateGetInfo* info) {
     if (info->subactionPath != XR_NULL_PATH) put(names_.path(info->subactionPath));
 }
 
-void CallText::add(const XrSpaceComponentStatusSetInfoKS* info) {
-    if (put_if_null(info)) return;
-    put("componentType=" + std::to_string(info->componentType) + ", enabled=" + std::to_string(info->enabled));
-}
-
 }  // namespace orvanic_xr

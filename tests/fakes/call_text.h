@@ -52,7 +52,6 @@ class CallText {
     void add(const XrSessionActionSetsAttachInfo* info);
     void add(const XrActionsSyncInfo* info);
     void add(const XrActionStateGetInfo* info);
-    void add(const XrSpaceComponentStatusSetInfoKS* info);
     template <typename Pointee>
     void add(Pointee* /*to be filled, or of no interest*/) {}
 
