@@ -12,12 +12,13 @@
 #include "simulator/runtime.h"
 #include "simulator/session.h"
 #include "simulator/spaces.h"
+#include "xr/simulator_view.h"
 
 namespace simulator {
 namespace {
 
 constexpr std::size_t kMaxInstances = 4;
-constexpr char kRuntimeName[] = "Velmoor Simulator";
+constexpr const auto& kRuntimeName = orvanic_xr::kSimulatorSystemName;
 
 std::set<std::string, std::less<>> EnabledExtensions(const XrInstanceCreateInfo& info) {
     std::set<std::string, std::less<>> enabled;

@@ -7,12 +7,11 @@
 #include "simulator/session.h"
 #include "simulator/spaces.h"
 #include "xr/pose_math.h"
+#include "xr/simulator_view.h"
 
 namespace simulator {
 namespace {
 
-constexpr float kHalfEyeDistance = 0.0315f;
-constexpr XrFovf kFieldOfView = {-0.7854f, 0.7854f, 0.7854f, -0.7854f};
 // What both Vulkan and OpenGL promise of any device.
 constexpr std::uint32_t kMaxSamples = 4;
 // The one that suits most applications first.
@@ -36,10 +35,8 @@ std::optional<XrPosef> HeadPose(const Session& session, XrTime time) {
 }
 
 std::array<EyeView, 2> EyesOf(const XrPosef& head) {
-    const XrPosef left = {{0, 0, 0, 1}, {-kHalfEyeDistance, 0, 0}};
-    const XrPosef right = {{0, 0, 0, 1}, {kHalfEyeDistance, 0, 0}};
-    return {EyeView{orvanic_xr::Compose(head, left), kFieldOfView},
-            EyeView{orvanic_xr::Compose(head, right), kFieldOfView}};
+    return {EyeView{orvanic_xr::SimulatorEye(head, 0), orvanic_xr::kSimulatorFieldOfView},
+            EyeView{orvanic_xr::SimulatorEye(head, 1), orvanic_xr::kSimulatorFieldOfView}};
 }
 
 bool IsOffered(XrEnvironmentBlendMode mode) {

@@ -145,6 +145,14 @@ bridge::choice bridge::choose_locked(const open_call& call) const {
                          listing_locked()};
 }
 
+pid_t bridge::process_for(const std::string& app) {
+    open_call asked;
+    asked.app = app;
+    const std::lock_guard lock(mutex_);
+    const auto link = choose_locked(asked).link;
+    return link ? link->who().pid : 0;
+}
+
 void bridge::dispatch(const open_call_pointer& call) {
     std::shared_ptr<application_link> link;
     bool is_stopping = false;

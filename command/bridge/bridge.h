@@ -69,6 +69,8 @@ class bridge final : public tool_source {
         std::string problem;
     };
     std::vector<known_application> applications();
+    // Where a call that names that application, or none, would go now; 0 if it would go nowhere.
+    pid_t process_for(const std::string& app);
     held_inputs& held() { return held_; }
 
  private:

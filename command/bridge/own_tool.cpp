@@ -14,24 +14,43 @@ namespace {
 // Whether the run was cancelled, while it waits for an answer.
 constexpr std::chrono::milliseconds kBetweenLooks{20};
 
+// Throws what a failure says.
+json result_in(json outcome) {
+    if (const auto error = outcome.find("error"); error != outcome.end()) {
+        throw std::runtime_error("Error: " + error->value("message", "the call failed"));
+    }
+    json result = std::move(outcome["result"]);
+    if (result.is_object() && result.value("isError", false)) throw std::runtime_error(mcp::text_of(result));
+    return result;
+}
+
 }  // namespace
 
 json tool_run::call(const std::string& tool, json arguments) {
-    pending_call pending(
-        through_,
-        {.name = tool, .arguments = std::move(arguments), .done = nullptr, .report = nullptr, .is_inner = true});
-    std::optional<json> outcome;
-    while (!(outcome = pending.wait_for(kBetweenLooks))) {
-        if (!is_cancelled()) continue;
-        pending.cancel("the tool that called was cancelled");
-        throw cancelled();
+    return call_all({{tool, std::move(arguments)}}).front();
+}
+
+std::vector<json> tool_run::call_all(const std::vector<planned_call>& calls) {
+    std::vector<pending_call> pending;
+    pending.reserve(calls.size());
+    for (const auto& [tool, arguments] : calls) {
+        pending.emplace_back(
+            through_,
+            tool_call{.name = tool, .arguments = arguments, .done = nullptr, .report = nullptr, .is_inner = true});
     }
-    if (const auto error = outcome->find("error"); error != outcome->end()) {
-        throw std::runtime_error("Error: " + error->value("message", "the call failed"));
+    std::vector<json> outcomes;
+    while (outcomes.size() < pending.size()) {
+        if (auto outcome = pending[outcomes.size()].wait_for(kBetweenLooks)) {
+            outcomes.push_back(std::move(*outcome));
+        } else if (is_cancelled()) {
+            for (std::size_t i = outcomes.size(); i < pending.size(); ++i) {
+                pending[i].cancel("the tool that called was cancelled");
+            }
+            throw cancelled();
+        }
     }
-    json result = std::move((*outcome)["result"]);
-    if (result.is_object() && result.value("isError", false)) throw std::runtime_error(mcp::text_of(result));
-    return result;
+    for (json& each : outcomes) each = result_in(std::move(each));
+    return outcomes;
 }
 
 json tool_run::ask(const std::string& tool, json arguments) try {

@@ -7,12 +7,18 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "command/bridge/tool_source.h"
 
 namespace velmoor {
 
 class bridge;
+
+struct planned_call {
+    std::string tool;
+    json arguments;
+};
 
 // One call while it runs. Ends early, with `cancelled` thrown, once nobody waits for its answer any more.
 class tool_run {
@@ -26,6 +32,8 @@ class tool_run {
     // Calls a tool of an application, and gives its result. Throws std::runtime_error with the error's text, also where
     // the result says that it is one.
     json call(const std::string& tool, json arguments);
+    // Several at the same time, begun in that order. Throws of the first that failed, once all have ended.
+    std::vector<json> call_all(const std::vector<planned_call>& calls);
     // The JSON that such a tool answers with; null if it refuses, or answers with something else.
     json ask(const std::string& tool, json arguments);
     // Tells the caller what is waited for.

@@ -16,37 +16,29 @@ class input_log {
  public:
     using time_point = std::chrono::steady_clock::time_point;
 
-    struct change {
-        double value = 0;
+    // The values of an action that were active in one frame: one for each hand that it was read for, if they differ.
+    struct reading {
+        std::set<double> values;
         time_point when;
     };
     struct action {
         std::set<std::string> paths;
-        bool is_read = false;
-        bool is_active = false;       // in the last readings
-        std::vector<double> values;   // of all hands that it is read for
-        std::vector<change> changes;  // the last ones, oldest first
+        std::vector<reading> readings;  // the last ones, oldest first, each another than the one before it
     };
 
     void take(std::string_view line, time_point now);
     // By their handles, as the lines spell them.
-    std::map<std::string, action> actions(time_point now) const;
+    std::map<std::string, action> actions() const;
 
  private:
-    // An application that asks for each hand reads two values in turn: what comes again at once has not changed.
-    struct seen_value {
-        double value;
-        time_point last;
-        int returns;
-    };
     struct record {
-        std::set<std::string> paths;
-        bool is_read = false;
-        time_point last_active;
-        time_point last_line;
-        std::vector<seen_value> seen;  // while active, the newest last
-        std::vector<change> changes;
+        action its;
+        // The lines of one frame come at once; what they tell is whole when those of the next one begin.
+        reading frame;
+        bool has_frame = false;
     };
+
+    static void end_frame(record& of);
 
     std::map<std::string, record> actions_;
 };

@@ -158,9 +158,9 @@ void started_application::take_line_locked(const std::string& line) {
     if (lines_.back().is_layers) inputs_.take(lines_.back().text, std::chrono::steady_clock::now());
 }
 
-std::map<std::string, input_log::action> started_application::inputs(input_log::time_point now) const {
+std::map<std::string, input_log::action> started_application::inputs() const {
     const std::lock_guard lock(output_mutex_);
-    return inputs_.actions(now);
+    return inputs_.actions();
 }
 
 }  // namespace velmoor

@@ -48,7 +48,7 @@ class started_application {
     const std::string& shown_command() const { return shown_command_; }
 
     // What it last read, since its start.
-    std::map<std::string, input_log::action> inputs(input_log::time_point now) const;
+    std::map<std::string, input_log::action> inputs() const;
     // The last lines, oldest first.
     std::vector<output_line> output(std::size_t most, int level) const;
 

@@ -23,13 +23,13 @@ bool has_path_with(const input_log::action& of, const std::string& part) {
 }
 
 json row_of(const std::string& handle, const input_log::action& of, clock::time_point now) {
-    json row{{"action", handle}, {"paths", of.paths}, {"read", of.is_read}};
-    if (!of.is_read) return row;
-    row["active"] = of.is_active;
-    row["values"] = of.values;
+    json row{{"action", handle}, {"paths", of.paths}, {"read", !of.readings.empty()}};
+    if (of.readings.empty()) return row;
+    row["active"] = !of.readings.back().values.empty();
+    row["values"] = of.readings.back().values;
     row["changes"] = json::array();
-    for (const input_log::change& each : of.changes) {
-        row["changes"].push_back({{"value", each.value}, {"ms_ago", milliseconds_since(each.when, now)}});
+    for (const input_log::reading& each : of.readings) {
+        row["changes"].push_back({{"values", each.values}, {"ms_ago", milliseconds_since(each.when, now)}});
     }
     return row;
 }
@@ -42,7 +42,7 @@ json read_inputs(started_application* application, const json& arguments) {
             "application that it started. Give it one: velmoor mcp -- APPLICATION, and call app_start");
     }
     const auto now = clock::now();
-    const auto actions = application->inputs(now);
+    const auto actions = application->inputs();
     if (actions.empty()) {
         throw std::runtime_error(
             application->is_running()
@@ -62,7 +62,7 @@ json read_inputs(started_application* application, const json& arguments) {
 own_tool make_inputs_tool(started_application* application) {
     return {own_declaration("xr_inputs",
                             "What the application itself last read of its boolean and float actions: the paths that it "
-                            "suggested for each, the values (one, or one for each hand), and when they changed. "
+                            "suggested for each, the active values (one, or one for each hand), and when they changed. "
                             "Vectors and poses are not logged. Needs an application that app_start started.",
                             {{"path", property("string", "Only actions with a path that holds this, such as a/click")}},
                             true),

@@ -105,8 +105,14 @@ agents_loop() {
   called 'Nothing is held' xr_release_all
   called success openxr_set_controller_input '{"hand":"right","component":"A","value":1}'
   called It.holds xr_wait '{"frames":3}'
-  called 'a/click.*active.{3}true,.{2}values.{3}\[1\.0\],.{2}changes.{3}\[\{.{2}value.{3}1\.0,.{2}ms_ago.{3}[0-9]+\}\]' \
+  called 'a/click.*active.{3}true,.{2}values.{3}\[1\.0\],.*values.{3}\[1\.0\],.{2}ms_ago.{3}[0-9]+\}\]' \
     xr_inputs '{"path":"/right/input/a/"}'
+  called '"isError":false' xr_look_at '{"entity":"TABLE 2"}'
+  called 'no picture of that eye' xr_look_at '{"pixel":[1,1],"eye":"right"}'
+  called image/png xr_picture
+  called 'at.{5}TABLE 2' xr_point_at '{"pixel":[31,31]}'
+  called 'no entity is called .{2}x.*TABLE 2.*isError":true' xr_look_at '{"entity":"x"}'
+  called '"isError":false' xr_move '{"ahead":0.5,"turn_left":90,"duration_seconds":0.1}'
   called '\[DEBUG\]' app_output '{"lines":400,"level":"debug"}'
   called 'ended with exit code 0' app_stop
   called 'was not running' app_stop

@@ -1,4 +1,5 @@
 // In which environment an application is started, and how its output is read.
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <tuple>
@@ -9,6 +10,8 @@
 
 namespace velmoor {
 namespace {
+
+using namespace std::chrono_literals;
 
 TEST(LaunchEnvironment, SwitchesTheLayerOnAndKeepsWhatIsThere) {
     const own_files built{.layers = "/b/layers", .layers_known = false, .simulator = "/b/sim.json"};
@@ -60,35 +63,34 @@ TEST(OutputLine, TellsTheLayersLevelsWithoutColours) {
     }
 }
 
-// Two hands are read in turn, and each reading is a line; what is tapped is over by the time it is looked at.
-TEST(InputLog, TellsValuesOfBothHandsAndChangesAlone) {
+// An action that is read for two hands has a line for each in every frame in which they differ.
+TEST(InputLog, TellsTheActiveValuesOfBothHandsAndWhenTheyChanged) {
     input_log log;
-    const input_log::time_point begin;
-    const auto at = [&](int when) { return begin + std::chrono::milliseconds(when); };
+    const auto at = [](int when) { return input_log::time_point() + std::chrono::milliseconds(when); };
     const auto read = [&](int when, const char* cur, const char* active) {
         log.take(std::string("[Velmoor] [DEBUG] [inputdiag] float action=0x7 cur=") + cur + " active=" + active +
                      " changed=0",
                  at(when));
     };
-    const auto seen = [&](int now) { return log.actions(at(now)).at("0x7"); };
     log.take("[Velmoor] [DEBUG] [inputdiag] suggest action=0x7 path=/p/a profile=/q", at(0));
-    EXPECT_FALSE(seen(0).is_read);
-    read(1000, "0.000000", "1");
-    for (int when = 2000; when < 3000; when += 50) read(when, when % 100 == 0 ? "0.500000" : "0.000000", "1");
-    EXPECT_EQ(seen(3000).values, (std::vector<double>{0.5, 0}));
-    EXPECT_EQ(seen(3000).changes.size(), 2u + 1);  // the other hand's 0 was long ago
-    read(3010, "0.000000", "1");
-    EXPECT_EQ(seen(3400).values, std::vector<double>{0});
-    read(5000, "1.000000", "1");
-    read(5010, "0.000000", "1");
-    const auto tapped = seen(5020);
-    EXPECT_EQ(tapped.values, std::vector<double>{0});
-    ASSERT_EQ(tapped.changes.size(), 5u);
-    EXPECT_EQ(tapped.changes[3].value, 1);
-    EXPECT_EQ(tapped.changes[4].when, at(5010));
-    read(6000, "0.000000", "0");
-    EXPECT_FALSE(seen(6000).is_active);
-    EXPECT_EQ(seen(6000).paths, std::set<std::string>{"/p/a"});
+    EXPECT_TRUE(log.actions().at("0x7").readings.empty());
+    read(1000, "0.000000", "0");
+    for (int when = 2000; when < 3000; when += 20) {
+        read(when, "0.000000", "0");
+        read(when, when < 2400 || when > 2500 ? "0.000000" : "0.500000", "1");
+    }
+    for (int when = 3000; when < 4000; when += 20) {
+        read(when, "0.000000", "1");
+        read(when + 1, "0.700000", "1");
+    }
+    read(4000, "0.000000", "1");
+    const auto seen = log.actions().at("0x7");
+    std::vector<std::pair<int, std::set<double>>> readings;
+    for (const auto& each : seen.readings) readings.emplace_back((each.when - at(0)) / 1ms, each.values);
+    EXPECT_THAT(readings, testing::ElementsAre(std::pair(1000, std::set<double>{}), std::pair(2000, std::set{0.0}),
+                                               std::pair(2400, std::set{0.5}), std::pair(2520, std::set{0.0}),
+                                               std::pair(3000, std::set{0.0, 0.7}), std::pair(4000, std::set{0.0})));
+    EXPECT_EQ(seen.paths, std::set<std::string>{"/p/a"});
 }
 
 }  // namespace
