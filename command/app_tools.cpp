@@ -76,7 +76,8 @@ class start_watch {
                 run_.tell("Waiting for " + awaited_);
                 next_word_ = clock::now() + kBetweenWords;
             }
-            run_.wait_for(kBetweenLooks);
+            // Until the session is there, it has no frames.
+            has_session_ ? run_.wait_for_frame(kBetweenLooks) : run_.wait_for(kBetweenLooks);
         }
         const auto took = std::chrono::duration_cast<milliseconds>(clock::now() - begin).count();
         return text_result(application_name_ + " (pid " + std::to_string(pid_) +
@@ -117,6 +118,7 @@ class start_watch {
         if (is_focused_) return true;
         const std::string state = text_at(run_.ask("openxr_get_session_info", app()), "/state/name");
         awaited_ = state.empty() ? "its OpenXR session" : "the focus (its session is in " + state + ")";
+        has_session_ = !state.empty();
         is_focused_ = state == "XR_SESSION_STATE_FOCUSED";
         return is_focused_;
     }
@@ -130,6 +132,7 @@ class start_watch {
     std::string awaited_ = "the layer's server (does it create an OpenXR instance?)";
     pid_t pid_ = 0;
     std::string application_name_;
+    bool has_session_ = false;
     bool is_focused_ = false;
     std::string first_frame_;
 };

@@ -18,9 +18,11 @@
 #include "command/bridge/tool_list.h"
 #include "command/http_transport.h"
 #include "command/launch/keeper.h"
+#include "command/launch/simulator_link.h"
 #include "command/recording/recorder.h"
 #include "command/recording/recording.h"
 #include "command/shell_commands.h"
+#include "command/sim_tools.h"
 #include "command/stdio_transport.h"
 #include "command/xr/xr_tools.h"
 #include "mcp/server_host.h"
@@ -42,6 +44,7 @@ struct options {
     std::string host = "127.0.0.1";
     int port = 8730;
     std::string token;
+    std::string control;
     std::vector<std::string> application;  // what stands behind "--"
 };
 
@@ -61,7 +64,7 @@ bool is_loopback(const std::string& host) {
 }
 
 velmoor::launch_options launch_options_of(const options& given) {
-    return {.simulator = !given.no_simulator, .own_network = !given.shared_network};
+    return {.simulator = !given.no_simulator, .own_network = !given.shared_network, .control = given.control};
 }
 
 // What a recording tells of its circumstances: no arguments and no other variables, which may hold secrets.
@@ -84,20 +87,39 @@ std::shared_ptr<velmoor::recorder> recorder_for(const options& given, velmoor::b
     return made;
 }
 
+// The application of the command line, and how it is controlled where it runs on the simulator.
+struct given_application {
+    explicit given_application(options given)
+        : started(given.application, [&] {
+              if (!given.no_simulator) given.control = control.text();
+              return launch_options_of(given);
+          }()) {}
+
+    velmoor::control_path control;
+    velmoor::simulator_link simulator{control.text()};
+    velmoor::started_application started;
+};
+
 // Likewise, with the tools for the application that was given, if one was.
-velmoor::bridge_settings settings_for(const options& given,
-                                      std::unique_ptr<velmoor::started_application>& application) {
+velmoor::bridge_settings settings_for(const options& given, std::unique_ptr<given_application>& application) {
     velmoor::bridge_settings settings = settings_for(given);
     if (given.application.empty()) return settings;
-    application = std::make_unique<velmoor::started_application>(given.application, launch_options_of(given));
-    settings.own_tools = velmoor::xr_tools(application.get());
-    for (velmoor::own_tool& each : velmoor::app_tools(*application)) settings.own_tools.push_back(std::move(each));
+    application = std::make_unique<given_application>(given);
+    settings.own_tools = velmoor::xr_tools(&application->started);
+    const auto add = [&](std::vector<velmoor::own_tool> tools) {
+        for (velmoor::own_tool& each : tools) settings.own_tools.push_back(std::move(each));
+    };
+    add(velmoor::app_tools(application->started));
+    if (!given.no_simulator) {
+        add(velmoor::sim_tools(application->simulator));
+        settings.let_frame_pass = [&its = application->simulator] { return its.let_frame_pass(); };
+    }
     settings.hint = [] { return "The tool app_start starts the application; app_output shows what it printed."; };
     return settings;
 }
 
 int serve_client(const options& given) {
-    std::unique_ptr<velmoor::started_application> application;
+    std::unique_ptr<given_application> application;
     velmoor::bridge_settings settings = settings_for(given, application);
     const auto recorder = recorder_for(given, settings);
     velmoor::bridge bridge(std::move(settings));
@@ -119,7 +141,7 @@ int serve_many(const options& given) {
     for (const int each : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ends, each);
     sigprocmask(SIG_BLOCK, &ends, nullptr);
 
-    std::unique_ptr<velmoor::started_application> application;
+    std::unique_ptr<given_application> application;
     velmoor::bridge_settings settings = settings_for(given, application);
     const auto recorder = recorder_for(given, settings);
     velmoor::bridge bridge(std::move(settings));
@@ -259,6 +281,7 @@ std::vector<subcommand> add_subcommands(CLI::App& app, options& given) {
     CLI::App& kept = add("keep", "", "", true, true, keep);
     kept.group("");  // for this program itself
     add_launch_options(kept, given);
+    kept.add_option("--control", given.control);
     return all;
 }
 

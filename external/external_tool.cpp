@@ -6,6 +6,7 @@
 #include <future>
 #include <memory>
 
+#include "context/context_manager.h"
 #include "diagnostics/clock.h"
 #include "diagnostics/logger.h"
 #include "diagnostics/telemetry.h"
@@ -14,6 +15,7 @@
 #include "external/external_result.h"
 #include "external/external_tool_manager.h"
 #include "mcp/thread_pool.h"
+#include "tools/simulation/frame_demand.h"
 #include "tools/tool_entry.h"
 #include "tools/tool_results.h"
 
@@ -69,11 +71,18 @@ json RunDeferred(const ExternalTool& tool, const ExternalCall& call, std::string
     const auto entry = std::make_shared<DeferredCallbackEntry>(tool, std::move(arguments_json));
     const std::future<void> completed = entry->completion.get_future();
     LogInfo(" ... waiting");
-    manager.Enqueue(entry);
+    entry->need_no_frames = NeedFrames(ContextManager::instance().getSessionState().session);
+    try {
+        manager.Enqueue(entry);
+    } catch (...) {
+        entry->need_no_frames();
+        throw;
+    }
     const std::int64_t limit = manager.GetTimeoutSeconds();
     const bool timed_out = !CompletesInTime(completed, limit);
     LogInfo(" ... completed. timeout_status: ", timed_out);
     if (timed_out) {
+        entry->need_no_frames();
         // The entry stays in the queue: the pump still runs it, or drops it when it is too old.
         LogError("External tool call timed out waiting for main thread (timeout: ", limit, "s)");
         return call.Fail("timeout_waiting_for_main_thread",

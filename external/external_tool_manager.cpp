@@ -21,6 +21,7 @@ void WriteError(std::vector<char>& buffer, const char* text) noexcept {
 
 // The one who waits is told once: a callback that ended the instance finds its own call given up.
 void Complete(DeferredCallbackEntry& entry) {
+    if (entry.need_no_frames) entry.need_no_frames();
     try {
         entry.completion.set_value();
     } catch (const std::future_error&) {

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <future>
 #include <memory>
 #include <mutex>
@@ -30,7 +31,8 @@ struct DeferredCallbackEntry {
     std::string toolName;
     std::vector<char> resultBuffer;  // kExternalResultSize zeros at first
     std::promise<void> completion;
-    std::int64_t enqueueTime;  // monotonic nanoseconds
+    std::function<void()> need_no_frames;  // called before the promise is fulfilled
+    std::int64_t enqueueTime;              // monotonic nanoseconds
     // Written before the promise is fulfilled, read after.
     bool executed = false;
     bool timedOutInQueue = false;

@@ -27,6 +27,7 @@
 #include "scene/scene_context.h"
 #include "tools/simulation/frame_clock.h"
 #include "tools/simulation/pose_animation_manager.h"
+#include "xr/simulator_frame_demand.h"
 
 namespace orvanic_xr {
 namespace {
@@ -43,6 +44,10 @@ class DownstreamCreateInfo {
         : application_(application) {
         const auto enabled = Names(application.enabledExtensionCount, application.enabledExtensionNames);
         names_ = MergeWantedExtensions(enabled, available);
+        // The application does not know it.
+        if (FrameClock::instance().is_on() && available.contains(kSimulatorFrameDemandExtension)) {
+            names_.push_back(kSimulatorFrameDemandExtension);
+        }
         changed_ = names_.size() > enabled.size();
         ExtensionNames kept = WithoutOwnExtension(names_);
         if (kept.size() < names_.size()) {
@@ -100,6 +105,7 @@ XrResult CreateInstance(const XrInstanceCreateInfo& info, const XrApiLayerCreate
     LogFileSink::instance().begin_session("api_layer");
     if (chain.left_out_a_copy) LogInfo("Another copy of this layer lies below and is left out");
 
+    FrameClock::instance().ReadSwitch();
     std::set<std::string> available = AvailableExtensions(chain);
     const DownstreamCreateInfo downstream(info, available);
     XrInstance handle = instance;
@@ -119,7 +125,6 @@ XrResult CreateInstance(const XrInstanceCreateInfo& info, const XrApiLayerCreate
 
     ContextManager::instance().setSceneContextFactory(MakeSceneContext);
     ExternalToolManager::instance().Open();
-    FrameClock::instance().ReadSwitch();
     PoseAnimationManager::instance().Open();
     ScreenCaptureManager::instance().open();
     InitializeOrvanicMcpServer();

@@ -372,8 +372,9 @@ COMMAND = """
 ## Tools of the command
 
 `velmoor mcp` and `velmoor serve` list these as well. They use the tools above. The `app_` tools but `app_list` are there
-when an application stands behind `--`. Each parameter with a `?` may be left out. With several applications, each `xr_`
-tool also takes `app`, a program's name or a pid.
+when an application stands behind `--`, and the `sim_` tools when it runs on the simulator ([simulator.md](simulator.md)).
+Each parameter with a `?` may be left out. With several applications, each `xr_` tool also takes `app`, a program's name or
+a pid.
 
 | Tool | What it does | Parameters |
 |---|---|---|
@@ -591,7 +592,7 @@ def page(client, velmoor):
         for name, arguments in examples.items():
             know = known(client.call, name)
             parts.append("\n" + section(tools[name], know, arguments, client.call(name, **arguments)))
-    own = [tool for tool in tools_of_command(velmoor) if re.match("(app|xr)_", tool["name"])]
+    own = [tool for tool in tools_of_command(velmoor) if re.match("(app|sim|xr)_", tool["name"])]
     parts.append(COMMAND + command_section(own) + EXAMPLES)
     return "".join(parts)
 

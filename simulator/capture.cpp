@@ -1,5 +1,6 @@
 #include "simulator/capture.h"
 
+#include <chrono>
 #include <mutex>
 #include <optional>
 
@@ -43,6 +44,13 @@ struct Shot {
 std::shared_ptr<const SubmittedFrame> FrameOf(const Shot& shot) {
     std::unique_lock lock(Runtime::instance().mutex);
     if (!shot.rendering->running) Refuse(XR_ERROR_SESSION_NOT_RUNNING);
+    const Clock& clock = Runtime::instance().clock;
+    const auto held = shot.rendering->held_frame[shot.eye];
+    if (held && clock.IsHeld() && !clock.LetsPass()) {
+        // It may still be read.
+        held->settled.wait_for(lock, std::chrono::seconds(1), [&] { return held->IsSettled(); });
+        if (held->frame) return held->frame;
+    }
     return shot.rendering->requests.Await(lock, shot.eye, shot.calls);
 }
 

@@ -27,10 +27,10 @@ XrTime Clock::At(std::int64_t real) const {
     return Flows() ? Later(shown_, Scaled(real - moved_, rate_)) : shown_;
 }
 
-bool Clock::Reach(XrTime tick, std::int64_t real) {
+bool Clock::Reach(XrTime tick, std::int64_t real, bool is_wanted) {
     if (Flows()) return real >= RealTimeOf(tick);
-    if (!LetsPass()) return false;
-    if (held_) --allowed_;
+    if (!LetsPass() && !is_wanted) return false;
+    if (held_ && allowed_ > 0) --allowed_;
     SkipTo(tick, real);
     return true;
 }

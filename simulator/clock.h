@@ -31,7 +31,8 @@ class Clock {
 
     // A frame that is due at `tick` goes by, if it may and its time has come: false if not. A clock that stands is
     // moved there.
-    bool Reach(XrTime tick, std::int64_t real);
+    // One that is wanted may, whatever is allowed.
+    bool Reach(XrTime tick, std::int64_t real, bool is_wanted = false);
     // When that will be, of a clock that flows.
     std::int64_t RealTimeOf(XrTime time) const;
     // Whether a frame may go by at all.

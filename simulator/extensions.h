@@ -34,6 +34,7 @@ inline constexpr char kSpatialEntityStorage[] = "XR_KS_spatial_entity_storage";
 inline constexpr char kSpatialEntityContainer[] = "XR_KS_spatial_entity_container";
 inline constexpr char kScene[] = "XR_KS_scene";
 inline constexpr char kCompositorCapture[] = "XR_KESTX1_simulator_compositor_output_capture";
+inline constexpr char kFrameDemand[] = "XR_KESTX1_simulator_frame_demand";
 inline constexpr char kEglEnable[] = "XR_MNDX_egl_enable";
 inline constexpr char kOpenGlEnable[] = "XR_KHR_opengl_enable";
 inline constexpr char kOpenGlEsEnable[] = "XR_KHR_opengl_es_enable";
@@ -75,6 +76,7 @@ inline constexpr Extension kExtensions[] = {
     {kConformanceAutomation, 3, nullptr},
     {kProntoProfile, 1, nullptr},
     {kCompositorCapture, 1, nullptr},
+    {kFrameDemand, 1, nullptr},
     {kSpatialEntity, 1, nullptr},
     {kSpatialEntityQuery, 1, kSpatialEntity},
     {kSpatialEntityStorage, 1, kSpatialEntity},

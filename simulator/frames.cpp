@@ -26,17 +26,18 @@ XrTime PassToTick(Runtime& runtime, std::unique_lock<std::mutex>& lock, FrameLoo
     using std::chrono::nanoseconds;
     using std::chrono::steady_clock;
     Clock& clock = runtime.clock;
+    const auto may_pass = [&] { return is_over() || clock.LetsPass() || frames.demand > 0; };
     const auto await_leave = [&] {
-        if (is_over() || clock.LetsPass()) return;
+        if (may_pass()) return;
         frames.is_held = true;
         if (runtime.control) runtime.control->Wake();
-        runtime.frame_changed.wait(lock, [&] { return is_over() || clock.LetsPass(); });
+        runtime.frame_changed.wait(lock, may_pass);
         frames.is_held = false;
     };
     // Time may pass while it is held, and the tick with it.
     await_leave();
     const XrTime tick = frames.ClaimTick(Now());
-    while (!is_over() && !clock.Reach(tick, RealNow())) {
+    while (!is_over() && !clock.Reach(tick, RealNow(), frames.demand > 0)) {
         if (clock.Flows()) {
             const steady_clock::time_point due{nanoseconds(clock.RealTimeOf(tick))};
             runtime.frame_changed.wait_until(lock, due);
@@ -112,6 +113,16 @@ XrResult WaitFrame(XrSession session, const XrFrameWaitInfo* info, XrFrameState*
         state->predictedDisplayTime = waiting->frames.DisplayTime(tick);
         state->predictedDisplayPeriod = waiting->frames.period();
         state->shouldRender = IsShown(*waiting);
+        return XR_SUCCESS;
+    });
+}
+
+XrResult ChangeSimulatorFrameDemandKESTX1(XrSession session, std::int32_t change) {
+    return Guarded([&](Runtime& runtime) {
+        FrameLoop& frames = runtime.Get(session)->frames;
+        Require(change == 1 || (change == -1 && frames.demand > 0));
+        frames.demand += change;
+        runtime.frame_changed.notify_all();
         return XR_SUCCESS;
     });
 }

@@ -6,6 +6,8 @@
 
 #include <cstdint>
 
+#include "xr/simulator_frame_demand.h"
+
 namespace simulator {
 
 // What the application had called when: xrWaitFrame and xrSyncActions since the session was made.
@@ -49,6 +51,8 @@ class FrameLoop {
     std::uint64_t begun_wait = 0;
     // Those that xrWaitFrame has released.
     std::uint64_t released = 0;
+    // How many need frames, whether or not they are held.
+    std::int64_t demand = 0;
     // A thread is inside xrWaitFrame for the next frame.
     bool being_waited_for = false;
     // And the clock does not let it pass.
@@ -66,6 +70,9 @@ class FrameLoop {
     bool syncs_each_frame_ = false;
 };
 
+using orvanic_xr::PFN_xrChangeSimulatorFrameDemandKESTX1;
+
+XRAPI_ATTR XrResult XRAPI_CALL ChangeSimulatorFrameDemandKESTX1(XrSession session, std::int32_t change);
 XRAPI_ATTR XrResult XRAPI_CALL WaitFrame(XrSession session, const XrFrameWaitInfo* info, XrFrameState* state);
 XRAPI_ATTR XrResult XRAPI_CALL BeginFrame(XrSession session, const XrFrameBeginInfo* info);
 XRAPI_ATTR XrResult XRAPI_CALL EndFrame(XrSession session, const XrFrameEndInfo* info);

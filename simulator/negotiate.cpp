@@ -134,6 +134,7 @@ const Function kFunctions[] = {
     VELMOOR_ROW(SetInputDeviceStateFloatEXT, kConformanceAutomation),
     VELMOOR_ROW(SetInputDeviceStateVector2fEXT, kConformanceAutomation),
     VELMOOR_ROW(SetInputDeviceLocationEXT, kConformanceAutomation),
+    VELMOOR_ROW(ChangeSimulatorFrameDemandKESTX1, kFrameDemand),
     VELMOOR_ROW(StartSimulatorCompositorOutputCaptureKESTX1, kCompositorCapture),
     VELMOOR_ROW(StopSimulatorCompositorOutputCaptureKESTX1, kCompositorCapture),
     VELMOOR_ROW(CaptureSimulatorCompositorOutputKESTX1, kCompositorCapture),

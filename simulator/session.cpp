@@ -80,6 +80,7 @@ void Session::Stop() {
     if (runtime.control) runtime.control->Wake();
     capture.eyes = 0;
     requests.Abandon();
+    held_frame = {};
 }
 
 Remains Session::Close(Runtime& runtime) {

@@ -10,6 +10,7 @@
 
 #include <openxr/openxr.h>
 
+#include <array>
 #include <memory>
 #include <vector>
 
@@ -77,6 +78,8 @@ struct Session {
     std::shared_ptr<GraphicsDevice> graphics;
     ToldViews told_views;
     FrameRequests requests;
+    // What each eye sees while the application is held. Null where nothing was drawn since, or nobody holds it.
+    std::array<std::shared_ptr<FrameRequest>, 2> held_frame;
 };
 
 XRAPI_ATTR XrResult XRAPI_CALL CreateSession(XrInstance instance, const XrSessionCreateInfo* info, XrSession* session);

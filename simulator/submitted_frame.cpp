@@ -72,7 +72,7 @@ std::shared_ptr<const SubmittedFrame> FrameRequests::Await(std::unique_lock<std:
 void FrameRequests::TakeInto(std::vector<FrameReading::Part>& parts, const FrameLoop& frames) {
     const auto now = std::chrono::steady_clock::now();
     // Once one is taken nothing may fail before it is settled, or it would wait for nobody.
-    parts.reserve(pending_.size());
+    parts.reserve(parts.size() + pending_.size());
     for (auto& request : pending_) {
         const bool is_settled = frames.ShowsAllOf(request->calls) || now - request->made > kPatience;
         if (is_settled) parts.emplace_back().request = std::move(request);
@@ -106,13 +106,20 @@ void FrameReading::Read() noexcept {
 
 FrameReading PlanReading(const Runtime& runtime, Session& session, const XrFrameEndInfo& info) {
     FrameReading reading;
-    if (session.requests.empty()) return reading;
+    // The next frame is held: this one is to be seen until then. Nobody knows whether anyone will look.
+    const bool is_held = runtime.clock.IsHeld() && !runtime.clock.LetsPass() && session.frames.demand == 0;
+    session.held_frame = {};
+    if (session.requests.empty() && !is_held) return reading;
     const auto told = session.told_views.HeadAt(info.displayTime);
     const auto head = told ? told : HeadPose(session, info.displayTime);
     WorldView world = LookAtWorld(session, info.displayTime);
     // The application draws the hands.
     world.controllers = {};
     if (head) world.eyes = EyesOf(*head);
+    for (std::size_t eye = 0; is_held && eye < session.held_frame.size(); ++eye) {
+        session.held_frame[eye] = reading.parts.emplace_back().request = std::make_shared<FrameRequest>();
+        session.held_frame[eye]->eye = eye;
+    }
     session.requests.TakeInto(reading.parts, session.frames);
     for (FrameReading::Part& part : reading.parts) {
         part.failure = WithoutThrowing([&] {

@@ -39,6 +39,7 @@ struct bridge_settings {
     std::function<std::string()> hint;      // what to do where no application is there; may be empty
     // Sees each call of a client's, and may put its own `done` before the client's; may be empty.
     std::function<tool_call(tool_call)> watch = nullptr;
+    std::function<bool()> let_frame_pass = nullptr;  // lets a frame go by where the application is held; may be empty
 };
 
 class bridge final : public tool_source {
@@ -62,6 +63,9 @@ class bridge final : public tool_source {
     void on_tools_changed(std::function<void()> tell) { tell_of_tools_ = std::move(tell); }
     // Calls that name no application go to that process as long as it is there; with 0, to the one that runs.
     void prefer(pid_t process);
+
+    // True if the application is held, and one frame has gone by.
+    bool let_frame_pass() const { return settings_.let_frame_pass && settings_.let_frame_pass(); }
 
     struct known_application {
         application who;

@@ -70,6 +70,10 @@ void tool_run::wait_for(std::chrono::milliseconds time) {
     if (changed_.wait_for(lock, time, [this] { return is_cancelled_; })) throw cancelled();
 }
 
+void tool_run::wait_for_frame(std::chrono::milliseconds time) {
+    wait_for(through_.let_frame_pass() ? std::chrono::milliseconds(0) : time);
+}
+
 bool tool_run::is_cancelled() {
     const std::lock_guard lock(mutex_);
     return is_cancelled_;

@@ -39,6 +39,8 @@ class tool_run {
     // Tells the caller what is waited for.
     void tell(const std::string& message);
     void wait_for(std::chrono::milliseconds time);
+    // Likewise, and an application that is held gets one frame in its place.
+    void wait_for_frame(std::chrono::milliseconds time);
 
     void cancel();  // any thread
 

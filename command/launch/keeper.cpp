@@ -115,6 +115,7 @@ std::vector<std::string> keepers_words(const std::vector<std::string>& command, 
     std::vector<std::string> words = {"velmoor", "keep"};
     if (!options.own_network) words.emplace_back("--shared-network");
     if (!options.simulator) words.emplace_back("--no-simulator");
+    if (!options.control.empty()) words.insert(words.end(), {"--control", options.control});
     words.emplace_back("--");
     words.insert(words.end(), command.begin(), command.end());
     return words;

@@ -69,7 +69,10 @@ environment launch_environment(environment base, const own_files& files, const l
         add_to_list(base["XR_API_LAYER_PATH"], files.layers);
     }
     if (options.simulator && !files.simulator.empty()) base["XR_RUNTIME_JSON"] = files.simulator;
-    if (options.simulator && has_own_clock(base)) base.emplace("ORVANICXR_FRAME_CLOCK", "1");
+    if (options.simulator && !options.control.empty()) base["VELMOOR_SIM_CONTROL"] = options.control;
+    // Who controls it may hold it.
+    if (options.simulator && (has_own_clock(base) || !options.control.empty()))
+        base.emplace("ORVANICXR_FRAME_CLOCK", "1");
     base.emplace("ORVANICXR_VERBOSE", "1");
     base.erase(kRunVariable);
     base.emplace(kRunVariable, "1");

@@ -126,7 +126,7 @@ json wait_until(const json& arguments, tool_run& run) {
             run.tell("Waiting; last seen: " + what.seen());
             next_word = now + kBetweenWords;
         }
-        run.wait_for(kBetweenLooks);
+        run.wait_for_frame(kBetweenLooks);
     }
     const auto took = std::chrono::duration_cast<milliseconds>(clock::now() - begin).count();
     return text_result("It holds, after " + std::to_string(took) + " ms. " + what.seen(), false);

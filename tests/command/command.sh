@@ -121,6 +121,52 @@ agents_loop() {
   gone "^$build/bin/velmoor_demo"
 }
 
+# One agent's work on an application that waits for it. What was answered is in $1, but for times of the machine's.
+work_with_held_frames() {
+  id=0
+  coproc bridge { VELMOOR_SIM_CLOCK=stepped VELMOOR_SIM_SEED=3 exec "$velmoor" mcp -- "$build/bin/velmoor_demo" 2>"$scratch/bridge.txt"; }
+  local bridge_pid=$!
+  pids+=("$bridge_pid")
+  ask initialize '{"protocolVersion":"2025-11-25","capabilities":{},"clientInfo":{"name":"t","version":"1"}}'
+  called 'no application runs on the simulator.*"isError":true' sim_step
+  called 'session is in focus and frames flow' app_start
+  : >"$scratch/answers.txt"
+  called '\\"held\\": true' sim_step '{"frames":10}'
+  called 'frames must be.*"isError":true' sim_step '{"frames":0}'
+  called position openxr_get_head_pose '{"base_space":"stage"}'
+  called success openxr_set_head_pose '{"position":[0,1.6,1],"orientation":[0,0,0,1],"base_space":"stage"}'
+  called 'frame\\": ([0-9]+)' sim_pause
+  local before=${BASH_REMATCH[1]}
+  called success openxr_set_head_pose '{"position":[0,1.6,0],"base_space":"stage","duration_seconds":2}'
+  called 'weather' set_weather '{"weather":"rain"}'
+  called 'It holds' xr_wait '{"frames":7}'
+  sed -i '$d' "$scratch/answers.txt" # it tells how long it took
+  called "frame..: $((before + 144 + 1 + 7))," sim_pause
+  called 'image/png' openxr_capture_composited_image
+  called paused sim_event '{"event":"focus_lost"}'
+  called 'event must be one of.*"isError":true' sim_event '{"event":"rain"}'
+  called "frame..: $((before + 144 + 1 + 7 + 2))," sim_step '{"frames":2}'
+  called 'the weather is rain' app_output '{"lines":1000}'
+  sed -i '$d' "$scratch/answers.txt"
+  grep -oE '  \* [^\\]*' <<<"$answer" >>"$scratch/answers.txt"
+  called '\\"paused\\": false' sim_run
+  called 'ended with exit code 0' app_stop
+  kill "$bridge_pid"
+  wait "$bridge_pid" || true
+  sed '/paused..: false/d' "$scratch/answers.txt" >"$1"
+}
+
+held_frames_are_the_same_twice() {
+  work_with_held_frames "$scratch/idle.log"
+  # And on a machine that has other work.
+  for _ in 1 2 3 4; do
+    sh -c "while :; do :; done" &
+    pids+=($!)
+  done
+  work_with_held_frames "$scratch/busy.log"
+  cmp "$scratch/idle.log" "$scratch/busy.log" || flunk "two runs differ"
+}
+
 agents_loop_over_a_failure() {
   coproc bridge { exec "$velmoor" mcp -- sh -c 'echo it broke; exit 3' 2>"$scratch/bridge.txt"; }
   pids+=($!)

@@ -43,6 +43,9 @@ TEST(LaunchEnvironment, SwitchesTheLayerOnAndKeepsWhatIsThere) {
         const environment made = launch_environment({{"VELMOOR_SIM_CLOCK", clock}}, installed, options);
         EXPECT_EQ(made.contains("ORVANICXR_FRAME_CLOCK"), moves_by_frames) << clock;
     }
+    const environment controlled = launch_environment({}, installed, {.control = "/socket"});
+    EXPECT_EQ(controlled.at("VELMOOR_SIM_CONTROL"), "/socket");
+    EXPECT_TRUE(controlled.contains("ORVANICXR_FRAME_CLOCK"));
 }
 
 TEST(OutputLine, TellsTheLayersLevelsWithoutColours) {

@@ -23,6 +23,7 @@ using Entry = std::pair<std::string, std::shared_ptr<ActiveAnimation>>;
 
 // An animation may be superseded while a tick is at work on it: the value that came first stands.
 void Fulfil(ActiveAnimation& animation, AnimationResult result) {
+    if (animation.on_end) animation.on_end();
     try {
         animation.completion.set_value(result);
     } catch (const std::future_error&) {

@@ -32,6 +32,8 @@ struct ActiveAnimation {
     // Made by StartAnimation.
     std::int64_t start_time = 0;
     std::promise<AnimationResult> completion;
+    // Called before the outcome is told: once or more, on any thread. May be empty; throws nothing.
+    std::function<void()> on_end = {};
 };
 
 class PoseAnimationManager {

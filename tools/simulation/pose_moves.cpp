@@ -9,6 +9,7 @@
 #include "mcp/thread_pool.h"
 #include "tools/simulation/conformance_automation.h"
 #include "tools/simulation/frame_clock.h"
+#include "tools/simulation/frame_demand.h"
 #include "tools/tool_results.h"
 
 namespace orvanic_xr {
@@ -58,10 +59,13 @@ json pose_set_result(const std::string& note) {
 json play_pose_animation(const SessionContext& context, ActiveAnimation animation, const std::string& tool_name,
                          const std::string& subject, const std::string& call) {
     const float duration_seconds = animation.duration_seconds;
+    // Once it has ended, the next frame is no longer needed.
+    const auto need_no_more = animation.on_end = NeedFrames(context.session);
     std::future<AnimationResult> outcome = PoseAnimationManager::instance().StartAnimation(std::move(animation));
     // The session's end closes its fence first and then ends all animations: one that came after may never be ticked.
     if (context.ended()) return refuse(tool_name, "SessionContext is not valid.");
     if (!ends_in_time(outcome, duration_seconds)) {
+        need_no_more();
         PoseAnimationManager::instance().CancelAll("an animation that timed out");
         return refuse(tool_name, "Animation timed out (application may have stopped rendering).");
     }

@@ -1,0 +1,52 @@
+// The bridge's connection to the simulator of the application that it started: one line of JSON each way.
+#pragma once
+
+#include <functional>
+#include <mutex>
+#include <string>
+
+#include "mcp/client/descriptor.h"
+#include "mcp/json.h"
+
+namespace velmoor {
+
+// A path for the simulator's socket: what VELMOOR_SIM_CONTROL says, or one in a directory of our own, which goes with
+// this.
+class control_path {
+ public:
+    control_path();
+    ~control_path();
+    control_path(const control_path&) = delete;
+    control_path& operator=(const control_path&) = delete;
+    // Empty if none can be had.
+    const std::string& text() const { return text_; }
+
+ private:
+    std::string directory_;
+    std::string text_;
+};
+
+// Any thread; one request after the other. What it held runs on when it goes.
+class simulator_link {
+ public:
+    explicit simulator_link(std::string path) : path_(std::move(path)) {}
+
+    // The answer. Calls `look` now and then while it waits, which may throw to end that. Throws std::runtime_error with
+    // the error's text where the simulator refuses, or isn't there.
+    mcp::json ask(const mcp::json& request, const std::function<void()>& look);
+
+    // Lets one frame go by if the application is held. False if it isn't.
+    bool let_frame_pass();
+
+ private:
+    void connect_locked();
+    std::string read_line_locked(const std::function<void()>& look);
+
+    const std::string path_;
+    std::mutex mutex_;  // all below
+    mcp::descriptor socket_;
+    std::string read_;
+    int unread_ = 0;  // answers that nobody waits for any more
+};
+
+}  // namespace velmoor
