@@ -74,7 +74,8 @@ void Combine(SubactionState& state, const XrVector2f& value) {
 
 void CompareWithLast(SubactionState& state, const SubactionState& last, XrTime now) {
     if (!state.active) return;
-    state.changed = state.value.x != last.value.x || state.value.y != last.value.y;
+    // What was not active before has not changed.
+    state.changed = last.active && (state.value.x != last.value.x || state.value.y != last.value.y);
     state.last_change = state.changed || !last.active ? now : last.last_change;
 }
 

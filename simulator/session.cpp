@@ -79,6 +79,8 @@ void Session::Stop() {
     const Runtime& runtime = Runtime::instance();
     if (runtime.control) runtime.control->Wake();
     capture.eyes = 0;
+    // No action is active until the first sync of the next run.
+    input.states.clear();
     requests.Abandon();
     held_frame = {};
 }

@@ -43,14 +43,17 @@ GraphicsEntry::~GraphicsEntry() = default;
 
 std::unique_ptr<GraphicsDevice> BindGraphics(const void* chain, const GraphicsExtensions& enabled,
                                              const GraphicsEntry& entry) {
+    const XrBaseInStructure* found = nullptr;
     for (auto* link = static_cast<const XrBaseInStructure*>(chain); link; link = link->next) {
         if (!IsBinding(link->type)) continue;
-        if (!IsEnabled(link->type, enabled)) Refuse(XR_ERROR_GRAPHICS_DEVICE_INVALID);
-        if (link->type != XR_TYPE_GRAPHICS_BINDING_VULKAN_KHR) return entry.gl->Bind(*link, enabled);
-        const auto& binding = *reinterpret_cast<const XrGraphicsBindingVulkanKHR*>(link);
-        return MakeVulkanDevice(entry.vulkan->CheckBinding(binding), binding);
+        // There is to be exactly one.
+        if (found || !IsEnabled(link->type, enabled)) Refuse(XR_ERROR_GRAPHICS_DEVICE_INVALID);
+        found = link;
     }
-    return nullptr;
+    if (!found) return nullptr;
+    if (found->type != XR_TYPE_GRAPHICS_BINDING_VULKAN_KHR) return entry.gl->Bind(*found, enabled);
+    const auto& binding = *reinterpret_cast<const XrGraphicsBindingVulkanKHR*>(found);
+    return MakeVulkanDevice(entry.vulkan->CheckBinding(binding), binding);
 }
 
 }  // namespace simulator

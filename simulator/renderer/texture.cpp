@@ -46,7 +46,8 @@ auto Decoding(const RawImage& image, const Levels& levels, Use use) {
             return use([](const std::uint8_t* pixel) {
                 std::uint16_t halves[4];
                 std::memcpy(halves, pixel, sizeof(halves));
-                return Light{FloatOf(halves[0]), FloatOf(halves[1]), FloatOf(halves[2]), FloatOf(halves[3])};
+                return Texture::Halves{
+                    {FloatOf(halves[0]), FloatOf(halves[1]), FloatOf(halves[2]), FloatOf(halves[3])}};
             });
     }
 }
@@ -97,9 +98,20 @@ Light Texture::Blended(Light light) const {
     return light;
 }
 
+Light Texture::Decoded(const Light& bytes) const {
+    return Blended(bytes);
+}
+
+// As OpenXR blends layers: half floats may hold more than all light.
+Light Texture::Decoded(const Halves& halves) const {
+    const auto within = [](float value) { return std::clamp(value, 0.0f, 1.0f); };
+    const Light light = Blended(halves.light);
+    return {within(light.red), within(light.green), within(light.blue), within(light.alpha)};
+}
+
 Light Texture::At(std::int32_t x, std::int32_t y) const {
     const std::uint8_t* const pixel = PixelAt(x, y);
-    return Blended(Decoding(image_, levels_, [&](auto decode) { return decode(pixel); }));
+    return Decoding(image_, levels_, [&](auto decode) { return Decoded(decode(pixel)); });
 }
 
 void Texture::PutRowOver(std::int32_t y, std::span<Light> row) const {
@@ -107,7 +119,7 @@ void Texture::PutRowOver(std::int32_t y, std::span<Light> row) const {
     const std::size_t step = BytesOfPixel(image_.kind);
     Decoding(image_, levels_, [&](auto decode) {
         for (Light& light : row) {
-            light = Over(Blended(decode(pixel)), light);
+            light = Over(Decoded(decode(pixel)), light);
             pixel += step;
         }
     });

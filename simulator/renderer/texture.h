@@ -68,8 +68,16 @@ class Texture {
     // Between the middles of pixels, which are at 0.5; beyond the outermost ones, these.
     Light Between(float x, float y) const;
 
+    // A pixel as it is stored in half floats.
+    struct Halves {
+        Light light;
+    };
+
  private:
     const std::uint8_t* PixelAt(std::int32_t x, std::int32_t y) const;
+    // Ready to be blended.
+    Light Decoded(const Light& bytes) const;
+    Light Decoded(const Halves& halves) const;
     Light Blended(Light light) const;
 
     const Levels& levels_ = Levels::Shared();

@@ -565,6 +565,10 @@ TEST_P(Rendering, SessionTakesOnlyWhatItWasToldToBindTo) {
     BEGIN_OR_SKIP();
     EXPECT_EQ(xrDestroySession(session_), XR_SUCCESS);
     for (const void* bad : painter_->BadBindings()) EXPECT_EQ(Create(bad), XR_ERROR_GRAPHICS_DEVICE_INVALID);
+    auto* const good = static_cast<XrBaseInStructure*>(painter_->Binding());
+    good->next = &wayland;
+    EXPECT_EQ(Create(good), XR_ERROR_GRAPHICS_DEVICE_INVALID) << "two of them";
+    good->next = nullptr;
     EXPECT_EQ(Create(painter_->Binding()), XR_SUCCESS) << "sessions follow each other on one device";
     EXPECT_EQ(xrDestroyInstance(instance_), XR_SUCCESS);
     MakeInstance();

@@ -146,19 +146,22 @@ TEST_F(SimulatorAutomation, ValuesReachTheActionsAndStay) {
 
     SyncSet();
     EXPECT_EQ(Float(fire, kRight).currentState, 0.75f);
-    EXPECT_EQ(Float(fire, kRight).changedSinceLastSync, XrBool32{XR_TRUE});
+    EXPECT_EQ(Float(fire, kRight).changedSinceLastSync, XrBool32{XR_FALSE}) << "it was not active before";
     EXPECT_EQ(Float(fire, kLeft).currentState, 0.0f);
     EXPECT_EQ(Float(fire, kLeft).isActive, XrBool32{XR_TRUE});
     EXPECT_EQ(Float(fire).currentState, 0.75f) << "without a hand, the one that is moved furthest counts";
     EXPECT_EQ(StateOf(GetActionStateBoolean, XR_TYPE_ACTION_STATE_BOOLEAN, session_, shoot).currentState,
               XrBool32{XR_TRUE});
     EXPECT_EQ(Vector(move).x, -0.5f);
+    SetFloat(kRight, "input/trigger/value", 0.5f);
+    SyncSet();
+    EXPECT_EQ(Float(fire, kRight).changedSinceLastSync, XrBool32{XR_TRUE});
     const XrTime changed = Float(fire, kRight).lastChangeTime;
 
     Activate(kProntoProfile, kRight);
     SetFloat(kLeft, "input/thumbstick/y", 1.0f);
     SyncSet();
-    EXPECT_EQ(Float(fire, kRight).currentState, 0.75f) << "switching on once more changes nothing";
+    EXPECT_EQ(Float(fire, kRight).currentState, 0.5f) << "switching on once more changes nothing";
     EXPECT_EQ(Float(fire, kRight).changedSinceLastSync, XrBool32{XR_FALSE});
     EXPECT_EQ(Float(fire, kRight).lastChangeTime, changed);
     EXPECT_EQ(Vector(move).x, -0.5f) << "one axis leaves the other alone";
@@ -170,6 +173,10 @@ TEST_F(SimulatorAutomation, ValuesReachTheActionsAndStay) {
 
     EXPECT_EQ(Sync(session_, {}), XR_SUCCESS);
     EXPECT_EQ(Float(fire, kRight).isActive, XrBool32{XR_FALSE}) << "its set was not synced";
+    SyncSet();
+    EXPECT_EQ(RequestExitSession(session_), XR_SUCCESS);
+    EXPECT_EQ(EndSession(session_), XR_SUCCESS);
+    EXPECT_EQ(Float(fire, kRight).isActive, XrBool32{XR_FALSE}) << "the session does not run";
 }
 
 TEST_F(SimulatorAutomation, ActionSpacesFollowTheirDevice) {

@@ -143,15 +143,19 @@ TEST(Composition, ImagesAreReadAsTheyAreStored) {
     });
     EXPECT_EQ(Seen({linear}, 0, 0), (Colour{137, 137, 137}));
     EXPECT_EQ(Seen({Changed(rows, [](RawImage& i) { i.bytes.assign(16, 1); })}, 0, 0), (Colour{1, 1, 1}));
-    // Halves: 1, 0.5, one that is no number, and 1.
+    // Halves: 2, 0.5, one that is no number, and 1.
     const auto half = Changed(rows, [](RawImage& i) {
         i.kind = PixelKind::kRgba16F;
         i.bytes.clear();
         for (int pixel = 0; pixel < 4; ++pixel) {
-            i.bytes.insert(i.bytes.end(), {0x00, 0x3C, 0x00, 0x38, 0x01, 0x7E, 0x00, 0x3C});
+            i.bytes.insert(i.bytes.end(), {0x00, 0x40, 0x00, 0x38, 0x01, 0x7E, 0x00, 0x3C});
         }
     });
     EXPECT_EQ(Seen({half}, 0, 0), (Colour{255, 188, 0}));
+    ComposedLayer veil = TwoRows(LayerShape::kProjection, 128);
+    veil.has_alpha = true;
+    veil.is_premultiplied = false;
+    EXPECT_EQ(Seen({half, veil}, 0, 7), (Colour{187, 225, 0})) << "no more than full light lies below";
 }
 
 }  // namespace
