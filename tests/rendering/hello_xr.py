@@ -22,7 +22,7 @@ import tempfile
 import zlib
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
-sys.path.insert(0, str(ROOT / "examples" / "ci"))
+sys.path.insert(0, str(ROOT / "scripts"))
 
 from application import Application  # noqa: E402
 
