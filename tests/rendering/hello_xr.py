@@ -11,14 +11,17 @@ BUILD_DIRECTORY/hello_xr; bring_hello_xr.sh does it.
 """
 
 import contextlib
+import json
 import math
 import os
 import pathlib
 import shutil
+import socket
 import struct
 import subprocess
 import sys
 import tempfile
+import time
 import zlib
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
@@ -114,6 +117,28 @@ def play(client):
     expect_box(client, "squeezed hand", empty, cube_box(position, 0.05))
 
 
+def step(client, path):
+    """Frame by frame: each moves the time that the application is told by one period, and nothing else does."""
+    with socket.socket(socket.AF_UNIX) as control, control.makefile("rw") as lines:
+        control.connect(path)
+
+        def ask(**request):
+            print(json.dumps(request), file=lines, flush=True)
+            return json.loads(lines.readline())
+
+        def shown():
+            return client.call("openxr_get_frame_info")["frame_state"]["predicted_display_time"]["XrTime"]
+
+        first, period, begin = ask(do="pause")["frame"], ask(do="state")["period"], shown()
+        for number in range(1, 51):
+            start = time.monotonic()
+            state = ask(do="step")
+            print(f"one frame after {1000 * (time.monotonic() - start):.1f} ms")
+            assert (state["frame"] - first, shown() - begin) == (number, number * period), state
+        assert picture(client) == picture(client), "the frame that is held has changed"
+        ask(do="run")
+
+
 def missing(build, program, graphics):
     """Why it can't be tried on this machine; nothing if it can."""
     if not program:
@@ -165,6 +190,7 @@ def main():
     )
     with contextlib.ExitStack() as stack:
         scratch = stack.enter_context(tempfile.TemporaryDirectory())
+        os.environ["VELMOOR_SIM_CONTROL"] = f"{scratch}/control"
         if graphics == "OpenGL":
             stack.enter_context(x_server(scratch))
         # It ends when its input does.
@@ -175,6 +201,7 @@ def main():
             focused = lambda: "FOCUSED" in str(application.client.call("openxr_get_session_info"))  # noqa: E731
             application.wait_until(focused, 20, "its session has the focus")
             play(application.client)
+            step(application.client, os.environ["VELMOOR_SIM_CONTROL"])
             assert application.end() == 0
         except BaseException:
             print((pathlib.Path(scratch) / "application.txt").read_text(errors="replace")[-4000:])
