@@ -120,7 +120,7 @@ std::vector<output_line> started_application::output(std::size_t most, int level
     const std::lock_guard lock(output_mutex_);
     std::vector<output_line> last;
     for (auto each = lines_.rbegin(); each != lines_.rend() && last.size() < most; ++each) {
-        if (each->level >= level) last.push_back(*each);
+        if (!each->is_layers || each->level >= level) last.push_back(*each);
     }
     std::reverse(last.begin(), last.end());
     return last;

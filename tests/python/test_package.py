@@ -34,6 +34,7 @@ def halves(changes, size=100):
         (png.encode(100, [BLACK * 100] * 100), [], "is blank: one colour fills 100 % of it, and the limit is 99.9 %"),
         (halves({}, 90), [], "has 90x90 pixels, and the limit is 100x100"),
     ],
+    ids=lambda value: "png" if isinstance(value, bytes) else str(value),
 )
 def test_pictures_match_as_far_as_the_eye_can_see(tmp_path, data, masks, message):
     def match(content, update=False):
@@ -88,6 +89,7 @@ def test_failures_show_what_was_there_and_lacks_are_errors(pytester):
     for options, app, message in (
         (["--xr-runtime", "/none.json"], "any", "*there is no runtime: /none.json*"),
         ([], "false", "*ended with exit code 1 before*"),
+        (["--xr-start-limit=0.5"], "sleep 60", "*did not come in time*"),
         ([], "", "*no application is named*"),
     ):
         result = run(pytester, *options, app=app)

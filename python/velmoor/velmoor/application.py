@@ -198,7 +198,7 @@ class Application:
         """The last lines that the application printed, without the layer's."""
         if self._client is not None:
             try:
-                said = self._client.call("app_output", {"lines": MOST_LINES, "level": "info"}, 10)[0]["text"]
+                said = self._client.call("app_output", {"lines": MOST_LINES, "level": "error"}, 10)[0]["text"]
                 lines = said.splitlines(keepends=True)
                 self._output = "".join(line for line in lines if not LAYERS_LINE.search(line))
             except (SetUpError, ToolError, TimeoutError):

@@ -25,6 +25,7 @@ FAILED = pytest.StashKey[bool]()
 OPTIONS = (
     ("app", "", "the application under test, with its arguments"),
     ("runtime", SIMULATOR, "simulator, active, or the file of a runtime's manifest"),
+    ("start-limit", "30", "seconds until the application's session has to be in focus"),
     ("renderer", "", "what baselines of pictures call this machine's renderer"),
     ("artefacts", "xr-artefacts", "directory for what failed tests leave behind"),
     ("velmoor", "", "the command velmoor, if it is not in the path"),
@@ -35,13 +36,13 @@ def pytest_addoption(parser: pytest.Parser) -> None:
     group = parser.getgroup("velmoor", "tests of XR applications")
     for name, usual, text in OPTIONS:
         group.addoption(f"--xr-{name}", default=None, help=text)
-        parser.addini(f"xr_{name}", text, default=usual)
+        parser.addini(f"xr_{name.replace('-', '_')}", text, default=usual)
     group.addoption("--xr-update", action="store_true", help="write the baselines of pictures, and compare nothing")
 
 
 def _setting(config: pytest.Config, name: str) -> str:
     given: Optional[str] = config.getoption(f"--xr-{name}")
-    return given if given is not None else str(config.getini(f"xr_{name}"))
+    return given if given is not None else str(config.getini(f"xr_{name.replace('-', '_')}"))
 
 
 @pytest.fixture
@@ -78,7 +79,7 @@ def xr_app(
         update=config.getoption("--xr-update"),
     )
     test.stash[APPLICATION] = application
-    application.start()
+    application.start(float(_setting(config, "start-limit")))
     try:
         yield application
     finally:
