@@ -116,6 +116,9 @@ target_link_libraries(velmoor_re2 PUBLIC Threads::Threads)
 # Reads the command line of the command. Header-only.
 find_package(CLI11 2.1 REQUIRED)
 
+# Reads the test files of the command.
+find_package(yaml-cpp 0.7 REQUIRED)
+
 # The real loader, for examples and tests only; the runtime package is enough.
 find_library(VELMOOR_OPENXR_LOADER NAMES openxr_loader libopenxr_loader.so.1 REQUIRED)
 

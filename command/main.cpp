@@ -24,6 +24,7 @@
 #include "command/shell_commands.h"
 #include "command/sim_tools.h"
 #include "command/stdio_transport.h"
+#include "command/testing/test_command.h"
 #include "command/xr/xr_tools.h"
 #include "mcp/server_host.h"
 
@@ -37,6 +38,8 @@ struct options {
     std::string record;
     std::size_t record_limit = 1024;  // MiB
     std::string recording;
+    velmoor::test_request test;
+    std::string shard;
     bool as_json = false;
     velmoor::call_request call;
     bool no_simulator = false;
@@ -200,6 +203,23 @@ int show_recording(const options& given) {
     return velmoor::kWell;
 }
 
+int test(const options& given) {
+    velmoor::test_request request = given.test;
+    try {
+        if (!given.shard.empty()) velmoor::take_shard(given.shard, request);
+        request.run.command = given.application;
+        request.run.launch = launch_options_of(given);
+        request.run.version = VELMOOR_VERSION;
+        if (request.at_a_time > 1 && !request.run.launch.own_network) {
+            throw std::runtime_error("several at a time need a network each, and --shared-network says no");
+        }
+        return velmoor::run_tests(request);
+    } catch (const std::exception& e) {
+        std::fprintf(stderr, "velmoor: %s\n", e.what());
+        return velmoor::kMisused;  // no test has failed
+    }
+}
+
 struct subcommand {
     CLI::App* parsed;
     bool takes_application;
@@ -239,6 +259,18 @@ std::vector<subcommand> add_subcommands(CLI::App& app, options& given) {
                             return velmoor::run_application(read.application, launch_options_of(read));
                         });
     add_launch_options(run, given);
+
+    CLI::App& test_command = add("test", "Goes through test files with fresh applications -- APPLICATION ARGUMENTS...",
+                                 "velmoor test -j 4 tests/*.yaml -- ./build/my_app", true, true, test);
+    velmoor::test_request& request = given.test;
+    test_command.add_option("FILE", request.files, "Test files")->required();
+    test_command.add_option("-j", request.at_a_time, "Applications at a time")->check(CLI::Range(1, 64));
+    test_command.add_option("--repeat", request.repeat, "How often each")->check(CLI::Range(1, 100000));
+    test_command.add_flag("--update", request.run.update, "Write the baselines of pictures, and compare nothing");
+    test_command.add_option("--shard", given.shard, "Such as 2/8: every eighth file, from the second on");
+    test_command.add_option("--renderer", request.run.renderer, "What baselines call this machine's renderer");
+    test_command.add_option("--output", request.output, "Directory for reports")->capture_default_str();
+    add_launch_options(test_command, given);
 
     CLI::App& apps = add("apps", "Lists the applications that can be operated", "velmoor apps --json", false, false,
                          [](const options& read) {
@@ -312,7 +344,8 @@ int run(std::vector<std::string> words) {
             return velmoor::kMisused;
         }
         if (each.needs_application && !has_application) {
-            std::fputs("velmoor: the application is missing: velmoor run -- APPLICATION ARGUMENTS...\n", stderr);
+            std::fputs("velmoor: the application is missing: velmoor run|test ... -- APPLICATION ARGUMENTS...\n",
+                       stderr);
             return velmoor::kMisused;
         }
         return each.run(given);

@@ -3,7 +3,7 @@
 
 build_tools=(cmake:cmake ninja:ninja-build c++:g++ pkg-config:pkg-config xz:xz-utils)
 build_packages=(nlohmann-json3-dev libfmt-dev libstb-dev libdeflate-dev libopenxr-loader1 libgtest-dev libgmock-dev libbenchmark-dev
-  libpng-dev libvulkan-dev libgl-dev libegl-dev libx11-dev libcli11-dev)
+  libpng-dev libvulkan-dev libgl-dev libegl-dev libx11-dev libcli11-dev libyaml-cpp-dev)
 
 say() { echo "run: $*" >&2; }
 fail() { say "$@"; exit 1; }

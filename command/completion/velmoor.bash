@@ -2,7 +2,7 @@
 _velmoor() {
   local word=${COMP_WORDS[COMP_CWORD]} command=${COMP_WORDS[1]:-} i words
   if [ "$COMP_CWORD" = 1 ]; then
-    mapfile -t COMPREPLY < <(compgen -W "mcp serve run apps tools call record doctor --help --version" -- "$word")
+    mapfile -t COMPREPLY < <(compgen -W "mcp serve run apps tools call test record doctor --help --version" -- "$word")
     return
   fi
   # Behind "--" stands an application.
@@ -17,6 +17,7 @@ _velmoor() {
     mcp) words="--wait --pictures --record --record-limit --no-simulator --shared-network --" ;;
     serve) words="--port --host --token --wait --pictures --record --record-limit --no-simulator --shared-network --" ;;
     run) words="--no-simulator --shared-network --" ;;
+    test) words="-j --repeat --update --shard --renderer --output --no-simulator --shared-network -- $(compgen -f -- "$word")" ;;
     record) words="show" ;;
     apps | tools | doctor) words="--json" ;;
     call) words="--app --pictures --wait $([ "$COMP_CWORD" != 2 ] || velmoor tools 2>/dev/null | cut -d ' ' -f 1)" ;;

@@ -158,8 +158,11 @@ keeper start_keeper(const std::vector<std::string>& command, const launch_option
         posix_spawn_file_actions_adddup2(&its.actions, output, STDERR_FILENO);
     }
     posix_spawn_file_actions_adddup2(&its.actions, keepers_end.get(), kChannel);
-    const int error =
-        posix_spawn(&made.process, "/proc/self/exe", &its.actions, nullptr, pointers_to(words).data(), environ);
+    environment variables = current_environment();
+    for (const auto& [name, value] : options.variables) variables[name] = value;
+    std::vector<std::string> entries = entries_of(variables);
+    const int error = posix_spawn(&made.process, "/proc/self/exe", &its.actions, nullptr, pointers_to(words).data(),
+                                  pointers_to(entries).data());
     if (error != 0) throw std::runtime_error(std::string("no process can be started: ") + std::strerror(error));
     return made;
 }

@@ -22,6 +22,7 @@ struct launch_options {
     bool simulator = true;     // in place of the active runtime
     bool own_network = true;   // where the system lets us
     std::string control = {};  // path of the simulator's socket; none if empty
+    environment variables{};   // beside this process's
 };
 
 environment current_environment();

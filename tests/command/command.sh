@@ -4,6 +4,7 @@
 #   command.sh CASE BUILD_DIRECTORY      CASE is the name of a function below
 set -euo pipefail
 build=$2
+here=$(cd "$(dirname "$0")" && pwd)
 velmoor=$build/bin/velmoor
 scratch=$(mktemp -d)
 export HOME=$scratch VELMOOR_SIM_STRICT=1 VELMOOR_SIM_EYE_SIZE=64x64
@@ -165,6 +166,43 @@ held_frames_are_the_same_twice() {
   done
   work_with_held_frames "$scratch/busy.log"
   cmp "$scratch/idle.log" "$scratch/busy.log" || flunk "two runs differ"
+}
+
+tests_of_an_application() {
+  cd "$scratch"
+  cat >good.yaml <<'END'
+steps:
+  - {call: spawn_cube, arguments: {position: [0, 1.5, -1], color: red}, values: {/cube: 1}}
+  - {call: openxr_set_head_pose, arguments: {base_space: stage, position: [0, 1.6, 0.5], orientation: [0, 0, 0, 1]}}
+  - {wait: {frames: 5}}
+  - {expect: openxr_get_session_info, values: {/state/name: {contains: FOCUSED}}}
+  - {picture: cube}
+END
+  sed 's/red/blue/; s/1.5/1.6/' good.yaml >other.yaml
+  python3 -c 'import jsonschema, yaml' 2>/dev/null && python3 - "$here/../../docs/test.schema.json" good.yaml <<'END' >"$scratch/schema.txt" 2>&1
+import json, sys, yaml, jsonschema
+checker = jsonschema.Draft7Validator(json.load(open(sys.argv[1])))
+good = yaml.safe_load(open(sys.argv[2]))
+checker.check_schema(checker.schema)
+checker.validate(good)
+good["steps"][0]["eye"] = "left"
+print("the schema takes an eye of a call" if checker.is_valid(good) else "fine")
+END
+  [ "$(cat "$scratch/schema.txt" 2>/dev/null || echo fine)" = fine ] || flunk 'the schema is wrong'
+  expect 1 'no baseline baselines/good/cube.*--update' test good.yaml -- "$build/bin/velmoor_demo"
+  expect 0 '1 of 1 passed' test --update good.yaml -- "$build/bin/velmoor_demo"
+  expect 0 '4 of 4 passed' test -j 2 --repeat 4 good.yaml -- "$build/bin/velmoor_demo"
+  cp -r baselines/good baselines/other
+  expect 1 'other.yaml:6: picture cube, left eye: [0-9.]+ % of the pixels differ' test other.yaml good.yaml -- \
+    "$build/bin/velmoor_demo"
+  ls velmoor-test/other-1/{expected,actual,difference,last}.png velmoor-test/other-1/output.txt
+  grep -q 'tests="2" failures="1" errors="0"' velmoor-test/junit.xml || flunk 'one of two should have failed'
+  [ "$(grep -c '<img alt="difference" src="data:' velmoor-test/report.html)" = 1 ] || flunk 'no difference is shown'
+  expect 0 '^\[1/1\] passed good' test --shard 2/2 other.yaml good.yaml -- "$build/bin/velmoor_demo"
+  expect 2 'good.yaml:1: start sh .* ended with exit code 3 before' test good.yaml -- sh -c 'exit 3'
+  echo 'steps: [{call: openxr_exit_session}, {wait: {frames: 999}}]' >exits.yaml
+  expect 2 'exits.yaml:1: wait .* died with exit code 0' test exits.yaml -- "$build/bin/velmoor_demo"
+  expect 2 'bad.yaml:1: the file can.t be read' test bad.yaml -- "$build/bin/velmoor_demo"
 }
 
 agents_loop_over_a_failure() {
