@@ -172,6 +172,32 @@ TEST_F(SimulatorControl, WhatHappensToTheHeadsetIsTold) {
     EXPECT_EQ(RequestExitSession(session_), XR_SUCCESS);
 }
 
+TEST_F(SimulatorControl, AControllerIsLostAndFallsAsleep) {
+    Controller controller(path_);
+    const XrActionSet set = MakeActionSet("set");
+    const XrAction grip = MakeAction(set, "grip", XR_ACTION_TYPE_POSE_INPUT);
+    ASSERT_EQ(Suggest(kTouchProfile, {{grip, "/user/hand/left/input/grip/pose"}}), XR_SUCCESS);
+    ASSERT_EQ(Attach(session_, {set}), XR_SUCCESS);
+    const XrPath left = Path("/user/hand/left");
+    const XrSpace stage = MakeSpace(session_, XR_REFERENCE_SPACE_TYPE_STAGE);
+    const XrSpace space = MakeActionSpace(session_, grip);
+    ASSERT_EQ(SetInputDeviceActiveEXT(session_, Path(kTouchProfile), left, XR_TRUE), XR_SUCCESS);
+    SetInputDeviceLocationEXT(session_, left, Path("/user/hand/left/input/grip/pose"), stage, kIdentity);
+    struct Case {
+        const char* event;
+        bool is_active;
+        bool is_located;
+    };
+    for (const Case& row : {Case{"tracking_lost", true, false}, Case{"controller_asleep", false, false},
+                            Case{"tracking_found", false, false}, Case{"controller_awake", true, true}}) {
+        controller.Ask(R"({"do":"event","hand":"left","event":")" + std::string(row.event) + "\"}");
+        Sync(session_, {set});
+        const auto state = StateOf<XrActionStatePose>(GetActionStatePose, XR_TYPE_ACTION_STATE_POSE, session_, grip);
+        EXPECT_EQ(state.isActive == XR_TRUE, row.is_active) << row.event;
+        EXPECT_EQ(Locate(space, stage).locationFlags != 0, row.is_located) << row.event;
+    }
+}
+
 TEST(SimulatorControlSocket, ReplacesWhatWasLeftBehindAndNothingElse) {
     const std::string path = testing::TempDir() + "sim_left_" + std::to_string(getpid());
     struct Case : SimulatorTest {
