@@ -21,6 +21,7 @@
 #include "command/launch/simulator_link.h"
 #include "command/recording/recorder.h"
 #include "command/recording/recording.h"
+#include "command/recording/test_writer.h"
 #include "command/shell_commands.h"
 #include "command/sim_tools.h"
 #include "command/stdio_transport.h"
@@ -220,6 +221,14 @@ int test(const options& given) {
     }
 }
 
+int write_test(const options& given) {
+    const velmoor::recording read = velmoor::read_recording(given.recording);
+    const std::string text = velmoor::test_of(read);
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    for (const std::string& each : read.notes) std::fprintf(stderr, "velmoor: %s\n", each.c_str());
+    return velmoor::kWell;
+}
+
 struct subcommand {
     CLI::App* parsed;
     bool takes_application;
@@ -304,6 +313,9 @@ std::vector<subcommand> add_subcommands(CLI::App& app, options& given) {
     CLI::App* const show = record.add_subcommand("show", "Prints a recording, call by call");
     show->add_option("DIRECTORY", given.recording, "That --record named")->required();
     all.back() = {show, false, false, show_recording};
+    CLI::App* const made = record.add_subcommand("test", "Prints a test file made of a recording");
+    made->add_option("DIRECTORY", given.recording, "That --record named")->required();
+    all.push_back({made, false, false, write_test});
 
     CLI::App& doctor = add("doctor", "Tells whether an agent could work with an application started from this shell",
                            "velmoor doctor || exit 1", false, false,

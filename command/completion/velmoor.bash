@@ -18,7 +18,7 @@ _velmoor() {
     serve) words="--port --host --token --wait --pictures --record --record-limit --no-simulator --shared-network --" ;;
     run) words="--no-simulator --shared-network --" ;;
     test) words="-j --repeat --update --shard --renderer --output --no-simulator --shared-network -- $(compgen -f -- "$word")" ;;
-    record) words="show" ;;
+    record) words="show test" ;;
     apps | tools | doctor) words="--json" ;;
     call) words="--app --pictures --wait $([ "$COMP_CWORD" != 2 ] || velmoor tools 2>/dev/null | cut -d ' ' -f 1)" ;;
     *) words= ;;

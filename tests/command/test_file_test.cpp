@@ -3,6 +3,7 @@
 
 #include <utility>
 
+#include "command/recording/test_writer.h"
 #include "command/testing/check.h"
 #include "command/testing/test_file.h"
 
@@ -35,6 +36,26 @@ steps:
     EXPECT_EQ(call.line, 6);
     EXPECT_EQ(read.steps[2].limits.masks[0].height, 4);
     EXPECT_EQ(read.steps[2].limits.share, 0.5);
+}
+
+TEST(TestFile, IsMadeOfARecordingWithoutWhatDiffersFromRunToRun) {
+    const auto said = [](const std::string& text) {
+        return json{{"content", json::array({{{"type", "text"}, {"text", text}}})}};
+    };
+    recording what;
+    what.calls = {{0, 1, "app_start", json::object(), said("runs"), false},
+                  {1.1, 0.1, "openxr_get_x", {{"app", "1"}}, said(R"({"a": {"b/c": 1.5}, "handle": 3})"), false},
+                  {3.2, 0.1, "press", {{"n", 2}}, said("Error: no"), true},
+                  {3.3, 0.1, "xr_picture", {{"eye", "right"}}, json::object(), false}};
+    const test_file read = parse_test(test_of(what), "f");
+    ASSERT_EQ(read.steps.size(), 5u) << test_of(what);
+    EXPECT_EQ(read.steps[0].kind, step_kind::expect);
+    EXPECT_TRUE(read.steps[0].arguments.empty());
+    ASSERT_EQ(read.steps[0].checks.size(), 1u);
+    EXPECT_FALSE(fault_of(read.steps[0].checks[0], R"({"a": {"b/c": 1.52}})"));
+    EXPECT_EQ(read.steps[1].arguments, json({{"frames", 144}}));
+    EXPECT_TRUE(read.steps[2].shall_fail);
+    EXPECT_EQ(read.steps[3].eye, "right");
 }
 
 TEST(TestFile, IsToldToBeWrongWithLineAndReason) {
