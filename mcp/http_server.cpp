@@ -73,8 +73,8 @@ class http_server::implementation {
         chunked_sink sink(*on);
         while (on->peer_is_alive() && answer.stream(sink)) {
         }
-        if (answer.tells_end && on->peer_is_alive()) on->write({kLastChunk});
-        return false;
+        // Behind a stream that tells its end another request may follow, as the head has announced.
+        return answer.tells_end && on->peer_is_alive() && on->write({kLastChunk}) && !is_last;
     }
 
     http_answer answer_or_fail(http_request& request, const std::shared_ptr<connection>& on, bool& is_read) {

@@ -121,6 +121,9 @@ TEST_F(Http, KeepsSessionsUntilTheyAreEnded) {
     }
     Expect(Ask("DELETE /mcp", session, ""), 204, "");
     stream.read_until("0\r\n\r\n", 10s);
+    // It was announced that the connection stays: a client may use it again.
+    stream.send("GET /mcp HTTP/1.1\r\nHost: localhost\r\n\r\n");
+    Expect(stream.read_until("\r\n\r\n", 10s), 405, "Allow: POST");
     Expect(Post(session, R"({"id":2,"method":"ping"})"), 404, "Session not found");
 }
 
