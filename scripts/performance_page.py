@@ -51,9 +51,9 @@ class Run:
                 parts = re.findall(r"([^,]+?) ([\d.]+)(?: ms)?(?:, |$)", line[size.end():])
                 yield int(size[1]) * int(size[2]) / 1e6, f"{size[1]} × {size[2]}", {a: float(b) for a, b in parts}
 
-    def rendering(self):
-        """For each graphics interface and case its figure, and what else is told of it."""
-        path = self.directory / "rendering.txt"
+    def told(self, program):
+        """For each subject, such as a graphics interface, and case its figure, and what else is told of it."""
+        path = self.directory / f"{program}.txt"
         interface = ""
         for line in path.read_text().splitlines() if path.exists() else []:
             told = re.match(r"  (.*?): (.*?)(?:[;,] (.*))?$", line)
@@ -154,7 +154,8 @@ def figures(run):
         whole, *rest = parts.items()
         yield (f"A picture of {size}, {whole[0]}", duration(whole[1] * 1e6),
                "; ".join(f"{name}: {duration(ms * 1e6)}" for name, ms in rest))
-    yield from run.rendering()
+    yield from run.told("bridge")
+    yield from run.told("rendering")
 
 
 INSTANCE = "BM_InstanceAddedByTheLayer/iterations:1"
