@@ -161,7 +161,9 @@ void bridge::dispatch(const open_call_pointer& call) {
         is_stopping = is_stopping_;
         // Who is there may have changed since the last look. Then the call waits for the next one, which comes at once;
         // so does a call that is to be refused.
-        if (clock::now() < looked_at_ + kLookHolds) link = choose_locked(*call).link;
+        const auto now = clock::now();
+        called_at_ = now;
+        if (now < looked_at_ + kLookHolds) link = choose_locked(*call).link;
         if (!link && !is_stopping) waiting_.push_back(call);
     }
     if (is_stopping) return call->call.done(error_outcome("The call was not run: velmoor ends."));

@@ -134,6 +134,7 @@ class bridge final : public tool_source {
     bool is_kicked_ = false;
     bool is_stopping_ = false;
     clock::time_point looked_at_;
+    clock::time_point called_at_;  // the last time
     pid_t preferred_ = 0;
     json client_info_;
     std::uint64_t next_id_ = 1;

@@ -16,6 +16,9 @@ using std::chrono::milliseconds;
 constexpr milliseconds kWaitingPause{50};
 constexpr milliseconds kLostPause{100};
 constexpr milliseconds kConnectedPause{1000};
+// While calls come, so often that none has to wait for a look (kLookHolds): they go on meanwhile.
+constexpr milliseconds kBusyPause{150};
+constexpr milliseconds kBusyTime{1000};  // since the last call
 constexpr milliseconds kFirstPause{200};
 constexpr milliseconds kLongestPause{5000};
 constexpr milliseconds kRestartTime{10000};
@@ -59,7 +62,7 @@ bridge::clock::duration bridge::pause_locked(clock::time_point now) {
     if (!waiting_.empty()) return kWaitingPause;
     if (!links_.empty()) {
         pause_ = kFirstPause;
-        return kConnectedPause;
+        return now < called_at_ + kBusyTime ? kBusyPause : kConnectedPause;
     }
     if (now < lost_at_ + kRestartTime) return kLostPause;
     pause_ = std::clamp<clock::duration>(pause_ * 2, kFirstPause, kLongestPause);
