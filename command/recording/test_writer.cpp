@@ -4,7 +4,6 @@
 #include <array>
 #include <cmath>
 #include <string_view>
-#include <utility>
 
 namespace velmoor {
 namespace {
@@ -53,7 +52,7 @@ std::string values_of(const json& result) {
     return "    values:\n" + text;
 }
 
-std::string step_of(const recorded_call& call, json arguments, int& pictures) {
+std::string step_of(const recorded_call& call, const json& arguments, int& pictures) {
     if (call.tool == "xr_wait") return "  - wait: " + mcp::dump_json(arguments) + "\n";
     if (call.tool == "openxr_capture_composited_image" || call.tool == "xr_picture") {
         const std::string eye = arguments.value("eye", json()) == "right" ? "right" : "left";
@@ -87,7 +86,7 @@ std::string test_of(const recording& what) {
         }
         json arguments = each.arguments;
         arguments.erase("app");
-        text += step_of(each, std::move(arguments), pictures);
+        text += step_of(each, arguments, pictures);
     }
     return text + "  - say: The end\n";
 }
