@@ -387,6 +387,7 @@ EXAMPLES = """
 {"name": "xr_picture", "arguments": {"eye": "right", "crop": [0.25, 0.25, 0.75, 0.75], "format": "jpeg"}}
 {"name": "xr_point_at", "arguments": {"pixel": [300, 512], "eye": "right", "duration_seconds": 0.5}}
 {"name": "xr_move", "arguments": {"ahead": 0.5, "turn_left": 30}}
+{"name": "xr_act", "arguments": {"steps": [{"tool": "xr_move", "arguments": {"ahead": 1}}, {"frames": 3}, {"at": 0.5, "tool": "openxr_set_controller_input", "arguments": {"hand": "right", "component": "A", "value": 1}}]}}
 ```
 """
 

@@ -93,6 +93,8 @@ void bridge::prefer(pid_t process) {
 void bridge::start(std::uint64_t id, tool_call call) {
     if (settings_.watch && !call.is_inner) call = settings_.watch(std::move(call));
     for (const own_tool& each : own_tools_) {
+        // One that stands for a tool of the layer calls that.
+        if (call.is_inner && is_builtin(call.name)) break;
         if (each.declaration["name"] == call.name) return start_own(id, each, std::move(call));
     }
     const auto now = clock::now();
@@ -143,6 +145,11 @@ bridge::choice bridge::choose_locked(const open_call& call) const {
                          " applications run, and it does not say which is meant. Give the argument \"app\" one of "
                          "these names or pids:" +
                          listing_locked()};
+}
+
+bool bridge::is_known_locked(const std::string& tool) const {
+    const auto is_it = [&](const json& each) { return each["name"] == tool; };
+    return is_builtin(tool) || std::any_of(applications_tools_.begin(), applications_tools_.end(), is_it);
 }
 
 pid_t bridge::process_for(const std::string& app) {

@@ -101,9 +101,11 @@ class bridge final : public tool_source {
     struct choice {
         std::shared_ptr<application_link> link;
         std::string refusal;
+        bool is_unknown = false;  // nobody has such a tool
     };
 
     choice choose_locked(const open_call& call) const;
+    bool is_known_locked(const std::string& tool) const;
     void dispatch(const open_call_pointer& call);
     void hand_to(const std::shared_ptr<application_link>& link, const open_call_pointer& call);
     void take_end(const open_call_pointer& call, const application& by, mcp::call_result&& end);

@@ -6,6 +6,7 @@
 #include "command/bridge/bridge.h"
 #include "command/bridge/results.h"
 #include "command/bridge/tool_list.h"
+#include "mcp/json_rpc.h"
 
 namespace velmoor {
 namespace {
@@ -114,7 +115,8 @@ void bridge::serve_waiting() {
             if (!chosen.link && chosen.refusal.empty() && now >= (*each)->deadline) {
                 chosen.refusal = why_none_locked(**each);
             }
-            if (chosen.link || !chosen.refusal.empty()) {
+            chosen.is_unknown = links_.empty() && !is_known_locked((*each)->call.name);
+            if (chosen.link || chosen.is_unknown || !chosen.refusal.empty()) {
                 decided.emplace_back(std::move(*each), std::move(chosen));
                 each = waiting_.erase(each);
                 continue;
@@ -130,6 +132,9 @@ void bridge::serve_waiting() {
     for (const auto& [call, chosen] : decided) {
         if (chosen.link) {
             hand_to(chosen.link, call);
+        } else if (chosen.is_unknown) {
+            call->call.done(
+                {{"error", {{"code", mcp::kInvalidParams}, {"message", "Unknown tool: " + call->call.name}}}});
         } else {
             call->call.done(outcome_of(text_result("Error: " + chosen.refusal, true)));
         }

@@ -20,13 +20,6 @@ std::string name_of(const json& declaration) {
     return name.is_string() ? name.get<std::string>() : std::string();
 }
 
-void add_app_parameter(json& declaration) {
-    if (has_own_app_parameter(declaration)) return;
-    json& properties = declaration["inputSchema"]["properties"];
-    if (!properties.is_object()) properties = json::object();
-    properties["app"] = {{"type", "string"}, {"description", "Name or pid of the application, where several run"}};
-}
-
 }  // namespace
 
 const std::vector<json>& builtin_declarations() {
@@ -62,6 +55,13 @@ bool has_own_app_parameter(const json& declaration) {
     if (schema == declaration.end() || !schema->is_object()) return false;
     const auto properties = schema->find("properties");
     return properties != schema->end() && properties->is_object() && properties->contains("app");
+}
+
+void add_app_parameter(json& declaration) {
+    if (has_own_app_parameter(declaration)) return;
+    json& properties = declaration["inputSchema"]["properties"];
+    if (!properties.is_object()) properties = json::object();
+    properties["app"] = {{"type", "string"}, {"description", "Name or pid of the application, where several run"}};
 }
 
 std::string merged_list(const std::vector<json>& of_bridge, const std::vector<json>& of_applications) {

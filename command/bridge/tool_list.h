@@ -22,6 +22,9 @@ std::vector<json> own_tools_of_application(const std::vector<json>& tools);
 // Whether a tool has a parameter `app` of its own. Otherwise that argument names the application, and goes no further.
 bool has_own_app_parameter(const json& declaration);
 
+// Gives it one that names the application, unless it has one.
+void add_app_parameter(json& declaration);
+
 // The text of the whole list. Of two tools of one name, the first counts: the bridge's, then the layer's, then those of
 // the applications in their order.
 std::string merged_list(const std::vector<json>& of_bridge, const std::vector<json>& of_applications);

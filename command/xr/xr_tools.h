@@ -1,7 +1,8 @@
 // Tools of the bridge's own that use those of the layer underneath.
 //
 // One file for each: xr_wait (wait_tool), xr_picture (picture_tool), xr_release_all (release_tool), xr_inputs
-// (inputs_tool), xr_move, xr_look_at and xr_point_at (move_tools, with their maths in aim).
+// (inputs_tool), xr_move, xr_look_at and xr_point_at (move_tools, with their maths in aim), xr_act
+// (act_tool), openxr_exit_session (exit_tool).
 #pragma once
 
 #include <memory>
@@ -22,6 +23,9 @@ own_tool make_picture_tool(const std::shared_ptr<picture_memory>& memory);
 own_tool make_move_tool();
 own_tool make_look_tool(const std::shared_ptr<picture_memory>& memory);
 own_tool make_point_tool(const std::shared_ptr<picture_memory>& memory);
+own_tool make_act_tool();
+// In the place of the layer's own: tells what followed.
+own_tool make_exit_tool(started_application* application);
 own_tool make_release_tool();
 own_tool make_inputs_tool(started_application* application);
 

@@ -189,6 +189,8 @@ TEST_F(Bridge, WaitsForAnApplicationAndSaysWhatIsMissing) {
     EXPECT_NE(missing.find("XR_ENABLE_API_LAYERS=XR_APILAYER_KESTX_velmoor"), std::string::npos);
 
     const auto patient = Make();
+    const json unknown = Start(*patient, "nonsense").get();
+    EXPECT_EQ(unknown["error"]["code"], -32602);
     std::promise<json> word;
     std::atomic<bool> has_word{false};
     auto answer = Start(*patient, "math_add", {{"a", 1}, {"reason", "r"}}, [&](json&& progress) {

@@ -114,9 +114,17 @@ agents_loop() {
   called 'at.{5}TABLE 2' xr_point_at '{"pixel":[31,31]}'
   called 'no entity is called .{2}x.*TABLE 2.*isError":true' xr_look_at '{"entity":"x"}'
   called '"isError":false' xr_move '{"ahead":0.5,"turn_left":90,"duration_seconds":0.1}'
+  called 'step.{3}1,.*frame.{3}[0-9]+\}.*step.{3}3,.{2}tool.{3}.{2}openxr_set_controller_input.*isError":false' xr_act \
+    '{"steps":[{"frames":2},{"tool":"xr_move","arguments":{"up":0.1}},'\
+'{"at":0.2,"tool":"openxr_set_controller_input","arguments":{"hand":"left","component":"X","value":1}}]}'
+  called 'step 2 was not begun, nor any other.*isError":true' xr_act '{"steps":[{"frames":2},{"tool":"app_stop"}]}'
+  called 'step 1 failed and those behind.*isError":true' xr_act '{"steps":[{"tool":"xr_look_at"},{"frames":1}]}'
+  called 'left X' xr_release_all
   called '\[DEBUG\]' app_output '{"lines":400,"level":"debug"}'
   called 'ended with exit code 0' app_stop
   called 'was not running' app_stop
+  called 'session is in focus' app_start
+  called 'exit requested.*SESSION_STATE.*The process has ended after [0-9]+ ms with exit code 0' openxr_exit_session
   called 'session is in focus' app_start
   kill -KILL "$bridge_pid"
   gone "^$build/bin/velmoor_demo"
