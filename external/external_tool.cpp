@@ -71,23 +71,21 @@ json RunDeferred(const ExternalTool& tool, const ExternalCall& call, std::string
     const auto entry = std::make_shared<DeferredCallbackEntry>(tool, std::move(arguments_json));
     const std::future<void> completed = entry->completion.get_future();
     LogInfo(" ... waiting");
-    entry->need_no_frames = NeedFrames(ContextManager::instance().getSessionState().session);
-    try {
-        manager.Enqueue(entry);
-    } catch (...) {
-        entry->need_no_frames();
-        throw;
-    }
+    const FrameNeed need(ContextManager::instance().getSessionState().session);
+    entry->need_no_frames = [need] { need.End(); };
+    manager.Enqueue(entry);
+    need.Begin();
     const std::int64_t limit = manager.GetTimeoutSeconds();
     const bool timed_out = !CompletesInTime(completed, limit);
     LogInfo(" ... completed. timeout_status: ", timed_out);
     if (timed_out) {
-        entry->need_no_frames();
+        need.End();
         // The entry stays in the queue: the pump still runs it, or drops it when it is too old.
         LogError("External tool call timed out waiting for main thread (timeout: ", limit, "s)");
         return call.Fail("timeout_waiting_for_main_thread",
                          "Error: External tool callback timed out waiting for main thread");
     }
+    need.Rest();
     if (entry->timedOutInQueue) {
         const std::int64_t elapsed = (MonotonicNanoseconds() - entry->enqueueTime) / 1000000000;
         LogError("External tool callback timed out in queue (elapsed: ", elapsed, "s)");

@@ -120,7 +120,12 @@ XrResult WaitFrame(XrSession session, const XrFrameWaitInfo* info, XrFrameState*
 XrResult ChangeSimulatorFrameDemandKESTX1(XrSession session, std::int32_t change) {
     return Guarded([&](Runtime& runtime) {
         FrameLoop& frames = runtime.Get(session)->frames;
-        Require(change == 1 || (change == -1 && frames.demand > 0));
+        Require(change == 1 || change == 0 || (change == -1 && frames.demand > 0));
+        if (change == 0) {
+            const bool goes_by = runtime.clock.IsHeld() && !runtime.clock.LetsPass() && frames.demand == 0 &&
+                                 !(frames.is_held && !frames.begun);
+            return goes_by ? XR_TIMEOUT_EXPIRED : XR_SUCCESS;
+        }
         frames.demand += change;
         runtime.frame_changed.notify_all();
         return XR_SUCCESS;

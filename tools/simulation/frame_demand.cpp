@@ -1,8 +1,9 @@
 #include "tools/simulation/frame_demand.h"
 
-#include <atomic>
+#include <chrono>
 #include <cstdint>
-#include <memory>
+#include <mutex>
+#include <thread>
 #include <utility>
 
 #include "context/context_manager.h"
@@ -14,32 +15,53 @@
 namespace orvanic_xr {
 namespace {
 
-struct Demand {
-    std::shared_ptr<SessionContext> session;
-    PFN_xrChangeSimulatorFrameDemandKESTX1 change;
-    std::atomic<bool> is_open{true};
-};
-
-// The session may be gone, and its demand with it.
-bool Change(const Demand& demand, std::int32_t by) {
-    const auto pass = demand.session->EnterRuntime();
-    return pass && XR_SUCCEEDED(demand.change(demand.session->session, by));
-}
+constexpr std::chrono::seconds kLongestRest(1);
+constexpr std::chrono::microseconds kBetweenLooks(200);
 
 }  // namespace
 
-std::function<void()> NeedFrames(XrSession session) {
-    const auto nothing = [] {};
-    if (!FrameClock::instance().is_on()) return nothing;
-    const auto demand = std::make_shared<Demand>();
+struct FrameNeed::Demand {
+    std::shared_ptr<SessionContext> session;
+    PFN_xrChangeSimulatorFrameDemandKESTX1 change = nullptr;
+    std::mutex mutex;  // guards what follows
+    bool is_open = false;
+    bool has_ended = false;
+
+    // The session may be gone, and its demand with it.
+    XrResult Change(std::int32_t by) const {
+        const auto pass = session->EnterRuntime();
+        return pass ? change(session->session, by) : XR_ERROR_HANDLE_INVALID;
+    }
+};
+
+FrameNeed::FrameNeed(XrSession session) {
+    if (!FrameClock::instance().is_on()) return;
+    auto demand = std::make_shared<Demand>();
     demand->session = ContextManager::instance().getSessionContext(session);
-    if (!demand->session) return nothing;
     demand->change = DispatchHolder::instance().Resolve<PFN_xrChangeSimulatorFrameDemandKESTX1>(
         "xrChangeSimulatorFrameDemandKESTX1");
-    if (!demand->change || !Change(*demand, 1)) return nothing;
-    return [demand] {
-        if (demand->is_open.exchange(false)) Change(*demand, -1);
-    };
+    if (demand->session && demand->change) demand_ = std::move(demand);
+}
+
+void FrameNeed::Begin() const noexcept {
+    if (!demand_) return;
+    const std::lock_guard lock(demand_->mutex);
+    if (!demand_->has_ended && !demand_->is_open) demand_->is_open = XR_SUCCEEDED(demand_->Change(1));
+}
+
+void FrameNeed::End() const noexcept {
+    if (!demand_) return;
+    const std::lock_guard lock(demand_->mutex);
+    demand_->has_ended = true;
+    if (std::exchange(demand_->is_open, false)) demand_->Change(-1);
+}
+
+void FrameNeed::Rest() const noexcept {
+    if (!demand_) return;
+    const auto deadline = std::chrono::steady_clock::now() + kLongestRest;
+    while (demand_->Change(0) == XR_TIMEOUT_EXPIRED && std::chrono::steady_clock::now() < deadline) {
+        std::this_thread::sleep_for(kBetweenLooks);
+    }
 }
 
 }  // namespace orvanic_xr

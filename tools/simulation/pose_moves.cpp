@@ -60,15 +60,18 @@ json play_pose_animation(const SessionContext& context, ActiveAnimation animatio
                          const std::string& subject, const std::string& call) {
     const float duration_seconds = animation.duration_seconds;
     // Once it has ended, the next frame is no longer needed.
-    const auto need_no_more = animation.on_end = NeedFrames(context.session);
+    const FrameNeed need(context.session);
+    animation.on_end = [need] { need.End(); };
     std::future<AnimationResult> outcome = PoseAnimationManager::instance().StartAnimation(std::move(animation));
+    need.Begin();
     // The session's end closes its fence first and then ends all animations: one that came after may never be ticked.
     if (context.ended()) return refuse(tool_name, "SessionContext is not valid.");
     if (!ends_in_time(outcome, duration_seconds)) {
-        need_no_more();
+        need.End();
         PoseAnimationManager::instance().CancelAll("an animation that timed out");
         return refuse(tool_name, "Animation timed out (application may have stopped rendering).");
     }
+    need.Rest();
     switch (outcome.get()) {
         case AnimationFailed:
             return refuse(tool_name, "Animation failed while transitioning " + subject + " pose.");
