@@ -3,13 +3,9 @@
 //
 //   node --test bridge.test.mjs      with VELMOOR naming the command, INTEROP_SERVER the server behind it, on port 8720
 import assert from 'node:assert/strict';
-import { spawn } from 'node:child_process';
-import { once } from 'node:events';
-import { mkdtemp, rm } from 'node:fs/promises';
-import { tmpdir } from 'node:os';
-import { join } from 'node:path';
-import { createInterface } from 'node:readline';
+import { execFile } from 'node:child_process';
 import { after, before, describe, test } from 'node:test';
+import { promisify } from 'node:util';
 
 import * as second from '@modelcontextprotocol/client';
 import { StdioClientTransport as SecondStdio } from '@modelcontextprotocol/client/stdio';
@@ -17,12 +13,10 @@ import { Client as FirstClient } from '@modelcontextprotocol/sdk/client/index.js
 import { StdioClientTransport as FirstStdio } from '@modelcontextprotocol/sdk/client/stdio.js';
 import { StreamableHTTPClientTransport as FirstHttp } from '@modelcontextprotocol/sdk/client/streamableHttp.js';
 
+import { ENVIRONMENT, endApplication, startApplication, startServing } from './bridge_processes.mjs';
+
 const ME = { name: 'bridge-test', version: '1.0' };
 const LIMIT = { timeout: 30_000 };
-const cache = await mkdtemp(join(tmpdir(), 'velmoor-bridge-'));
-after(() => rm(cache, { recursive: true, force: true }));
-
-const ENVIRONMENT = { ...process.env, XDG_CACHE_HOME: cache };
 const COMMAND = { command: process.env.VELMOOR, args: ['mcp'], env: ENVIRONMENT };
 const GENERATIONS = [
   { name: 'sdk 1.x', client: () => new FirstClient(ME), Stdio: FirstStdio, Http: FirstHttp },
@@ -37,14 +31,6 @@ const GENERATIONS = [
   },
 ];
 
-// A command that serves until the test has ended, and its address.
-async function startServing() {
-  const server = spawn(process.env.VELMOOR, ['serve', '--port', '0'], { stdio: ['ignore', 'ignore', 'pipe'], env: ENVIRONMENT });
-  const [line] = await once(createInterface({ input: server.stderr }), 'line');
-  const ended = once(server, 'exit');
-  return { url: new URL(/http:.*$/.exec(line)[0]), end: async () => (server.kill('SIGTERM'), assert.deepEqual(await ended, [0, null])) };
-}
-
 const CLIENTS = GENERATIONS.flatMap(({ name, client, Stdio, Http }) => [
   { name: `${name}, stdio`, client, open: async () => ({ transport: new Stdio(COMMAND), end: () => {} }) },
   {
@@ -56,23 +42,17 @@ const CLIENTS = GENERATIONS.flatMap(({ name, client, Stdio, Http }) => [
   },
 ]);
 
-async function startApplication() {
-  const application = spawn(process.env.INTEROP_SERVER, ['8720'], { stdio: ['pipe', 'pipe', 'ignore'] });
-  await once(createInterface({ input: application.stdout }), 'line');
-  application.stdout.resume();
-  return application;
-}
-
-async function endApplication(application) {
-  const ended = once(application, 'exit');
-  application.kill('SIGKILL');
-  await ended;
-}
-
 // The first generation takes a result schema before the options.
 const call = (client, name, args, options = {}) => client.callTool(
   { name, arguments: args }, ...(client instanceof FirstClient ? [undefined] : []), { ...LIMIT, ...options });
 const echo = async (client, message, more = {}) => (await call(client, 'echo', { message, ...more })).content[0].text;
+
+// A call waits only for a tool that was seen before: no list has it otherwise.
+before(async () => {
+  const application = await startApplication();
+  await promisify(execFile)(process.env.VELMOOR, ['call', 'echo', '{}'], { env: ENVIRONMENT });
+  await endApplication(application);
+});
 
 for (const kind of CLIENTS) {
   describe(kind.name, { timeout: 60_000 }, () => {

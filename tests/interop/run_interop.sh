@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs one of the interop tests; ends with 77, which stands for "skipped", where it can't be run.
 #
-#   run_interop.sh interop|browser|bridge|conformance SERVER_PROGRAM [VELMOOR]      with CLIENTS_WANTED set, that is a failure
+#   run_interop.sh interop|browser|bridge|inspector|conformance SERVER [VELMOOR]    with CLIENTS_WANTED set, a failure
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 
@@ -14,7 +14,7 @@ skip() {
 command -v node >/dev/null || skip "Node.js is not there; 20 or newer is needed"
 [ "$(node -p 'parseInt(process.versions.node)')" -ge 20 ] || skip "Node.js is $(node --version); 20 or newer is needed"
 case $1 in
-  interop | bridge)
+  interop | bridge | inspector)
     [ -d node_modules/@modelcontextprotocol ] || skip "the clients are not there; './run test' or 'npm ci' brings them"
     ;;
   browser)
