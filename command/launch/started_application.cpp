@@ -53,7 +53,7 @@ output_line parse_output_line(const std::string& text) {
 }
 
 started_application::started_application(std::vector<std::string> command, launch_options options)
-    : command_(std::move(command)), options_(options), shown_command_(shown(command_)) {}
+    : command_(std::move(command)), options_(std::move(options)), shown_command_(shown(command_)) {}
 
 void started_application::start() {
     if (is_running()) throw std::runtime_error("the application runs already");
