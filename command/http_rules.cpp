@@ -1,9 +1,10 @@
 #include "command/http_rules.h"
 
 #include <cstddef>
+#include <cstdint>
 #include <utility>
 
-#include "command/bridge/pictures.h"
+#include "capture/base64.h"
 #include "mcp/json_rpc.h"
 #include "mcp/local_only.h"
 
@@ -57,21 +58,25 @@ std::optional<mcp::http_answer> refuse_stranger(const mcp::http_request& request
     return answer;
 }
 
-std::string decoded_header(const std::string& value) {
+bool is_name_in_header(const std::string& given, const std::string& name) {
     constexpr std::string_view kBegin = "=?base64?";
     constexpr std::string_view kEnd = "?=";
-    if (!value.starts_with(kBegin) || !value.ends_with(kEnd) || value.size() < kBegin.size() + kEnd.size())
-        return value;
-    return decode_base64(value.substr(kBegin.size(), value.size() - kBegin.size() - kEnd.size()));
+    if (!given.starts_with(kBegin) || !given.ends_with(kEnd)) return given == name;
+    // Encoded anew rather than decoded, so that only well-formed text passes.
+    const auto* const bytes = reinterpret_cast<const std::uint8_t*>(name.data());
+    return given == std::string(kBegin) + orvanic_xr::encode_base64(bytes, name.size()) + std::string(kEnd);
 }
 
 std::optional<mcp::http_answer> refuse_mismatch(const mcp::http_request& request, const json& message) {
-    const auto differs = [&](const char* header, std::string_view expected) -> std::optional<mcp::http_answer> {
-        const std::string given = header_of(request, header);
-        if (!given.empty() && decoded_header(given) == expected) return std::nullopt;
+    const auto misfit = [&](const char* header, bool is_given) {
         return refused(
             400, id_of(message), kHeaderMismatch,
-            std::string("Header mismatch: ") + header + (given.empty() ? " is missing" : " does not fit the body"));
+            std::string("Header mismatch: ") + header + (is_given ? " does not fit the body" : " is missing"));
+    };
+    const auto differs = [&](const char* header, std::string_view expected) -> std::optional<mcp::http_answer> {
+        const std::string given = header_of(request, header);
+        if (!given.empty() && given == expected) return std::nullopt;
+        return misfit(header, !given.empty());
     };
     if (auto refusal = differs("mcp-protocol-version", revision_of_request(message))) return refusal;
     const json fault = stateless_fault(message);
@@ -82,7 +87,9 @@ std::optional<mcp::http_answer> refuse_mismatch(const mcp::http_request& request
     if (auto refusal = differs("mcp-method", method)) return refusal;
     const json name = message["params"].value("name", json());
     if (method != "tools/call" || !name.is_string()) return std::nullopt;
-    return differs("mcp-name", name.get_ref<const std::string&>());
+    const std::string given = header_of(request, "mcp-name");
+    if (!given.empty() && is_name_in_header(given, name.get_ref<const std::string&>())) return std::nullopt;
+    return misfit("mcp-name", !given.empty());
 }
 
 }  // namespace velmoor

@@ -22,8 +22,8 @@ bool accepts(const mcp::http_request& request, std::string_view type);
 // Who is served: this machine alone, or, with a token, whoever has it.
 std::optional<mcp::http_answer> refuse_stranger(const mcp::http_request& request, const std::string& token);
 
-// What a header of 2026-07-28 stands for, where it is written as "=?base64?...?=".
-std::string decoded_header(const std::string& value);
+// Whether the header Mcp-Name of 2026-07-28 says that name, as it is or written as "=?base64?...?=".
+bool is_name_in_header(const std::string& given, const std::string& name);
 
 // Whether the head of a request that stands alone fits what its body says.
 std::optional<mcp::http_answer> refuse_mismatch(const mcp::http_request& request, const json& message);

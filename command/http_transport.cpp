@@ -70,9 +70,11 @@ bool is_stateless_head(const mcp::http_request& request) {
     return is_stateless_revision(header_of(request, "mcp-protocol-version"));
 }
 
-bool names_known_revision(const mcp::http_request& request) {
+// Of the head of a request in a session.
+std::optional<mcp::http_answer> refuse_revision(const mcp::http_request& request, const json& id) {
     const std::string revision = header_of(request, "mcp-protocol-version");
-    return revision.empty() || is_session_revision(revision) || is_stateless_revision(revision);
+    if (revision.empty() || is_session_revision(revision) || is_stateless_revision(revision)) return std::nullopt;
+    return refused(400, id, mcp::kInvalidRequest, "Unsupported protocol version: " + revision);
 }
 
 std::string method_of(const json& message) {
@@ -199,10 +201,7 @@ mcp::http_answer http_transport::serve_in_session(const mcp::http_request& reque
     }
     const auto session = find(id);
     if (!session) return refused(404, id_of(message), mcp::kInvalidRequest, "Session not found");
-    if (!names_known_revision(request)) {
-        return refused(400, id_of(message), mcp::kInvalidRequest,
-                       "Unsupported protocol version: " + header_of(request, "mcp-protocol-version"));
-    }
+    if (auto refusal = refuse_revision(request, id_of(message))) return std::move(*refusal);
     const auto exchange = std::make_shared<http_exchange>();
     if (!session->take(std::move(message), exchange)) return only(202);
     return answer_with(request, exchange, nullptr);
@@ -230,6 +229,7 @@ mcp::http_answer http_transport::answer_with(const mcp::http_request& request,
 mcp::http_answer http_transport::take_get(const mcp::http_request& request) {
     const std::string id = header_of(request, kSessionHeader);
     if (id.empty() || is_stateless_head(request)) return not_allowed("POST");
+    if (auto refusal = refuse_revision(request, nullptr)) return std::move(*refusal);
     if (!accepts(request, "text/event-stream")) {
         return refused(406, nullptr, mcp::kInvalidRequest, "Accept text/event-stream");
     }
@@ -255,6 +255,7 @@ mcp::http_answer http_transport::take_get(const mcp::http_request& request) {
 mcp::http_answer http_transport::take_delete(const mcp::http_request& request) {
     const std::string id = header_of(request, kSessionHeader);
     if (id.empty() || is_stateless_head(request)) return not_allowed("POST");
+    if (auto refusal = refuse_revision(request, nullptr)) return std::move(*refusal);
     std::shared_ptr<http_exchange> stream;
     {
         const std::lock_guard lock(mutex_);

@@ -119,6 +119,8 @@ TEST_F(Http, KeepsSessionsUntilTheyAreEnded) {
         transport_.tell_of_tools();
         EXPECT_NE(stream.read_until("list_changed\"}\n\n", 10s).find("event: message\ndata: "), std::string::npos);
     }
+    for (const char* const other : {"GET /mcp", "DELETE /mcp"})
+        Expect(Ask(other, session + "MCP-Protocol-Version: 1999\r\n", ""), 400, "1999");
     Expect(Ask("DELETE /mcp", session, ""), 204, "");
     stream.read_until("0\r\n\r\n", 10s);
     // It was announced that the connection stays: a client may use it again.
@@ -151,7 +153,9 @@ TEST_F(Http, ChecksTheHeadOfARequestThatStandsAlone) {
     Expect(Post(call + "Mcp-Name: app_list\r\n", body("tools/call", R"(,"name":"app_list")")), 200, "applications");
     Expect(Post(call + "Mcp-Name: =?base64?YXBwX2xpc3Q=?=\r\n", body("tools/call", R"(,"name":"app_list")")), 200,
            "applications");
-    Expect(Post(call + "Mcp-Name: other\r\n", body("tools/call", R"(,"name":"app_list")")), 400, "mcp-name");
+    for (const char* const name : {"other", "=?base64?YXBwX2xpc3Q=!?=", "=?base64?b3RoZXI=?="})
+        Expect(Post(call + "Mcp-Name: " + name + "\r\n", body("tools/call", R"(,"name":"app_list")")), 400, "mcp-name");
+    Expect(Post(version + "Mcp-Method: =?base64?dG9vbHMvbGlzdA==?=\r\n", body("tools/list")), 400, "mcp-method");
     Expect(Ask("GET /mcp", version, ""), 405, "Allow: POST");
     Expect(Ask("DELETE /mcp", version, ""), 405, "Allow: POST");
 }
