@@ -46,7 +46,7 @@ void Clock::SkipTo(XrTime time, std::int64_t real) {
 }
 
 void Clock::Hold(std::int64_t real) {
-    if (!held_) Allow(1, real);
+    if (!held_ || allowed_ > 1) Allow(1, real);
 }
 
 void Clock::Allow(std::uint64_t frames, std::int64_t real) {

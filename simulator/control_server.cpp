@@ -15,6 +15,7 @@
 #include <csignal>
 #include <cstring>
 #include <exception>
+#include <functional>
 #include <optional>
 #include <stdexcept>
 #include <system_error>
@@ -47,6 +48,7 @@ class Connection {
 
     int socket() const { return socket_.get(); }
     bool holds() const { return holds_; }
+    void Release() { holds_ = false; }
     bool is_over() const { return is_over_; }
     std::optional<clock::time_point> deadline() const { return deadline_; }
 
@@ -148,6 +150,12 @@ void RunOn() {
     runtime.frame_changed.notify_all();
 }
 
+bool IsHeld() {
+    Runtime& runtime = Runtime::instance();
+    std::lock_guard lock(runtime.mutex);
+    return runtime.clock.IsHeld();
+}
+
 void DropEnded(std::vector<Connection>& connections) {
     const auto is_over = [](const Connection& each) { return each.is_over(); };
     const auto holds = [](const Connection& each) { return each.holds(); };
@@ -244,7 +252,9 @@ void ControlServer::Serve() noexcept {
             for (std::size_t i = 0; i < connections.size(); ++i) {
                 connections[i].Look();
                 // One that waits is looked at only for its end.
-                if (sources[i + 1].revents != 0) connections[i].Read();
+                if (sources[i + 1].revents == 0) continue;
+                connections[i].Read();
+                if (!IsHeld()) std::for_each(connections.begin(), connections.end(), std::mem_fn(&Connection::Release));
             }
             DropEnded(connections);
             if (!has_room || sources.back().revents == 0) continue;

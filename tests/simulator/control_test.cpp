@@ -134,6 +134,22 @@ TEST_F(SimulatorControl, TheApplicationRunsOnWhenTheOneWhoHeldItIsGone) {
     while (newest_ < held + 1'000'000'000 && std::chrono::steady_clock::now() < limit) std::this_thread::yield();
     EXPECT_GE(newest_, held + 1'000'000'000);
     Controller controller(path_);
+    const int begin = controller.Ask(R"({"do":"pause"})")["frame"];
+    controller.Ask(R"({"do":"run"})");  // it holds it no more
+    const auto await = [&](bool is_paused) {
+        json state;
+        while ((state = controller.Ask(R"({"do":"state"})"))["paused"] != is_paused) {
+            if (std::chrono::steady_clock::now() > limit) break;
+        }
+        EXPECT_EQ(state["paused"], is_paused);
+    };
+    {
+        Controller other(path_);
+        other.Send("{\"do\":\"step\",\"frames\":1000000}\n");
+        await(true);
+        EXPECT_LT(Controller(path_).Ask(R"({"do":"pause"})")["frame"], begin + 1'000'000);
+    }
+    await(false);
     const json paused = controller.Ask(R"({"do":"pause"})");
     EXPECT_EQ(paused["held"], true);
     EXPECT_EQ(controller.Ask(R"({"do":"rate","rate":0.5})")["rate"], 0.5);
