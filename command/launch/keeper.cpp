@@ -24,6 +24,7 @@
 #include <stdexcept>
 
 #include "command/applications/proc.h"
+#include "command/launch/simulator_link.h"
 #include "mcp/client/descriptor.h"
 
 namespace velmoor {
@@ -189,6 +190,7 @@ int keep_application(const std::vector<std::string>& command, const launch_optio
     // A terminal sends these to the application as well, which ends by them or does not.
     for (const int ignored : {SIGINT, SIGQUIT}) std::signal(ignored, SIG_IGN);
     const environment variables = launch_environment(current_environment(), files_beside_program(), options);
+    const auto control = variables.find("VELMOOR_SIM_CONTROL");
     if (options.own_network && !enter_own_network()) {
         std::fprintf(stderr, "velmoor: this system gives no network of its own; the application runs in that of all\n");
     }
@@ -209,6 +211,8 @@ int keep_application(const std::vector<std::string>& command, const launch_optio
         }
         if (shall_end && !kill_at) {
             kill(application, SIGTERM);
+            // One that is held would never come to end by itself.
+            if (control != variables.end()) let_run_on(control->second);
             kill_at = clock::now() + kGrace;
         }
         if (kill_at && clock::now() >= *kill_at) kill(application, SIGKILL);

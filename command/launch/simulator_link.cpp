@@ -8,6 +8,7 @@
 #include <array>
 #include <cstdlib>
 #include <stdexcept>
+#include <string_view>
 
 namespace velmoor {
 namespace {
@@ -16,10 +17,22 @@ using mcp::json;
 
 constexpr int kLookMilliseconds = 50;
 
+// -1 if nobody listens there.
+mcp::descriptor connected(const std::string& path, int flags) {
+    mcp::descriptor made(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0));
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    path.copy(address.sun_path, sizeof address.sun_path - 1);
+    if (connect(made.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) made.reset();
+    return made;
+}
+
 }  // namespace
 
-control_path::control_path() {
-    if (const char* given = std::getenv("VELMOOR_SIM_CONTROL"); given && *given) {
+control_path::control_path() : control_path(std::getenv("VELMOOR_SIM_CONTROL")) {}
+
+control_path::control_path(const char* given) {
+    if (given && *given) {
         text_ = given;
         return;
     }
@@ -37,6 +50,12 @@ control_path::~control_path() {
     if (directory_.empty()) return;
     unlink(text_.c_str());  // of an application that was killed
     rmdir(directory_.c_str());
+}
+
+void let_run_on(const std::string& path) {
+    constexpr std::string_view kRun = "{\"do\":\"run\"}\n";
+    const mcp::descriptor socket = connected(path, SOCK_NONBLOCK);
+    if (socket.get() >= 0) send(socket.get(), kRun.data(), kRun.size(), MSG_NOSIGNAL);
 }
 
 json simulator_link::ask(const json& request, const std::function<void()>& look) {
@@ -68,14 +87,10 @@ bool simulator_link::let_frame_pass() try {
 }
 
 void simulator_link::connect_locked() {
-    socket_ = mcp::descriptor(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    socket_ = connected(path_, 0);
     read_.clear();
     unread_ = 0;
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    path_.copy(address.sun_path, sizeof address.sun_path - 1);
-    if (connect(socket_.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return;
-    socket_.reset();
+    if (socket_.get() >= 0) return;
     throw std::runtime_error(
         "Error: no application runs on the simulator that could be controlled; app_start starts the application");
 }

@@ -15,6 +15,7 @@ namespace velmoor {
 class control_path {
  public:
     control_path();
+    static control_path of_our_own() { return control_path(""); }
     ~control_path();
     control_path(const control_path&) = delete;
     control_path& operator=(const control_path&) = delete;
@@ -22,9 +23,15 @@ class control_path {
     const std::string& text() const { return text_; }
 
  private:
+    // `given`, unless it is empty.
+    explicit control_path(const char* given);
+
     std::string directory_;
     std::string text_;
 };
+
+// An application that is held runs on. Waits for nothing, and does nothing where nobody listens.
+void let_run_on(const std::string& path);
 
 // Any thread; one request after the other. What it held runs on when it goes.
 class simulator_link {

@@ -15,7 +15,9 @@
 #include "command/bridge/pending_call.h"
 #include "command/bridge/pictures.h"
 #include "command/bridge/results.h"
+#include "command/launch/simulator_link.h"
 #include "command/launch/started_application.h"
+#include "command/sim_tools.h"
 #include "command/xr/xr_tools.h"
 #include "mcp/client/blocking_client.h"
 #include "mcp/server_host.h"
@@ -76,7 +78,7 @@ class test_runner {
     test_runner(const test_file& test, const run_settings& settings)
         : test_(test),
           settings_(settings),
-          application_(settings.command, launch_of(test, settings)),
+          application_(settings.command, launch_of(test, settings, control_.text())),
           bridge_(bridge_of()) {
         bridge_.introduce({{"name", "velmoor test"}, {"version", settings.version}});
         bridge_.expect_calls();
@@ -100,8 +102,9 @@ class test_runner {
     }
 
  private:
-    static launch_options launch_of(const test_file& test, const run_settings& settings) {
+    static launch_options launch_of(const test_file& test, const run_settings& settings, const std::string& control) {
         launch_options options = settings.launch;
+        if (options.simulator) options.control = control;
         for (const auto& [name, value] : test.environment) options.variables[name] = value;
         return options;
     }
@@ -118,6 +121,9 @@ class test_runner {
         made.version = settings_.version;
         made.own_tools = xr_tools(&application_);
         for (own_tool& each : app_tools(application_)) made.own_tools.push_back(std::move(each));
+        if (!settings_.launch.simulator) return made;
+        for (own_tool& each : sim_tools(simulator_)) made.own_tools.push_back(std::move(each));
+        made.let_frame_pass = [this] { return simulator_.let_frame_pass(); };
         return made;
     }
 
@@ -291,6 +297,9 @@ class test_runner {
 
     const test_file& test_;
     const run_settings& settings_;
+    // Not the one of the environment: several tests run at a time.
+    const control_path control_ = control_path::of_our_own();
+    simulator_link simulator_{control_.text()};
     started_application application_;
     std::string system_;
     bridge bridge_;  // last: its thread uses the application

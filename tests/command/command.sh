@@ -210,6 +210,16 @@ END
   expect 2 'good.yaml:1: start sh .* ended with exit code 3 before' test good.yaml -- sh -c 'exit 3'
   echo 'steps: [{call: openxr_exit_session}, {wait: {frames: 999}}]' >exits.yaml
   expect 2 'exits.yaml:1: wait .* died with exit code 0' test exits.yaml -- "$build/bin/velmoor_demo"
+  cat >held.yaml <<'END'
+application: {environment: {VELMOOR_SIM_CLOCK: stepped}}
+steps:
+  - {call: sim_event, arguments: {event: focus_lost}}
+  - {call: sim_step, arguments: {frames: 3}, values: {/held: true}}
+  - {expect: openxr_get_session_info, values: {/state/name: {contains: VISIBLE}}}
+END
+  local begin=$SECONDS
+  expect 0 '2 of 2 passed' test -j 2 --repeat 2 held.yaml -- "$build/bin/velmoor_demo" --headless
+  [ $((SECONDS - begin)) -lt 5 ] || flunk 'a held application was not let end by itself'
   expect 2 'bad.yaml:1: the file can.t be read' test bad.yaml -- "$build/bin/velmoor_demo"
 }
 
