@@ -383,7 +383,7 @@ a pid.
 EXAMPLES = """
 ```json
 {"name": "xr_wait", "arguments": {"session_state": "FOCUSED", "frames": 30}}
-{"name": "xr_wait", "arguments": {"tool": "openxr_get_head_pose", "arguments": {"base_space": "stage"}, "path": "/pose/position/1", "above": 1.5}}
+{"name": "xr_wait", "arguments": {"device": "left", "near": [0.2, 1.2, -0.3], "within": 0.1, "base_space": "stage"}}
 {"name": "xr_picture", "arguments": {"eye": "right", "crop": [0.25, 0.25, 0.75, 0.75], "format": "jpeg"}}
 {"name": "xr_point_at", "arguments": {"pixel": [300, 512], "eye": "right", "duration_seconds": 0.5}}
 {"name": "xr_move", "arguments": {"ahead": 0.5, "turn_left": 30}}

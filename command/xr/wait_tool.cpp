@@ -1,10 +1,12 @@
-#include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdint>
+#include <limits>
 #include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "command/bridge/arguments.h"
 #include "command/bridge/bridge.h"
@@ -21,6 +23,10 @@ constexpr milliseconds kBetweenLooks{30};
 constexpr milliseconds kBetweenWords{1000};
 constexpr double kUsualSeconds = 10;
 constexpr double kMostSeconds = 600;
+constexpr double kMostFrames = 1e6;
+constexpr double kUsualMetres = 0.05;
+constexpr double kMostMetres = 1e6;
+constexpr double kNoLimit = std::numeric_limits<double>::infinity();
 
 // The value at a path of an answer; null if nothing is there.
 json value_at(const json& answer, const std::string& path) {
@@ -39,16 +45,31 @@ bool is_read_only(tool_run& run, const std::string& tool) {
 // What an agent waits for: all that it names has to hold at the same time.
 class awaited {
  public:
-    awaited(const json& arguments, tool_run& run) : arguments_(arguments), run_(run) {
-        if (arguments.contains("app")) app_["app"] = arguments["app"];
-        if (arguments.contains("path") && arguments["path"].is_string())
-            json::json_pointer(arguments["path"].get<std::string>());
-        const json tool = arguments.value("tool", json());
-        if (tool.is_string() && !is_read_only(run, tool)) {
-            throw std::runtime_error("xr_wait asks read-only tools alone, and " + tool.get<std::string>() + " is none");
+    awaited(const json& arguments, tool_run& run)
+        : run_(run),
+          app_(app_of(arguments)),
+          session_state_(text_argument(arguments, "session_state")),
+          frames_(number_argument(arguments, "frames", 0, 0, kMostFrames)),
+          profile_(text_argument(arguments, "profile")),
+          near_(numbers_argument(arguments, "near", 3, -kMostMetres, kMostMetres)),
+          device_(choice_argument(arguments, "device", {"head", "left", "right"})),
+          within_(number_argument(arguments, "within", kUsualMetres, 0, kMostMetres)),
+          tool_(text_argument(arguments, "tool")),
+          tool_arguments_(arguments.value("arguments", json::object())),
+          path_(text_argument(arguments, "path")),
+          above_(number_argument(arguments, "above", -kNoLimit, -kNoLimit, kNoLimit)),
+          below_(number_argument(arguments, "below", kNoLimit, -kNoLimit, kNoLimit)) {
+        if (arguments.contains("equals")) equals_ = arguments["equals"];
+        place_ = app_;
+        if (const std::string space = text_argument(arguments, "base_space"); !space.empty())
+            place_["base_space"] = space;
+        json::json_pointer{path_};  // throws where it is none
+        if (tool_arguments_.is_object()) tool_arguments_.update(app_);
+        if (!tool_.empty() && !is_read_only(run, tool_)) {
+            throw std::runtime_error("xr_wait asks read-only tools alone, and " + tool_ + " is none");
         }
-        if (!arguments.contains("session_state") && !arguments.contains("frames") && !tool.is_string()) {
-            throw std::runtime_error("Name what to wait for: session_state, frames, or tool and path");
+        if (session_state_.empty() && frames_ == 0 && profile_.empty() && near_.empty() && tool_.empty()) {
+            throw std::runtime_error("Name what to wait for: session_state, frames, profile, near, or tool and path");
         }
     }
 
@@ -57,22 +78,22 @@ class awaited {
         // Each is looked at, so that all that was seen can be told.
         const bool has_state = has_session_state();
         const bool has_frames = has_passed_frames();
-        return has_value() && has_state && has_frames;
+        const bool has_bound = has_profile();
+        const bool is_there = is_near();
+        return has_value() && has_state && has_frames && has_bound && is_there;
     }
     const std::string& seen() const { return seen_; }
 
  private:
     bool has_session_state() {
-        const json wanted = arguments_.value("session_state", json());
-        if (!wanted.is_string()) return true;
+        if (session_state_.empty()) return true;
         const json state = value_at(run_.ask("openxr_get_session_info", app_), "/state/name");
         tell("session", state);
-        return state.is_string() && state.get<std::string>().ends_with("_" + wanted.get<std::string>());
+        return state.is_string() && state.get<std::string>().ends_with("_" + session_state_);
     }
 
     bool has_passed_frames() {
-        const json wanted = arguments_.value("frames", json());
-        if (!wanted.is_number()) return true;
+        if (frames_ == 0) return true;
         const json frame = run_.ask("openxr_get_frame_info", app_);
         const json time = value_at(frame, "/frame_state/predicted_display_time/XrTime");
         const json period = value_at(frame, "/frame_state/predicted_display_period/XrDuration");
@@ -81,42 +102,71 @@ class awaited {
         if (!first_time_) first_time_ = time.get<double>();
         const double passed = (time.get<double>() - *first_time_) / period.get<double>();
         tell("frames", static_cast<int>(passed));
-        return passed + 0.5 >= wanted.get<double>();
+        return passed + 0.5 >= frames_;
+    }
+
+    bool has_profile() {
+        if (profile_.empty()) return true;
+        const json hands = run_.ask("openxr_get_active_interaction_profile", app_);
+        bool has_bound = false;
+        for (const char* hand : {"left", "right"}) {
+            const json bound = value_at(hands, std::string("/") + hand + "/profile");
+            tell(hand, bound);
+            has_bound |= bound.is_string() && bound.get<std::string>().ends_with(profile_);
+        }
+        return has_bound;
+    }
+
+    bool is_near() {
+        if (near_.empty()) return true;
+        json where = place_;
+        if (device_ != "head") where["hand"] = device_;
+        const json answer = run_.ask(device_ == "head" ? "openxr_get_head_pose" : "openxr_get_controller_pose", where);
+        const json position = value_at(answer, "/pose/position");
+        tell(device_, position);
+        if (value_at(answer, "/flags/position_valid") != true || !position.is_array() || position.size() != 3)
+            return false;
+        const auto apart = [&](std::size_t axis) { return position[axis].get<double>() - near_[axis]; };
+        return std::hypot(apart(0), apart(1), apart(2)) <= within_;
     }
 
     bool has_value() {
-        const json tool = arguments_.value("tool", json());
-        if (!tool.is_string()) return true;
-        json given = arguments_.value("arguments", json::object());
-        if (given.is_object()) given.update(app_);
-        const json value = value_at(run_.ask(tool, given), arguments_.value("path", ""));
-        tell(tool, value);
-        if (arguments_.contains("equals") && value != arguments_["equals"]) return false;
-        for (const auto& [name, sign] : {std::pair{"above", 1.0}, std::pair{"below", -1.0}}) {
-            const json limit = arguments_.value(name, json());
-            if (!limit.is_number()) continue;
-            if (!value.is_number() || sign * (value.get<double>() - limit.get<double>()) <= 0) return false;
-        }
-        return !value.is_null();
+        if (tool_.empty()) return true;
+        const json value = value_at(run_.ask(tool_, tool_arguments_), path_);
+        tell(tool_, value);
+        if (equals_ && value != *equals_) return false;
+        if (above_ == -kNoLimit && below_ == kNoLimit) return !value.is_null();
+        return value.is_number() && value.get<double>() > above_ && value.get<double>() < below_;
     }
 
     void tell(const std::string& what, const json& value) {
         seen_.append(seen_.empty() ? "" : ", ").append(what).append(": ").append(mcp::dump_json(value));
     }
 
-    const json& arguments_;
     tool_run& run_;
-    json app_ = json::object();
+    const json app_;
+    const std::string session_state_;
+    const double frames_;
+    const std::string profile_;
+    const std::vector<double> near_;
+    const std::string device_;
+    const double within_;
+    json place_;  // what a pose is asked with
+    const std::string tool_;
+    json tool_arguments_;
+    const std::string path_;
+    std::optional<json> equals_;
+    const double above_;
+    const double below_;
     std::optional<double> first_time_;
     std::string seen_;
 };
 
 json wait_until(const json& arguments, tool_run& run) {
     awaited what(arguments, run);
-    const json given = arguments.value("timeout_seconds", json());
-    const double seconds = std::min(given.is_number() ? given.get<double>() : kUsualSeconds, kMostSeconds);
+    const double seconds = number_argument(arguments, "timeout_seconds", kUsualSeconds, 0, kMostSeconds);
     const auto begin = clock::now();
-    const auto deadline = begin + milliseconds(static_cast<std::int64_t>(std::max(seconds, 0.0) * 1000));
+    const auto deadline = begin + milliseconds(static_cast<std::int64_t>(seconds * 1000));
     auto next_word = begin + kBetweenWords;
     while (!what.holds()) {
         const auto now = clock::now();
@@ -138,6 +188,11 @@ own_tool make_wait_tool() {
     return {own_declaration("xr_wait", "Waits until all of the conditions that are named hold at the same time.",
                             {{"session_state", property("string", "Such as FOCUSED")},
                              {"frames", property("integer", "So many frames from now")},
+                             {"profile", property("string", "The interaction profile of a hand ends so")},
+                             {"near", numbers_property(3, "The device is there; metres")},
+                             {"device", choice_property({"head", "left", "right"}, "Of near; default head")},
+                             {"within", property("number", "Of near, metres; default 0.05")},
+                             {"base_space", property("string", "Of near, as of openxr_get_head_pose")},
                              {"tool", property("string", "A read-only tool whose answer is looked at")},
                              {"arguments", property("object", "Of that tool")},
                              {"path", property("string", "Where in its answer, such as /pose/position/1")},

@@ -95,6 +95,13 @@ agents_loop() {
   called 'It holds' xr_wait '{"tool":"math_add","arguments":{"a":1,"b":2},"path":"/result","above":2.9,"below":3.1}'
   called 'did not come about in time.*session.*FOCUSED.*isError":true' xr_wait \
     '{"session_state":"IDLE","timeout_seconds":0.2}'
+  called 'timeout_seconds must be a number.*isError":true' xr_wait '{"frames":1,"timeout_seconds":"1"}'
+  called success openxr_set_controller_pose \
+    '{"hand":"left","position":[0.2,1.2,0.3],"base_space":"stage","orientation":[0,0,0,1]}'
+  called 'It holds.*left.*pronto_controller_plus.*left.*0.2' xr_wait \
+    '{"profile":"pronto_controller_plus","near":[0.2,1.2,0.3],"device":"left","base_space":"stage"}'
+  called 'not come about in time.*left.*isError":true' xr_wait \
+    '{"near":[0.2,1.2,0.4],"device":"left","base_space":"stage","timeout_seconds":0.1}'
   called 'read-only tools alone.*isError":true' xr_wait '{"tool":"openxr_exit_session"}'
   called XR_SESSION_STATE_FOCUSED openxr_get_session_info
   called "image/jpeg.*width.{3}16,.*\\\"x.{3}32,.*is also in $scratch/kept/xr_picture_[0-9_]+.jpg\"" xr_picture \
