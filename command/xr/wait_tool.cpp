@@ -63,7 +63,7 @@ class awaited {
         place_ = app_;
         if (const std::string space = text_argument(arguments, "base_space"); !space.empty())
             place_["base_space"] = space;
-        json::json_pointer{path_};  // throws where it is none
+        [[maybe_unused]] const json::json_pointer where(path_);  // throws where it is none
         if (tool_arguments_.is_object()) tool_arguments_.update(app_);
         if (!tool_.empty() && !is_read_only(run, tool_)) {
             throw std::runtime_error("xr_wait asks read-only tools alone, and " + tool_ + " is none");
