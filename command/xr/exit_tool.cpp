@@ -29,7 +29,7 @@ class ending {
         bool has_ended = process_ == 0;
         while (!has_ended && clock::now() < begin + kLimit) {
             note_state();
-            run_.wait_for(kBetweenLooks);
+            run_.wait_for_frame(kBetweenLooks);
             has_ended = application_ ? !application_->is_running() : start_of(process_) == 0;
         }
         const auto took = std::chrono::duration_cast<milliseconds>(clock::now() - begin).count();
@@ -42,6 +42,7 @@ class ending {
 
  private:
     void note_state() {
+        if (last_ == "XR_SESSION_STATE_EXITING") return;  // none follows, and a process that ends may not answer
         const std::string app = std::to_string(process_);
         if (run_.through().process_for(app) != process_) return;  // it would be waited for
         const json told = run_.ask("openxr_get_session_info", {{"app", app}});

@@ -146,6 +146,8 @@ work_with_held_frames() {
   ask initialize '{"protocolVersion":"2025-11-25","capabilities":{},"clientInfo":{"name":"t","version":"1"}}'
   called 'no application runs on the simulator.*"isError":true' sim_step
   called 'session is in focus and frames flow' app_start
+  called 'process has ended after [0-9]+ ms with exit code 0' openxr_exit_session
+  called 'session is in focus and frames flow' app_start
   : >"$scratch/answers.txt"
   called '\\"held\\": true' sim_step '{"frames":10}'
   called 'frames must be.*"isError":true' sim_step '{"frames":0}'
