@@ -19,4 +19,4 @@ export PYTHONPATH=$scratch/lib
 export VELMOOR=$2/bin/velmoor DEMO=$2/bin/velmoor_demo
 [ "$1" = example ] && tests=examples/ci || tests=tests/python
 "$python" -m pytest -p pytester -p no:cacheprovider --basetemp "$scratch/tmp" --rootdir "$scratch" \
-  --xr-app "$DEMO" "$tests"
+  --xr-artefacts "$scratch/artefacts" --xr-app "$DEMO" "$tests"
