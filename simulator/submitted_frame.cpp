@@ -59,7 +59,8 @@ std::shared_ptr<const SubmittedFrame> FrameRequests::Await(std::unique_lock<std:
     request->made = std::chrono::steady_clock::now();
     pending_.push_back(request);
     // In steps, so that a process that is stopped, as by a debugger, has the rest of the time when it goes on.
-    for (auto waited = kStepOfWait; waited <= kLongestWait; waited += kStepOfWait) {
+    // One that a frame has taken is settled, however long its images are read.
+    for (auto waited = kStepOfWait; request->taken || waited <= kLongestWait; waited += kStepOfWait) {
         if (request->settled.wait_for(lock, kStepOfWait, [&] { return request->IsSettled(); })) break;
     }
     std::erase(pending_, request);
@@ -69,13 +70,16 @@ std::shared_ptr<const SubmittedFrame> FrameRequests::Await(std::unique_lock<std:
     Refuse(XR_ERROR_CALL_ORDER_INVALID);
 }
 
-void FrameRequests::TakeInto(std::vector<FrameReading::Part>& parts, const FrameLoop& frames) {
+void FrameRequests::TakeInto(std::vector<FrameReading::Part>& parts, const FrameLoop& frames, bool is_held) {
     const auto now = std::chrono::steady_clock::now();
     // Once one is taken nothing may fail before it is settled, or it would wait for nobody.
     parts.reserve(parts.size() + pending_.size());
     for (auto& request : pending_) {
-        const bool is_settled = frames.ShowsAllOf(request->calls) || now - request->made > kPatience;
-        if (is_settled) parts.emplace_back().request = std::move(request);
+        // While the next frame is held, nothing newer comes.
+        const bool is_due = is_held || frames.ShowsAllOf(request->calls) || now - request->made > kPatience;
+        if (!is_due) continue;
+        request->taken = true;
+        parts.emplace_back().request = std::move(request);
     }
     std::erase(pending_, nullptr);
 }
@@ -120,7 +124,7 @@ FrameReading PlanReading(const Runtime& runtime, Session& session, const XrFrame
         session.held_frame[eye] = reading.parts.emplace_back().request = std::make_shared<FrameRequest>();
         session.held_frame[eye]->eye = eye;
     }
-    session.requests.TakeInto(reading.parts, session.frames);
+    session.requests.TakeInto(reading.parts, session.frames, is_held);
     for (FrameReading::Part& part : reading.parts) {
         part.failure = WithoutThrowing([&] {
             part.frame = std::make_shared<SubmittedFrame>();

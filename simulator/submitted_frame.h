@@ -40,6 +40,7 @@ struct FrameRequest {
     // Those that came before it: what their frames show may be older than the request.
     CallCounts calls;
     std::chrono::steady_clock::time_point made;
+    bool taken = false;  // by a frame, which will settle it
     // Told under the runtime's mutex, once one of the following is there.
     std::condition_variable settled;
     std::shared_ptr<const SubmittedFrame> frame;
@@ -80,15 +81,15 @@ struct FrameReading {
 // A session's; the runtime's mutex guards it.
 class FrameRequests {
  public:
-    // `calls` are those so far. Waits with the mutex open, no longer than a second. Throws what failed, and
+    // `calls` are those so far. Waits with the mutex open, no longer than a second for a frame. Throws what failed, and
     // XR_ERROR_CALL_ORDER_INVALID where the application ended no frame: an older one would tell of an application that
     // hangs that it is well.
     std::shared_ptr<const SubmittedFrame> Await(std::unique_lock<std::mutex>& lock, std::size_t eye,
                                                 const CallCounts& calls);
 
-    // Those that the frame settles which is begun; with it they are no longer here. Throws before the first is taken,
-    // or not at all.
-    void TakeInto(std::vector<FrameReading::Part>& parts, const FrameLoop& frames);
+    // Those that the frame settles which is begun, all if the next one is held; with it they are no longer here. Throws
+    // before the first is taken, or not at all.
+    void TakeInto(std::vector<FrameReading::Part>& parts, const FrameLoop& frames, bool is_held);
     bool empty() const { return pending_.empty(); }
 
     // The session does not run any more.
