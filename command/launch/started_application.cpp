@@ -56,6 +56,7 @@ started_application::started_application(std::vector<std::string> command, launc
     : command_(std::move(command)), options_(std::move(options)), shown_command_(shown(command_)) {}
 
 void started_application::start() {
+    const std::lock_guard change(change_mutex_);
     if (is_running()) throw std::runtime_error("the application runs already");
     std::array<int, 2> output{-1, -1};
     if (pipe2(output.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe can be had");
@@ -77,6 +78,7 @@ void started_application::start() {
 }
 
 std::optional<int> started_application::stop() {
+    const std::lock_guard change(change_mutex_);
     const bool was_running = is_running();
     const std::lock_guard lock(mutex_);
     if (keeper_ != 0) {

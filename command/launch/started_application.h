@@ -27,7 +27,7 @@ struct output_line {
 };
 output_line parse_output_line(const std::string& text);
 
-// Any thread may call. One after the other: start and stop are not to run at the same time.
+// Any thread may call; starts and ends go one after the other.
 class started_application {
  public:
     started_application(std::vector<std::string> command, launch_options options);
@@ -61,7 +61,8 @@ class started_application {
     const launch_options options_;
     const std::string shown_command_;
 
-    std::mutex mutex_;  // all below but the output
+    std::mutex change_mutex_;  // held through a whole start or end; before the others
+    std::mutex mutex_;         // all below but the output
     pid_t keeper_ = 0;
     mcp::descriptor channel_;
     std::optional<int> exit_code_;

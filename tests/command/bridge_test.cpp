@@ -171,7 +171,7 @@ TEST_F(Bridge, ListsAllToolsBeforeAnyApplicationAndThoseThatWereSeenLast) {
         fake_application one("one", "score");
         machine_.Run(10, one);
         through->expect_calls();
-        Await([&] { return Lists(*through, "score"); });
+        Await([&] { return Lists(*through, "score") && changes_ != 0; });
         EXPECT_EQ(changes_, 1);
         machine_.End(10);
         Await([&] { return through->applications().empty(); });

@@ -23,7 +23,9 @@ bool Hold(int family, const char* port) {
     // Connections of an earlier test may still linger; that is no reason to fail.
     setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof(yes));
     if (family == AF_INET6) setsockopt(fd, IPPROTO_IPV6, IPV6_V6ONLY, &yes, sizeof(yes));
-    return bind(fd, any->ai_addr, any->ai_addrlen) == 0 && listen(fd, 1) == 0;
+    const bool is_held = bind(fd, any->ai_addr, any->ai_addrlen) == 0 && listen(fd, 1) == 0;
+    freeaddrinfo(any);
+    return is_held;
 }
 
 }  // namespace
