@@ -6,10 +6,12 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "simulator/happenings.h"
 #include "simulator/runtime.h"
 #include "simulator/session.h"
+#include "xr/enum_names.h"
 
 namespace simulator {
 namespace {
@@ -19,6 +21,7 @@ using nlohmann::json;
 constexpr std::int64_t kMostFrames = 1'000'000;
 constexpr double kLeastRate = 0.001;
 constexpr double kMostRate = 1000;
+constexpr std::string_view kStatePrefix = "XR_SESSION_STATE_";
 
 // The session whose frames are counted: null if none runs.
 std::shared_ptr<Session> RunningSession(const Runtime& runtime) {
@@ -84,23 +87,6 @@ constexpr struct {
     {"rate", SetRate}, {"state", TellState}, {"event", HaveHappen},
 };
 
-const char* NameOf(XrSessionState state) {
-    switch (state) {
-        case XR_SESSION_STATE_SYNCHRONIZED:
-            return "SYNCHRONIZED";
-        case XR_SESSION_STATE_VISIBLE:
-            return "VISIBLE";
-        case XR_SESSION_STATE_FOCUSED:
-            return "FOCUSED";
-        case XR_SESSION_STATE_STOPPING:
-            return "STOPPING";
-        case XR_SESSION_STATE_LOSS_PENDING:
-            return "LOSS_PENDING";
-        default:
-            return "READY";
-    }
-}
-
 }  // namespace
 
 Obeyed Obey(Runtime& runtime, const json& request) {
@@ -127,7 +113,7 @@ json DescribeState(const Runtime& runtime) {
     json state = {{"ok", true}, {"paused", clock.IsHeld()}, {"time", clock.At(RealNow())}};
     state["rate"] = clock.rate() > 0 ? json(clock.rate()) : json("fastest");
     const auto session = RunningSession(runtime);
-    state["session"] = session ? json(NameOf(session->state)) : json();
+    state["session"] = session ? json(orvanic_xr::session_state_name(session->state) + kStatePrefix.size()) : json();
     if (session) {
         state["frame"] = session->frames.released;
         state["period"] = session->frames.period();
