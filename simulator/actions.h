@@ -9,34 +9,28 @@
 #include <string>
 
 #include "simulator/paths.h"
-#include "simulator/profiles.h"
+#include "xr/input/actions.h"
 
 namespace simulator {
 
 struct Instance;
 
-struct ActionSet {
+struct ActionSet : xr_input::ActionSet {
     const Instance* instance = nullptr;
     std::string name;
     std::string localized_name;
-    std::uint32_t priority = 0;
-    // Those that its actions were created with.
-    TopLevels subactions = 0;
     // Was ever attached to a session; nothing about it can change from then on.
     bool attached = false;
 };
 
-struct Action {
+struct Action : xr_input::Action {
     // What `path` selects: nothing for XR_NULL_PATH. Throws XR_ERROR_PATH_INVALID, and XR_ERROR_PATH_UNSUPPORTED
     // for what the action was not created with.
     std::optional<TopLevel> CheckedSubaction(const Instance& instance, XrPath path) const;
+    const ActionSet& Set() const { return static_cast<const ActionSet&>(*set); }
 
-    // Outlives the set's handle for as long as something refers to the action.
-    std::shared_ptr<ActionSet> set;
     std::string name;
     std::string localized_name;
-    XrActionType type = XR_ACTION_TYPE_BOOLEAN_INPUT;
-    TopLevels subactions = 0;
 };
 
 XRAPI_ATTR XrResult XRAPI_CALL CreateActionSet(XrInstance instance, const XrActionSetCreateInfo* info,

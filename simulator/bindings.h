@@ -6,13 +6,14 @@
 
 #include <cstdint>
 
+#include "xr/input/profiles.h"
+
 namespace simulator {
 
 struct Instance;
-struct Profile;
 
 // Throws XR_ERROR_PATH_INVALID, and XR_ERROR_PATH_UNSUPPORTED for a profile that the instance is not offered.
-const Profile& CheckedProfile(const Instance& instance, XrPath path);
+const xr_input::Profile& CheckedProfile(const Instance& instance, XrPath path);
 
 XRAPI_ATTR XrResult XRAPI_CALL SuggestInteractionProfileBindings(XrInstance instance,
                                                                  const XrInteractionProfileSuggestedBinding* suggested);

@@ -5,13 +5,15 @@
 
 #include <cstdint>
 
+#include "xr/input/extensions.h"
+
 namespace simulator {
 
 // Of OpenXR; an application gets what the one has that it asked for.
-inline constexpr XrVersion kVersion10 = XR_MAKE_VERSION(1, 0, 0);
-inline constexpr XrVersion kVersion11 = XR_MAKE_VERSION(1, 1, 0);
+using xr_input::kVersion10;
+using xr_input::kVersion11;
 
-inline constexpr char kConformanceAutomation[] = "XR_EXT_conformance_automation";
+using xr_input::kConformanceAutomation;
 inline constexpr char kLocalFloor[] = "XR_EXT_local_floor";
 inline constexpr char kLocateSpaces[] = "XR_KHR_locate_spaces";
 inline constexpr char kDepthLayer[] = "XR_KHR_composition_layer_depth";
@@ -21,13 +23,13 @@ inline constexpr char kVisibilityMask[] = "XR_KHR_visibility_mask";
 inline constexpr char kConvertTimespec[] = "XR_KHR_convert_timespec_time";
 inline constexpr char kHandTracking[] = "XR_EXT_hand_tracking";
 inline constexpr char kRefreshRate[] = "XR_FB_display_refresh_rate";
-inline constexpr char kMl2Profile[] = "XR_ML_ml2_controller_interaction";
-inline constexpr char kBdProfiles[] = "XR_BD_controller_interaction";
-inline constexpr char kCosmosProfile[] = "XR_HTC_vive_cosmos_controller_interaction";
-inline constexpr char kFocus3Profile[] = "XR_HTC_vive_focus3_controller_interaction";
-inline constexpr char kOdysseyProfile[] = "XR_EXT_samsung_odyssey_controller";
-inline constexpr char kHpProfile[] = "XR_EXT_hp_mixed_reality_controller";
-inline constexpr char kProntoProfile[] = "XR_KEST_pronto_controller_plus";
+using xr_input::kBdProfiles;
+using xr_input::kCosmosProfile;
+using xr_input::kFocus3Profile;
+using xr_input::kHpProfile;
+using xr_input::kMl2Profile;
+using xr_input::kOdysseyProfile;
+using xr_input::kProntoProfile;
 inline constexpr char kSpatialEntity[] = "XR_KS_spatial_entity";
 inline constexpr char kSpatialEntityQuery[] = "XR_KS_spatial_entity_query";
 inline constexpr char kSpatialEntityStorage[] = "XR_KS_spatial_entity_storage";

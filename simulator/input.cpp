@@ -1,8 +1,5 @@
 #include "simulator/input.h"
 
-#include <algorithm>
-#include <cmath>
-
 #include "simulator/instance.h"
 #include "simulator/runtime.h"
 #include "simulator/session.h"
@@ -11,9 +8,6 @@ namespace simulator {
 namespace {
 
 constexpr TopLevels kEverywhere = 0xFF;
-
-// The sets of one sync, and on which top level paths each is active.
-using ActiveSets = std::unordered_map<const ActionSet*, TopLevels>;
 
 ActiveSets CheckedActiveSets(const Runtime& runtime, const Session& session, const XrActionsSyncInfo& info) {
     Require(info.countActiveActionSets == 0 || info.activeActionSets);
@@ -35,70 +29,6 @@ ActiveSets CheckedActiveSets(const Runtime& runtime, const Session& session, con
     return active;
 }
 
-bool IsActive(const ActiveSets& active, const Binding& binding) {
-    const auto found = active.find(binding.action->set.get());
-    return found != active.end() && (found->second & BitOf(binding.top));
-}
-
-// A source that sets of several priorities are bound to feeds the highest of them alone.
-std::map<std::pair<TopLevel, std::size_t>, std::uint32_t> PrioritiesOf(const std::vector<Binding>& bindings,
-                                                                       const ActiveSets& active) {
-    std::map<std::pair<TopLevel, std::size_t>, std::uint32_t> priorities;
-    for (const Binding& binding : bindings) {
-        if (!IsActive(active, binding)) continue;
-        std::uint32_t& priority = priorities[{binding.top, binding.source}];
-        priority = std::max(priority, binding.action->set->priority);
-    }
-    return priorities;
-}
-
-XrVector2f ReadSource(const Devices& devices, const Binding& binding) {
-    const Device& device = devices[binding.top];
-    switch (binding.action->type) {
-        case XR_ACTION_TYPE_BOOLEAN_INPUT:
-            return {device.Value(binding.source) > 0.5f ? 1.0f : 0.0f, 0.0f};
-        case XR_ACTION_TYPE_FLOAT_INPUT:
-            return {device.Value(binding.source), 0.0f};
-        case XR_ACTION_TYPE_VECTOR2F_INPUT:
-            return device.Vector(binding.top, binding.source);
-        default:
-            return {0.0f, 0.0f};
-    }
-}
-
-// Of several sources the one that is moved furthest counts.
-void Combine(SubactionState& state, const XrVector2f& value) {
-    state.active = true;
-    if (std::hypot(value.x, value.y) > std::hypot(state.value.x, state.value.y)) state.value = value;
-}
-
-void CompareWithLast(SubactionState& state, const SubactionState& last, XrTime now) {
-    if (!state.active) return;
-    // What was not active before has not changed.
-    state.changed = last.active && (state.value.x != last.value.x || state.value.y != last.value.y);
-    state.last_change = state.changed || !last.active ? now : last.last_change;
-}
-
-void ReadAllStates(Session& session, const ActiveSets& active) {
-    Input& input = session.input;
-    const auto priorities = PrioritiesOf(input.bindings, active);
-    std::unordered_map<const Action*, ActionState> states;
-    for (const Binding& binding : input.bindings) {
-        if (!IsActive(active, binding)) continue;
-        if (binding.action->set->priority < priorities.at({binding.top, binding.source})) continue;
-        const XrVector2f value = ReadSource(session.devices, binding);
-        ActionState& state = states[binding.action.get()];
-        Combine(state[static_cast<std::size_t>(binding.top)], value);
-        Combine(state[kAllTogether], value);
-    }
-    const XrTime now = Now();
-    for (auto& [action, state] : states) {
-        const ActionState& last = input.states[action];
-        for (std::size_t i = 0; i < state.size(); ++i) CompareWithLast(state[i], last[i], now);
-    }
-    input.states = std::move(states);
-}
-
 // The checks that all getters share, and the state that is asked for.
 SubactionState StateOf(const Runtime& runtime, const Session& session, const XrActionStateGetInfo* info,
                        XrActionType type) {
@@ -107,9 +37,7 @@ SubactionState StateOf(const Runtime& runtime, const Session& session, const XrA
     if (!session.input.IsAttached(*action->set)) Refuse(XR_ERROR_ACTIONSET_NOT_ATTACHED);
     if (action->type != type) Refuse(XR_ERROR_ACTION_TYPE_MISMATCH);
     const auto top = action->CheckedSubaction(*session.instance, info->subactionPath);
-    const auto found = session.input.states.find(action.get());
-    if (found == session.input.states.end()) return {};
-    return found->second[top ? static_cast<std::size_t>(*top) : kAllTogether];
+    return session.input.StateOf(*action, top);
 }
 
 template <class State>
@@ -131,43 +59,6 @@ XrResult CheckHaptics(const Runtime& runtime, XrSession session, const XrHapticA
 
 }  // namespace
 
-bool Input::IsAttached(const ActionSet& set) const {
-    return std::any_of(attached.begin(), attached.end(), [&](const auto& other) { return other.get() == &set; });
-}
-
-bool Input::SelectProfiles(const Devices& devices) {
-    std::array<const Profile*, kTopLevelCount> selected = {};
-    for (std::size_t i = 0; i < kTopLevelCount; ++i) {
-        const Profile* profile = devices.by_top_level[i].SeenProfile();
-        if (bindings_by_profile.count(profile) > 0) selected[i] = profile;
-    }
-    if (selected == profiles) return false;
-    profiles = selected;
-    bindings.clear();
-    for (std::size_t i = 0; i < kTopLevelCount; ++i) {
-        if (!profiles[i]) continue;
-        for (const Binding& binding : bindings_by_profile.at(profiles[i])) {
-            if (binding.top == static_cast<TopLevel>(i)) bindings.push_back(binding);
-        }
-    }
-    return true;
-}
-
-std::optional<XrPosef> Input::LocateAction(const Devices& devices, const Action& action,
-                                           std::optional<TopLevel> top) const {
-    const auto state = states.find(&action);
-    if (state == states.end()) return std::nullopt;
-    for (const Binding& binding : bindings) {
-        if (binding.action.get() != &action || (top && binding.top != *top)) continue;
-        const auto index = static_cast<std::size_t>(binding.top);
-        const Device& device = devices[binding.top];
-        // The device may have become another one since the last sync.
-        if (state->second[index].active && device.IsLocated() && device.profile == profiles[index])
-            return device.Pose(binding.top, binding.source);
-    }
-    return std::nullopt;
-}
-
 XrResult SyncActions(XrSession session, const XrActionsSyncInfo* info) {
     return Guarded([&](Runtime& runtime) {
         Session& owner = *runtime.Get(session);
@@ -182,7 +73,7 @@ XrResult SyncActions(XrSession session, const XrActionsSyncInfo* info) {
             owner.instance->events.Push(
                 XrEventDataInteractionProfileChanged{XR_TYPE_EVENT_DATA_INTERACTION_PROFILE_CHANGED, nullptr, session});
         }
-        ReadAllStates(owner, active);
+        owner.input.Sync(owner.devices, active, Now());
         return XR_SUCCESS;
     });
 }

@@ -148,7 +148,7 @@ XrResult DestroyInstance(XrInstance instance) {
             remains.push_back(session.Close(runtime));
             return true;
         });
-        runtime.handles.RemoveIf<Action>([&](const Action& action) { return action.set->instance == owner.get(); });
+        runtime.handles.RemoveIf<Action>([&](const Action& action) { return action.Set().instance == owner.get(); });
         runtime.handles.RemoveIf<ActionSet>([&](const ActionSet& set) { return set.instance == owner.get(); });
         runtime.Remove<Instance>(instance);
         runtime.frame_changed.notify_all();

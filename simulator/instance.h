@@ -4,30 +4,19 @@
 #include <openxr/openxr.h>
 
 #include <cstdint>
-#include <map>
-#include <memory>
-#include <set>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "simulator/events.h"
 #include "simulator/graphics/graphics.h"
 #include "simulator/paths.h"
 #include "simulator/settings.h"
+#include "xr/input/actions.h"
 
 namespace simulator {
 
-struct Action;
-struct Profile;
-
-// A suggested binding that the profile has: `path` in full.
-struct SuggestedBinding {
-    std::shared_ptr<const Action> action;
-    std::string path;
-};
-
-struct Instance {
+// That the application asked for: what came later than its version, it does not get.
+struct Instance : xr_input::Offer {
     bool HasExtension(std::string_view name) const { return extensions.find(name) != extensions.end(); }
     // Throws XR_ERROR_SYSTEM_INVALID, also for the right one that was not asked for yet.
     void CheckSystem(XrSystemId system) const;
@@ -35,17 +24,13 @@ struct Instance {
     const std::string& PathText(XrPath path) const;
 
     XrInstance handle = XR_NULL_HANDLE;
-    // That the application asked for: what came later, it does not get.
-    XrVersion api_version = 0;
     // By xrGetSystem.
     bool system_is_known = false;
     Settings settings;
-    std::set<std::string, std::less<>> extensions;
     PathTable paths;
     EventQueue events;
     GraphicsEntry graphics;
-    // What was last suggested for each profile.
-    std::map<const Profile*, std::vector<SuggestedBinding>> suggestions;
+    xr_input::Suggestions suggestions;
 };
 
 inline constexpr XrSystemId kSystemId = 0x51;

@@ -17,17 +17,6 @@ bool IsLevelCharacter(char c) {
 
 }  // namespace
 
-std::optional<SplitPath> SplitTopLevel(std::string_view path) {
-    for (std::size_t i = 0; i < kTopLevelCount; ++i) {
-        const std::string_view top = kTopLevelPaths[i];
-        if (path == top) return SplitPath{static_cast<TopLevel>(i), {}};
-        if (path.size() > top.size() && path.substr(0, top.size()) == top && path[top.size()] == '/') {
-            return SplitPath{static_cast<TopLevel>(i), path.substr(top.size() + 1)};
-        }
-    }
-    return std::nullopt;
-}
-
 bool IsPathLevel(std::string_view text) {
     return std::all_of(text.begin(), text.end(), IsLevelCharacter) &&
            text.find_first_not_of('.') != std::string_view::npos;

@@ -1,9 +1,8 @@
-// Paths of one instance, and the top level paths that devices sit on.
+// Paths of one instance.
 #pragma once
 
 #include <openxr/openxr.h>
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <map>
@@ -12,19 +11,17 @@
 #include <string_view>
 #include <vector>
 
+#include "xr/input/paths.h"
+
 namespace simulator {
 
-enum class TopLevel : std::uint8_t { kLeftHand, kRightHand, kHead, kGamepad, kTreadmill };
-inline constexpr std::array<std::string_view, 5> kTopLevelPaths = {"/user/hand/left", "/user/hand/right", "/user/head",
-                                                                   "/user/gamepad", "/user/treadmill"};
-inline constexpr std::size_t kTopLevelCount = kTopLevelPaths.size();
-
-// The top level path that `path` is or lies below, and what follows it without the slash between.
-struct SplitPath {
-    TopLevel top;
-    std::string_view rest;
-};
-std::optional<SplitPath> SplitTopLevel(std::string_view path);
+using xr_input::BitOf;
+using xr_input::kTopLevelCount;
+using xr_input::kTopLevelPaths;
+using xr_input::SplitPath;
+using xr_input::SplitTopLevel;
+using xr_input::TopLevel;
+using xr_input::TopLevels;
 
 // One level of a path: not empty, nothing but a-z, 0-9, '-', '_', '.', and not dots alone.
 bool IsPathLevel(std::string_view text);

@@ -15,13 +15,13 @@
 #include <vector>
 
 #include "simulator/capture.h"
-#include "simulator/devices.h"
 #include "simulator/frames.h"
 #include "simulator/graphics/graphics.h"
 #include "simulator/head.h"
 #include "simulator/input.h"
 #include "simulator/scene.h"
 #include "simulator/submitted_frame.h"
+#include "xr/input/devices.h"
 
 namespace simulator {
 

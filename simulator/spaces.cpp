@@ -1,7 +1,5 @@
 #include "simulator/spaces.h"
 
-#include <cmath>
-
 #include "simulator/actions.h"
 #include "simulator/extensions.h"
 #include "simulator/instance.h"
@@ -96,20 +94,9 @@ void LeaveVelocitiesUnknown(const XrSpaceLocations& locations) {
 }  // namespace
 
 XrPosef CheckedPose(const XrPosef& pose) {
-    const auto& [x, y, z, w] = pose.orientation;
-    const float length = std::sqrt(x * x + y * y + z * z + w * w);
-    const bool is_unit = std::fabs(length - 1.0f) <= 0.01f;
-    const bool is_finite =
-        std::isfinite(pose.position.x) && std::isfinite(pose.position.y) && std::isfinite(pose.position.z);
-    // A length that is no number fails the first test.
-    if (!is_unit || !is_finite) Refuse(XR_ERROR_POSE_INVALID);
-    return {{x / length, y / length, z / length, w / length}, pose.position};
-}
-
-XrPosef RelativePose(const XrPosef& target, const XrPosef& base) {
-    const XrQuaternionf inverse = orvanic_xr::Conjugate(base.orientation);
-    const XrVector3f between = orvanic_xr::Add(target.position, orvanic_xr::Negate(base.position));
-    return {orvanic_xr::Multiply(inverse, target.orientation), orvanic_xr::Rotate(inverse, between)};
+    const auto good = orvanic_xr::GoodPose(pose);
+    if (!good) Refuse(XR_ERROR_POSE_INVALID);
+    return *good;
 }
 
 std::optional<XrPosef> WorldPose(const Space& space, XrTime time) {
@@ -158,7 +145,7 @@ XrResult CreateActionSpace(XrSession session, const XrActionSpaceCreateInfo* inf
         created->kind = Space::Kind::kAction;
         created->session = owner;
         created->action = runtime.Get(info->action);
-        Require(created->action->set->instance == owner->instance.get());
+        Require(created->action->Set().instance == owner->instance.get());
         if (created->action->type != XR_ACTION_TYPE_POSE_INPUT) Refuse(XR_ERROR_ACTION_TYPE_MISMATCH);
         created->top = created->action->CheckedSubaction(*owner->instance, info->subactionPath);
         created->offset = CheckedPose(info->poseInActionSpace);

@@ -8,6 +8,7 @@
 #include <optional>
 
 #include "simulator/paths.h"
+#include "xr/pose_math.h"
 
 namespace simulator {
 
@@ -34,8 +35,7 @@ std::optional<XrPosef> WorldPose(const Space& space, XrTime time);
 
 // Throws XR_ERROR_POSE_INVALID for what is no pose; gives it with an orientation of length 1.
 XrPosef CheckedPose(const XrPosef& pose);
-// The pose of `target` seen from `base`.
-XrPosef RelativePose(const XrPosef& target, const XrPosef& base);
+using orvanic_xr::RelativePose;
 
 XRAPI_ATTR XrResult XRAPI_CALL EnumerateReferenceSpaces(XrSession session, std::uint32_t capacity, std::uint32_t* count,
                                                         XrReferenceSpaceType* spaces);

@@ -7,6 +7,7 @@
 
 #include <cmath>
 #include <limits>
+#include <optional>
 
 namespace orvanic_xr {
 
@@ -72,6 +73,24 @@ constexpr XrVector3f Rotate(const XrQuaternionf& q, const XrVector3f& v) {
 // Pose `b`, given in the space of which `a` is the pose, in the space in which `a` is given.
 constexpr XrPosef Compose(const XrPosef& a, const XrPosef& b) {
     return {Multiply(a.orientation, b.orientation), Add(a.position, Rotate(a.orientation, b.position))};
+}
+
+// The pose `target` as seen from `base`, both given in one space.
+constexpr XrPosef RelativePose(const XrPosef& target, const XrPosef& base) {
+    const XrQuaternionf inverse = Conjugate(base.orientation);
+    return {Multiply(inverse, target.orientation), Rotate(inverse, Add(target.position, Negate(base.position)))};
+}
+
+// With an orientation of length 1; nothing for what OpenXR refuses as XR_ERROR_POSE_INVALID.
+inline std::optional<XrPosef> GoodPose(const XrPosef& pose) {
+    const auto& [x, y, z, w] = pose.orientation;
+    const float length = std::sqrt(x * x + y * y + z * z + w * w);
+    const bool is_unit = std::fabs(length - 1.0f) <= 0.01f;
+    const bool is_finite =
+        std::isfinite(pose.position.x) && std::isfinite(pose.position.y) && std::isfinite(pose.position.z);
+    // A length that is no number fails the first test.
+    if (!is_unit || !is_finite) return std::nullopt;
+    return XrPosef{{x / length, y / length, z / length, w / length}, pose.position};
 }
 
 // Number for number: -0 is 0, and NaN is nothing's equal.

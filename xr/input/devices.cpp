@@ -1,10 +1,10 @@
-#include "simulator/devices.h"
+#include "xr/input/devices.h"
 
 #include <string>
 
 #include "xr/pose_math.h"
 
-namespace simulator {
+namespace xr_input {
 namespace {
 
 std::optional<std::size_t> Axis(const Profile& profile, TopLevel top, std::size_t source, const char* axis) {
@@ -40,4 +40,4 @@ void Device::SwitchOn(const Profile& new_profile) {
     poses.assign(new_profile.sources.size(), std::nullopt);
 }
 
-}  // namespace simulator
+}  // namespace xr_input

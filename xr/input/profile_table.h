@@ -6,9 +6,9 @@
 #include <limits>
 #include <string_view>
 
-#include "simulator/extensions.h"
+#include "xr/input/extensions.h"
 
-namespace simulator {
+namespace xr_input {
 
 inline constexpr XrVersion kNoVersion = std::numeric_limits<XrVersion>::max();
 
@@ -199,4 +199,4 @@ inline constexpr ProfileRow kProfileRows[] = {
     {"kest/head_kestx2", "Headset", kNoVersion, kConformanceAutomation, {.head = "view_kest/pose"}},
 };
 
-}  // namespace simulator
+}  // namespace xr_input

@@ -1,29 +1,28 @@
-// The interaction profiles that the runtime knows, and what each has: the rows of profile_table.h, spelt out once.
+// The interaction profiles that are known, and what each has: the rows of profile_table.h, spelt out once.
 #pragma once
+
+#include <openxr/openxr.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "simulator/paths.h"
+#include "xr/input/paths.h"
 
-namespace simulator {
-
-struct Instance;
+namespace xr_input {
 
 enum class SourceType : std::uint8_t { kBoolean, kFloat, kVector2, kPose, kHaptic };
 
-// Bits, one for each TopLevel.
-using TopLevels = std::uint8_t;
-constexpr TopLevels BitOf(TopLevel top) {
-    return static_cast<TopLevels>(1u << static_cast<unsigned>(top));
-}
-inline constexpr TopLevels kLeft = BitOf(TopLevel::kLeftHand);
-inline constexpr TopLevels kRight = BitOf(TopLevel::kRightHand);
-inline constexpr TopLevels kBoth = kLeft | kRight;
+// What an application asked for at xrCreateInstance.
+struct Offer {
+    XrVersion api_version = 0;
+    std::set<std::string, std::less<>> extensions;
+};
 
 struct Source {
     // Behind the top level path: "input/trigger/value".
@@ -40,8 +39,8 @@ struct Profile {
     const char* extension;
     std::vector<Source> sources;
 
-    // By the version that the instance asked for, or by an extension that it enabled.
-    bool IsOffered(const Instance& instance) const;
+    // By the version that was asked for, or by an extension that was enabled.
+    bool IsOfferedBy(const Offer& offer) const;
     bool Has(TopLevel top) const;
     // Exactly this path, or nothing.
     std::optional<std::size_t> Find(TopLevel top, std::string_view path) const;
@@ -52,4 +51,4 @@ const Profile* FindProfile(std::string_view path);
 
 SourceType TypeOf(std::string_view source_path);
 
-}  // namespace simulator
+}  // namespace xr_input

@@ -1,5 +1,5 @@
-// The input devices of a session. There are none until one is switched on through the conformance automation,
-// and then it does what it is told and nothing by itself.
+// The simulated input devices of a session. There are none until one is switched on through the conformance
+// automation, and then it does what it is told and nothing by itself.
 #pragma once
 
 #include <openxr/openxr.h>
@@ -9,9 +9,9 @@
 #include <optional>
 #include <vector>
 
-#include "simulator/profiles.h"
+#include "xr/input/profiles.h"
 
-namespace simulator {
+namespace xr_input {
 
 struct Device {
     bool IsActive() const { return profile != nullptr; }
@@ -45,4 +45,4 @@ struct Devices {
     std::array<Device, kTopLevelCount> by_top_level;
 };
 
-}  // namespace simulator
+}  // namespace xr_input

@@ -1,12 +1,11 @@
-#include "simulator/profiles.h"
+#include "xr/input/profiles.h"
 
 #include <algorithm>
 #include <iterator>
 
-#include "simulator/instance.h"
-#include "simulator/profile_table.h"
+#include "xr/input/profile_table.h"
 
-namespace simulator {
+namespace xr_input {
 namespace {
 
 bool EndsWithLevel(std::string_view path, std::string_view level) {
@@ -75,8 +74,8 @@ const std::vector<Profile>& AllProfiles() {
 
 }  // namespace
 
-bool Profile::IsOffered(const Instance& instance) const {
-    return instance.api_version >= since || (extension && instance.HasExtension(extension));
+bool Profile::IsOfferedBy(const Offer& offer) const {
+    return offer.api_version >= since || (extension && offer.extensions.contains(extension));
 }
 
 bool Profile::Has(TopLevel top) const {
@@ -106,4 +105,4 @@ SourceType TypeOf(std::string_view source_path) {
     return SourceType::kFloat;
 }
 
-}  // namespace simulator
+}  // namespace xr_input
