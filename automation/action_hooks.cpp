@@ -1,0 +1,181 @@
+// Actions as they are declared and bound. Everything goes down as it came, but for the profile of the simulated
+// controllers, of which the runtime knows nothing.
+#include <algorithm>
+
+#include "automation/guard.h"
+#include "automation/hooks.h"
+#include "automation/session.h"
+#include "xr/input/extensions.h"
+
+namespace automation {
+namespace {
+
+TopLevels SubactionsOf(const Instance& instance, const XrActionCreateInfo& info) {
+    TopLevels tops = 0;
+    for (std::uint32_t i = 0; i < info.countSubactionPaths; ++i) {
+        if (const auto top = instance.TopLevelOf(info.subactionPaths[i])) {
+            tops = static_cast<TopLevels>(tops | xr_input::BitOf(*top));
+        }
+    }
+    return tops;
+}
+
+// What of the suggestion the layer understands. `is_good` tells whether that is all.
+std::vector<xr_input::SuggestedBinding> Understood(const Instance& instance, const xr_input::Profile& profile,
+                                                   const XrInteractionProfileSuggestedBinding& suggested,
+                                                   bool& is_good) {
+    std::vector<xr_input::SuggestedBinding> bindings;
+    is_good = suggested.suggestedBindings != nullptr;
+    for (std::uint32_t i = 0; is_good && i < suggested.countSuggestedBindings; ++i) {
+        const auto action = Registry::instance().Find(suggested.suggestedBindings[i].action);
+        std::string path = instance.PathText(suggested.suggestedBindings[i].binding);
+        const auto split = xr_input::SplitTopLevel(path);
+        const bool is_offered = split && Offers(profile, instance.offer.api_version, split->top, split->rest);
+        if (!action || !is_offered) {
+            is_good = false;
+            break;
+        }
+        bindings.push_back({action, std::move(path)});
+    }
+    return bindings;
+}
+
+// On which devices any profile has the actions.
+void NoteDevices(const Instance& instance, const XrInteractionProfileSuggestedBinding& suggested) {
+    for (std::uint32_t i = 0; i < suggested.countSuggestedBindings; ++i) {
+        const auto action = Registry::instance().Find(suggested.suggestedBindings[i].action);
+        const std::string path = instance.PathText(suggested.suggestedBindings[i].binding);
+        const auto split = xr_input::SplitTopLevel(path);
+        if (action && split) action->suggested_on |= xr_input::BitOf(split->top);
+    }
+}
+
+XrResult KeepSuggestion(Instance& instance, const xr_input::Profile& profile,
+                        const XrInteractionProfileSuggestedBinding& suggested) {
+    bool is_good = false;
+    auto bindings = Understood(instance, profile, suggested, is_good);
+    if (!is_good) return XR_ERROR_PATH_UNSUPPORTED;
+    const bool is_late = std::ranges::any_of(bindings, [](const auto& binding) {
+        return static_cast<const ActionSet&>(*binding.action->set).attached.load();
+    });
+    if (is_late) return XR_ERROR_ACTIONSETS_ALREADY_ATTACHED;
+    const std::lock_guard lock(instance.mutex);
+    instance.suggestions[&profile] = std::move(bindings);
+    return XR_SUCCESS;
+}
+
+// Profiles that the layer itself brings.
+bool IsOwn(const Instance& instance, const xr_input::Profile& profile) {
+    if (!profile.extension || !profile.IsOfferedBy(instance.offer)) return false;
+    const std::string_view extension = profile.extension;
+    return (instance.parts.input && extension == xr_input::kConformanceAutomation) ||
+           (instance.parts.controller_profile && extension == xr_input::kProntoProfile);
+}
+
+}  // namespace
+
+XrResult CreateActionSet(XrInstance instance, const XrActionSetCreateInfo* info, XrActionSet* action_set) {
+    return Guarded([&] {
+        const auto owner = Registry::instance().Find(instance);
+        if (!owner) return XR_ERROR_HANDLE_INVALID;
+        const XrResult result = owner->next.CreateActionSet(instance, info, action_set);
+        if (XR_FAILED(result)) return result;
+        GuardOwnWork([&] {
+            auto made = std::make_shared<ActionSet>();
+            made->instance = owner;
+            made->priority = info->priority;
+            Registry::instance().Add(*action_set, std::move(made));
+        });
+        return result;
+    });
+}
+
+XrResult DestroyActionSet(XrActionSet action_set) {
+    return Guarded([&] {
+        const auto set = Registry::instance().Find(action_set);
+        if (!set) return XR_ERROR_HANDLE_INVALID;
+        const XrResult result = set->instance->next.DestroyActionSet(action_set);
+        if (XR_SUCCEEDED(result)) Registry::instance().Remove(action_set, set);
+        return result;
+    });
+}
+
+XrResult CreateAction(XrActionSet action_set, const XrActionCreateInfo* info, XrAction* action) {
+    return Guarded([&] {
+        const auto set = Registry::instance().Find(action_set);
+        if (!set) return XR_ERROR_HANDLE_INVALID;
+        const XrResult result = set->instance->next.CreateAction(action_set, info, action);
+        if (XR_FAILED(result)) return result;
+        GuardOwnWork([&] {
+            auto made = std::make_shared<Action>();
+            made->instance = set->instance;
+            made->type = info->actionType;
+            made->subactions = SubactionsOf(*set->instance, *info);
+            set->subactions = static_cast<TopLevels>(set->subactions | made->subactions);
+            made->set = set;
+            Registry::instance().Add(*action, std::move(made));
+        });
+        return result;
+    });
+}
+
+XrResult DestroyAction(XrAction action) {
+    return Guarded([&] {
+        const auto known = Registry::instance().Find(action);
+        if (!known) return XR_ERROR_HANDLE_INVALID;
+        const XrResult result = known->instance->next.DestroyAction(action);
+        if (XR_SUCCEEDED(result)) Registry::instance().Remove(action, known);
+        return result;
+    });
+}
+
+XrResult SuggestInteractionProfileBindings(XrInstance instance, const XrInteractionProfileSuggestedBinding* suggested) {
+    return Guarded([&] {
+        const auto owner = Registry::instance().Find(instance);
+        if (!owner) return XR_ERROR_HANDLE_INVALID;
+        const xr_input::Profile* const profile =
+            suggested ? xr_input::FindProfile(owner->PathText(suggested->interactionProfile)) : nullptr;
+        if (profile && IsOwn(*owner, *profile)) {
+            const XrResult result = KeepSuggestion(*owner, *profile, *suggested);
+            if (XR_SUCCEEDED(result)) NoteDevices(*owner, *suggested);
+            return result;
+        }
+        const XrResult result = owner->next.SuggestInteractionProfileBindings(instance, suggested);
+        if (XR_FAILED(result)) return result;
+        GuardOwnWork([&] {
+            NoteDevices(*owner, *suggested);
+            // One of a runtime's own paths is no business of the layer's.
+            if (profile && profile->IsOfferedBy(owner->offer)) KeepSuggestion(*owner, *profile, *suggested);
+        });
+        return result;
+    });
+}
+
+XrResult AttachSessionActionSets(XrSession session, const XrSessionActionSetsAttachInfo* info) {
+    return Guarded([&] {
+        const auto owner = Registry::instance().Find(session);
+        if (!owner) return XR_ERROR_HANDLE_INVALID;
+        const XrResult result = owner->instance->next.AttachSessionActionSets(session, info);
+        if (XR_FAILED(result)) return result;
+        GuardOwnWork([&] {
+            xr_input::Suggestions suggestions;
+            {
+                const std::lock_guard lock(owner->instance->mutex);
+                suggestions = owner->instance->suggestions;
+            }
+            std::vector<std::shared_ptr<const xr_input::ActionSet>> sets;
+            for (std::uint32_t i = 0; i < info->countActionSets; ++i) {
+                const auto set = Registry::instance().Find(info->actionSets[i]);
+                if (!set) continue;
+                set->attached = true;
+                sets.push_back(set);
+            }
+            const std::lock_guard lock(owner->mutex);
+            owner->input.attached = std::move(sets);
+            owner->input.Bind(suggestions);
+        });
+        return result;
+    });
+}
+
+}  // namespace automation

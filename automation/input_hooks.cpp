@@ -1,0 +1,307 @@
+// What the application reads of its actions. The runtime is always asked, and says what is wrong with a call. Its
+// answer holds for real devices. What a simulated one says is laid over it.
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <vector>
+
+#include "automation/guard.h"
+#include "automation/hooks.h"
+#include "automation/session.h"
+
+namespace automation {
+namespace {
+
+using xr_input::SubactionState;
+
+constexpr TopLevels kEverywhere = 0xFF;
+
+xr_input::ActiveSets ActiveSetsOf(const Instance& instance, const XrActionsSyncInfo& info) {
+    xr_input::ActiveSets active;
+    for (std::uint32_t i = 0; i < info.countActiveActionSets; ++i) {
+        const auto set = Registry::instance().Find(info.activeActionSets[i].actionSet);
+        if (!set) continue;
+        const auto top = instance.TopLevelOf(info.activeActionSets[i].subactionPath);
+        const TopLevels tops = top ? xr_input::BitOf(*top) : kEverywhere;
+        active[set.get()] = static_cast<TopLevels>(active[set.get()] | tops);
+    }
+    return active;
+}
+
+void SyncSimulated(Session& session, const XrActionsSyncInfo& info, bool focused) {
+    const auto active = ActiveSetsOf(*session.instance, info);
+    const XrTime now = session.LatestTime();
+    bool changed = false;
+    {
+        const std::lock_guard lock(session.mutex);
+        session.focused = focused;
+        if (!focused) {
+            session.input.states.clear();
+            return;
+        }
+        changed = session.input.SelectProfiles(session.devices) || session.devices_changed;
+        session.devices_changed = false;
+        session.input.Sync(session.devices, active, now);
+    }
+    if (!changed) return;
+    const std::lock_guard lock(session.instance->mutex);
+    auto& events = session.instance->profile_events;
+    if (std::ranges::find(events, session.handle) == events.end()) events.push_back(session.handle);
+}
+
+// Between the records of the four types and what they have in common.
+SubactionState Read(const XrActionStateBoolean& state) {
+    return {state.isActive != XR_FALSE,
+            state.changedSinceLastSync != XR_FALSE,
+            {state.currentState ? 1.0f : 0.0f, 0.0f},
+            state.lastChangeTime};
+}
+SubactionState Read(const XrActionStateFloat& state) {
+    return {state.isActive != XR_FALSE,
+            state.changedSinceLastSync != XR_FALSE,
+            {state.currentState, 0.0f},
+            state.lastChangeTime};
+}
+SubactionState Read(const XrActionStateVector2f& state) {
+    return {state.isActive != XR_FALSE, state.changedSinceLastSync != XR_FALSE, state.currentState,
+            state.lastChangeTime};
+}
+SubactionState Read(const XrActionStatePose& state) {
+    return {state.isActive != XR_FALSE, false, {}, 0};
+}
+
+template <class State>
+void WriteMarks(const SubactionState& from, State& state) {
+    state.changedSinceLastSync = from.changed;
+    state.lastChangeTime = from.last_change;
+    state.isActive = from.active;
+}
+void Write(const SubactionState& from, XrActionStateBoolean& state) {
+    state.currentState = from.value.x != 0.0f;
+    WriteMarks(from, state);
+}
+void Write(const SubactionState& from, XrActionStateFloat& state) {
+    state.currentState = from.value.x;
+    WriteMarks(from, state);
+}
+void Write(const SubactionState& from, XrActionStateVector2f& state) {
+    state.currentState = from.value;
+    WriteMarks(from, state);
+}
+void Write(const SubactionState& from, XrActionStatePose& state) {
+    state.isActive = from.active;
+}
+
+// Of several sources the one that is moved furthest counts.
+SubactionState Combined(const SubactionState& a, const SubactionState& b) {
+    if (!a.active) return b;
+    if (!b.active) return a;
+    const bool is_b = std::hypot(b.value.x, b.value.y) > std::hypot(a.value.x, a.value.y);
+    return is_b ? b : a;
+}
+
+// What the real devices say of an action that was asked for without naming one. `whole` is the runtime's answer, in
+// which a real device counts that is simulated now.
+template <class State, class Function>
+SubactionState RealPart(const Session& session, const Action& action, const XrActionStateGetInfo& info,
+                        const State& whole, Function next) {
+    const auto real = static_cast<TopLevels>(action.suggested_on & ~session.simulated);
+    if (action.subactions == 0) return real != 0 ? Read(whole) : SubactionState{};
+    SubactionState combined;
+    for (std::size_t i = 0; i < xr_input::kTopLevelCount; ++i) {
+        if ((action.subactions & real & xr_input::BitOf(static_cast<TopLevel>(i))) == 0) continue;
+        XrActionStateGetInfo one = info;
+        one.subactionPath = session.instance->top_level_paths[i];
+        State state = whole;
+        if (XR_SUCCEEDED(next(session.handle, &one, &state))) combined = Combined(combined, Read(state));
+    }
+    return combined;
+}
+
+template <class State, class Function>
+XrResult GetState(Function NextFunctions::*slot, XrSession session, const XrActionStateGetInfo* info, State* state) {
+    const auto owner = Registry::instance().Find(session);
+    if (!owner) return XR_ERROR_HANDLE_INVALID;
+    const Function next = owner->instance->next.*slot;
+    const XrResult result = next(session, info, state);
+    if (XR_FAILED(result) || !owner->Simulates()) return result;
+    const auto action = Registry::instance().Find(info->action);
+    if (!action) return result;
+    const auto top = owner->instance->TopLevelOf(info->subactionPath);
+    if (top && !owner->Simulates(*top)) return result;
+    SubactionState simulated;
+    {
+        const std::lock_guard lock(owner->mutex);
+        simulated = owner->input.StateOf(*action, top);
+    }
+    Write(top ? simulated : Combined(simulated, RealPart(*owner, *action, *info, *state, next)), *state);
+    return result;
+}
+
+// The simulated source that a path names, for who asks for its name. Null where it is none.
+const xr_input::Profile* SimulatedProfile(const Session& session, const std::string& path) {
+    const auto split = xr_input::SplitTopLevel(path);
+    if (!split || !session.Simulates(split->top)) return nullptr;
+    const std::lock_guard lock(session.mutex);
+    const auto* const profile = session.input.profiles[static_cast<std::size_t>(split->top)];
+    const bool is_there = profile && Offers(*profile, session.instance->offer.api_version, split->top, split->rest);
+    return is_there ? profile : nullptr;
+}
+
+// The two-call idiom, for elements that are there.
+template <class Element>
+XrResult WriteAll(const Element* elements, std::size_t size, std::uint32_t capacity, std::uint32_t* count,
+                  Element* buffer) {
+    if (!count || (!buffer && capacity != 0)) return XR_ERROR_VALIDATION_FAILURE;
+    *count = static_cast<std::uint32_t>(size);
+    if (capacity == 0) return XR_SUCCESS;
+    if (capacity < size) return XR_ERROR_SIZE_INSUFFICIENT;
+    std::copy_n(elements, size, buffer);
+    return XR_SUCCESS;
+}
+
+// `call(info)` for the real devices that the action drives. The runtime alone decides where no simulated one has it.
+template <class Call>
+XrResult ForRealDevices(XrSession session, const XrHapticActionInfo* info, Call call) {
+    const auto owner = Registry::instance().Find(session);
+    if (!owner) return XR_ERROR_HANDLE_INVALID;
+    const auto action = info ? Registry::instance().Find(info->action) : nullptr;
+    const bool is_driven = action && action->type == XR_ACTION_TYPE_VIBRATION_OUTPUT && owner->Simulates();
+    if (!info) return XR_ERROR_VALIDATION_FAILURE;
+    if (!is_driven) return call(owner->instance->next, *info);
+    bool focused = false;
+    {
+        const std::lock_guard lock(owner->mutex);
+        focused = owner->focused;
+    }
+    const XrResult swallowed = focused ? XR_SUCCESS : XR_SESSION_NOT_FOCUSED;
+    if (const auto top = owner->instance->TopLevelOf(info->subactionPath)) {
+        return owner->Simulates(*top) ? swallowed : call(owner->instance->next, *info);
+    }
+    const auto real = static_cast<TopLevels>(action->suggested_on & ~owner->simulated);
+    if (action->subactions == 0) return real != 0 ? call(owner->instance->next, *info) : swallowed;
+    XrResult result = swallowed;
+    for (std::size_t i = 0; i < xr_input::kTopLevelCount; ++i) {
+        if ((action->subactions & real & xr_input::BitOf(static_cast<TopLevel>(i))) == 0) continue;
+        XrHapticActionInfo one = *info;
+        one.subactionPath = owner->instance->top_level_paths[i];
+        result = call(owner->instance->next, one);
+        if (XR_FAILED(result)) return result;
+    }
+    return result;
+}
+
+}  // namespace
+
+XrResult SyncActions(XrSession session, const XrActionsSyncInfo* info) {
+    return Guarded([&] {
+        const auto owner = Registry::instance().Find(session);
+        if (!owner) return XR_ERROR_HANDLE_INVALID;
+        const XrResult result = owner->instance->next.SyncActions(session, info);
+        if (XR_FAILED(result)) return result;
+        NoteFrameThread();
+        // Once more after the last device went: the application is told that its profile did.
+        if (!owner->Simulates() && !owner->HasChangedDevices()) return result;
+        GuardOwnWork([&] {
+            owner->Latch();
+            SyncSimulated(*owner, *info, result != XR_SESSION_NOT_FOCUSED);
+        });
+        return result;
+    });
+}
+
+XrResult GetActionStateBoolean(XrSession session, const XrActionStateGetInfo* info, XrActionStateBoolean* state) {
+    return Guarded([&] { return GetState(&NextFunctions::GetActionStateBoolean, session, info, state); });
+}
+
+XrResult GetActionStateFloat(XrSession session, const XrActionStateGetInfo* info, XrActionStateFloat* state) {
+    return Guarded([&] { return GetState(&NextFunctions::GetActionStateFloat, session, info, state); });
+}
+
+XrResult GetActionStateVector2f(XrSession session, const XrActionStateGetInfo* info, XrActionStateVector2f* state) {
+    return Guarded([&] { return GetState(&NextFunctions::GetActionStateVector2f, session, info, state); });
+}
+
+XrResult GetActionStatePose(XrSession session, const XrActionStateGetInfo* info, XrActionStatePose* state) {
+    return Guarded([&] { return GetState(&NextFunctions::GetActionStatePose, session, info, state); });
+}
+
+XrResult GetCurrentInteractionProfile(XrSession session, XrPath top_level_path, XrInteractionProfileState* profile) {
+    return Guarded([&] {
+        const auto owner = Registry::instance().Find(session);
+        if (!owner) return XR_ERROR_HANDLE_INVALID;
+        const XrResult result = owner->instance->next.GetCurrentInteractionProfile(session, top_level_path, profile);
+        const auto top = owner->instance->TopLevelOf(top_level_path);
+        if (XR_FAILED(result) || !top || !owner->Simulates(*top)) return result;
+        const xr_input::Profile* current = nullptr;
+        {
+            const std::lock_guard lock(owner->mutex);
+            current = owner->input.profiles[static_cast<std::size_t>(*top)];
+        }
+        profile->interactionProfile = current ? owner->instance->PathOf(current->path) : XR_NULL_PATH;
+        return result;
+    });
+}
+
+XrResult EnumerateBoundSourcesForAction(XrSession session, const XrBoundSourcesForActionEnumerateInfo* info,
+                                        std::uint32_t capacity, std::uint32_t* count, XrPath* sources) {
+    return Guarded([&] {
+        const auto owner = Registry::instance().Find(session);
+        if (!owner) return XR_ERROR_HANDLE_INVALID;
+        const Instance& instance = *owner->instance;
+        const auto next = instance.next.EnumerateBoundSourcesForAction;
+        const auto action = info && owner->Simulates() ? Registry::instance().Find(info->action) : nullptr;
+        if (!action) return next(session, info, capacity, count, sources);
+        std::uint32_t real_count = 0;
+        XrResult result = next(session, info, 0, &real_count, nullptr);
+        std::vector<XrPath> bound(real_count);
+        if (XR_SUCCEEDED(result) && real_count > 0) result = next(session, info, real_count, &real_count, bound.data());
+        if (XR_FAILED(result)) return result;
+        std::erase_if(bound, [&](XrPath path) {
+            const auto text = instance.PathText(path);
+            const auto split = xr_input::SplitTopLevel(text);
+            return split && owner->Simulates(split->top);
+        });
+        std::vector<std::string> simulated;
+        {
+            const std::lock_guard lock(owner->mutex);
+            simulated = owner->input.BoundSources(*action);
+        }
+        for (const std::string& source : simulated) bound.push_back(instance.PathOf(source));
+        return WriteAll(bound.data(), bound.size(), capacity, count, sources);
+    });
+}
+
+XrResult GetInputSourceLocalizedName(XrSession session, const XrInputSourceLocalizedNameGetInfo* info,
+                                     std::uint32_t capacity, std::uint32_t* count, char* buffer) {
+    return Guarded([&] {
+        const auto owner = Registry::instance().Find(session);
+        if (!owner) return XR_ERROR_HANDLE_INVALID;
+        const std::string path = info && owner->Simulates() ? owner->instance->PathText(info->sourcePath) : "";
+        const auto* const profile = SimulatedProfile(*owner, path);
+        if (!profile || info->whichComponents == 0) {
+            return owner->instance->next.GetInputSourceLocalizedName(session, info, capacity, count, buffer);
+        }
+        const auto split = xr_input::SplitTopLevel(path);
+        const std::string name = LocalizedName(*profile, split->top, split->rest, info->whichComponents);
+        return WriteAll(name.c_str(), name.size() + 1, capacity, count, buffer);
+    });
+}
+
+XrResult ApplyHapticFeedback(XrSession session, const XrHapticActionInfo* info, const XrHapticBaseHeader* feedback) {
+    return Guarded([&] {
+        return ForRealDevices(session, info, [&](const NextFunctions& next, const XrHapticActionInfo& one) {
+            return next.ApplyHapticFeedback(session, &one, feedback);
+        });
+    });
+}
+
+XrResult StopHapticFeedback(XrSession session, const XrHapticActionInfo* info) {
+    return Guarded([&] {
+        return ForRealDevices(session, info, [&](const NextFunctions& next, const XrHapticActionInfo& one) {
+            return next.StopHapticFeedback(session, &one);
+        });
+    });
+}
+
+}  // namespace automation

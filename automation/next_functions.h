@@ -1,0 +1,68 @@
+// The functions below this layer that its hooks call, one table for each instance.
+#pragma once
+
+#include <openxr/openxr.h>
+
+#include <ctime>
+
+namespace automation {
+
+// As the header has it where the platform's records are included.
+using PFN_xrConvertTimespecTimeToTimeKHR = XrResult(XRAPI_PTR*)(XrInstance instance, const timespec* timespec_time,
+                                                                XrTime* time);
+
+// Each is asked for once, when the instance is there. One of an extension that is not enabled stays null.
+#define VELMOOR_AUTOMATION_NEXT(X)       \
+    X(AcquireSwapchainImage)             \
+    X(ApplyHapticFeedback)               \
+    X(AttachSessionActionSets)           \
+    X(BeginFrame)                        \
+    X(BeginSession)                      \
+    X(CreateAction)                      \
+    X(CreateActionSet)                   \
+    X(CreateActionSpace)                 \
+    X(CreateReferenceSpace)              \
+    X(CreateSession)                     \
+    X(CreateSwapchain)                   \
+    X(DestroyAction)                     \
+    X(DestroyActionSet)                  \
+    X(DestroyInstance)                   \
+    X(DestroySession)                    \
+    X(DestroySpace)                      \
+    X(DestroySwapchain)                  \
+    X(EndFrame)                          \
+    X(EndSession)                        \
+    X(EnumerateBoundSourcesForAction)    \
+    X(EnumerateSwapchainImages)          \
+    X(EnumerateViewConfigurationViews)   \
+    X(GetActionStateBoolean)             \
+    X(GetActionStateFloat)               \
+    X(GetActionStatePose)                \
+    X(GetActionStateVector2f)            \
+    X(GetCurrentInteractionProfile)      \
+    X(GetInputSourceLocalizedName)       \
+    X(LocateSpace)                       \
+    X(LocateSpaces)                      \
+    X(LocateSpacesKHR)                   \
+    X(LocateViews)                       \
+    X(PathToString)                      \
+    X(PollEvent)                         \
+    X(ReleaseSwapchainImage)             \
+    X(StopHapticFeedback)                \
+    X(StringToPath)                      \
+    X(SuggestInteractionProfileBindings) \
+    X(SyncActions)                       \
+    X(WaitFrame)                         \
+    X(ConvertTimespecTimeToTimeKHR)
+
+struct NextFunctions {
+    NextFunctions() = default;
+    NextFunctions(PFN_xrGetInstanceProcAddr next, XrInstance instance);
+
+    PFN_xrGetInstanceProcAddr GetInstanceProcAddr = nullptr;
+#define VELMOOR_DECLARE(Name) PFN_xr##Name Name = nullptr;
+    VELMOOR_AUTOMATION_NEXT(VELMOOR_DECLARE)
+#undef VELMOOR_DECLARE
+};
+
+}  // namespace automation

@@ -1,0 +1,95 @@
+#include "automation/session.h"
+
+#include <utility>
+
+#include "diagnostics/logger.h"
+#include "xr/pose_math.h"
+
+namespace automation {
+namespace {
+
+thread_local bool makes_frames = false;
+
+XrResult MakeSpace(const Session& session, XrReferenceSpaceType type, XrSpace& space) {
+    const XrReferenceSpaceCreateInfo info = {XR_TYPE_REFERENCE_SPACE_CREATE_INFO, nullptr, type,
+                                             orvanic_xr::kIdentityPose};
+    return session.instance->next.CreateReferenceSpace(session.handle, &info, &space);
+}
+
+}  // namespace
+
+void NoteFrameThread() {
+    makes_frames = true;
+}
+
+Moment MomentOfThisThread() {
+    return makes_frames ? Moment::kFrame : Moment::kNewest;
+}
+
+XrResult Session::MakeSpaces() {
+    {
+        const std::lock_guard lock(mutex);
+        if (world_space != XR_NULL_HANDLE) return XR_SUCCESS;
+    }
+    XrSpace world = XR_NULL_HANDLE;
+    XrSpace view = XR_NULL_HANDLE;
+    XrReferenceSpaceType type = XR_REFERENCE_SPACE_TYPE_STAGE;
+    XrResult result = MakeSpace(*this, type, world);
+    if (XR_FAILED(result)) {
+        type = XR_REFERENCE_SPACE_TYPE_LOCAL;
+        result = MakeSpace(*this, type, world);
+    }
+    if (XR_FAILED(result)) return result;
+    result = MakeSpace(*this, XR_REFERENCE_SPACE_TYPE_VIEW, view);
+    if (XR_SUCCEEDED(result)) {
+        const std::lock_guard lock(mutex);
+        if (world_space == XR_NULL_HANDLE) {
+            world_space = std::exchange(world, XR_NULL_HANDLE);
+            view_space = std::exchange(view, XR_NULL_HANDLE);
+            world_type = type;
+        }
+    }
+    // Another thread was quicker, or the second one was refused.
+    if (world != XR_NULL_HANDLE) instance->next.DestroySpace(world);
+    if (view != XR_NULL_HANDLE) instance->next.DestroySpace(view);
+    return result;
+}
+
+void Session::DestroySpaces() {
+    XrSpace world = XR_NULL_HANDLE;
+    XrSpace view = XR_NULL_HANDLE;
+    {
+        const std::lock_guard lock(mutex);
+        world = std::exchange(world_space, XR_NULL_HANDLE);
+        view = std::exchange(view_space, XR_NULL_HANDLE);
+    }
+    if (world != XR_NULL_HANDLE) instance->next.DestroySpace(world);
+    if (view != XR_NULL_HANDLE) instance->next.DestroySpace(view);
+}
+
+void Session::Latch() {
+    const XrTime time = waited;
+    const std::lock_guard lock(mutex);
+    if (recentre && time >= recentre->at) {
+        RebaseDevices(devices, recentre->old_world_in_new);
+        history.Rebase(recentre->old_world_in_new);
+        recentre.reset();
+    }
+    history.Add(time, devices);
+}
+
+XrTime Session::LatestTime() const {
+    const XrTime time = waited;
+    return time != 0 ? time : instance->Now();
+}
+
+std::optional<MovingPose> Session::HeadPose(XrTime time, Moment moment) const {
+    return DevicePose(time, moment, [](const xr_input::Devices& all) -> std::optional<XrPosef> {
+        const xr_input::Device& head = all[TopLevel::kHead];
+        if (!head.IsActive()) return std::nullopt;
+        const auto view = head.profile->Find(TopLevel::kHead, "input/view_kest/pose");
+        return view ? head.poses[*view] : std::nullopt;
+    });
+}
+
+}  // namespace automation

@@ -1,0 +1,86 @@
+// One session of the application: its simulated devices, what its actions say of them, and the two spaces by which the
+// layer knows where everything is.
+//
+// World coordinates are those of the runtime's STAGE space, or of its LOCAL space where it has no stage.
+#pragma once
+
+#include <openxr/openxr.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
+#include <optional>
+
+#include "automation/objects.h"
+#include "automation/pose_history.h"
+
+namespace automation {
+
+// Which poses a caller gets. The threads that make the application's frames see those of their frame. Who moves the
+// devices, on any other thread, sees what it did.
+enum class Moment { kFrame, kNewest };
+
+// Marks this thread as one that makes frames.
+void NoteFrameThread();
+Moment MomentOfThisThread();
+
+struct Session {
+    // Any device is under automation. All hooks pass calls on while none is.
+    bool Simulates() const { return simulated.load(std::memory_order_relaxed) != 0; }
+    bool Simulates(TopLevel top) const { return (simulated.load() & xr_input::BitOf(top)) != 0; }
+
+    bool HasChangedDevices() const {
+        const std::lock_guard lock(mutex);
+        return devices_changed;
+    }
+
+    // Makes the two spaces, the first time. Throws nothing; a code of OpenXR where the runtime refuses.
+    XrResult MakeSpaces();
+    // Before the session is destroyed.
+    void DestroySpaces();
+    // For the frame that was waited for: from now on it sees the devices as they are.
+    void Latch();
+    // The time of the newest frame, or now where there was none.
+    XrTime LatestTime() const;
+
+    // The pose that `pose_of(devices)` picks. Nothing while it has none.
+    template <class PoseOf>
+    std::optional<MovingPose> DevicePose(XrTime time, Moment moment, const PoseOf& pose_of) const {
+        const std::lock_guard lock(mutex);
+        if (moment == Moment::kFrame && history.Latest() != 0) return history.At(time, pose_of);
+        const auto pose = pose_of(devices);
+        if (!pose) return std::nullopt;
+        return MovingPose{*pose, {}};
+    }
+    std::optional<MovingPose> HeadPose(XrTime time, Moment moment) const;
+
+    std::shared_ptr<Instance> instance;
+    XrSession handle = XR_NULL_HANDLE;
+    // Between xrBeginSession and xrEndSession.
+    std::atomic<bool> running = false;
+    // What is under automation.
+    std::atomic<TopLevels> simulated = 0;
+    // When the frame is displayed that was waited for last. 0 before the first one.
+    std::atomic<XrTime> waited = 0;
+
+    // Guards all below.
+    mutable std::mutex mutex;
+    xr_input::Devices devices;
+    xr_input::Input input;
+    PoseHistory history;
+    // As the last xrSyncActions said.
+    bool focused = false;
+    // A device was switched on or off, of which the application is to be told.
+    bool devices_changed = false;
+    XrSpace world_space = XR_NULL_HANDLE;
+    XrSpace view_space = XR_NULL_HANDLE;
+    XrReferenceSpaceType world_type = XR_REFERENCE_SPACE_TYPE_STAGE;
+    // The runtime will centre the world anew.
+    struct Recentre {
+        XrTime at = 0;
+        XrPosef old_world_in_new = {{0, 0, 0, 1}, {0, 0, 0}};
+    };
+    std::optional<Recentre> recentre;
+};
+
+}  // namespace automation

@@ -1,0 +1,58 @@
+// Sessions come and go. What the layer made in one goes before it does.
+#include "automation/guard.h"
+#include "automation/hooks.h"
+#include "automation/session.h"
+
+namespace automation {
+
+XrResult CreateSession(XrInstance instance, const XrSessionCreateInfo* info, XrSession* session) {
+    return Guarded([&] {
+        const auto owner = Registry::instance().Find(instance);
+        if (!owner) return XR_ERROR_HANDLE_INVALID;
+        const XrResult result = owner->next.CreateSession(instance, info, session);
+        if (XR_FAILED(result)) return result;
+        GuardOwnWork([&] {
+            auto made = std::make_shared<Session>();
+            made->instance = owner;
+            made->handle = *session;
+            Registry::instance().Add(*session, std::move(made));
+        });
+        return result;
+    });
+}
+
+XrResult DestroySession(XrSession session) {
+    return Guarded([&] {
+        const auto owner = Registry::instance().Find(session);
+        if (!owner) return XR_ERROR_HANDLE_INVALID;
+        owner->DestroySpaces();
+        const XrResult result = owner->instance->next.DestroySession(session);
+        if (XR_FAILED(result)) return result;
+        Registry::instance().Remove(session, owner);
+        const std::lock_guard lock(owner->instance->mutex);
+        std::erase(owner->instance->profile_events, session);
+        return result;
+    });
+}
+
+XrResult BeginSession(XrSession session, const XrSessionBeginInfo* info) {
+    return Guarded([&] {
+        const auto owner = Registry::instance().Find(session);
+        if (!owner) return XR_ERROR_HANDLE_INVALID;
+        const XrResult result = owner->instance->next.BeginSession(session, info);
+        if (XR_SUCCEEDED(result)) owner->running = true;
+        return result;
+    });
+}
+
+XrResult EndSession(XrSession session) {
+    return Guarded([&] {
+        const auto owner = Registry::instance().Find(session);
+        if (!owner) return XR_ERROR_HANDLE_INVALID;
+        const XrResult result = owner->instance->next.EndSession(session);
+        if (XR_SUCCEEDED(result)) owner->running = false;
+        return result;
+    });
+}
+
+}  // namespace automation
