@@ -8,8 +8,8 @@
 
 namespace orvanic_xr {
 
-// As the next layer tells them. Some layers don't answer the question: then each that lies further below is asked, the
-// runtime last, and whatever one of them has is available. Empty where nobody answers.
+// What any of the layers below has, and the runtime. A layer can answer for itself alone, and some don't answer at all,
+// so each is asked. Empty where nobody answers.
 std::set<std::string> AvailableExtensions(const ChainBelow& chain);
 
 }  // namespace orvanic_xr

@@ -20,14 +20,28 @@ namespace {
 constexpr std::size_t kMaxInstances = 4;
 constexpr const auto& kRuntimeName = orvanic_xr::kSimulatorSystemName;
 
-std::set<std::string, std::less<>> EnabledExtensions(const XrInstanceCreateInfo& info) {
+bool IsLeftOut(std::string_view extension, const Settings& settings) {
+    if (extension == kCompositorCapture) return settings.without_capture;
+    return settings.without_automation && (extension == kConformanceAutomation || extension == kProntoProfile);
+}
+
+// What the environment lets the simulator offer.
+std::vector<Extension> OfferedExtensions(const Settings& settings) {
+    std::vector<Extension> offered;
+    std::ranges::copy_if(kExtensions, std::back_inserter(offered),
+                         [&](const Extension& row) { return !IsLeftOut(row.name, settings); });
+    return offered;
+}
+
+std::set<std::string, std::less<>> EnabledExtensions(const XrInstanceCreateInfo& info, const Settings& settings) {
+    const std::vector<Extension> offered = OfferedExtensions(settings);
     std::set<std::string, std::less<>> enabled;
     Require(info.enabledExtensionCount == 0 || info.enabledExtensionNames);
     for (std::uint32_t i = 0; i < info.enabledExtensionCount; ++i) {
         const char* name = info.enabledExtensionNames[i];
         Require(name);
         const auto is_it = [&](const Extension& row) { return std::strcmp(row.name, name) == 0; };
-        if (std::none_of(std::begin(kExtensions), std::end(kExtensions), is_it)) {
+        if (std::none_of(offered.begin(), offered.end(), is_it)) {
             Refuse(XR_ERROR_EXTENSION_NOT_PRESENT);
         }
         enabled.insert(name);
@@ -109,10 +123,11 @@ XrResult EnumerateInstanceExtensionProperties(const char* layer_name, std::uint3
                                               XrExtensionProperties* properties) {
     return WithoutThrowing([&]() -> XrResult {
         if (layer_name && *layer_name) return XR_ERROR_API_LAYER_NOT_PRESENT;
-        return WriteElements(std::size(kExtensions), capacity, count, properties, [&](std::size_t i) {
+        const std::vector<Extension> offered = OfferedExtensions(ReadSettings());
+        return WriteElements(offered.size(), capacity, count, properties, [&](std::size_t i) {
             RequireType(&properties[i], XR_TYPE_EXTENSION_PROPERTIES);
-            CopyText(kExtensions[i].name, properties[i].extensionName);
-            properties[i].extensionVersion = kExtensions[i].version;
+            CopyText(offered[i].name, properties[i].extensionName);
+            properties[i].extensionVersion = offered[i].version;
         });
     });
 }
@@ -123,9 +138,9 @@ XrResult CreateInstance(const XrInstanceCreateInfo* info, XrInstance* instance) 
         Require(instance && info->createFlags == 0);
         CheckApplication(info->applicationInfo);
         auto created = std::make_shared<Instance>();
-        created->extensions = EnabledExtensions(*info);
-        created->api_version = info->applicationInfo.apiVersion;
         created->settings = ReadSettings();
+        created->extensions = EnabledExtensions(*info, created->settings);
+        created->api_version = info->applicationInfo.apiVersion;
         runtime.strict = created->settings.strict;
         const std::size_t others = runtime.handles.CountIf<Instance>([](const Instance&) { return true; });
         if (others >= kMaxInstances) Refuse(XR_ERROR_LIMIT_REACHED);

@@ -31,6 +31,15 @@ Settings::EyeSize EyeSizeOr(std::string_view text, Settings::EyeSize fallback) {
     return is_good ? size : fallback;
 }
 
+bool HasWord(std::string_view words, std::string_view wanted) {
+    while (!words.empty()) {
+        const std::size_t end = std::min(words.find(','), words.size());
+        if (words.substr(0, end) == wanted) return true;
+        words.remove_prefix(std::min(end + 1, words.size()));
+    }
+    return false;
+}
+
 ClockMode ClockOf(std::string_view name) {
     if (name == "stepped") return ClockMode::kStepped;
     return name == "fixed" ? ClockMode::kFixed : ClockMode::kReal;
@@ -47,6 +56,8 @@ Settings ReadSettings() {
     settings.seed = NumberOr(Environment("VELMOOR_SIM_SEED"), settings.seed);
     if (Environment("VELMOOR_SIM_SCENE") == "none") settings.scene = SceneMode::kNone;
     settings.eye_size = EyeSizeOr(Environment("VELMOOR_SIM_EYE_SIZE"), settings.eye_size);
+    settings.without_automation = HasWord(Environment("VELMOOR_SIM_WITHOUT"), "automation");
+    settings.without_capture = HasWord(Environment("VELMOOR_SIM_WITHOUT"), "capture");
     settings.strict = Environment("VELMOOR_SIM_STRICT") == "1";
     return settings;
 }

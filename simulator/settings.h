@@ -10,6 +10,8 @@
 //   VELMOOR_SIM_EYE_SIZE   "<width>x<height>" of a captured picture, and of the images that an
 //                          application is told to draw; in pixels, each 1 to 16384; 1024x1024 when unset
 //                          or of another form
+//   VELMOOR_SIM_WITHOUT    words with commas between: "automation" leaves out the extensions by which devices are
+//                          simulated, "capture" the one for pictures, as other runtimes lack them
 //   VELMOOR_SIM_STRICT     "1": a call with a destroyed handle, or with one whose parent was destroyed, ends
 //                          the process with a line on standard error that names function and handle; refused
 //                          when unset
@@ -43,6 +45,8 @@ struct Settings {
     std::uint32_t seed = 0;
     SceneMode scene = SceneMode::kFurnished;
     EyeSize eye_size = {1024, 1024};
+    bool without_automation = false;
+    bool without_capture = false;
     bool strict = false;
 };
 
