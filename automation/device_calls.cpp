@@ -40,6 +40,7 @@ void PlaceHeadWhereItIs(Session& session) {
     XrSpace view = XR_NULL_HANDLE;
     {
         const std::lock_guard lock(session.mutex);
+        if (!HeadPoseSource(session.devices[TopLevel::kHead])) return;
         view = session.view_space;
     }
     // The runtime's: the head is not simulated yet.
@@ -47,7 +48,7 @@ void PlaceHeadWhereItIs(Session& session) {
     if (real.flags == 0) return;
     const std::lock_guard lock(session.mutex);
     xr_input::Device& head = session.devices[TopLevel::kHead];
-    const auto source = head.profile ? head.profile->Find(TopLevel::kHead, "input/view_kest/pose") : std::nullopt;
+    const auto source = HeadPoseSource(head);
     if (source && !head.poses[*source]) head.poses[*source] = real.moving.pose;
 }
 
@@ -86,11 +87,12 @@ XrResult SetInputDeviceActiveEXT(XrSession session, XrPath interaction_profile, 
                 if (owner->devices[top].IsActive()) after = static_cast<TopLevels>(after | xr_input::BitOf(top));
             }
         }
-        const bool takes_head = is_active && (after & xr_input::BitOf(TopLevel::kHead)) != 0;
-        if (takes_head && !owner->Simulates(TopLevel::kHead)) PlaceHeadWhereItIs(*owner);
+        if (!owner->simulates_head) PlaceHeadWhereItIs(*owner);
         {
-            // What was seen of other devices would be taken for a movement of these.
             const std::lock_guard lock(owner->mutex);
+            const xr_input::Device& head = owner->devices[TopLevel::kHead];
+            owner->simulates_head = HeadPoseSource(head).has_value();
+            // What was seen of other devices would be taken for a movement of these.
             if (owner->simulated != after) {
                 owner->history.Clear();
                 owner->devices_changed = true;
@@ -129,7 +131,7 @@ XrResult SetInputDeviceLocationEXT(XrSession session, XrPath top_level_path, XrP
     return Guarded([&] {
         const auto owner = Registry::instance().Find(session);
         const auto good = orvanic_xr::GoodPose(pose);
-        if (!owner) return XR_ERROR_HANDLE_INVALID;
+        if (!owner || space == XR_NULL_HANDLE) return XR_ERROR_HANDLE_INVALID;
         if (!owner->Simulates()) return XR_ERROR_PATH_UNSUPPORTED;
         if (!good) return XR_ERROR_POSE_INVALID;
         const WorldLocation base = LocateInWorld(*owner, NamedSpace(space), owner->LatestTime(), Moment::kNewest);

@@ -81,7 +81,7 @@ XrResult EndFrame(XrSession session, const XrFrameEndInfo* info) {
         const auto owner = Registry::instance().Find(session);
         if (!owner) return XR_ERROR_HANDLE_INVALID;
         NoteFrameThread();
-        const bool is_moved = info && info->layerCount > 0 && owner->Simulates(TopLevel::kHead);
+        const bool is_moved = info && info->layerCount > 0 && owner->simulates_head;
         return is_moved ? EndMoved(*owner, *info) : owner->instance->next.EndFrame(session, info);
     });
 }

@@ -279,9 +279,14 @@ XrResult GetInputSourceLocalizedName(XrSession session, const XrInputSourceLocal
         if (!owner) return XR_ERROR_HANDLE_INVALID;
         const std::string path = info && owner->Simulates() ? owner->instance->PathText(info->sourcePath) : "";
         const auto* const profile = SimulatedProfile(*owner, path);
-        if (!profile || info->whichComponents == 0) {
+        if (!profile) {
             return owner->instance->next.GetInputSourceLocalizedName(session, info, capacity, count, buffer);
         }
+        constexpr XrInputSourceLocalizedNameFlags kKnown = XR_INPUT_SOURCE_LOCALIZED_NAME_USER_PATH_BIT |
+                                                           XR_INPUT_SOURCE_LOCALIZED_NAME_INTERACTION_PROFILE_BIT |
+                                                           XR_INPUT_SOURCE_LOCALIZED_NAME_COMPONENT_BIT;
+        const bool is_known = info->whichComponents != 0 && (info->whichComponents & ~kKnown) == 0;
+        if (!is_known) return XR_ERROR_VALIDATION_FAILURE;
         const auto split = xr_input::SplitTopLevel(path);
         const std::string name = LocalizedName(*profile, split->top, split->rest, info->whichComponents);
         return WriteAll(name.c_str(), name.size() + 1, capacity, count, buffer);

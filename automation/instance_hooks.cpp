@@ -129,7 +129,8 @@ struct Enabled {
 void TellOfParts(const Enabled& enabled, bool is_upside_down) {
     const bool does_anything = enabled.parts.input || enabled.parts.pictures || enabled.parts.controller_profile;
     if (!does_anything && !is_upside_down) return;
-    orvanic_xr::LogFileSink::instance().begin_session("automation_layer");
+    // One file serves all instances that live at a time.
+    if (!Registry::instance().HasInstances()) orvanic_xr::LogFileSink::instance().begin_session("automation_layer");
     if (is_upside_down) {
         LogError(
             "Automation: Velmoor's layer lies below this one and sees nothing of it. Name it first: "
@@ -288,7 +289,7 @@ XrResult DestroyInstance(XrInstance instance) {
         const XrResult result = owner->next.DestroyInstance(instance);
         if (XR_FAILED(result)) return result;
         Registry::instance().Remove(instance, owner);
-        orvanic_xr::LogFileSink::instance().end_session();
+        if (!Registry::instance().HasInstances()) orvanic_xr::LogFileSink::instance().end_session();
         return result;
     });
 }

@@ -78,4 +78,9 @@ std::shared_ptr<Instance> Registry::OnlyInstance() const {
     return instances_.size() == 1 ? instances_.begin()->second : nullptr;
 }
 
+bool Registry::HasInstances() const {
+    const std::shared_lock lock(mutex_);
+    return !instances_.empty();
+}
+
 }  // namespace automation

@@ -120,6 +120,7 @@ class Registry {
 
     // The one instance that there is, for handles that nobody knows; null where there are several.
     std::shared_ptr<Instance> OnlyInstance() const;
+    bool HasInstances() const;
 
  private:
     template <class Handle, class Object>

@@ -26,6 +26,11 @@ Moment MomentOfThisThread() {
     return makes_frames ? Moment::kFrame : Moment::kNewest;
 }
 
+std::optional<std::size_t> HeadPoseSource(const xr_input::Device& head) {
+    if (!head.IsActive()) return std::nullopt;
+    return head.profile->Find(TopLevel::kHead, "input/view_kest/pose");
+}
+
 XrResult Session::MakeSpaces() {
     {
         const std::lock_guard lock(mutex);
@@ -86,8 +91,7 @@ XrTime Session::LatestTime() const {
 std::optional<MovingPose> Session::HeadPose(XrTime time, Moment moment) const {
     return DevicePose(time, moment, [](const xr_input::Devices& all) -> std::optional<XrPosef> {
         const xr_input::Device& head = all[TopLevel::kHead];
-        if (!head.IsActive()) return std::nullopt;
-        const auto view = head.profile->Find(TopLevel::kHead, "input/view_kest/pose");
+        const auto view = HeadPoseSource(head);
         return view ? head.poses[*view] : std::nullopt;
     });
 }

@@ -24,6 +24,9 @@ enum class Moment { kFrame, kNewest };
 void NoteFrameThread();
 Moment MomentOfThisThread();
 
+// By which a head is placed. None for a device that is no head, or whose place is the real one's.
+std::optional<std::size_t> HeadPoseSource(const xr_input::Device& head);
+
 struct Session {
     // Any device is under automation. All hooks pass calls on while none is.
     bool Simulates() const { return simulated.load(std::memory_order_relaxed) != 0; }
@@ -60,6 +63,8 @@ struct Session {
     std::atomic<bool> running = false;
     // What is under automation.
     std::atomic<TopLevels> simulated = 0;
+    // Of the head more than its buttons: where it is.
+    std::atomic<bool> simulates_head = false;
     // When the frame is displayed that was waited for last. 0 before the first one.
     std::atomic<XrTime> waited = 0;
 

@@ -50,7 +50,11 @@ XrResult EndSession(XrSession session) {
         const auto owner = Registry::instance().Find(session);
         if (!owner) return XR_ERROR_HANDLE_INVALID;
         const XrResult result = owner->instance->next.EndSession(session);
-        if (XR_SUCCEEDED(result)) owner->running = false;
+        if (XR_FAILED(result)) return result;
+        owner->running = false;
+        const std::lock_guard lock(owner->mutex);
+        owner->focused = false;
+        owner->input.states.clear();
         return result;
     });
 }

@@ -77,7 +77,7 @@ struct Eyes {
 };
 
 Eyes LocateEyes(const Session& session, const XrViewLocateInfo& asked, std::uint32_t count, Moment moment) {
-    const bool has_simulated_head = session.Simulates(TopLevel::kHead);
+    const bool has_simulated_head = session.simulates_head;
     XrViewLocateInfo info = asked;
     {
         const std::lock_guard lock(session.mutex);
@@ -201,7 +201,7 @@ XrResult LocateViews(XrSession session, const XrViewLocateInfo* info, XrViewStat
         const XrResult result = owner->instance->next.LocateViews(session, info, state, capacity, count, views);
         if (XR_FAILED(result) || !owner->Simulates()) return result;
         LatchOnFrameThread(*owner);
-        const bool concerned = owner->Simulates(TopLevel::kHead) || IsSimulated(*owner, NamedSpace(info->space));
+        const bool concerned = owner->simulates_head || IsSimulated(*owner, NamedSpace(info->space));
         if (concerned) OverwriteViews(*owner, *info, *state, capacity == 0 ? 0 : *count, views);
         return result;
     });

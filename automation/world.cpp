@@ -55,7 +55,7 @@ WorldLocation AskRuntime(const Session& session, XrSpace space, XrTime time) {
 bool IsSimulated(const Session& session, const NamedSpace& space) {
     if (!space.object || space.object->session.get() != &session) return false;
     if (space.object->kind == Space::Kind::kAction) return IsSimulatedAction(session, *space.object);
-    return space.object->reference == XR_REFERENCE_SPACE_TYPE_VIEW && session.Simulates(TopLevel::kHead);
+    return space.object->reference == XR_REFERENCE_SPACE_TYPE_VIEW && session.simulates_head;
 }
 
 WorldLocation LocateInWorld(const Session& session, const NamedSpace& space, XrTime time, Moment moment) {

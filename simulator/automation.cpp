@@ -4,6 +4,7 @@
 #include "simulator/runtime.h"
 #include "simulator/session.h"
 #include "simulator/spaces.h"
+#include "simulator/views.h"
 #include "xr/input/commands.h"
 #include "xr/pose_math.h"
 
@@ -15,6 +16,13 @@ xr_input::SourceName NameOf(const Session& session, XrPath top_level_path, XrPat
     return {instance.PathText(top_level_path), instance.PathText(input_source_path), instance.api_version};
 }
 
+// Null where the head sways by itself.
+std::optional<XrPosef>* PlaceOfHead(Devices& devices) {
+    Device& head = devices[TopLevel::kHead];
+    const auto view = head.IsActive() ? head.profile->Find(TopLevel::kHead, "input/view_kest/pose") : std::nullopt;
+    return view ? &head.poses[*view] : nullptr;
+}
+
 }  // namespace
 
 XrResult SetInputDeviceActiveEXT(XrSession session, XrPath interaction_profile, XrPath top_level_path,
@@ -22,8 +30,12 @@ XrResult SetInputDeviceActiveEXT(XrSession session, XrPath interaction_profile, 
     return Guarded([&](Runtime& runtime) {
         Session& owner = *runtime.Get(session);
         const Instance& instance = *owner.instance;
-        return SetDeviceActive(owner.devices, instance, instance.PathText(interaction_profile),
-                               instance.PathText(top_level_path), is_active);
+        const auto head = HeadPose(owner, owner.frames.LatestDisplayTime(Now()));
+        const XrResult result = SetDeviceActive(owner.devices, instance, instance.PathText(interaction_profile),
+                                                instance.PathText(top_level_path), is_active);
+        // A head that is taken over stays where it is, until it is placed.
+        if (auto* const place = PlaceOfHead(owner.devices); place && !*place) *place = head;
+        return result;
     });
 }
 

@@ -11,8 +11,8 @@ namespace simulator {
 
 struct Session;
 
-// Where the head is, simulated or swaying, in world coordinates. None when the head was switched to simulation
-// and has not been placed yet.
+// Where the head is, simulated or swaying, in world coordinates. None where it was placed in relation to something that
+// is nowhere.
 std::optional<XrPosef> HeadPose(const Session& session, XrTime time);
 
 struct EyeView {

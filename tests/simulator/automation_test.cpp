@@ -211,7 +211,8 @@ TEST_F(SimulatorAutomation, HeadMovesWhereItIsTold) {
     const XrSpace local = MakeSpace(session_, XR_REFERENCE_SPACE_TYPE_LOCAL);
     EXPECT_EQ(Locate(view, stage_).locationFlags, 0xFu);
     Activate(kHeadProfile, kHead);
-    EXPECT_EQ(Locate(view, stage_).locationFlags, 0u) << "a simulated head has no place until it is given one";
+    EXPECT_EQ(Locate(view, stage_).locationFlags, 0xFu);
+    EXPECT_NEAR(Locate(view, stage_).pose.position.z, 0.5f, 0.02f) << "it stays where it is until it is placed";
     EXPECT_EQ(Place(kHead, "input/view_kest/pose", local, {{0, 0, 0, 1}, {0, 0, -2}}), XR_SUCCESS);
     const XrSpaceLocation location = Locate(view, stage_);
     EXPECT_EQ(location.locationFlags, 0xFu);

@@ -6,6 +6,10 @@
 #include <cstdlib>
 #include <cstring>
 
+#ifdef VELMOOR_THROUGH_AUTOMATION_LAYER
+#include "tests/automation/layered_lookup.h"
+#endif
+
 namespace simulator_test {
 namespace {
 
@@ -30,11 +34,18 @@ PFN_xrGetInstanceProcAddr RuntimeLookup() {
     return request.getInstanceProcAddr;
 }
 
+PFN_xrGetInstanceProcAddr Lookup() {
+#ifdef VELMOOR_THROUGH_AUTOMATION_LAYER
+    return automation_test::LayeredLookup();
+#else
+    return RuntimeLookup();
+#endif
+}
+
 void SimulatorTest::SetUp() {
     setenv("VELMOOR_SIM_HZ", std::to_string(kFramesPerSecond).c_str(), 1);
     ASSERT_EQ(TryCreateInstance(Extensions(), instance_), XR_SUCCESS);
-#define VELMOOR_LOAD(name, extension) \
-    RuntimeLookup()(instance_, "xr" #name, reinterpret_cast<PFN_xrVoidFunction*>(&name));
+#define VELMOOR_LOAD(name, extension) Lookup()(instance_, "xr" #name, reinterpret_cast<PFN_xrVoidFunction*>(&name));
     VELMOOR_TESTED_FUNCTIONS(VELMOOR_LOAD)
 #undef VELMOOR_LOAD
 }
@@ -49,7 +60,7 @@ std::vector<const char*> SimulatorTest::Extensions() const {
 
 XrResult SimulatorTest::TryCreateInstance(const std::vector<const char*>& extensions, XrInstance& instance) {
     PFN_xrCreateInstance create = nullptr;
-    RuntimeLookup()(XR_NULL_HANDLE, "xrCreateInstance", reinterpret_cast<PFN_xrVoidFunction*>(&create));
+    Lookup()(XR_NULL_HANDLE, "xrCreateInstance", reinterpret_cast<PFN_xrVoidFunction*>(&create));
     auto info = Typed<XrInstanceCreateInfo>(XR_TYPE_INSTANCE_CREATE_INFO);
     Fill(info.applicationInfo.applicationName, "simulator test");
     info.applicationInfo.apiVersion = Version();

@@ -27,6 +27,8 @@ inline constexpr char kProntoProfile[] = "/interaction_profiles/kest/pronto_cont
 
 // What the library's negotiate function hands out.
 PFN_xrGetInstanceProcAddr RuntimeLookup();
+// By which the tests reach it: through the automation layer where they are built for that.
+PFN_xrGetInstanceProcAddr Lookup();
 
 // A zeroed record that says what it is.
 template <class Record>
@@ -70,7 +72,7 @@ class SimulatorTest : public ::testing::Test {
     template <class Function>
     Function FunctionOf(const char* name) {
         PFN_xrVoidFunction function = nullptr;
-        RuntimeLookup()(instance_, name, &function);
+        Lookup()(instance_, name, &function);
         return reinterpret_cast<Function>(function);
     }
 
