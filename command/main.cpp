@@ -181,7 +181,13 @@ int keep(const options& given) {
 }
 
 void add_launch_options(CLI::App& command, options& given) {
-    command.add_flag("--no-simulator", given.no_simulator, "Run the application on the active runtime");
+    command
+        .add_option_function<std::string>(
+            "--runtime", [&given](const std::string& name) { given.no_simulator = name == "installed"; },
+            "simulator, or installed: the active runtime, with the layer that moves devices on it")
+        ->check(CLI::IsMember({"simulator", "installed"}))
+        ->default_str("simulator");
+    command.add_flag("--no-simulator", given.no_simulator, "The same as --runtime installed");
     command.add_flag("--shared-network", given.shared_network, "Run the application in the network of all");
 }
 

@@ -2,6 +2,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <optional>
 #include <utility>
@@ -92,6 +93,13 @@ Findings LayerFindings(const Environment& environment, const LoaderAnswer& loade
         situation, [](const LayerManifest& manifest) { return LayerLibraryProblem(manifest.library, manifest.name); });
 }
 
+AutomationLayer LookForAutomation(const Environment& environment, const LoaderAnswer& loader) {
+    if (!loader.layers.contains(kAutomationLayer)) return AutomationLayer::kMissing;
+    const std::vector<std::string> names = SplitList(ValueOf(environment, "XR_ENABLE_API_LAYERS").value_or(""));
+    const bool is_on = std::find(names.begin(), names.end(), kAutomationLayer) != names.end();
+    return is_on ? AutomationLayer::kOn : AutomationLayer::kInstalled;
+}
+
 // Looks, and creates nothing: the layer makes the directories that are wanting.
 Finding LogFinding() {
     const std::string root = LogRoot();
@@ -115,7 +123,9 @@ Findings Examine(const Environment& environment) {
     const LoaderAnswer loader = AskLoader();
     Findings findings = {LoaderFinding(loader), RuntimeFinding(environment, loader)};
     Append(findings, LayerFindings(environment, loader));
-    if (loader.problem.empty() && loader.runtime_problem.empty()) Append(findings, JudgeExtensions(loader.extensions));
+    if (loader.problem.empty() && loader.runtime_problem.empty()) {
+        Append(findings, JudgeExtensions(loader.extensions, LookForAutomation(environment, loader)));
+    }
     findings.push_back(JudgePort(LookAtPort(kMcpServerPort)));
     findings.push_back(LogFinding());
     return findings;

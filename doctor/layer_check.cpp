@@ -129,6 +129,17 @@ std::vector<LayerManifest> FindLayerManifests(const std::vector<std::string>& di
     return found;
 }
 
+Findings JudgeOrder(const Environment& environment) {
+    const std::vector<std::string> names = SplitList(ValueOf(environment, kEnableVariable).value_or(""));
+    const auto automation = std::find(names.begin(), names.end(), kAutomationLayer);
+    // An implicit layer of ours is above all explicit ones.
+    if (std::none_of(automation, names.end(), IsOurName)) return {};
+    return {{Mark::Bad, "layer",
+             std::string(kEnableVariable) + " names " + kAutomationLayer +
+                 " before this layer, which then sees nothing of it",
+             "export " + std::string(kEnableVariable) + "=" + kLayerNames[0] + ":" + kAutomationLayer}};
+}
+
 Findings JudgeLayer(const LayerSituation& situation,
                     const std::function<std::string(const LayerManifest&)>& library_problem) {
     Findings findings;
@@ -143,6 +154,8 @@ Findings JudgeLayer(const LayerSituation& situation,
                           [](const LayerManifest& m) { return m.name == kLayerNames[0]; });
     const Findings named_in_vain = NamedInVain(usable, situation);
     findings.insert(findings.end(), named_in_vain.begin(), named_in_vain.end());
+    const Findings order = JudgeOrder(situation.environment);
+    findings.insert(findings.end(), order.begin(), order.end());
     if (!usable.empty()) {
         findings.push_back(SwitchFinding(usable, situation));
     } else {

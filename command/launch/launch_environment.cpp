@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <filesystem>
+#include <sstream>
 #include <system_error>
 
 #include "command/applications/finder.h"
@@ -14,6 +15,7 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr const char* kLayer = "XR_APILAYER_KESTX_velmoor";
+constexpr const char* kAutomationLayer = "XR_APILAYER_VELMOOR_automation";
 
 std::string beside(std::initializer_list<const char*> candidates) {
     std::error_code unreadable;
@@ -25,15 +27,27 @@ std::string beside(std::initializer_list<const char*> candidates) {
     return {};
 }
 
+std::vector<std::string> parts_of(const std::string& list) {
+    std::vector<std::string> parts;
+    std::istringstream stream(list);
+    for (std::string part; std::getline(stream, part, ':');) parts.push_back(part);
+    return parts;
+}
+
 // Adds `part` to a list that is separated by ":", unless it is in there.
-void add_to_list(std::string& list, std::string_view part) {
-    for (std::size_t begin = 0; begin <= list.size();) {
-        const std::size_t end = std::min(list.find(':', begin), list.size());
-        if (std::string_view(list).substr(begin, end - begin) == part) return;
-        begin = end + 1;
-    }
+void add_to_list(std::string& list, const std::string& part) {
+    const auto parts = parts_of(list);
+    if (std::find(parts.begin(), parts.end(), part) != parts.end()) return;
     if (!list.empty()) list += ':';
     list += part;
+}
+
+void take_from_list(std::string& list, const std::string& part) {
+    std::string rest;
+    for (const std::string& other : parts_of(list)) {
+        if (other != part) rest += (rest.empty() ? "" : ":") + other;
+    }
+    list = rest;
 }
 
 // Moves and holds then go by that clock as well.
@@ -48,6 +62,8 @@ own_files files_beside_program() {
     own_files files;
     files.layers = beside({"../layers", "../share/openxr/1/api_layers/explicit.d"});
     files.layers_known = files.layers.starts_with("/usr/share/") || files.layers.starts_with("/usr/local/share/");
+    std::error_code unreadable;
+    files.automation = fs::exists(fs::path(files.layers) / "XrApiLayer_VELMOOR_automation.json", unreadable);
     files.simulator = beside({"../lib/velmoor_simulator.json", "../share/velmoor/velmoor_simulator.json"});
     return files;
 }
@@ -63,7 +79,15 @@ environment current_environment() {
 }
 
 environment launch_environment(environment base, const own_files& files, const launch_options& options) {
-    add_to_list(base["XR_ENABLE_API_LAYERS"], kLayer);
+    std::string& enabled = base["XR_ENABLE_API_LAYERS"];
+    add_to_list(enabled, kLayer);
+    const auto left_out = base.find("VELMOOR_SIM_WITHOUT");
+    const bool lacks_automation = !options.simulator || (left_out != base.end() && !left_out->second.empty());
+    if (lacks_automation && files.automation) {
+        // The first name is nearest to the application.
+        take_from_list(enabled, kAutomationLayer);
+        add_to_list(enabled, kAutomationLayer);
+    }
     // The variable stands for all places in which the loader would look: it is set only where it is needed.
     if (!files.layers.empty() && (!files.layers_known || base.contains("XR_API_LAYER_PATH"))) {
         add_to_list(base["XR_API_LAYER_PATH"], files.layers);

@@ -15,6 +15,7 @@ struct own_files {
     std::string layers;         // directory of the explicit layer's manifest
     bool layers_known = false;  // the loader looks there by itself
     std::string simulator;      // the simulator's manifest
+    bool automation = false;    // the layer that moves devices on any runtime is there too
 };
 own_files files_beside_program();
 
@@ -27,7 +28,8 @@ struct launch_options {
 
 environment current_environment();
 
-// `base` with the layer switched on, its debug lines too. What the variables say already stays.
+// `base` with the layer switched on, its debug lines too, and on another runtime than the simulator the automation
+// layer below it. What the variables say already stays, but for the automation layer's place.
 environment launch_environment(environment base, const own_files& files, const launch_options& options);
 
 // "NAME=value", as exec wants it.

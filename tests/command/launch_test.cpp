@@ -43,6 +43,15 @@ TEST(LaunchEnvironment, SwitchesTheLayerOnAndKeepsWhatIsThere) {
         const environment made = launch_environment({{"VELMOOR_SIM_CLOCK", clock}}, installed, options);
         EXPECT_EQ(made.contains("ORVANICXR_FRAME_CLOCK"), moves_by_frames) << clock;
     }
+    const own_files whole{.layers = "/b", .simulator = "/s.json", .automation = true};
+    for (const auto& [enabled, made] :
+         {std::tuple{"", "XR_APILAYER_KESTX_velmoor:XR_APILAYER_VELMOOR_automation"},
+          {"XR_APILAYER_VELMOOR_automation:mine", "mine:XR_APILAYER_KESTX_velmoor:XR_APILAYER_VELMOOR_automation"}}) {
+        EXPECT_EQ(launch_environment({{"XR_ENABLE_API_LAYERS", enabled}}, whole, on_active_runtime)
+                      .at("XR_ENABLE_API_LAYERS"),
+                  made);
+    }
+    EXPECT_EQ(launch_environment({}, whole, on_simulator).at("XR_ENABLE_API_LAYERS"), "XR_APILAYER_KESTX_velmoor");
     const environment controlled = launch_environment({}, installed, {.control = "/socket"});
     EXPECT_EQ(controlled.at("VELMOOR_SIM_CONTROL"), "/socket");
     EXPECT_TRUE(controlled.contains("ORVANICXR_FRAME_CLOCK"));

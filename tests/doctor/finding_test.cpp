@@ -49,7 +49,7 @@ TEST(Report, IsJsonForMachines) {
 
 TEST(Extensions, AllThatTheLayerAsksForAreMissed) {
     std::string texts;
-    for (const Finding& finding : JudgeExtensions({})) texts += finding.text + "\n";
+    for (const Finding& finding : JudgeExtensions({}, AutomationLayer::kMissing)) texts += finding.text + "\n";
     for (const char* wanted : kWantedExtensions) EXPECT_THAT(texts, testing::HasSubstr(wanted));
 }
 

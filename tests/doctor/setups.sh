@@ -77,6 +77,12 @@ row "all is well: the runtime" 0 '^ok +runtime +Velmoor Simulator' "$simulator" 
 row "all is well: the tools" 0 '^ok +extension' "$simulator" "$built" "$named"
 row "all is well: the port" 0 "^ok +port +$port is free" "$simulator" "$built" "$named"
 row "all is well: the logs" 0 "^ok +logs +$scratch/home/.local/state/velmoor/logs" "$simulator" "$built" "$named"
+bare=VELMOOR_SIM_WITHOUT=automation,capture
+row "a runtime without automation" 0 '-> add XR_APILAYER_VELMOOR_automation to XR_ENABLE' "$simulator" "$built" "$named" $bare
+row "the automation layer" 0 '^ok +extension +runtime and automation layer' "$simulator" "$built" $bare \
+  XR_ENABLE_API_LAYERS=$layer:XR_APILAYER_VELMOOR_automation
+row "the automation layer above" 1 "^bad +layer .*before this layer" "$simulator" "$built" $bare \
+  XR_ENABLE_API_LAYERS=XR_APILAYER_VELMOOR_automation:$layer
 row "no loader" 1 '^bad +loader .*libopenxr_loader.so.1' "$simulator" "$built" "$named" LD_LIBRARY_PATH="$scratch/loader"
 row "the active runtime" 0 "^ok +runtime +Velmoor Simulator, $scratch/config" "$built" "$named" \
   XDG_CONFIG_HOME="$scratch/config"
