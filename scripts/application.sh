@@ -4,7 +4,7 @@
 readonly port=8720
 readonly film_size=320x320
 
-application_targets=(orvanic_xr_layer velmoor_simulator velmoor_demo velmoor_agent)
+application_targets=(orvanic_xr_layer velmoor_automation_layer velmoor_simulator velmoor_demo velmoor_agent)
 
 need_free_port() {
   local host

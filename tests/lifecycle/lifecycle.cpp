@@ -127,7 +127,11 @@ int Main(int argc, char** argv) {
 int main(int argc, char** argv) {
     setenv("XR_RUNTIME_JSON", VELMOOR_SIMULATOR_MANIFEST, 1);
     setenv("XR_API_LAYER_PATH", VELMOOR_LAYER_MANIFESTS, 1);
-    setenv("XR_ENABLE_API_LAYERS", "XR_APILAYER_KESTX_velmoor", 1);
+    // The automation layer stands in for what the simulator is told to leave out.
+    setenv("XR_ENABLE_API_LAYERS",
+           std::getenv("VELMOOR_SIM_WITHOUT") ? "XR_APILAYER_KESTX_velmoor:XR_APILAYER_VELMOOR_automation"
+                                              : "XR_APILAYER_KESTX_velmoor",
+           1);
     setenv("VELMOOR_SIM_HZ", "500", 1);
     setenv("VELMOOR_SIM_STRICT", "1", 1);
     try {

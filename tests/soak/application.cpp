@@ -47,10 +47,19 @@ double StarvedSeconds(const std::string& process) {
     setenv("XR_RUNTIME_JSON", (build + "/lib/velmoor_simulator.json").c_str(), 1);
     setenv("VELMOOR_SIM_STRICT", "1", 1);
     setenv("XR_API_LAYER_PATH", (build + "/layers").c_str(), 1);
-    setenv("XR_ENABLE_API_LAYERS", "XR_APILAYER_KESTX_velmoor", 1);
+    // The automation layer stands in for what the simulator is told to leave out.
+    const bool needs_automation = std::getenv("VELMOOR_SIM_WITHOUT") != nullptr;
+    setenv("XR_ENABLE_API_LAYERS",
+           needs_automation ? "XR_APILAYER_KESTX_velmoor:XR_APILAYER_VELMOOR_automation" : "XR_APILAYER_KESTX_velmoor",
+           1);
     setenv("XDG_STATE_HOME", state_home.c_str(), 1);
     const std::string program = build + "/bin/velmoor_demo";
-    execl(program.c_str(), program.c_str(), "--headless", nullptr);
+    // A picture of the automation layer's is one of what the application draws.
+    if (needs_automation) {
+        execl(program.c_str(), program.c_str(), nullptr);
+    } else {
+        execl(program.c_str(), program.c_str(), "--headless", nullptr);
+    }
     _exit(127);
 }
 
