@@ -42,7 +42,8 @@ std::string text_argument(const json& arguments, const char* name) {
 std::string choice_argument(const json& arguments, const char* name, const std::vector<std::string>& choices) {
     const json given = argument(arguments, name);
     if (given.is_null()) return choices.front();
-    if (std::find(choices.begin(), choices.end(), given) != choices.end()) return given;
+    const auto is_given = [&](const std::string& choice) { return given == json(choice); };
+    if (std::any_of(choices.begin(), choices.end(), is_given)) return given;
     std::string text = std::string(name) + " must be one of:";
     for (const std::string& each : choices) text += " " + each;
     throw std::runtime_error(text);

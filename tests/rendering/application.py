@@ -28,10 +28,10 @@ class Application:
     layer is not installed where the loader looks, XR_API_LAYER_PATH.
     """
 
-    def __init__(self, command, artefacts, start_limit=30, stdin=subprocess.DEVNULL):
+    def __init__(self, command, artefacts, stdin=subprocess.DEVNULL, layers=None, start_limit=30):
         """
-        Starts `command` and waits until its server answers; `client` then talks to it. `stdin` is for an application
-        that ends when its input does.
+        Starts `command` and waits until its server answers; `client` then talks to it. `stdin` may be subprocess.PIPE,
+        for an application that ends when its input does. `layers` are named as in XR_ENABLE_API_LAYERS.
         """
         if port_answers():
             # Its tools would be tested in place of ours.
@@ -41,7 +41,7 @@ class Application:
         self._output = self._artefacts / "application.txt"
         environment = dict(
             os.environ,
-            XR_ENABLE_API_LAYERS="XR_APILAYER_KESTX_velmoor",
+            XR_ENABLE_API_LAYERS=layers or "XR_APILAYER_KESTX_velmoor",
             XDG_STATE_HOME=str(self._artefacts.resolve() / "state"),
         )
         with self._output.open("wb") as output:
@@ -77,10 +77,17 @@ class Application:
         """Asks the session to end and gives the application's exit code."""
         self.client.call("openxr_exit_session")
         self.client.close()
+        if self._process.stdin:
+            # It may read until its very end: exit() of glibc 2.41 waits for whoever does. Not earlier, for then it may
+            # be the end of its input that has it end.
+            self.wait_for_output("XR_SESSION_STATE_EXITING", limit)
+            self._process.stdin.close()
         return self._process.wait(limit)
 
     def stop(self, limit=10):
         """Whatever happened: afterwards nothing runs."""
+        if self._process.stdin:
+            self._process.stdin.close()
         self._process.terminate()
         try:
             self._process.wait(limit)

@@ -12,80 +12,33 @@ BUILD_DIRECTORY/hello_xr; bring_hello_xr.sh does it.
 
 import contextlib
 import json
-import math
 import os
 import pathlib
 import shutil
 import socket
-import struct
 import subprocess
 import sys
 import tempfile
 import time
-import zlib
 
 ROOT = pathlib.Path(__file__).resolve().parents[2]
 sys.path.insert(0, str(ROOT / "scripts"))
 
 from application import Application  # noqa: E402
+from seen import LeftEye, changed_box, is_at, picture  # noqa: E402
 
 SIZE = 256
-HEAD = (0.0, 1.6, 0.5)
-HALF_EYE_DISTANCE = 0.0315
+HEAD = (0.0, 1.6, 0.5), (0.0, 0.0, 0.0, 1.0)
+EYE = LeftEye(1.0, 1.0)
 
 
-def pixels_of(png):
-    """The colour of each pixel, by rows."""
-    width, height, depth, kind = struct.unpack(">IIBB", png[16:26])
-    assert (width, height, depth, kind) in [(SIZE, SIZE, 8, 2), (SIZE, SIZE, 8, 6)], (width, height, depth, kind)
-    channels = 3 if kind == 2 else 4
-    data, at = b"", 8
-    while at < len(png):
-        length, name = struct.unpack(">I4s", png[at : at + 8])
-        if name == b"IDAT":
-            data += png[at + 8 : at + 8 + length]
-        at += 12 + length
-    data, stride = zlib.decompress(data), width * channels
-    rows, above = [], bytearray(stride)
-    for y in range(height):
-        filter_kind, *row = data[y * (stride + 1) : (y + 1) * (stride + 1)]
-        for i in range(stride):
-            left, up = row[i - channels] if i >= channels else 0, above[i]
-            corner = above[i - channels] if i >= channels else 0
-            estimate = left + up - corner
-            nearest = min((left, up, corner), key=lambda value: abs(estimate - value))
-            row[i] = (row[i] + (0, left, up, (left + up) // 2, nearest)[filter_kind]) & 255
-        rows.append([tuple(row[i : i + 3]) for i in range(0, stride, channels)])
-        above = row
-    return rows
-
-
-def changed_box(before, after):
-    """Left, top, right and bottom edge of what differs; None where nothing does."""
-    places = [(x, y) for y in range(SIZE) for x in range(SIZE) if before[y][x] != after[y][x]]
-    if not places:
-        return None
-    columns, rows = [x for x, _ in places], [y for _, y in places]
-    return min(columns), min(rows), max(columns) + 1, max(rows) + 1
-
-
-def cube_box(middle, edge):
-    """Where the left eye, which looks along -z with 90 degrees to each side, sees a cube."""
-    steps = (-edge / 2, edge / 2)
-    columns, rows = [], []
-    for x, y, z in [(middle[0] + a, middle[1] + b, middle[2] + c) for a in steps for b in steps for c in steps]:
-        depth = HEAD[2] - z
-        columns.append(SIZE / 2 * (1 + (x - HEAD[0] + HALF_EYE_DISTANCE) / depth))
-        rows.append(SIZE / 2 * (1 - (y - HEAD[1]) / depth))
-    return min(columns), min(rows), max(columns), max(rows)
-
-
-def expect_box(client, what, empty, expected):
+def expect_cube(client, what, empty, middle, edge):
+    expected = EYE.cube_box(empty, HEAD, middle, edge)
     # Of an application that takes a quarter of a second for a frame, as on a busy machine, the first may be older.
     for _ in range(2):
         box = changed_box(empty, picture(client))
-        print(f"{what}: seen at {box}, expected at {[round(edge, 1) for edge in expected]}")
-        if box and all(math.isclose(a, b, abs_tol=1.2) for a, b in zip(box, expected)):
+        print(f"{what}: seen at {box}, expected at {[round(side, 1) for side in expected]}")
+        if is_at(box, expected):
             return
     raise AssertionError(what)
 
@@ -101,20 +54,17 @@ def place_hand(client, position):
     )
 
 
-def picture(client):
-    return pixels_of(client.call("openxr_capture_composited_image"))
-
-
 def play(client):
-    client.call("openxr_set_head_pose", position=HEAD, orientation=[0, 0, 0, 1], base_space="stage")
+    client.call("openxr_set_head_pose", position=HEAD[0], orientation=HEAD[1], base_space="stage")
     place_hand(client, [0, 1.6, 3])
     empty = picture(client)
+    assert (len(empty[0]), len(empty)) == (SIZE, SIZE)
     # Up and to the left of whatever else it shows.
     for position in ([-0.3, 1.9, -0.2], [-0.45, 1.75, -0.1]):
         place_hand(client, position)
-        expect_box(client, "open hand", empty, cube_box(position, 0.1))
+        expect_cube(client, "open hand", empty, position, 0.1)
     client.call("openxr_set_controller_input", hand="right", component="Grip", value=1.0)
-    expect_box(client, "squeezed hand", empty, cube_box(position, 0.05))
+    expect_cube(client, "squeezed hand", empty, position, 0.05)
 
 
 def step(client, path):
@@ -139,8 +89,13 @@ def step(client, path):
         ask(do="run")
 
 
-def missing(build, program, graphics):
+def program_in(build):
+    return shutil.which("hello_xr") or shutil.which("hello_xr", path=build)
+
+
+def missing(build, graphics):
     """Why it can't be tried on this machine; nothing if it can."""
+    program = program_in(build)
     if not program:
         return "there is no hello_xr (package libopenxr-utils)"
     if "not found" in subprocess.run(["ldd", program], capture_output=True, text=True, check=False).stdout:
@@ -175,11 +130,28 @@ def x_server(scratch):
         server.wait(20)
 
 
+@contextlib.contextmanager
+def playing(build, graphics, scratch, layers=None):
+    """hello_xr, from when its session has the focus until it was asked to end, and did with 0."""
+    with contextlib.ExitStack() as stack:
+        if graphics == "OpenGL":
+            stack.enter_context(x_server(scratch))
+        try:
+            # It ends when its input does.
+            application = Application([program_in(build), "-g", graphics], scratch, subprocess.PIPE, layers)
+            stack.callback(application.stop)
+            focused = lambda: "FOCUSED" in str(application.client.call("openxr_get_session_info"))  # noqa: E731
+            application.wait_until(focused, 20, "its session has the focus")
+            yield application
+            assert application.end() == 0
+        except BaseException:
+            print((pathlib.Path(scratch) / "application.txt").read_text(errors="replace")[-4000:])
+            raise
+
+
 def main():
     build, graphics = pathlib.Path(sys.argv[1]), sys.argv[2]
-    program = shutil.which("hello_xr") or shutil.which("hello_xr", path=build)
-    reason = missing(build, program, graphics)
-    if reason:
+    if reason := missing(build, graphics):
         print(f"skipped: {reason}")
         return 77
     os.environ.update(
@@ -188,29 +160,11 @@ def main():
         VELMOOR_SIM_EYE_SIZE=f"{SIZE}x{SIZE}",
         VELMOOR_SIM_STRICT="1",
     )
-    with contextlib.ExitStack() as stack:
-        scratch = stack.enter_context(tempfile.TemporaryDirectory())
+    with tempfile.TemporaryDirectory() as scratch:
         os.environ["VELMOOR_SIM_CONTROL"] = f"{scratch}/control"
-        if graphics == "OpenGL":
-            stack.enter_context(x_server(scratch))
-        # It ends when its input does.
-        application = None
-        reader, writer = os.pipe()
-        try:
-            application = Application([program, "-g", graphics], scratch, stdin=reader)
-            focused = lambda: "FOCUSED" in str(application.client.call("openxr_get_session_info"))  # noqa: E731
-            application.wait_until(focused, 20, "its session has the focus")
+        with playing(build, graphics, scratch) as application:
             play(application.client)
             step(application.client, os.environ["VELMOOR_SIM_CONTROL"])
-            assert application.end() == 0
-        except BaseException:
-            print((pathlib.Path(scratch) / "application.txt").read_text(errors="replace")[-4000:])
-            raise
-        finally:
-            if application:
-                application.stop()
-            os.close(reader)
-            os.close(writer)
     return 0
 
 
