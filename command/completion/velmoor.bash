@@ -14,10 +14,10 @@ _velmoor() {
     return
   fi
   case $command in
-    mcp) words="--wait --pictures --record --record-limit --no-simulator --shared-network --" ;;
-    serve) words="--port --host --token --wait --pictures --record --record-limit --no-simulator --shared-network --" ;;
-    run) words="--no-simulator --shared-network --" ;;
-    test) words="-j --repeat --update --shard --renderer --output --no-simulator --shared-network -- $(compgen -f -- "$word")" ;;
+    mcp) words="--wait --pictures --record --record-limit --runtime --shared-network --" ;;
+    serve) words="--port --host --token --wait --pictures --record --record-limit --runtime --shared-network --" ;;
+    run) words="--runtime --shared-network --" ;;
+    test) words="-j --repeat --update --shard --renderer --output --runtime --shared-network -- $(compgen -f -- "$word")" ;;
     record) words="show test" ;;
     apps | tools | doctor) words="--json" ;;
     call) words="--app --pictures --wait $([ "$COMP_CWORD" != 2 ] || velmoor tools 2>/dev/null | cut -d ' ' -f 1)" ;;

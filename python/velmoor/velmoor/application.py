@@ -127,7 +127,7 @@ class Application:
             raise SetUpError(f"there is no command {self._velmoor}: install Velmoor, or name it with VELMOOR")
         words = [program, "mcp", "--wait", PATIENCE]
         if self._runtime != SIMULATOR:
-            words.append("--no-simulator")
+            words += ["--runtime", "installed"]
             if self._runtime != ACTIVE:
                 if not pathlib.Path(self._runtime).is_file():
                     raise SetUpError(f"there is no runtime: {self._runtime} is no file")
