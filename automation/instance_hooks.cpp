@@ -20,7 +20,6 @@ namespace {
 using orvanic_xr::kSimulatorCompositorCaptureExtension;
 using orvanic_xr::LogError;
 using orvanic_xr::LogInfo;
-using orvanic_xr::LogWarning;
 
 constexpr char kConvertTimespec[] = "XR_KHR_convert_timespec_time";
 constexpr std::string_view kVelmoorLayers = "XR_APILAYER_KESTX_";
