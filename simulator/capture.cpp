@@ -26,8 +26,6 @@ struct RoomToDraw {
 
 namespace {
 
-constexpr std::uint32_t kBothEyes = 3;
-
 // What has to be known for one call, taken with the mutex locked.
 struct Shot {
     std::size_t eye = 0;
@@ -60,26 +58,15 @@ std::shared_ptr<Session> RunningSession(const Runtime& runtime, XrSession handle
     return session;
 }
 
-void CheckInfo(const SimulatorCompositorCaptureInfo* info) {
-    Require(info && info->type == orvanic_xr::kSimulatorCompositorCaptureInfoType && !info->next);
-    Require(info->eye == 1 || info->eye == 2);
-    Require(info->width_output && info->height_output);
-}
-
 Shot Take(const std::shared_ptr<Session>& taken, SimulatorCompositorCaptureInfo& info) {
     Session& session = *taken;
-    Capture& capture = session.capture;
-    const auto eye = static_cast<std::uint32_t>(info.eye);
-    if ((capture.eyes & eye) == 0) Refuse(XR_ERROR_CALL_ORDER_INVALID);
-    if (info.pixels && (capture.measured & eye) == 0) Refuse(XR_ERROR_CALL_ORDER_INVALID);
-    capture.measured |= eye;
+    Shot shot;
+    shot.eye = session.capture.rules.Take(info);
     const Settings& settings = session.instance->settings;
     *info.width_output = settings.eye_size.width;
     *info.height_output = settings.eye_size.height;
-    Shot shot;
-    shot.eye = eye - 1;
     shot.world = LookAtWorld(session, session.frames.LatestDisplayTime(Now()));
-    shot.room = capture.room;
+    shot.room = session.capture.room;
     shot.size = settings.eye_size;
     if (session.graphics) shot.rendering = taken;
     shot.calls = session.frames.calls;
@@ -91,20 +78,15 @@ Shot Take(const std::shared_ptr<Session>& taken, SimulatorCompositorCaptureInfo&
 XrResult StartSimulatorCompositorOutputCaptureKESTX1(XrSession session, std::uint32_t eyes) {
     return Guarded([&](Runtime& runtime) {
         Capture& capture = RunningSession(runtime, session)->capture;
-        Require(eyes != 0 && (eyes & ~kBothEyes) == 0);
-        if (capture.eyes != 0) Refuse(XR_ERROR_CALL_ORDER_INVALID);
         if (!capture.room) capture.room = std::make_shared<RoomToDraw>();
-        capture.eyes = eyes;
-        capture.measured = 0;
+        capture.rules.Start(eyes);
         return XR_SUCCESS;
     });
 }
 
 XrResult StopSimulatorCompositorOutputCaptureKESTX1(XrSession session) {
     return Guarded([&](Runtime& runtime) {
-        Capture& capture = RunningSession(runtime, session)->capture;
-        if (capture.eyes == 0) Refuse(XR_ERROR_CALL_ORDER_INVALID);
-        capture.eyes = 0;
+        RunningSession(runtime, session)->capture.rules.Stop();
         return XR_SUCCESS;
     });
 }
@@ -113,7 +95,7 @@ XrResult CaptureSimulatorCompositorOutputKESTX1(XrSession session, SimulatorComp
     Shot shot;
     const XrResult result = Guarded([&](Runtime& runtime) {
         const auto captured = RunningSession(runtime, session);
-        CheckInfo(info);
+        CaptureRules::Check(info);
         shot = Take(captured, *info);
         return XR_SUCCESS;
     });

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 
+#include "simulator/renderer/capture_rules.h"
 #include "xr/simulator_capture_records.h"
 
 namespace simulator {
@@ -21,18 +22,14 @@ struct RoomToDraw;
 
 // A session's.
 struct Capture {
-    // Bits: 1 left, 2 right. None while it is not started.
-    std::uint32_t eyes = 0;
-    // Those whose size was asked for since the start, as it must be before the pixels are.
-    std::uint32_t measured = 0;
+    CaptureRules rules;
     // Shared with the calls that draw.
     std::shared_ptr<RoomToDraw> room;
 };
 
-// XR_ERROR_CALL_ORDER_INVALID when it was started already, for the other two when it was not.
 XRAPI_ATTR XrResult XRAPI_CALL StartSimulatorCompositorOutputCaptureKESTX1(XrSession session, std::uint32_t eyes);
 XRAPI_ATTR XrResult XRAPI_CALL StopSimulatorCompositorOutputCaptureKESTX1(XrSession session);
-// Also for pixels of an eye whose size was not asked for. The drawing is done with the runtime's mutex open.
+// The drawing is done with the runtime's mutex open.
 XRAPI_ATTR XrResult XRAPI_CALL CaptureSimulatorCompositorOutputKESTX1(XrSession session,
                                                                       SimulatorCompositorCaptureInfo* info);
 

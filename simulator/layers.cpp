@@ -1,14 +1,15 @@
 #include "simulator/layers.h"
 
 #include <cmath>
+#include <utility>
 
 #include "simulator/extensions.h"
 #include "simulator/instance.h"
+#include "simulator/renderer/layer_description.h"
 #include "simulator/runtime.h"
 #include "simulator/session.h"
 #include "simulator/spaces.h"
 #include "simulator/swapchains.h"
-#include "xr/pose_math.h"
 
 namespace simulator {
 namespace {
@@ -116,71 +117,6 @@ bool IsKnown(const Instance& instance, XrStructureType layer) {
     }
 }
 
-bool IsSeenBy(XrEyeVisibility visibility, std::size_t eye) {
-    return visibility == XR_EYE_VISIBILITY_BOTH || (visibility == XR_EYE_VISIBILITY_LEFT) == (eye == 0);
-}
-
-PlannedLayer Plan(const Runtime& runtime, const XrSwapchainSubImage& image, const XrPosef& space, const XrPosef& pose) {
-    const auto swapchain = runtime.Get(image.swapchain);
-    PlannedLayer planned;
-    planned.layer.rect = image.imageRect;
-    planned.layer.pose = orvanic_xr::Compose(space, CheckedPose(pose));
-    planned.images = swapchain->session->graphics->IsColour(swapchain->info.format) ? swapchain->images : nullptr;
-    planned.image = *swapchain->released;
-    planned.array_layer = image.imageArrayIndex * swapchain->info.faceCount;
-    return planned;
-}
-
-template <class Surface>
-std::optional<PlannedLayer> PlanSurface(const Runtime& runtime, const Surface& surface, LayerShape shape,
-                                        const XrPosef& space, std::size_t eye) {
-    if (!IsSeenBy(surface.eyeVisibility, eye)) return std::nullopt;
-    PlannedLayer planned = Plan(runtime, surface.subImage, space, surface.pose);
-    planned.layer.shape = shape;
-    return planned;
-}
-
-std::optional<PlannedLayer> PlanCylinder(const Runtime& runtime, const XrCompositionLayerCylinderKHR& cylinder,
-                                         const XrPosef& space, std::size_t eye) {
-    auto planned = PlanSurface(runtime, cylinder, LayerShape::kCylinder, space, eye);
-    if (!planned) return planned;
-    planned->layer.radius = cylinder.radius;
-    planned->layer.horizontal_angle = cylinder.centralAngle;
-    planned->layer.aspect_ratio = cylinder.aspectRatio;
-    return planned;
-}
-
-std::optional<PlannedLayer> PlanEquirect(const Runtime& runtime, const XrCompositionLayerEquirect2KHR& equirect,
-                                         const XrPosef& space, std::size_t eye) {
-    auto planned = PlanSurface(runtime, equirect, LayerShape::kEquirect, space, eye);
-    if (!planned) return planned;
-    planned->layer.radius = equirect.radius;
-    planned->layer.horizontal_angle = equirect.centralHorizontalAngle;
-    planned->layer.upper_angle = equirect.upperVerticalAngle;
-    planned->layer.lower_angle = equirect.lowerVerticalAngle;
-    return planned;
-}
-
-std::optional<PlannedLayer> PlanFor(const Runtime& runtime, const XrCompositionLayerBaseHeader& header,
-                                    const XrPosef& space, std::size_t eye) {
-    if (header.type == XR_TYPE_COMPOSITION_LAYER_PROJECTION) {
-        const auto& view = As<XrCompositionLayerProjection>(header).views[eye];
-        PlannedLayer planned = Plan(runtime, view.subImage, space, view.pose);
-        planned.layer.fov = view.fov;
-        return planned;
-    }
-    if (header.type == XR_TYPE_COMPOSITION_LAYER_CYLINDER_KHR) {
-        return PlanCylinder(runtime, As<XrCompositionLayerCylinderKHR>(header), space, eye);
-    }
-    if (header.type == XR_TYPE_COMPOSITION_LAYER_EQUIRECT2_KHR) {
-        return PlanEquirect(runtime, As<XrCompositionLayerEquirect2KHR>(header), space, eye);
-    }
-    const auto& quad = As<XrCompositionLayerQuad>(header);
-    auto planned = PlanSurface(runtime, quad, LayerShape::kQuad, space, eye);
-    if (planned) planned->layer.size = quad.size;
-    return planned;
-}
-
 }  // namespace
 
 void CheckLayers(const Runtime& runtime, const std::shared_ptr<Session>& session, const XrFrameEndInfo& info) {
@@ -198,12 +134,13 @@ std::vector<PlannedLayer> LayersFor(const Runtime& runtime, const XrFrameEndInfo
         const XrCompositionLayerBaseHeader& header = *info.layers[i];
         const auto space = WorldPose(*runtime.Get(header.space), info.displayTime);
         if (!space) continue;
-        auto planned = PlanFor(runtime, header, *space, eye);
+        auto described = DescribeLayer(header, *space, eye);
+        if (!described) continue;
+        const auto swapchain = runtime.Get(described->image.swapchain);
         // Depth may stand where colour is meant; there is nothing to see of it.
-        if (!planned || !planned->images) continue;
-        planned->layer.has_alpha = (header.layerFlags & XR_COMPOSITION_LAYER_BLEND_TEXTURE_SOURCE_ALPHA_BIT) != 0;
-        planned->layer.is_premultiplied = (header.layerFlags & XR_COMPOSITION_LAYER_UNPREMULTIPLIED_ALPHA_BIT) == 0;
-        layers.push_back(*std::move(planned));
+        if (!swapchain->session->graphics->IsColour(swapchain->info.format)) continue;
+        layers.push_back(
+            {std::move(described->layer), swapchain->images, *swapchain->released, described->image.imageArrayIndex});
     }
     return layers;
 }

@@ -16,10 +16,11 @@
 #include <algorithm>
 #include <condition_variable>
 #include <cstdint>
+#include <cstdio>
 #include <memory>
 #include <mutex>
-#include <new>
 #include <string_view>
+#include <utility>
 
 #include "simulator/clock.h"
 #include "simulator/control_server.h"
@@ -83,18 +84,11 @@ class Runtime {
     [[noreturn]] void EndProcess(std::uint64_t destroyed_handle) const;
 };
 
-// Runs `work` and turns whatever it throws into the code for the caller.
+// Likewise; the user is told on standard error.
 template <class Work>
 XrResult WithoutThrowing(Work work) noexcept {
-    try {
-        return work();
-    } catch (const Refusal& refusal) {
-        return refusal.result;
-    } catch (const std::bad_alloc&) {
-        return XR_ERROR_OUT_OF_MEMORY;
-    } catch (...) {
-        return XR_ERROR_RUNTIME_FAILURE;
-    }
+    return WithoutThrowing(std::move(work),
+                           [](const char* reason) { std::fprintf(stderr, "velmoor simulator: %s\n", reason); });
 }
 
 // `work(runtime, lock)` may open the lock. Whatever it found before may be gone afterwards, and what it wants to be

@@ -78,7 +78,7 @@ void Session::Stop() {
     running = false;
     const Runtime& runtime = Runtime::instance();
     if (runtime.control) runtime.control->Wake();
-    capture.eyes = 0;
+    capture.rules = {};
     // No action is active until the first sync of the next run.
     input.states.clear();
     requests.Abandon();

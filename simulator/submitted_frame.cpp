@@ -1,7 +1,6 @@
 #include "simulator/submitted_frame.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <utility>
 
 #include "simulator/runtime.h"
@@ -66,8 +65,7 @@ std::shared_ptr<const SubmittedFrame> FrameRequests::Await(std::unique_lock<std:
     std::erase(pending_, request);
     if (XR_FAILED(request->failure)) Refuse(request->failure);
     if (request->frame) return request->frame;
-    std::fputs("velmoor simulator: no picture, for the application has ended no frame within a second\n", stderr);
-    Refuse(XR_ERROR_CALL_ORDER_INVALID);
+    Refuse(XR_ERROR_CALL_ORDER_INVALID, "no picture, for the application has ended no frame within a second");
 }
 
 void FrameRequests::TakeInto(std::vector<FrameReading::Part>& parts, const FrameLoop& frames, bool is_held) {

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <optional>
 
+#include "simulator/renderer/eye_view.h"
+
 namespace simulator {
 
 struct Session;
@@ -15,10 +17,6 @@ struct Session;
 // is nowhere.
 std::optional<XrPosef> HeadPose(const Session& session, XrTime time);
 
-struct EyeView {
-    XrPosef pose;
-    XrFovf fov;
-};
 // Left and right, for a head at `head`.
 std::array<EyeView, 2> EyesOf(const XrPosef& head);
 

@@ -2,7 +2,6 @@
 #include <EGL/egl.h>
 #include <EGL/eglext.h>
 
-#include <cstdio>
 #include <cstring>
 
 #define XR_USE_PLATFORM_EGL
@@ -53,8 +52,7 @@ class EglContext : public GlContext {
           api_(kind == GlKind::kGlEs ? EGL_OPENGL_ES_API : EGL_OPENGL_API) {
         const char* const extensions = egl_.QueryString(display_, EGL_EXTENSIONS);
         if (!extensions || !std::strstr(extensions, "EGL_KHR_surfaceless_context")) {
-            std::fputs("velmoor simulator: this EGL lacks EGL_KHR_surfaceless_context\n", stderr);
-            Refuse(XR_ERROR_GRAPHICS_DEVICE_INVALID);
+            Refuse(XR_ERROR_GRAPHICS_DEVICE_INVALID, "this EGL lacks EGL_KHR_surfaceless_context");
         }
         // Of OpenGL the default is the latest version that has all of the earlier ones.
         const EGLint version[] = {EGL_CONTEXT_CLIENT_VERSION, 3, EGL_NONE};

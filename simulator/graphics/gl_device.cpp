@@ -25,13 +25,6 @@ constexpr GLenum kColours[] = {GL_SRGB8_ALPHA8, GL_RGBA8, GL_RGBA16F};
 constexpr GLenum kDepths[] = {GL_DEPTH_COMPONENT16, GL_DEPTH_COMPONENT24, GL_DEPTH24_STENCIL8, GL_DEPTH_COMPONENT32F,
                               GL_DEPTH32F_STENCIL8};
 
-GLenum TargetOf(const XrSwapchainCreateInfo& info) {
-    const bool is_array = info.arraySize > 1;
-    if (info.sampleCount > 1) return is_array ? GL_TEXTURE_2D_MULTISAMPLE_ARRAY : GL_TEXTURE_2D_MULTISAMPLE;
-    if (info.faceCount == 6) return is_array ? GL_TEXTURE_CUBE_MAP_ARRAY : GL_TEXTURE_CUBE_MAP;
-    return is_array ? GL_TEXTURE_2D_ARRAY : GL_TEXTURE_2D;
-}
-
 // For the texture that is bound.
 void Allocate(const GlFunctions& gl, const XrSwapchainCreateInfo& info, GLenum target) {
     const auto format = static_cast<GLenum>(info.format);
@@ -97,10 +90,8 @@ class GlImages : public ImageSet {
     void Prepare() override {}
 
     RawImage Read(std::uint32_t index, std::uint32_t layer) override {
-        return context_->Run([&](const GlFunctions& gl) {
-            return ReadTexture(
-                gl, {textures_[index], target_, static_cast<GLenum>(info_.format), info_.width, info_.height, layer});
-        });
+        return context_->Run(
+            [&](const GlFunctions& gl) { return ReadTexture(gl, ViewOf(info_, textures_[index], layer)); });
     }
 
  private:

@@ -18,13 +18,21 @@ constexpr PixelsOfFormat kFormats[] = {
     {GL_SRGB8_ALPHA8, GL_UNSIGNED_BYTE, PixelKind::kRgba8, true},
     {GL_RGBA8, GL_UNSIGNED_BYTE, PixelKind::kRgba8, false},
     {GL_RGBA16F, GL_HALF_FLOAT, PixelKind::kRgba16F, false},
+    {GL_RGBA16, GL_UNSIGNED_SHORT, PixelKind::kRgba16, false},
+    {GL_RGB10_A2, GL_UNSIGNED_INT_2_10_10_10_REV, PixelKind::kRgb10A2, false},
 };
 
-const PixelsOfFormat& PixelsOf(GLenum format) {
+const PixelsOfFormat* FindPixels(GLenum format) {
     for (const auto& row : kFormats) {
-        if (row.format == format) return row;
+        if (row.format == format) return &row;
     }
-    Refuse(XR_ERROR_SWAPCHAIN_FORMAT_UNSUPPORTED);
+    return nullptr;
+}
+
+const PixelsOfFormat& PixelsOf(GLenum format) {
+    const PixelsOfFormat* const found = FindPixels(format);
+    if (!found) Refuse(XR_ERROR_SWAPCHAIN_FORMAT_UNSUPPORTED);
+    return *found;
 }
 
 void Attach(const GlFunctions& gl, const GlTextureView& view) {
@@ -81,6 +89,21 @@ void CheckGl(const GlFunctions& gl, XrResult otherwise) {
         default:
             Refuse(otherwise);
     }
+}
+
+GLenum TargetOf(const XrSwapchainCreateInfo& info) {
+    const bool is_array = info.arraySize > 1;
+    if (info.sampleCount > 1) return is_array ? GL_TEXTURE_2D_MULTISAMPLE_ARRAY : GL_TEXTURE_2D_MULTISAMPLE;
+    if (info.faceCount == 6) return is_array ? GL_TEXTURE_CUBE_MAP_ARRAY : GL_TEXTURE_CUBE_MAP;
+    return is_array ? GL_TEXTURE_2D_ARRAY : GL_TEXTURE_2D;
+}
+
+GlTextureView ViewOf(const XrSwapchainCreateInfo& info, GLuint texture, std::uint32_t layer) {
+    return {texture, TargetOf(info), static_cast<GLenum>(info.format), info.width, info.height, layer};
+}
+
+bool CanReadTexture(GLenum format) {
+    return FindPixels(format) != nullptr;
 }
 
 RawImage ReadTexture(const GlFunctions& gl, const GlTextureView& view) {

@@ -24,6 +24,12 @@ struct GlTextureView {
     std::uint32_t layer;
 };
 
+// What swapchains of this kind are textures of.
+GLenum TargetOf(const XrSwapchainCreateInfo& info);
+GlTextureView ViewOf(const XrSwapchainCreateInfo& info, GLuint texture, std::uint32_t layer);
+
+bool CanReadTexture(GLenum format);
+
 // Throws XR_ERROR_OUT_OF_MEMORY, and XR_ERROR_RUNTIME_FAILURE for what the driver can't read.
 RawImage ReadTexture(const GlFunctions& gl, const GlTextureView& view);
 

@@ -2,7 +2,6 @@
 #include <dlfcn.h>
 
 #include <atomic>
-#include <cstdio>
 #include <mutex>
 #include <type_traits>
 
@@ -21,11 +20,10 @@ namespace simulator {
 namespace {
 
 // Never closed: drivers don't like to be loaded twice. The application that uses GLX has both already.
-void* Library(const char* name, const char* package) {
+void* Library(const char* name, const char* missing) {
     void* const library = dlopen(name, RTLD_NOW | RTLD_LOCAL);
-    if (library) return library;
-    std::fprintf(stderr, "velmoor simulator: there is no %s; the package %s brings it\n", name, package);
-    Refuse(XR_ERROR_RUNTIME_FAILURE);
+    if (!library) Refuse(XR_ERROR_RUNTIME_FAILURE, missing);
+    return library;
 }
 
 #define VELMOOR_GLX_FUNCTIONS(X) \
@@ -51,8 +49,8 @@ void* Library(const char* name, const char* package) {
 
 struct GlxFunctions {
     GlxFunctions() {
-        void* const gl = Library("libGL.so.1", "libgl1");
-        void* const x = Library("libX11.so.6", "libx11-6");
+        void* const gl = Library("libGL.so.1", "there is no libGL.so.1; the package libgl1 brings it");
+        void* const x = Library("libX11.so.6", "there is no libX11.so.6; the package libx11-6 brings it");
         const auto load = [](auto& function, void* library, const char* name) {
             function = reinterpret_cast<std::remove_reference_t<decltype(function)>>(dlsym(library, name));
             if (!function) Refuse(XR_ERROR_RUNTIME_FAILURE);

@@ -4,6 +4,7 @@
 //   vulkan_entry     the functions of XR_KHR_vulkan_enable and XR_KHR_vulkan_enable2
 //   vulkan_device    a session's device, and the images of its swapchains
 //   vulkan_reader    reads an image, whoever made it
+//   foreign_images   those that another runtime made, as an API layer reads them (vulkan_foreign, gl_foreign)
 //   gl_device        the same of OpenGL and OpenGL ES: what comes before a session, its textures
 //   gl_context       a context beside the application's, by EGL (egl_context) or GLX (glx_context)
 //   gl_reader        reads a texture, whoever made it

@@ -13,10 +13,14 @@ enum class PixelKind : std::uint8_t {
     kBgra8,
     // Half floats.
     kRgba16F,
+    // The rest are shares of the most that there is.
+    kRgba16,
+    // From the lowest bit upwards.
+    kRgb10A2,
 };
 
 constexpr std::size_t BytesOfPixel(PixelKind kind) {
-    return kind == PixelKind::kRgba16F ? 8 : 4;
+    return kind == PixelKind::kRgba16F || kind == PixelKind::kRgba16 ? 8 : 4;
 }
 
 struct RawImage {

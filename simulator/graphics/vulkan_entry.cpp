@@ -1,7 +1,6 @@
 #include "simulator/graphics/vulkan_entry.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <vector>
 
 #include "simulator/graphics/vulkan_functions.h"
@@ -92,8 +91,7 @@ VkPhysicalDevice_T* VulkanEntry::DeviceFor(VkInstance_T* instance) {
     const VulkanInstanceFunctions vk(LookupOf(instance), instance);
     const auto devices = DevicesOf(vk, instance);
     if (devices.empty()) {
-        std::fputs("velmoor simulator: Vulkan has no device; mesa-vulkan-drivers brings one in software\n", stderr);
-        Refuse(XR_ERROR_RUNTIME_FAILURE);
+        Refuse(XR_ERROR_RUNTIME_FAILURE, "Vulkan has no device; mesa-vulkan-drivers brings one in software");
     }
     const auto rank_of = [&](VkPhysicalDevice device) {
         VkPhysicalDeviceProperties properties;
@@ -139,8 +137,7 @@ VulkanEntry::Lookup VulkanEntry::LookupOf(VkInstance_T* instance) const {
     }
     const auto lookup = VulkanLookup();
     if (!lookup) {
-        std::fputs("velmoor simulator: there is no libvulkan.so.1; the package libvulkan1 brings it\n", stderr);
-        Refuse(XR_ERROR_RUNTIME_FAILURE);
+        Refuse(XR_ERROR_RUNTIME_FAILURE, "there is no libvulkan.so.1; the package libvulkan1 brings it");
     }
     return lookup;
 }

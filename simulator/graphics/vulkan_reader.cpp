@@ -61,6 +61,12 @@ bool PixelsOf(VkFormat format, PixelKind& kind, bool& is_srgb) {
         case VK_FORMAT_R16G16B16A16_SFLOAT:
             kind = PixelKind::kRgba16F;
             return true;
+        case VK_FORMAT_R16G16B16A16_UNORM:
+            kind = PixelKind::kRgba16;
+            return true;
+        case VK_FORMAT_A2B10G10R10_UNORM_PACK32:
+            kind = PixelKind::kRgb10A2;
+            return true;
         default:
             return false;
     }

@@ -4,8 +4,8 @@
 #include <cmath>
 #include <cstdint>
 
+#include "simulator/renderer/eye_view.h"
 #include "simulator/renderer/vector.h"
-#include "simulator/views.h"
 
 namespace simulator {
 

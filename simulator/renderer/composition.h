@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "simulator/graphics/raw_image.h"
-#include "simulator/views.h"
+#include "simulator/renderer/eye_view.h"
 
 namespace simulator {
 

@@ -21,6 +21,25 @@ float ShareOf(std::uint8_t number) {
     return static_cast<float>(number) / 255.0f;
 }
 
+// Of `bits` of `packed`, from the bit `first` upwards.
+float ShareOf(std::uint32_t packed, int first, int bits) {
+    const std::uint32_t most = (1u << bits) - 1;
+    return static_cast<float>(packed >> first & most) / static_cast<float>(most);
+}
+
+Light LightOfShorts(const std::uint8_t* pixel) {
+    std::uint16_t numbers[4];
+    std::memcpy(numbers, pixel, sizeof(numbers));
+    const auto share = [](std::uint16_t number) { return static_cast<float>(number) / 65535.0f; };
+    return {share(numbers[0]), share(numbers[1]), share(numbers[2]), share(numbers[3])};
+}
+
+Light LightOfTenBits(const std::uint8_t* pixel) {
+    std::uint32_t packed;
+    std::memcpy(&packed, pixel, sizeof(packed));
+    return {ShareOf(packed, 0, 10), ShareOf(packed, 10, 10), ShareOf(packed, 20, 10), ShareOf(packed, 30, 2)};
+}
+
 // `use(decode)`, in which `decode(pixel)` is what suits the image: so that this is looked for once and not for each
 // pixel.
 template <class Use>
@@ -42,6 +61,10 @@ auto Decoding(const RawImage& image, const Levels& levels, Use use) {
             return of_bytes(std::integral_constant<std::size_t, 0>());
         case PixelKind::kBgra8:
             return of_bytes(std::integral_constant<std::size_t, 2>());
+        case PixelKind::kRgba16:
+            return use(LightOfShorts);
+        case PixelKind::kRgb10A2:
+            return use(LightOfTenBits);
         default:
             return use([](const std::uint8_t* pixel) {
                 std::uint16_t halves[4];

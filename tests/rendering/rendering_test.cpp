@@ -13,6 +13,7 @@
 #include <tuple>
 #include <utility>
 
+#include "simulator/graphics/foreign_images.h"
 #include "tests/rendering/painter.h"
 #include "xr/simulator_capture_records.h"
 
@@ -408,6 +409,46 @@ TEST_P(Rendering, ClearedImageIsReadInEveryFormatWithAnySamples) {
             EXPECT_THAT(QuartersOf(Capture(1, show)), testing::Each(Colour{255, 0, 0}));
         }
     }
+}
+
+// As a layer between application and runtime does it.
+TEST_P(Rendering, ImageThatSomebodyElseMadeIsReadBeforeItIsReleased) {
+    BEGIN_OR_SKIP();
+    EXPECT_EQ(simulator::CopyBinding(nullptr), nullptr);
+    const auto binding = simulator::CopyBinding(painter_->Binding());
+    ASSERT_NE(binding, nullptr);
+    EXPECT_FALSE(binding->CanRead(painter_->DepthFormat()));
+    EXPECT_TRUE(binding->CanRead(painter_->HalfFormat()));
+    auto device = binding->MakeDevice();
+    auto info = Info(painter_->LinearFormat());
+    info.usageFlags |= binding->UsageToRead();
+    const XrSwapchain swapchain = MakeSwapchain(info);
+    std::uint32_t image = 0;
+    Acquire(swapchain, &image);
+    Wait(swapchain);
+    for (const std::uint32_t layer : {0u, 1u}) {
+        painter_->Paint(swapchain, image, layer, kSize, kSize, Pattern(layer == 1));
+    }
+    const auto images = device->ImagesOf(swapchain, info, xrEnumerateSwapchainImages);
+    for (const std::uint32_t layer : {0u, 1u}) {
+        const simulator::RawImage raw = images->Read(image, layer);
+        const std::size_t row = raw.bottom_up ? kSize - 1 - 16 : 16;
+        const std::uint8_t* const pixel = &raw.bytes[(row * raw.width + 16) * 4];
+        EXPECT_THAT(std::vector(pixel, pixel + 4), testing::ElementsAreArray(kQuarters[layer]));
+    }
+    EXPECT_EQ(Release(swapchain), XR_SUCCESS);
+    const auto show = [&] { RunFrame([&](XrTime time) { return Projection(swapchain, time); }); };
+    EXPECT_EQ(QuartersOf(Capture(1, show))[0], (Colour{229, 96, 110})) << "the runtime has it as it was";
+
+    info.sampleCount = 4;
+    info.arraySize = 1;
+    const XrSwapchain sampled = MakeSwapchain(info);
+    Acquire(sampled, &image);
+    Wait(sampled);
+    painter_->Fill(sampled, image, true, {1.0f, 0.0f, 0.0f, 1.0f});
+    const auto resolved = device->ImagesOf(sampled, info, xrEnumerateSwapchainImages)->Read(image, 0);
+    EXPECT_EQ(std::vector(resolved.bytes.end() - 4, resolved.bytes.end()), (std::vector<std::uint8_t>{255, 0, 0, 255}));
+    device.reset();
 }
 
 TEST_P(Rendering, StatesClimbAndDescendByOneWithEachFrame) {

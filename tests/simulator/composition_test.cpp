@@ -152,6 +152,21 @@ TEST(Composition, ImagesAreReadAsTheyAreStored) {
         }
     });
     EXPECT_EQ(Seen({half}, 0, 0), (Colour{255, 188, 0}));
+    const auto shorts = Changed(rows, [](RawImage& i) {
+        i.kind = PixelKind::kRgba16;
+        i.bytes.clear();
+        for (int pixel = 0; pixel < 4; ++pixel) {
+            i.bytes.insert(i.bytes.end(), {0xFF, 0xFF, 0xFF, 0x7F, 0x00, 0x00, 0xFF, 0xFF});
+        }
+    });
+    EXPECT_EQ(Seen({shorts}, 0, 0), (Colour{255, 188, 0}));
+    // Ten bits each: all, half of them, and none.
+    const auto tens = Changed(rows, [](RawImage& i) {
+        i.kind = PixelKind::kRgb10A2;
+        i.bytes.clear();
+        for (int pixel = 0; pixel < 4; ++pixel) i.bytes.insert(i.bytes.end(), {0xFF, 0x03, 0x08, 0xC0});
+    });
+    EXPECT_EQ(Seen({tens}, 0, 0), (Colour{255, 188, 0}));
     ComposedLayer veil = TwoRows(LayerShape::kProjection, 128);
     veil.has_alpha = true;
     veil.is_premultiplied = false;
