@@ -34,6 +34,12 @@ std::optional<XrPosef> FromSimulatedToReal(const Session& session, const OwnSpac
     return orvanic_xr::Compose(real.pose, seen_from_simulated);
 }
 
+std::optional<XrPosef> PlaceInWorld(const Session& session, const NamedSpace& space, XrTime time) {
+    const WorldLocation located = LocateInWorld(session, space, time, Moment::kFrame);
+    if (located.flags == 0) return std::nullopt;
+    return located.moving.pose;
+}
+
 XrResult EndMoved(const Session& session, const XrFrameEndInfo& info) {
     const OwnSpaces spaces(session);
     const auto move = FromSimulatedToReal(session, spaces, info.displayTime);
@@ -42,13 +48,32 @@ XrResult EndMoved(const Session& session, const XrFrameEndInfo& info) {
         const NamedSpace named(space);
         const bool is_view = named.object && named.object->kind == Space::Kind::kReference &&
                              named.object->reference == XR_REFERENCE_SPACE_TYPE_VIEW;
-        if (is_view) return std::nullopt;
-        const WorldLocation located = LocateInWorld(session, named, info.displayTime, Moment::kFrame);
-        if (located.flags == 0) return std::nullopt;
-        return located.moving.pose;
+        return is_view ? std::nullopt : PlaceInWorld(session, named, info.displayTime);
     };
     const SubmittedLayers moved(info, lookup, *move, spaces.world);
     return session.instance->next.EndFrame(session.handle, &moved.info());
+}
+
+// Where the frame's eyes are, as far as the layer knows better than the application's own layers do: it told them of a
+// simulated head, while the runtime says something new of a real one at every look.
+std::optional<EyeViews> EyesOfFrame(const Session& session, XrTime time) {
+    if (!session.simulates_head) return std::nullopt;
+    const XrViewLocateInfo info = {XR_TYPE_VIEW_LOCATE_INFO, nullptr, XR_VIEW_CONFIGURATION_TYPE_PRIMARY_STEREO, time,
+                                   XR_NULL_HANDLE};
+    const Eyes eyes = LocateEyes(session, info, 2, Moment::kFrame);
+    if (eyes.flags == 0) return std::nullopt;
+    return EyeViews{simulator::EyeView{eyes.views[0].pose, eyes.views[0].fov},
+                    simulator::EyeView{eyes.views[1].pose, eyes.views[1].fov}};
+}
+
+EndingFrame TakePictures(Session& session, const XrFrameEndInfo& info) {
+    const auto locate = [&](XrSpace space) { return PlaceInWorld(session, NamedSpace(space), info.displayTime); };
+    return session.pictures->BeforeEnd(info, locate, EyesOfFrame(session, info.displayTime));
+}
+
+XrResult EndAnyhow(const Session& session, const XrFrameEndInfo* info) {
+    const bool is_moved = info && info->layerCount > 0 && session.simulates_head;
+    return is_moved ? EndMoved(session, *info) : session.instance->next.EndFrame(session.handle, info);
 }
 
 }  // namespace
@@ -71,7 +96,9 @@ XrResult BeginFrame(XrSession session, const XrFrameBeginInfo* info) {
         if (!owner) return XR_ERROR_HANDLE_INVALID;
         const XrResult result = owner->instance->next.BeginFrame(session, info);
         NoteFrameThread();
-        if (XR_SUCCEEDED(result) && owner->Simulates()) owner->Latch();
+        if (XR_FAILED(result)) return result;
+        if (owner->Simulates()) owner->Latch();
+        if (owner->pictures) owner->pictures->FrameBegan();
         return result;
     });
 }
@@ -81,8 +108,11 @@ XrResult EndFrame(XrSession session, const XrFrameEndInfo* info) {
         const auto owner = Registry::instance().Find(session);
         if (!owner) return XR_ERROR_HANDLE_INVALID;
         NoteFrameThread();
-        const bool is_moved = info && info->layerCount > 0 && owner->simulates_head;
-        return is_moved ? EndMoved(*owner, *info) : owner->instance->next.EndFrame(session, info);
+        if (!owner->pictures || !owner->pictures->IsAsked() || !info) return EndAnyhow(*owner, info);
+        const EndingFrame ending = TakePictures(*owner, *info);
+        const XrResult result = EndAnyhow(*owner, info);
+        owner->pictures->AfterEnd(ending, result);
+        return result;
     });
 }
 

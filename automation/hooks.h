@@ -70,6 +70,20 @@ XRAPI_ATTR XrResult XRAPI_CALL ApplyHapticFeedback(XrSession session, const XrHa
                                                    const XrHapticBaseHeader* feedback);
 XRAPI_ATTR XrResult XRAPI_CALL StopHapticFeedback(XrSession session, const XrHapticActionInfo* info);
 
+// swapchain_hooks.cpp
+XRAPI_ATTR XrResult XRAPI_CALL CreateSwapchain(XrSession session, const XrSwapchainCreateInfo* info,
+                                               XrSwapchain* swapchain);
+XRAPI_ATTR XrResult XRAPI_CALL DestroySwapchain(XrSwapchain swapchain);
+XRAPI_ATTR XrResult XRAPI_CALL AcquireSwapchainImage(XrSwapchain swapchain, const XrSwapchainImageAcquireInfo* info,
+                                                     std::uint32_t* index);
+XRAPI_ATTR XrResult XRAPI_CALL ReleaseSwapchainImage(XrSwapchain swapchain, const XrSwapchainImageReleaseInfo* info);
+
+// capture_calls.cpp: the extension XR_KESTX1_simulator_compositor_output_capture
+XRAPI_ATTR XrResult XRAPI_CALL StartSimulatorCompositorOutputCaptureKESTX1(XrSession session, std::uint32_t eyes);
+XRAPI_ATTR XrResult XRAPI_CALL StopSimulatorCompositorOutputCaptureKESTX1(XrSession session);
+XRAPI_ATTR XrResult XRAPI_CALL CaptureSimulatorCompositorOutputKESTX1(XrSession session,
+                                                                      orvanic_xr::SimulatorCompositorCaptureInfo* info);
+
 // device_calls.cpp: the extension XR_EXT_conformance_automation
 XRAPI_ATTR XrResult XRAPI_CALL SetInputDeviceActiveEXT(XrSession session, XrPath interaction_profile,
                                                        XrPath top_level_path, XrBool32 is_active);

@@ -200,6 +200,7 @@ XrResult SyncActions(XrSession session, const XrActionsSyncInfo* info) {
         const XrResult result = owner->instance->next.SyncActions(session, info);
         if (XR_FAILED(result)) return result;
         NoteFrameThread();
+        if (owner->pictures) owner->pictures->InputRead();
         // Once more after the last device went: the application is told that its profile did.
         if (!owner->Simulates() && !owner->HasChangedDevices()) return result;
         GuardOwnWork([&] {

@@ -189,6 +189,8 @@ struct HookRow {
     PFN_xrVoidFunction function;
     // Played only where the instance has the part; null for always.
     bool Parts::*part = nullptr;
+    // Belongs to an extension that the layer brings: the runtime does not have it.
+    bool is_brought = false;
 };
 
 template <class Function>
@@ -214,13 +216,17 @@ const HookRow kHooks[] = {
     {"xrLocateSpaces", Erased(LocateSpaces), &Parts::input},
     {"xrLocateSpacesKHR", Erased(LocateSpacesKHR), &Parts::input},
     {"xrLocateViews", Erased(LocateViews)},
+    {"xrCreateSwapchain", Erased(CreateSwapchain), &Parts::pictures},
+    {"xrDestroySwapchain", Erased(DestroySwapchain), &Parts::pictures},
+    {"xrAcquireSwapchainImage", Erased(AcquireSwapchainImage), &Parts::pictures},
+    {"xrReleaseSwapchainImage", Erased(ReleaseSwapchainImage), &Parts::pictures},
     {"xrCreateActionSet", Erased(CreateActionSet), &Parts::input},
     {"xrDestroyActionSet", Erased(DestroyActionSet), &Parts::input},
     {"xrCreateAction", Erased(CreateAction), &Parts::input},
     {"xrDestroyAction", Erased(DestroyAction), &Parts::input},
     {"xrSuggestInteractionProfileBindings", Erased(SuggestInteractionProfileBindings), &Parts::input},
     {"xrAttachSessionActionSets", Erased(AttachSessionActionSets), &Parts::input},
-    {"xrSyncActions", Erased(SyncActions), &Parts::input},
+    {"xrSyncActions", Erased(SyncActions)},
     {"xrGetActionStateBoolean", Erased(GetActionStateBoolean), &Parts::input},
     {"xrGetActionStateFloat", Erased(GetActionStateFloat), &Parts::input},
     {"xrGetActionStateVector2f", Erased(GetActionStateVector2f), &Parts::input},
@@ -230,22 +236,27 @@ const HookRow kHooks[] = {
     {"xrGetInputSourceLocalizedName", Erased(GetInputSourceLocalizedName), &Parts::input},
     {"xrApplyHapticFeedback", Erased(ApplyHapticFeedback), &Parts::input},
     {"xrStopHapticFeedback", Erased(StopHapticFeedback), &Parts::input},
-    {"xrSetInputDeviceActiveEXT", Erased(SetInputDeviceActiveEXT), &Parts::input},
-    {"xrSetInputDeviceStateBoolEXT", Erased(SetInputDeviceStateBoolEXT), &Parts::input},
-    {"xrSetInputDeviceStateFloatEXT", Erased(SetInputDeviceStateFloatEXT), &Parts::input},
-    {"xrSetInputDeviceStateVector2fEXT", Erased(SetInputDeviceStateVector2fEXT), &Parts::input},
-    {"xrSetInputDeviceLocationEXT", Erased(SetInputDeviceLocationEXT), &Parts::input},
+    {"xrSetInputDeviceActiveEXT", Erased(SetInputDeviceActiveEXT), &Parts::input, true},
+    {"xrSetInputDeviceStateBoolEXT", Erased(SetInputDeviceStateBoolEXT), &Parts::input, true},
+    {"xrSetInputDeviceStateFloatEXT", Erased(SetInputDeviceStateFloatEXT), &Parts::input, true},
+    {"xrSetInputDeviceStateVector2fEXT", Erased(SetInputDeviceStateVector2fEXT), &Parts::input, true},
+    {"xrSetInputDeviceLocationEXT", Erased(SetInputDeviceLocationEXT), &Parts::input, true},
+    {"xrStartSimulatorCompositorOutputCaptureKESTX1", Erased(StartSimulatorCompositorOutputCaptureKESTX1),
+     &Parts::pictures, true},
+    {"xrStopSimulatorCompositorOutputCaptureKESTX1", Erased(StopSimulatorCompositorOutputCaptureKESTX1),
+     &Parts::pictures, true},
+    {"xrCaptureSimulatorCompositorOutputKESTX1", Erased(CaptureSimulatorCompositorOutputKESTX1), &Parts::pictures,
+     true},
 };
 
-PFN_xrVoidFunction FindHook(const Instance& instance, std::string_view name) {
+// Null where the call goes straight down.
+const HookRow* FindHook(const Instance& instance, std::string_view name) {
+    const auto* const row = std::ranges::find(kHooks, name, &HookRow::name);
+    if (row == std::end(kHooks)) return nullptr;
+    // With nothing to do only the end of the instance has to be known.
     const bool does_nothing = !instance.parts.input && !instance.parts.pictures;
-    for (const HookRow& row : kHooks) {
-        if (row.name != name) continue;
-        // With nothing to do only the end of the instance has to be known.
-        if (does_nothing && name != "xrGetInstanceProcAddr" && name != "xrDestroyInstance") return nullptr;
-        return !row.part || instance.parts.*row.part ? row.function : nullptr;
-    }
-    return nullptr;
+    if (does_nothing && name != "xrGetInstanceProcAddr" && name != "xrDestroyInstance") return nullptr;
+    return !row->part || instance.parts.*row->part ? row : nullptr;
 }
 
 }  // namespace
@@ -271,13 +282,15 @@ XrResult GetInstanceProcAddr(XrInstance instance, const char* name, PFN_xrVoidFu
         }
         const auto owner = Registry::instance().Find(instance);
         if (!owner) return XR_ERROR_HANDLE_INVALID;
-        const PFN_xrVoidFunction hook = FindHook(*owner, name);
-        const bool is_own_function = std::string_view(name).starts_with("xrSetInputDevice");
-        PFN_xrVoidFunction below = nullptr;
-        const XrResult result = owner->next.GetInstanceProcAddr(instance, name, &below);
-        // What the runtime does not have is not there, unless the layer brings it.
-        *function = hook && (is_own_function || below) ? hook : below;
-        return hook && is_own_function ? XR_SUCCESS : result;
+        const HookRow* const hook = FindHook(*owner, name);
+        if (hook && hook->is_brought) {
+            *function = hook->function;
+            return XR_SUCCESS;
+        }
+        const XrResult result = owner->next.GetInstanceProcAddr(instance, name, function);
+        // What the runtime does not have is not there.
+        if (hook && *function) *function = hook->function;
+        return result;
     });
 }
 

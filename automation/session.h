@@ -12,6 +12,7 @@
 #include <optional>
 
 #include "automation/objects.h"
+#include "automation/pictures/session_pictures.h"
 #include "automation/pose_history.h"
 
 namespace automation {
@@ -59,6 +60,9 @@ struct Session {
 
     std::shared_ptr<Instance> instance;
     XrSession handle = XR_NULL_HANDLE;
+    XrSystemId system = XR_NULL_SYSTEM_ID;
+    // Null where there are none of this session.
+    std::unique_ptr<SessionPictures> pictures;
     // Between xrBeginSession and xrEndSession.
     std::atomic<bool> running = false;
     // What is under automation.

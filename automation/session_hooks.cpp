@@ -4,6 +4,16 @@
 #include "automation/session.h"
 
 namespace automation {
+namespace {
+
+std::unique_ptr<SessionPictures> MakePictures(const NextFunctions& next, const XrSessionCreateInfo& info) {
+    auto binding = simulator::CopyBinding(info.next);
+    if (!binding) return nullptr;
+    return std::make_unique<SessionPictures>(std::move(binding), next.EnumerateSwapchainImages,
+                                             [](const char* line) { orvanic_xr::LogWarning("Automation: ", line); });
+}
+
+}  // namespace
 
 XrResult CreateSession(XrInstance instance, const XrSessionCreateInfo* info, XrSession* session) {
     return Guarded([&] {
@@ -15,6 +25,8 @@ XrResult CreateSession(XrInstance instance, const XrSessionCreateInfo* info, XrS
             auto made = std::make_shared<Session>();
             made->instance = owner;
             made->handle = *session;
+            made->system = info->systemId;
+            if (owner->parts.pictures) made->pictures = MakePictures(owner->next, *info);
             Registry::instance().Add(*session, std::move(made));
         });
         return result;
@@ -25,6 +37,8 @@ XrResult DestroySession(XrSession session) {
     return Guarded([&] {
         const auto owner = Registry::instance().Find(session);
         if (!owner) return XR_ERROR_HANDLE_INVALID;
+        // Its device and what was made with it have to go before.
+        if (owner->pictures) owner->pictures->DestroySession();
         owner->DestroySpaces();
         const XrResult result = owner->instance->next.DestroySession(session);
         if (XR_FAILED(result)) return result;
@@ -52,6 +66,7 @@ XrResult EndSession(XrSession session) {
         const XrResult result = owner->instance->next.EndSession(session);
         if (XR_FAILED(result)) return result;
         owner->running = false;
+        if (owner->pictures) owner->pictures->EndSession();
         const std::lock_guard lock(owner->mutex);
         owner->focused = false;
         owner->input.states.clear();

@@ -78,4 +78,27 @@ WorldLocation RelativeLocation(const WorldLocation& target, const WorldLocation&
             target.velocity_flags & base.velocity_flags};
 }
 
+Eyes LocateEyes(const Session& session, const XrViewLocateInfo& asked, std::uint32_t count, Moment moment) {
+    const bool has_simulated_head = session.simulates_head;
+    XrViewLocateInfo info = asked;
+    {
+        const std::lock_guard lock(session.mutex);
+        info.space = has_simulated_head ? session.view_space : session.world_space;
+    }
+    Eyes eyes;
+    XrViewState state = {XR_TYPE_VIEW_STATE, nullptr, 0};
+    eyes.views.assign(count, {XR_TYPE_VIEW, nullptr, orvanic_xr::kIdentityPose, {}});
+    const XrResult result =
+        session.instance->next.LocateViews(session.handle, &info, &state, count, &count, eyes.views.data());
+    if (XR_FAILED(result)) return {};
+    eyes.flags = state.viewStateFlags;
+    if (!has_simulated_head) return eyes;
+    const auto head = session.HeadPose(asked.displayTime, moment);
+    if (!head) eyes.flags = 0;
+    for (XrView& view : eyes.views) {
+        if (head) view.pose = orvanic_xr::Compose(head->pose, view.pose);
+    }
+    return eyes;
+}
+
 }  // namespace automation

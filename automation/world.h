@@ -4,6 +4,7 @@
 #include <openxr/openxr.h>
 
 #include <optional>
+#include <vector>
 
 #include "automation/session.h"
 
@@ -32,5 +33,16 @@ WorldLocation LocateInWorld(const Session& session, const NamedSpace& space, XrT
 
 // `target` as seen from `base`.
 WorldLocation RelativeLocation(const WorldLocation& target, const WorldLocation& base);
+
+// The eyes in world coordinates: those of the simulated head where it is simulated, the runtime's otherwise. Eye
+// distance and field of view are the device's either way.
+struct Eyes {
+    std::vector<XrView> views;
+    XrViewStateFlags flags = 0;
+};
+
+// Needs the session's two spaces. As many as `count`; none where the runtime refuses `asked`, whose space plays no
+// part.
+Eyes LocateEyes(const Session& session, const XrViewLocateInfo& asked, std::uint32_t count, Moment moment);
 
 }  // namespace automation
