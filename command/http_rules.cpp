@@ -1,5 +1,7 @@
 #include "command/http_rules.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
@@ -17,6 +19,24 @@ bool is_equal_secret(std::string_view one, std::string_view other) {
     unsigned difference = 0;
     for (std::size_t i = 0; i < one.size(); ++i) difference |= static_cast<unsigned>(one[i] ^ other[i]);
     return difference == 0;
+}
+
+// The scheme may be written large or small.
+bool has_token(const std::string& authorization, const std::string& token) {
+    const std::size_t blank = std::min(authorization.find(' '), authorization.size());
+    std::string scheme = authorization.substr(0, blank);
+    for (char& c : scheme) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    const std::size_t begin = std::min(authorization.find_first_not_of(' ', blank), authorization.size());
+    return scheme == "bearer" && is_equal_secret(std::string_view(authorization).substr(begin), token);
+}
+
+// `part` is a header, or the address that the request came from.
+std::string why_foreign(const mcp::http_request& request, std::string_view part) {
+    constexpr const char* kOnly = "; without --token, velmoor serves this machine alone";
+    if (part == "address") return "Forbidden: the request comes from " + request.remote_address + kOnly;
+    const std::string given = header_of(request, part == "Host" ? "host" : "origin");
+    return "Forbidden: the header " + std::string(part) + " is \"" + given +
+           "\", and must name localhost, 127.0.0.1 or [::1]" + kOnly;
 }
 
 json id_of(const json& message) {
@@ -49,9 +69,9 @@ std::optional<mcp::http_answer> refuse_stranger(const mcp::http_request& request
     if (token.empty()) {
         const char* const foreign = mcp::foreign_part(request.remote_address, request.headers);
         if (!foreign) return std::nullopt;
-        return refused(403, nullptr, mcp::kInvalidRequest, std::string("Forbidden: foreign ") + foreign);
+        return refused(403, nullptr, mcp::kInvalidRequest, why_foreign(request, foreign));
     }
-    if (is_equal_secret(header_of(request, "authorization"), "Bearer " + token)) return std::nullopt;
+    if (has_token(header_of(request, "authorization"), token)) return std::nullopt;
     mcp::http_answer answer =
         refused(401, nullptr, mcp::kInvalidRequest, "Unauthorized: the token is missing or wrong");
     answer.own_headers.emplace_back("WWW-Authenticate", "Bearer");

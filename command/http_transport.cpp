@@ -146,7 +146,7 @@ mcp::http_answer http_transport::take_post(const mcp::http_request& request, mcp
     try {
         message = mcp::parse_json(body.text);
     } catch (const std::exception& e) {
-        return refused(400, nullptr, kParseError, std::string("Parse error: ") + e.what());
+        return refused(400, nullptr, kParseError, "Parse error: " + mcp::reason_of(e));
     }
     const std::string method = method_of(message);
     const bool stands_alone = !revision_of_request(message).empty();
