@@ -13,6 +13,11 @@
 namespace velmoor {
 namespace {
 
+std::string lower(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
 // Takes the same time wherever they differ.
 bool is_equal_secret(std::string_view one, std::string_view other) {
     if (one.size() != other.size()) return false;
@@ -24,10 +29,9 @@ bool is_equal_secret(std::string_view one, std::string_view other) {
 // The scheme may be written large or small.
 bool has_token(const std::string& authorization, const std::string& token) {
     const std::size_t blank = std::min(authorization.find(' '), authorization.size());
-    std::string scheme = authorization.substr(0, blank);
-    for (char& c : scheme) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     const std::size_t begin = std::min(authorization.find_first_not_of(' ', blank), authorization.size());
-    return scheme == "bearer" && is_equal_secret(std::string_view(authorization).substr(begin), token);
+    return lower(authorization.substr(0, blank)) == "bearer" &&
+           is_equal_secret(std::string_view(authorization).substr(begin), token);
 }
 
 // `part` is a header, or the address that the request came from.
@@ -58,8 +62,12 @@ std::string header_of(const mcp::http_request& request, const std::string& name)
     return found == request.headers.end() ? std::string() : found->second;
 }
 
+bool brings_json(const mcp::http_request& request) {
+    return lower(header_of(request, "content-type")).find("application/json") != std::string::npos;
+}
+
 bool accepts(const mcp::http_request& request, std::string_view type) {
-    const std::string accepted = header_of(request, "accept");
+    const std::string accepted = lower(header_of(request, "accept"));
     if (accepted.empty() || accepted.find("*/*") != std::string::npos) return true;
     const std::string any = std::string(type.substr(0, type.find('/'))) + "/*";
     return accepted.find(type) != std::string::npos || accepted.find(any) != std::string::npos;

@@ -2,6 +2,7 @@
 #include <chrono>
 #include <cmath>
 #include <cstdint>
+#include <initializer_list>
 #include <limits>
 #include <optional>
 #include <stdexcept>
@@ -57,6 +58,13 @@ std::string session_state_argument(const json& arguments) {
     return choice_argument({{"session_state", name}}, "session_state", kStates);
 }
 
+// What says more of `main` is of no use without it.
+void refuse_without(const json& arguments, const std::string& main, std::initializer_list<const char*> names) {
+    for (const char* name : names) {
+        if (!arguments.value(name, json()).is_null()) throw std::runtime_error(name + (" needs " + main));
+    }
+}
+
 std::string path_argument(const json& arguments) {
     std::string path = text_argument(arguments, "path");
     try {
@@ -84,6 +92,8 @@ class awaited {
           path_(path_argument(arguments)),
           above_(number_argument(arguments, "above", -kNoLimit, -kNoLimit, kNoLimit)),
           below_(number_argument(arguments, "below", kNoLimit, -kNoLimit, kNoLimit)) {
+        if (tool_.empty()) refuse_without(arguments, "tool", {"arguments", "path", "equals", "above", "below"});
+        if (near_.empty()) refuse_without(arguments, "near", {"device", "within", "base_space"});
         if (arguments.contains("equals")) equals_ = arguments["equals"];
         place_ = app_;
         if (const std::string space = text_argument(arguments, "base_space"); !space.empty())

@@ -98,6 +98,7 @@ agents_loop() {
   called 'did not come about in time.*session.*FOCUSED.*isError":true' xr_wait \
     '{"session_state":"xr_session_state_idle","timeout_seconds":0.2}'
   called 'session_state must be one of: IDLE.*isError":true' xr_wait '{"session_state":"ASLEEP"}'
+  called 'Error: above needs tool' xr_wait '{"frames":1,"above":2}'
   called 'Error: path must be like' xr_wait '{"tool":"math_add","path":"x"}'
   called 'level must be one of' app_output '{"level":5}'
   called 'timeout_seconds must be a number.*isError":true' xr_wait '{"frames":1,"timeout_seconds":"1"}'

@@ -98,6 +98,9 @@ TEST_F(Http, KeepsSessionsUntilTheyAreEnded) {
     Expect(Post(session, R"({"method":"notifications/initialized"})"), 202, "Content-Length: 0");
     Expect(Post(session, R"({"id":2,"method":"ping"})"), 200, R"({"jsonrpc":"2.0","id":2,"result":{}})");
     Expect(Post(session, R"({"id":3,"method":"tools/list"})"), 200, "\"app_list\"");
+    Expect(
+        Post(session + "Content-Type: Application/JSON\r\nAccept: Application/Json\r\n", R"({"id":2,"method":"ping"})"),
+        200, "result");
     Expect(Post(session + "MCP-Protocol-Version: 1999\r\n", R"({"id":2,"method":"ping"})"), 400, "1999");
     Expect(Post(session + "MCP-Protocol-Version: 2025-03-26\r\n", R"({"id":2,"method":"ping"})"), 200, "result");
     // The answer takes longer than a client should wait without a stream.
