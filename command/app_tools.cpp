@@ -1,11 +1,11 @@
 #include "command/app_tools.h"
 
-#include <algorithm>
 #include <chrono>
 #include <optional>
 #include <stdexcept>
 #include <utility>
 
+#include "command/bridge/arguments.h"
 #include "command/bridge/bridge.h"
 #include "command/bridge/results.h"
 
@@ -22,14 +22,7 @@ constexpr double kMostSeconds = 600;
 constexpr std::size_t kLinesOfFailure = 20;
 constexpr int kUsualLines = 40;
 constexpr int kMostLines = 1000;
-constexpr const char* kLevels[] = {"debug", "info", "warning", "error"};
-
-double number_argument(const json& arguments, const char* name, double usual, double most) {
-    const json given = arguments.value(name, json());
-    if (given.is_null()) return usual;
-    if (!given.is_number()) throw std::runtime_error(std::string(name) + " must be a number");
-    return std::clamp(given.get<double>(), 0.0, most);
-}
+const std::vector<std::string> kLevels = {"info", "debug", "warning", "error"};  // the first if none is given
 
 std::string joined(const std::vector<output_line>& lines) {
     std::string text;
@@ -53,14 +46,20 @@ std::string text_at(const json& answer, const char* path) {
 // Follows an application from its start until it can be operated.
 class start_watch {
  public:
-    start_watch(started_application& application, tool_run& run, double seconds)
+    // `start` is the number of the one that is followed.
+    start_watch(started_application& application, tool_run& run, int start, double seconds)
         : application_(application),
           run_(run),
+          start_(start),
           deadline_(clock::now() + milliseconds(static_cast<int>(seconds * 1000))) {}
 
     json watch() {
         const auto begin = clock::now();
         while (!is_operable()) {
+            if (application_.last_start() != start_) {
+                return text_result("Error: another call has started the application anew before " + awaited_ + ".",
+                                   true);
+            }
             if (!application_.is_running()) {
                 const int code = application_.exit_code().value_or(-1);
                 return text_result("Error: the application ended with exit code " + std::to_string(code) + " before " +
@@ -127,6 +126,7 @@ class start_watch {
 
     started_application& application_;
     tool_run& run_;
+    const int start_;
     const clock::time_point deadline_;
     clock::time_point next_word_ = clock::now() + kBetweenWords;
     std::string awaited_ = "the layer's server (does it create an OpenXR instance?)";
@@ -137,10 +137,11 @@ class start_watch {
     std::string first_frame_;
 };
 
-json start_application(started_application& application, const json& arguments, tool_run& run) {
-    const double seconds = number_argument(arguments, "timeout_seconds", kUsualSeconds, kMostSeconds);
-    application.start();
-    return start_watch(application, run, seconds).watch();
+json start_application(started_application& application, int (started_application::*how)(), const json& arguments,
+                       tool_run& run) {
+    const double seconds = number_argument(arguments, "timeout_seconds", kUsualSeconds, 0, kMostSeconds);
+    const int start = (application.*how)();
+    return start_watch(application, run, start, seconds).watch();
 }
 
 std::string stop_application(started_application& application, tool_run& run) {
@@ -155,11 +156,10 @@ std::string stop_application(started_application& application, tool_run& run) {
 }
 
 json read_output(const started_application& application, const json& arguments) {
-    const auto most = static_cast<std::size_t>(number_argument(arguments, "lines", kUsualLines, kMostLines));
-    const std::string level = arguments.value("level", "info");
-    const auto* const found = std::find(std::begin(kLevels), std::end(kLevels), level);
-    if (found == std::end(kLevels)) throw std::runtime_error("level must be debug, info, warning or error");
-    const std::string text = joined(application.output(most, static_cast<int>(found - std::begin(kLevels))));
+    const auto most = static_cast<std::size_t>(number_argument(arguments, "lines", kUsualLines, 0, kMostLines));
+    const std::string level = choice_argument(arguments, "level", kLevels);
+    const int least = level == "debug" ? 0 : level == "info" ? 1 : level == "warning" ? 2 : 3;
+    const std::string text = joined(application.output(most, least));
     return text_result(text.empty() ? "Nothing of that level was printed." : text, false);
 }
 
@@ -182,13 +182,13 @@ std::vector<own_tool> app_tools(started_application& application) {
                          "). Returns when its session is in focus and frames flow, or says how far it came.",
                      timeout, false),
          [&application](const json& arguments, tool_run& run) {
-             return start_application(application, arguments, run);
+             return start_application(application, &started_application::start, arguments, run);
          }});
     tools.push_back({declaration("app_restart", "Ends the application if it runs, and starts it as app_start does.",
                                  timeout, false),
                      [&application](const json& arguments, tool_run& run) {
-                         stop_application(application, run);
-                         return start_application(application, arguments, run);
+                         run.through().prefer(0);
+                         return start_application(application, &started_application::restart, arguments, run);
                      }});
     tools.push_back({declaration("app_stop", "Ends the application and tells its exit code.", json::object(), false),
                      [&application](const json&, tool_run& run) {

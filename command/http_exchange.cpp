@@ -27,23 +27,29 @@ struct run_at_end {
 }  // namespace
 
 void http_exchange::notify(std::string message) {
-    const std::lock_guard lock(mutex_);
-    if (is_over_) return;
-    messages_.push_back(std::move(message));
-    changed_.notify_all();
+    {
+        const std::lock_guard lock(mutex_);
+        if (is_over_) return;
+        messages_.push_back(std::move(message));
+    }
+    changed_.notify_all();  // who wakes shall not find the lock held
 }
 
 void http_exchange::answer(std::string message) {
-    const std::lock_guard lock(mutex_);
-    if (is_over_) return;
-    messages_.push_back(std::move(message));
-    is_over_ = true;
+    {
+        const std::lock_guard lock(mutex_);
+        if (is_over_) return;
+        messages_.push_back(std::move(message));
+        is_over_ = true;
+    }
     changed_.notify_all();
 }
 
 void http_exchange::give_up() {
-    const std::lock_guard lock(mutex_);
-    is_over_ = true;
+    {
+        const std::lock_guard lock(mutex_);
+        is_over_ = true;
+    }
     changed_.notify_all();
 }
 

@@ -1,5 +1,7 @@
 #include "command/http_rules.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
@@ -11,12 +13,34 @@
 namespace velmoor {
 namespace {
 
+std::string lower(std::string text) {
+    for (char& c : text) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
 // Takes the same time wherever they differ.
 bool is_equal_secret(std::string_view one, std::string_view other) {
     if (one.size() != other.size()) return false;
     unsigned difference = 0;
     for (std::size_t i = 0; i < one.size(); ++i) difference |= static_cast<unsigned>(one[i] ^ other[i]);
     return difference == 0;
+}
+
+// The scheme may be written large or small.
+bool has_token(const std::string& authorization, const std::string& token) {
+    const std::size_t blank = std::min(authorization.find(' '), authorization.size());
+    const std::size_t begin = std::min(authorization.find_first_not_of(' ', blank), authorization.size());
+    return lower(authorization.substr(0, blank)) == "bearer" &&
+           is_equal_secret(std::string_view(authorization).substr(begin), token);
+}
+
+// `part` is a header, or the address that the request came from.
+std::string why_foreign(const mcp::http_request& request, std::string_view part) {
+    constexpr const char* kOnly = "; without --token, velmoor serves this machine alone";
+    if (part == "address") return "Forbidden: the request comes from " + request.remote_address + kOnly;
+    const std::string given = header_of(request, part == "Host" ? "host" : "origin");
+    return "Forbidden: the header " + std::string(part) + " is \"" + given +
+           "\", and must name localhost, 127.0.0.1 or [::1]" + kOnly;
 }
 
 json id_of(const json& message) {
@@ -38,8 +62,12 @@ std::string header_of(const mcp::http_request& request, const std::string& name)
     return found == request.headers.end() ? std::string() : found->second;
 }
 
+bool brings_json(const mcp::http_request& request) {
+    return lower(header_of(request, "content-type")).find("application/json") != std::string::npos;
+}
+
 bool accepts(const mcp::http_request& request, std::string_view type) {
-    const std::string accepted = header_of(request, "accept");
+    const std::string accepted = lower(header_of(request, "accept"));
     if (accepted.empty() || accepted.find("*/*") != std::string::npos) return true;
     const std::string any = std::string(type.substr(0, type.find('/'))) + "/*";
     return accepted.find(type) != std::string::npos || accepted.find(any) != std::string::npos;
@@ -49,9 +77,9 @@ std::optional<mcp::http_answer> refuse_stranger(const mcp::http_request& request
     if (token.empty()) {
         const char* const foreign = mcp::foreign_part(request.remote_address, request.headers);
         if (!foreign) return std::nullopt;
-        return refused(403, nullptr, mcp::kInvalidRequest, std::string("Forbidden: foreign ") + foreign);
+        return refused(403, nullptr, mcp::kInvalidRequest, why_foreign(request, foreign));
     }
-    if (is_equal_secret(header_of(request, "authorization"), "Bearer " + token)) return std::nullopt;
+    if (has_token(header_of(request, "authorization"), token)) return std::nullopt;
     mcp::http_answer answer =
         refused(401, nullptr, mcp::kInvalidRequest, "Unauthorized: the token is missing or wrong");
     answer.own_headers.emplace_back("WWW-Authenticate", "Bearer");

@@ -17,6 +17,7 @@ mcp::http_answer refused(int status, const json& id, std::int32_t code, const st
 // The header of that lower-cased name; empty if there is none.
 std::string header_of(const mcp::http_request& request, const std::string& name);
 
+bool brings_json(const mcp::http_request& request);
 bool accepts(const mcp::http_request& request, std::string_view type);
 
 // Who is served: this machine alone, or, with a token, whoever has it.

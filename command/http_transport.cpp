@@ -136,7 +136,7 @@ std::optional<mcp::http_answer> http_transport::look_at_head(const mcp::http_req
 
 mcp::http_answer http_transport::take_post(const mcp::http_request& request, mcp::http_body& body) {
     if (body.refusal != 0) return only(body.refusal);
-    if (header_of(request, "content-type").find("application/json") == std::string::npos) {
+    if (!brings_json(request)) {
         return refused(415, nullptr, mcp::kInvalidRequest, "The content type must be application/json");
     }
     if (!accepts(request, "application/json") && !accepts(request, "text/event-stream")) {
@@ -146,7 +146,7 @@ mcp::http_answer http_transport::take_post(const mcp::http_request& request, mcp
     try {
         message = mcp::parse_json(body.text);
     } catch (const std::exception& e) {
-        return refused(400, nullptr, kParseError, std::string("Parse error: ") + e.what());
+        return refused(400, nullptr, kParseError, "Parse error: " + mcp::reason_of(e));
     }
     const std::string method = method_of(message);
     const bool stands_alone = !revision_of_request(message).empty();

@@ -3,8 +3,10 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cmath>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <exception>
 #include <memory>
 #include <string>
@@ -194,6 +196,10 @@ void add_launch_options(CLI::App& command, options& given) {
 void add_wait(CLI::App& command, options& given) {
     command.add_option("--wait", given.wait_seconds, "Seconds that a call waits for an application")
         ->capture_default_str()
+        // Range lets through what is no number.
+        ->check([](const std::string& text) {
+            return std::isnan(std::strtod(text.c_str(), nullptr)) ? text + " is no number" : std::string();
+        })
         ->check(CLI::Range(0.0, 3600.0));
 }
 

@@ -114,7 +114,7 @@ int call_once(bridge& through, const call_request& request) {
         try {
             arguments = mcp::parse_json(request.arguments);
         } catch (const std::exception& e) {
-            std::fprintf(stderr, "velmoor: the arguments are no JSON: %s\n", e.what());
+            std::fprintf(stderr, "velmoor: the arguments are no JSON: %s\n", mcp::reason_of(e).c_str());
             return kMisused;
         }
     }

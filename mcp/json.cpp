@@ -69,6 +69,12 @@ json parse_json(std::string_view text) {
     return json::parse(text.begin(), text.end());
 }
 
+std::string reason_of(const std::exception& failure) {
+    const std::string_view text = failure.what();
+    const std::size_t end = text.starts_with("[json.exception") ? text.find("] ") : std::string_view::npos;
+    return std::string(end == std::string_view::npos ? text : text.substr(end + 2));
+}
+
 std::size_t json_overhead(std::string_view text) {
     const json_extent extent = measure(text);
     return extent.excess ? 0 : extent.values * kJsonValueBytes;

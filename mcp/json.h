@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <exception>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
@@ -29,6 +30,9 @@ inline constexpr std::size_t kJsonValueBytes = 128;
 // The value of `text`. Throws json::exception if it is no JSON, or std::runtime_error if it is beyond one of the
 // limits above.
 json parse_json(std::string_view text);
+
+// What such an exception says, without the library's own name for it.
+std::string reason_of(const std::exception& failure);
 
 // Bytes of memory that the value of `text` takes at most beyond the length of `text`. Nothing is parsed for that.
 // 0 if `text` is beyond one of the limits.

@@ -8,8 +8,8 @@
 
 namespace mcp {
 
-// The inodes of the sockets that listen on `port`, on whatever address of IPv4 or of IPv6. Asks the system for these
-// alone, since its table of all connections (/proc/net/tcp) takes milliseconds to read; empty if it doesn't tell.
+// The inodes of the sockets that listen on `port`, on whatever address of IPv4 or of IPv6. Empty if
+// the system doesn't tell.
 std::set<ino_t> listening_inodes(bool ipv6, int port);
 
 // True if a socket of another process is among them. Also false where that can't be known.

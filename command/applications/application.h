@@ -5,11 +5,13 @@
 
 #include <cstdint>
 #include <functional>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "mcp/client/dial.h"
+#include "mcp/socket_diagnosis.h"
 
 namespace velmoor {
 
@@ -22,7 +24,8 @@ struct application {
     pid_t network_process = 0;  // one that is in there, by which it can be entered; 0 for that of this process
     bool ipv4 = false;          // where it listens
     bool ipv6 = false;
-    std::set<ino_t> sockets;  // that it listens with
+    std::set<ino_t> sockets;                                     // that it listens with
+    std::shared_ptr<mcp::socket_diagnosis> diagnosis = nullptr;  // tells of its network; null if nothing does
 };
 
 // The same process, listening in the same place. It may have begun to listen anew.

@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <memory>
 #include <mutex>
+#include <utility>
 
 #include "command/applications/proc.h"
 #include "command/applications/reach.h"
-#include "mcp/port_sharing.h"
 
 namespace velmoor {
 namespace {
@@ -34,6 +34,7 @@ std::vector<application> application_finder::find() {
             made.name = pid == 0 ? std::string() : program_of(pid);
             made.network = each.network;
             made.network_process = each.network_process;
+            made.diagnosis = each.diagnosis;
             known = found.insert(found.end(), std::move(made));
         }
         (each.ipv6 ? known->ipv6 : known->ipv4) = true;
@@ -47,16 +48,23 @@ std::vector<application> application_finder::find() {
 
 std::vector<application_finder::listener> application_finder::listeners() {
     std::vector<listener> found;
-    const auto look_in = [&](ino_t network, pid_t network_process, pid_t by) {
-        each_tcp_row(by, port_, [&](const tcp_row& row, bool ipv6) {
-            if (row.listens && row.inode != 0) found.push_back({row.inode, ipv6, row.user, network, network_process});
-        });
+    const auto look_in = [&](ino_t network, const other_network& by) {
+        if (by.process != 0 && !by.diagnosis) {
+            each_tcp_row(by.process, port_, [&](const tcp_row& row, bool ipv6) {
+                if (row.listens && row.inode != 0)
+                    found.push_back({row.inode, ipv6, row.user, network, by.process, nullptr});
+            });
+            return;
+        }
+        for (const bool ipv6 : {false, true}) {
+            for (const auto& each : by.diagnosis->listeners(ipv6, port_)) {
+                found.push_back({each.inode, ipv6, each.user, network, by.process, by.diagnosis});
+            }
+        }
     };
-    // Whether there is any in this network the system tells quickly. Only then its table is read, for their users.
-    const bool is_served = !mcp::listening_inodes(false, port_).empty() || !mcp::listening_inodes(true, port_).empty();
-    if (is_served) look_in(network_of(getpid()), 0, getpid());
+    look_in(network_of(getpid()), {0, diagnosis_});
     look_for_networks();
-    for (const auto& [network, process] : networks_) look_in(network, process, process);
+    for (const auto& [network, by] : networks_) look_in(network, by);
     return found;
 }
 
@@ -65,11 +73,14 @@ void application_finder::look_for_networks() {
     if (now < networks_due_) return;
     networks_due_ = now + kNetworksHold;
     const ino_t own = network_of(getpid());
-    networks_.clear();
+    const std::map<ino_t, other_network> before = std::exchange(networks_, {});
     for (const pid_t pid : all_processes()) {
         const ino_t network = network_of(pid);
         if (network == 0 || network == own || networks_.contains(network)) continue;
-        if (has_variable(pid, kRunVariable)) networks_.emplace(network, pid);
+        if (!has_variable(pid, kRunVariable)) continue;
+        // While a socket of that network is held, its number stands for no other.
+        const auto known = before.find(network);
+        networks_[network] = {pid, known != before.end() ? known->second.diagnosis : diagnosis_in_network_of(pid)};
     }
 }
 

@@ -28,6 +28,11 @@ class application_finder {
         uid_t user = 0;
         ino_t network = 0;
         pid_t network_process = 0;
+        std::shared_ptr<mcp::socket_diagnosis> diagnosis;
+    };
+    struct other_network {
+        pid_t process = 0;  // one that is in it
+        std::shared_ptr<mcp::socket_diagnosis> diagnosis;
     };
 
     std::vector<listener> listeners();
@@ -35,7 +40,8 @@ class application_finder {
     pid_t owner_of(ino_t socket);
 
     const std::uint16_t port_;
-    std::map<ino_t, pid_t> networks_;  // beside this one, each with a process in it
+    const std::shared_ptr<mcp::socket_diagnosis> diagnosis_ = std::make_shared<mcp::socket_diagnosis>();
+    std::map<ino_t, other_network> networks_;  // beside this one
     std::chrono::steady_clock::time_point networks_due_;
     std::map<ino_t, pid_t> owners_;  // of listening sockets; 0 where the system does not show it
 };

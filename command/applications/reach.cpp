@@ -1,6 +1,7 @@
 #include "command/applications/reach.h"
 
 #include <fcntl.h>
+#include <linux/netlink.h>
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <poll.h>
@@ -53,44 +54,72 @@ struct loopback {
     const sockaddr* get() const { return reinterpret_cast<const sockaddr*>(&address); }
 };
 
+// A message that passes one descriptor from process to process.
+struct passing_message {
+    char byte = 0;
+    iovec content{&byte, 1};
+    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof(int))> control{};
+    msghdr message{};
+
+    passing_message() {
+        message.msg_iov = &content;
+        message.msg_iovlen = 1;
+        message.msg_control = control.data();
+        message.msg_controllen = control.size();
+    }
+    passing_message(const passing_message&) = delete;
+    passing_message& operator=(const passing_message&) = delete;
+};
+
+// As socket() takes it.
+struct socket_kind {
+    int family;
+    int type;
+    int protocol;
+};
+
 // Runs in a child process: nothing but system calls may be used here.
-[[noreturn]] void send_socket(int user_namespace, int network_namespace, int family, int channel) {
+[[noreturn]] void send_socket(int user_namespace, int network_namespace, const socket_kind& kind, int channel) {
     if (setns(network_namespace, CLONE_NEWNET) != 0) {
         // A user's own network lies in a user namespace of his, where he may do that.
         if (setns(user_namespace, CLONE_NEWUSER) != 0 || setns(network_namespace, CLONE_NEWNET) != 0) _exit(1);
     }
-    int made = socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    const int made = socket(kind.family, kind.type, kind.protocol);
     if (made < 0) _exit(2);
-    char byte = 0;
-    iovec content{&byte, 1};
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof made)> control{};
-    msghdr message{};
-    message.msg_iov = &content;
-    message.msg_iovlen = 1;
-    message.msg_control = control.data();
-    message.msg_controllen = control.size();
-    cmsghdr* const header = CMSG_FIRSTHDR(&message);
+    passing_message sent;
+    cmsghdr* const header = CMSG_FIRSTHDR(&sent.message);
     header->cmsg_level = SOL_SOCKET;
     header->cmsg_type = SCM_RIGHTS;
     header->cmsg_len = CMSG_LEN(sizeof made);
     std::memcpy(CMSG_DATA(header), &made, sizeof made);
-    _exit(sendmsg(channel, &message, MSG_NOSIGNAL) == 1 ? 0 : 3);
+    _exit(sendmsg(channel, &sent.message, MSG_NOSIGNAL) == 1 ? 0 : 3);
 }
 
 descriptor receive_socket(int channel) {
-    char byte = 0;
-    iovec content{&byte, 1};
+    passing_message received;
+    if (recvmsg(channel, &received.message, MSG_CMSG_CLOEXEC) != 1) return {};
     int made = -1;
-    alignas(cmsghdr) std::array<char, CMSG_SPACE(sizeof made)> control{};
-    msghdr message{};
-    message.msg_iov = &content;
-    message.msg_iovlen = 1;
-    message.msg_control = control.data();
-    message.msg_controllen = control.size();
-    if (recvmsg(channel, &message, MSG_CMSG_CLOEXEC) != 1) return {};
-    const cmsghdr* const header = CMSG_FIRSTHDR(&message);
+    const cmsghdr* const header = CMSG_FIRSTHDR(&received.message);
     if (header && header->cmsg_type == SCM_RIGHTS) std::memcpy(&made, CMSG_DATA(header), sizeof made);
     return descriptor(made);
+}
+
+// A socket that is in the network of that process; none if it can't be entered.
+descriptor socket_in_network_of(pid_t process, const socket_kind& kind) {
+    const std::string spaces = "/proc/" + std::to_string(process) + "/ns/";
+    const descriptor user(open((spaces + "user").c_str(), O_RDONLY | O_CLOEXEC));
+    const descriptor network(open((spaces + "net").c_str(), O_RDONLY | O_CLOEXEC));
+    std::array<int, 2> ends{-1, -1};
+    if (!network || socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) return {};
+    const descriptor ours(ends[0]);
+    descriptor theirs(ends[1]);
+    const pid_t child = fork();
+    if (child == 0) send_socket(user.get(), network.get(), kind, theirs.get());
+    theirs.reset();
+    if (child < 0) return {};
+    descriptor made = receive_socket(ours.get());
+    waitpid(child, nullptr, 0);
+    return made;
 }
 
 // The error of connecting, or 0.
@@ -112,6 +141,37 @@ std::uint16_t own_port(int socket) {
                                                : reinterpret_cast<const sockaddr_in&>(address).sin_port);
 }
 
+// What is seen of a connection to `wanted` from the port `from`.
+struct sight {
+    bool is_shared = false;          // others listen there as well
+    std::optional<ino_t> other_end;  // none until it has been accepted
+};
+
+sight look_at_table(const application& wanted, std::uint16_t port, std::uint16_t from) {
+    sight seen;
+    each_tcp_row(wanted.network_process != 0 ? wanted.network_process : getpid(), port,
+                 [&](const tcp_row& row, bool /*ipv6*/) {
+                     if (row.listens) seen.is_shared |= !wanted.sockets.contains(row.inode);
+                     if (!row.listens && row.remote_port == from && row.inode != 0) seen.other_end = row.inode;
+                 });
+    return seen;
+}
+
+sight look_at_connection(const application& wanted, int family, std::uint16_t port, std::uint16_t from) {
+    if (!wanted.diagnosis) return look_at_table(wanted, port, from);
+    sight seen;
+    for (const bool ipv6 : {false, true}) {
+        for (const auto& each : wanted.diagnosis->listeners(ipv6, port)) {
+            seen.is_shared |= !wanted.sockets.contains(each.inode);
+        }
+    }
+    if (!seen.is_shared) return seen;
+    seen.other_end = wanted.diagnosis->loopback_end(family == AF_INET6, port, from);
+    if (!seen.other_end) return look_at_table(wanted, port, from);
+    if (*seen.other_end == 0) seen.other_end.reset();
+    return seen;
+}
+
 struct owner {
     bool is_wanted = false;
     bool is_certain = false;
@@ -119,20 +179,14 @@ struct owner {
 
 // Whether the other end of a connection from `from` is the application's. The system shows that end without an owner
 // until it has been accepted.
-owner owner_of_connection(const application& wanted, std::uint16_t port, std::uint16_t from) {
-    const pid_t by = wanted.network_process != 0 ? wanted.network_process : getpid();
+owner owner_of_connection(const application& wanted, int family, std::uint16_t port, std::uint16_t from) {
     const auto deadline = std::chrono::steady_clock::now() + kAcceptLimit;
     for (;;) {
-        ino_t other_end = 0;
-        bool is_shared = false;
-        each_tcp_row(by, port, [&](const tcp_row& row, bool /*ipv6*/) {
-            if (row.listens) is_shared |= !wanted.sockets.contains(row.inode);
-            if (!row.listens && row.remote_port == from) other_end = row.inode;
-        });
+        const sight seen = look_at_connection(wanted, family, port, from);
         // Nobody else listens there: nobody else can have it.
-        if (!is_shared) return {true, true};
+        if (!seen.is_shared) return {true, true};
         if (wanted.pid == 0) return {false, false};
-        if (other_end != 0) return {holds_socket(wanted.pid, other_end), true};
+        if (seen.other_end) return {holds_socket(wanted.pid, *seen.other_end), true};
         if (std::chrono::steady_clock::now() > deadline) return {false, false};
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     }
@@ -141,15 +195,15 @@ owner owner_of_connection(const application& wanted, std::uint16_t port, std::ui
 dialed reach_by(int family, const application& to, std::uint16_t port) {
     const loopback address(family, port);
     for (int left = kMostTries; left > 0; --left) {
-        descriptor made = to.network_process != 0
-                              ? socket_in_network_of(to.network_process, family)
-                              : descriptor(socket(family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+        const socket_kind kind{family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0};
+        descriptor made = to.network_process != 0 ? socket_in_network_of(to.network_process, kind)
+                                                  : descriptor(socket(kind.family, kind.type, kind.protocol));
         if (!made) return {{}, "the network of " + label(to) + " can't be entered"};
         const int on = 1;
         setsockopt(made.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
         const int error = connect_within(made.get(), address, kConnectMilliseconds);
         if (error != 0) return {{}, label(to) + ": " + std::system_category().message(error)};
-        const owner its = owner_of_connection(to, port, own_port(made.get()));
+        const owner its = owner_of_connection(to, family, port, own_port(made.get()));
         if (its.is_wanted) return {std::move(made), {}};
         if (!its.is_certain) return {{}, "who took the connection to " + label(to) + " can't be told"};
     }
@@ -158,21 +212,9 @@ dialed reach_by(int family, const application& to, std::uint16_t port) {
 
 }  // namespace
 
-descriptor socket_in_network_of(pid_t process, int family) {
-    const std::string spaces = "/proc/" + std::to_string(process) + "/ns/";
-    const descriptor user(open((spaces + "user").c_str(), O_RDONLY | O_CLOEXEC));
-    const descriptor network(open((spaces + "net").c_str(), O_RDONLY | O_CLOEXEC));
-    std::array<int, 2> ends{-1, -1};
-    if (!network || socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) return {};
-    const descriptor ours(ends[0]);
-    descriptor theirs(ends[1]);
-    const pid_t child = fork();
-    if (child == 0) send_socket(user.get(), network.get(), family, theirs.get());
-    theirs.reset();
-    if (child < 0) return {};
-    descriptor made = receive_socket(ours.get());
-    waitpid(child, nullptr, 0);
-    return made;
+std::shared_ptr<mcp::socket_diagnosis> diagnosis_in_network_of(pid_t process) {
+    descriptor made = socket_in_network_of(process, {AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_SOCK_DIAG});
+    return made ? std::make_shared<mcp::socket_diagnosis>(made.release()) : nullptr;
 }
 
 dialed reach(const application& to, std::uint16_t port) {

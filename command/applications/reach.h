@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 
 #include "command/applications/application.h"
 
@@ -9,7 +10,7 @@ namespace velmoor {
 
 mcp::dialed reach(const application& to, std::uint16_t port);
 
-// A TCP socket that is in the network of that process; none if it can't be entered.
-mcp::descriptor socket_in_network_of(pid_t process, int family);
+// Tells of the sockets in the network of that process; null if it can't be entered.
+std::shared_ptr<mcp::socket_diagnosis> diagnosis_in_network_of(pid_t process);
 
 }  // namespace velmoor

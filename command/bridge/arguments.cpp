@@ -25,6 +25,18 @@ std::string range_text(double least, double most) {
 
 }  // namespace
 
+void refuse_unknown(const json& declaration, const json& arguments) {
+    if (!arguments.is_object()) throw std::runtime_error("arguments must be an object");
+    const json& known = declaration.at("inputSchema").at("properties");
+    for (const auto& [name, value] : arguments.items()) {
+        if (known.contains(name) || name == "app" || name == "reason" || name == "sentiment") continue;
+        std::string text =
+            declaration.at("name").get<std::string>() + " takes no argument \"" + name + "\"; it takes: ";
+        for (const auto& [each, schema] : known.items()) text += each + ", ";
+        throw std::runtime_error(text + (known.contains("app") ? "reason, sentiment" : "app, reason, sentiment"));
+    }
+}
+
 double number_argument(const json& arguments, const char* name, double usual, double least, double most) {
     const json given = argument(arguments, name);
     if (given.is_null()) return usual;
@@ -57,6 +69,13 @@ std::vector<double> numbers_argument(const json& arguments, const char* name, st
     if (given.is_array() && given.size() == count && std::all_of(given.begin(), given.end(), fits)) return given;
     throw std::runtime_error(std::string(name) + " must be " + std::to_string(count) + " numbers " +
                              range_text(least, most));
+}
+
+json object_argument(const json& arguments, const char* name) {
+    json given = argument(arguments, name);
+    if (given.is_null()) return json::object();
+    if (given.is_object()) return given;
+    throw std::runtime_error(std::string(name) + " must be an object");
 }
 
 json app_of(const json& arguments) {

@@ -11,6 +11,10 @@ namespace velmoor {
 
 using mcp::json;
 
+// Throws where there is one that the tool's declaration has no property for, or they are no object. What goes with any
+// tool is always taken.
+void refuse_unknown(const json& declaration, const json& arguments);
+
 double number_argument(const json& arguments, const char* name, double usual, double least, double most);
 // Empty if it is not given.
 std::string text_argument(const json& arguments, const char* name);
@@ -19,6 +23,9 @@ std::string choice_argument(const json& arguments, const char* name, const std::
 // Such a list of numbers; empty if it is not given.
 std::vector<double> numbers_argument(const json& arguments, const char* name, std::size_t count, double least,
                                      double most);
+
+// Empty object if it is not given.
+json object_argument(const json& arguments, const char* name);
 
 // What names the application, for calls that a tool makes: `app` or nothing.
 json app_of(const json& arguments);

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <utility>
 
+#include "command/bridge/arguments.h"
 #include "command/bridge/pictures.h"
 #include "command/bridge/results.h"
 #include "command/bridge/tool_list.h"
@@ -121,14 +122,30 @@ std::string bridge::take_app_argument(const std::string& tool, json& arguments) 
     return app.is_string() ? app.get<std::string>() : mcp::dump_json(app);
 }
 
+bool bridge::has_process_locked(pid_t process) const {
+    return std::any_of(links_.begin(), links_.end(), [&](const auto& each) { return each->who().pid == process; });
+}
+
+bool bridge::has_process(pid_t process) {
+    const std::lock_guard lock(mutex_);
+    return has_process_locked(process);
+}
+
+bool bridge::is_meant_locked(const application& one, const open_call& by) const {
+    if (by.call.process != 0) return one.pid == by.call.process;
+    return by.app.empty() ? preferred_ == 0 || one.pid == preferred_ : answers_to(one, by.app);
+}
+
 bridge::choice bridge::choose_locked(const open_call& call) const {
+    const pid_t process = call.call.process;
+    if (process != 0 && !has_process_locked(process)) {
+        return {nullptr, "The call was not run: the application (pid " + std::to_string(process) + ") is gone."};
+    }
     std::vector<std::shared_ptr<application_link>> fit;
     bool all_ready = true;
     for (const auto& each : links_) {
         if (each->state() == link_state::failing) continue;
-        const bool fits =
-            call.app.empty() ? preferred_ == 0 || each->who().pid == preferred_ : answers_to(each->who(), call.app);
-        if (!fits) continue;
+        if (!is_meant_locked(each->who(), call)) continue;
         fit.push_back(each);
         all_ready &= each->state() == link_state::ready;
     }
@@ -258,14 +275,19 @@ void bridge::cancel(std::uint64_t id, const std::string& why) {
 
 void bridge::start_own(std::uint64_t id, const own_tool& tool, tool_call call) {
     join_ended_runs();
-    const auto run = std::make_shared<tool_run>(*this, std::move(call.report));
+    const auto run = std::make_shared<tool_run>(*this, std::move(call.report), call.process);
+    if (call.arguments.is_null()) call.arguments = json::object();
     auto work = [this, id, run, &tool, call] {
         try {
-            json outcome = outcome_of(tool.handler(call.arguments.is_object() ? call.arguments : json::object(), *run));
+            // One that stands for a tool of the layer takes what that takes.
+            if (!is_builtin(call.name)) refuse_unknown(tool.declaration, call.arguments);
+            json outcome = outcome_of(tool.handler(call.arguments, *run));
             keep_pictures(call, outcome);
             call.done(std::move(outcome));
         } catch (const tool_run::cancelled&) {
             call.done(error_outcome("cancelled"));  // which is of no use to whoever cancelled, nor does harm
+        } catch (const json::exception& e) {
+            call.done(error_outcome("the application's answer was not understood: " + mcp::reason_of(e)));
         } catch (const std::exception& e) {
             const std::string text = e.what();
             call.done(text.starts_with("Error:") ? outcome_of(text_result(text, true)) : error_outcome(text));

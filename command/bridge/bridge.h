@@ -75,6 +75,7 @@ class bridge final : public tool_source {
     std::vector<known_application> applications();
     // Where a call that names that application, or none, would go now; 0 if it would go nowhere.
     pid_t process_for(const std::string& app);
+    bool has_process(pid_t process);
     held_inputs& held() { return held_; }
 
  private:
@@ -105,6 +106,8 @@ class bridge final : public tool_source {
     };
 
     choice choose_locked(const open_call& call) const;
+    bool has_process_locked(pid_t process) const;
+    bool is_meant_locked(const application& one, const open_call& by) const;
     bool is_known_locked(const std::string& tool) const;
     void dispatch(const open_call_pointer& call);
     void hand_to(const std::shared_ptr<application_link>& link, const open_call_pointer& call);

@@ -88,7 +88,7 @@ bool client_session::take_text(std::string_view text, const std::shared_ptr<outl
     try {
         message = mcp::parse_json(text);
     } catch (const std::exception& e) {
-        to->answer(error_text(nullptr, kParseError, std::string("Parse error: ") + e.what()));
+        to->answer(error_text(nullptr, kParseError, "Parse error: " + mcp::reason_of(e)));
         return true;
     }
     return take(std::move(message), to);
@@ -96,8 +96,10 @@ bool client_session::take_text(std::string_view text, const std::shared_ptr<outl
 
 bool client_session::take(json message, const std::shared_ptr<outlet>& to) {
     if (message.is_array()) return take_batch(message, to);
+    const json given_id = message.is_object() ? message.value("id", json()) : json();
     const auto refuse = [&](const char* why) {
-        to->answer(error_text(nullptr, mcp::kInvalidRequest, std::string("Invalid request: ") + why));
+        to->answer(error_text(is_id(given_id) ? given_id : json(), mcp::kInvalidRequest,
+                              std::string("Invalid request: ") + why));
         return true;
     };
     if (!message.is_object()) return refuse("no object");

@@ -1,11 +1,14 @@
 #include "command/bridge/own_tool.h"
 
+#include <algorithm>
 #include <optional>
 #include <stdexcept>
 #include <utility>
 
+#include "command/bridge/arguments.h"
 #include "command/bridge/bridge.h"
 #include "command/bridge/pending_call.h"
+#include "command/bridge/results.h"
 #include "mcp/client/blocking_client.h"
 
 namespace velmoor {
@@ -34,9 +37,12 @@ std::vector<json> tool_run::call_all(const std::vector<planned_call>& calls) {
     std::vector<pending_call> pending;
     pending.reserve(calls.size());
     for (const auto& [tool, arguments] : calls) {
-        pending.emplace_back(
-            through_,
-            tool_call{.name = tool, .arguments = arguments, .done = nullptr, .report = nullptr, .is_inner = true});
+        pending.emplace_back(through_, tool_call{.name = tool,
+                                                 .arguments = arguments,
+                                                 .done = nullptr,
+                                                 .report = nullptr,
+                                                 .is_inner = true,
+                                                 .process = process_});
     }
     std::vector<json> outcomes;
     while (outcomes.size() < pending.size()) {
@@ -49,12 +55,39 @@ std::vector<json> tool_run::call_all(const std::vector<planned_call>& calls) {
             throw cancelled();
         }
     }
-    for (json& each : outcomes) each = result_in(std::move(each));
+    for (json& each : outcomes) {
+        if (is_failure(each)) look_for_application();
+        each = result_in(std::move(each));
+    }
     return outcomes;
+}
+
+void tool_run::stay_with(const json& arguments) {
+    if (process_ != 0) return;  // the tool that called does
+    try {
+        call("openxr_get_session_info", app_of(arguments));
+        stay_with_if_there(arguments);
+    } catch (const std::runtime_error&) {
+        // One that is there may have no session yet.
+        stay_with_if_there(arguments);
+        if (process_ == 0) throw;
+    }
+}
+
+void tool_run::stay_with_if_there(const json& arguments) {
+    if (process_ == 0) process_ = through_.process_for(app_name(arguments));
+}
+
+void tool_run::look_for_application() {
+    if (process_ == 0 || through_.has_process(process_)) return;
+    throw application_gone("the application (pid " + std::to_string(process_) +
+                           ") is gone: it has ended, or has destroyed its OpenXR instance");
 }
 
 json tool_run::ask(const std::string& tool, json arguments) try {
     return mcp::parse_json(mcp::text_of(call(tool, std::move(arguments))));
+} catch (const application_gone&) {
+    throw;
 } catch (const std::runtime_error&) {
     return nullptr;
 } catch (const json::exception&) {
@@ -66,8 +99,16 @@ void tool_run::tell(const std::string& message) {
 }
 
 void tool_run::wait_for(std::chrono::milliseconds time) {
-    std::unique_lock lock(mutex_);
-    if (changed_.wait_for(lock, time, [this] { return is_cancelled_; })) throw cancelled();
+    const auto end = std::chrono::steady_clock::now() + time;
+    do {
+        look_for_application();
+        const auto left = end - std::chrono::steady_clock::now();
+        std::unique_lock lock(mutex_);
+        if (changed_.wait_for(lock, std::min<std::chrono::nanoseconds>(left, kBetweenLooks),
+                              [this] { return is_cancelled_; })) {
+            throw cancelled();
+        }
+    } while (std::chrono::steady_clock::now() < end);
 }
 
 void tool_run::wait_for_frame(std::chrono::milliseconds time) {

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -24,11 +25,22 @@ struct planned_call {
 class tool_run {
  public:
     struct cancelled {};
+    // Of the application that the run stays with.
+    struct application_gone : std::runtime_error {
+        using std::runtime_error::runtime_error;
+    };
 
-    tool_run(bridge& through, std::function<void(json&&)> report) : through_(through), report_(std::move(report)) {}
+    // With a `process`, as after stay_with().
+    tool_run(bridge& through, std::function<void(json&&)> report, pid_t process = 0)
+        : through_(through), report_(std::move(report)), process_(process) {}
 
     bridge& through() { return through_; }
 
+    // Waits for the application that `arguments` name. From then on all calls go to that process; they, and what waits
+    // here, throw application_gone as soon as it is gone.
+    void stay_with(const json& arguments);
+    // Likewise, where it is there already.
+    void stay_with_if_there(const json& arguments);
     // Calls a tool of an application, and gives its result. Throws std::runtime_error with the error's text, also where
     // the result says that it is one.
     json call(const std::string& tool, json arguments);
@@ -46,9 +58,11 @@ class tool_run {
 
  private:
     bool is_cancelled();
+    void look_for_application();
 
     bridge& through_;
     const std::function<void(json&&)> report_;
+    pid_t process_;  // that it stays with; 0 if none
     int steps_ = 0;
 
     std::mutex mutex_;  // all below

@@ -15,8 +15,10 @@ struct pending_call::arrival {
 pending_call::pending_call(tool_source& through, tool_call call)
     : through_(through), id_(through.new_call_id()), arrived_(std::make_shared<arrival>()) {
     call.done = [arrived = arrived_](json&& outcome) {
-        const std::lock_guard lock(arrived->mutex);
-        arrived->outcome = std::move(outcome);
+        {
+            const std::lock_guard lock(arrived->mutex);
+            arrived->outcome = std::move(outcome);
+        }
         arrived->changed.notify_all();
     };
     through_.start(id_, std::move(call));

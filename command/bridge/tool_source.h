@@ -1,6 +1,8 @@
 // Where a client's calls go.
 #pragma once
 
+#include <sys/types.h>
+
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -21,6 +23,7 @@ struct tool_call {
     // `progress`, which rises, and perhaps `total` and `message`. Empty if the caller wants none.
     std::function<void(json&& progress)> report;
     bool is_inner = false;  // made by a tool of the bridge's own
+    pid_t process = 0;      // that alone may run it: it fails as soon as that one is gone. 0 for any
 };
 
 class tool_source {

@@ -34,6 +34,7 @@ using clock = std::chrono::steady_clock;
 
 // From asking the application to end to ending it.
 constexpr std::chrono::milliseconds kGrace{5000};
+constexpr int kKeepersTime = 10000;  // milliseconds: the grace, and what it takes to end the rest
 constexpr int kPollMilliseconds = 100;
 constexpr int kChannel = 3;  // as the keeper knows it
 
@@ -162,10 +163,22 @@ keeper start_keeper(const std::vector<std::string>& command, const launch_option
     environment variables = current_environment();
     for (const auto& [name, value] : options.variables) variables[name] = value;
     std::vector<std::string> entries = entries_of(variables);
-    const int error = posix_spawn(&made.process, "/proc/self/exe", &its.actions, nullptr, pointers_to(words).data(),
-                                  pointers_to(entries).data());
+    const int error = posix_spawn(&made.process, options.keeper.c_str(), &its.actions, nullptr,
+                                  pointers_to(words).data(), pointers_to(entries).data());
     if (error != 0) throw std::runtime_error(std::string("no process can be started: ") + std::strerror(error));
     return made;
+}
+
+int end_keeper(const keeper& which) {
+    shutdown(which.channel.get(), SHUT_WR);
+    pollfd its_end{which.channel.get(), POLLIN, 0};
+    if (poll(&its_end, 1, kKeepersTime) == 0) {
+        for (const pid_t each : descendants_of(which.process)) kill(each, SIGKILL);
+        kill(which.process, SIGKILL);
+    }
+    int status = 0;
+    waitpid(which.process, &status, 0);
+    return status;
 }
 
 int run_application(const std::vector<std::string>& command, const launch_options& options) {

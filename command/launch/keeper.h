@@ -26,6 +26,10 @@ struct keeper {
 // this process's. Throws std::runtime_error.
 keeper start_keeper(const std::vector<std::string>& command, const launch_options& options, int output);
 
+// Has it end the application, and itself: gives its status, as of waitpid(). One that does not follow is killed, with
+// all below it.
+int end_keeper(const keeper& which);
+
 // Until the application has ended, or this process is told to end: gives the application's exit code, or 128 and the
 // number of the signal that ended it. To be called while the process has one thread.
 int run_application(const std::vector<std::string>& command, const launch_options& options);

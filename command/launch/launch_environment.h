@@ -20,10 +20,11 @@ struct own_files {
 own_files files_beside_program();
 
 struct launch_options {
-    bool simulator = true;     // in place of the active runtime
-    bool own_network = true;   // where the system lets us
-    std::string control = {};  // path of the simulator's socket; none if empty
-    environment variables{};   // beside this process's
+    bool simulator = true;                  // in place of the active runtime
+    bool own_network = true;                // where the system lets us
+    std::string control = {};               // path of the simulator's socket; none if empty
+    environment variables{};                // beside this process's
+    std::string keeper = "/proc/self/exe";  // the program `velmoor`
 };
 
 environment current_environment();

@@ -18,6 +18,7 @@ namespace {
 
 constexpr std::size_t kMostLines = 5000;
 constexpr std::size_t kMostLineBytes = 4000;
+constexpr std::size_t kMostBytesOfTheEnd = std::size_t{1} << 20;
 constexpr int kPollMilliseconds = 100;
 
 std::string shown(const std::vector<std::string>& command) {
@@ -55,8 +56,23 @@ output_line parse_output_line(const std::string& text) {
 started_application::started_application(std::vector<std::string> command, launch_options options)
     : command_(std::move(command)), options_(std::move(options)), shown_command_(shown(command_)) {}
 
-void started_application::start() {
+int started_application::start() {
     const std::lock_guard change(change_mutex_);
+    return start_alone();
+}
+
+std::optional<int> started_application::stop() {
+    const std::lock_guard change(change_mutex_);
+    return stop_alone();
+}
+
+int started_application::restart() {
+    const std::lock_guard change(change_mutex_);
+    stop_alone();
+    return start_alone();
+}
+
+int started_application::start_alone() {
     if (is_running()) throw std::runtime_error("the application runs already");
     std::array<int, 2> output{-1, -1};
     if (pipe2(output.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe can be had");
@@ -75,17 +91,14 @@ void started_application::start() {
     exit_code_.reset();
     is_ended_ = false;
     reader_ = std::thread([this, from = read_end.release()] { read_output(from); });
+    return ++starts_;
 }
 
-std::optional<int> started_application::stop() {
-    const std::lock_guard change(change_mutex_);
+std::optional<int> started_application::stop_alone() {
     const bool was_running = is_running();
     const std::lock_guard lock(mutex_);
     if (keeper_ != 0) {
-        channel_.reset();
-        int status = 0;
-        waitpid(keeper_, &status, 0);
-        take_end_locked(status);
+        take_end_locked(end_keeper({keeper_, std::move(channel_)}));
     }
     // Whoever holds the other end has ended.
     if (reader_.joinable()) reader_.join();
@@ -132,7 +145,8 @@ void started_application::read_output(int from) {
     const mcp::descriptor source(from);
     std::array<char, 65536> bytes;
     std::string line;
-    for (;;) {
+    // Somebody who was left behind may print for ever.
+    for (std::size_t left = kMostBytesOfTheEnd; left > 0;) {
         pollfd waiting{source.get(), POLLIN, 0};
         if (poll(&waiting, 1, kPollMilliseconds) == 0) {
             if (is_ended_) break;
@@ -140,6 +154,7 @@ void started_application::read_output(int from) {
         }
         const ssize_t count = read(source.get(), bytes.data(), bytes.size());
         if (count <= 0) break;
+        if (is_ended_) left -= std::min(left, static_cast<std::size_t>(count));
         const std::lock_guard lock(output_mutex_);
         for (const char byte : std::string_view(bytes.data(), static_cast<std::size_t>(count))) {
             if (byte != '\n' && line.size() < kMostLineBytes) {

@@ -36,12 +36,15 @@ class started_application {
     started_application(const started_application&) = delete;
     started_application& operator=(const started_application&) = delete;
 
-    // Throws std::runtime_error if it runs already or no process can be had.
-    void start();
+    // Throws std::runtime_error if it runs already or no process can be had. Gives the number of this start.
+    int start();
     // Gives its exit code, if it was running. Asks it to end, and ends it where it doesn't.
     std::optional<int> stop();
+    // Both, with no start or end of others between them.
+    int restart();
 
     bool is_running();
+    int last_start() const { return starts_; }
     std::optional<int> exit_code();  // of the last that has ended by itself or by stop()
     // Whether that process is the application or one that it has started.
     bool is_part(pid_t process);
@@ -53,6 +56,8 @@ class started_application {
     std::vector<output_line> output(std::size_t most, int level) const;
 
  private:
+    int start_alone();
+    std::optional<int> stop_alone();
     void read_output(int from);
     void take_line_locked(const std::string& line);
     void take_end_locked(int status);
@@ -67,6 +72,7 @@ class started_application {
     mcp::descriptor channel_;
     std::optional<int> exit_code_;
     std::thread reader_;
+    std::atomic<int> starts_{0};
     std::atomic<bool> is_ended_{false};  // then nothing more is printed, but perhaps by somebody who was left behind
 
     mutable std::mutex output_mutex_;  // all below

@@ -32,14 +32,21 @@ struct planned_step {
 
 planned_step step_from(const json& given, const json& app) {
     if (!given.is_object()) throw std::runtime_error("it must be an object");
+    for (const auto& [name, value] : given.items()) {
+        if (name != "at" && name != "frames" && name != "tool" && name != "arguments") {
+            throw std::runtime_error("a step takes no \"" + name + "\"; it takes: at, frames, tool, arguments");
+        }
+    }
     planned_step made;
     if (given.contains("at")) made.at = number_argument(given, "at", 0, 0, kMostSeconds);
     if (given.contains("frames")) {
+        if (given.contains("tool") || given.contains("arguments")) {
+            throw std::runtime_error("it waits so many frames, or calls a tool with arguments; not both");
+        }
         made.call = {"xr_wait", {{"frames", number_argument(given, "frames", 0, 0, 100000)}}};
     } else {
         if (text_argument(given, "tool").empty()) throw std::runtime_error("name a tool, or frames to wait");
-        made.call = {choice_argument(given, "tool", kTools), given.value("arguments", json::object())};
-        if (!made.call.arguments.is_object()) throw std::runtime_error("arguments must be an object");
+        made.call = {choice_argument(given, "tool", kTools), object_argument(given, "arguments")};
     }
     made.call.arguments.update(app);
     return made;
@@ -91,26 +98,26 @@ class frame_count {
 
 json act(const json& arguments, tool_run& run) {
     const std::vector<planned_step> steps = steps_of(arguments);
-    run.call("openxr_get_session_info", app_of(arguments));  // waits for the application, outside of the steps' time
+    run.stay_with(arguments);  // waits for it, outside of the steps' time
     frame_count frames(run, app_of(arguments));
     const auto begin = clock::now();
     const auto seconds = [&] { return std::chrono::duration<double>(clock::now() - begin).count(); };
     json rows = json::array();
     std::string failure;
     for (const planned_step& each : steps) {
-        while (each.at && seconds() < *each.at) {
-            run.wait_for(std::chrono::milliseconds(static_cast<int>(std::ceil((*each.at - seconds()) * 1000))));
-        }
         json row{{"step", rows.size() + 1}, {"tool", each.call.tool}};
-        row["begun"] = seconds();
         try {
+            while (each.at && seconds() < *each.at) {
+                run.wait_for(std::chrono::milliseconds(static_cast<int>(std::ceil((*each.at - seconds()) * 1000))));
+            }
+            row["begun"] = seconds();
             run.call(each.call.tool, each.call.arguments);
+            row["ended"] = seconds();
+            const json frame = frames.now();
+            if (frame.is_object()) row.update(frame);
         } catch (const std::exception& e) {
             failure = e.what();
         }
-        row["ended"] = seconds();
-        const json frame = frames.now();
-        if (frame.is_object()) row.update(frame);
         rows.push_back(std::move(row));
         if (!failure.empty()) break;
         run.tell("Step " + std::to_string(rows.size()) + " of " + std::to_string(steps.size()) + " is done");

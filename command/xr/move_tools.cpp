@@ -64,6 +64,7 @@ json move(const json& arguments, tool_run& run) {
                   .look_up = degrees(arguments, "look_up")};
     const double duration = duration_of(arguments);
     const json where = app_of(arguments);
+    run.stay_with(arguments);
     take_over(run, where);
     const XrPosef from = head_pose(run, where);
     return move_head(run, where, from, moved(from, by), duration);
@@ -161,12 +162,15 @@ target target_of(tool_run& run, const picture_memory& memory, const json& argume
     if (is_given("point") + is_given("entity") + is_given("pixel") != 1) {
         throw std::runtime_error("name one of: point, entity, pixel");
     }
+    const std::string entity = text_argument(arguments, "entity");
+    if (is_given("entity") && entity.empty()) throw std::runtime_error("entity must not be empty");
+    run.stay_with(arguments);
     if (is_given("pixel")) return pixel_target(run, memory, arguments);
     json where = app_of(arguments);
     const std::string space = text_argument(arguments, "base_space");
     // What moves with the head is no ground to turn it on.
     if (!space.empty() && space != "view") where["base_space"] = space;
-    if (is_given("entity")) return entity_target(run, where, text_argument(arguments, "entity"));
+    if (is_given("entity")) return entity_target(run, where, entity);
     const std::vector<double> p = numbers_argument(arguments, "point", 3, -kMostMetres, kMostMetres);
     XrVector3f point = {static_cast<float>(p[0]), static_cast<float>(p[1]), static_cast<float>(p[2])};
     if (space == "view") {

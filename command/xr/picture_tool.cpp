@@ -120,6 +120,7 @@ class head_watch {
 
 json take_pictures(picture_memory& memory, const json& arguments, tool_run& run) {
     const wish wanted = wish_of(arguments);
+    run.stay_with(arguments);
     json content = json::array();
     json told = json::array();
     for (const std::string& eye : wanted.eyes) {

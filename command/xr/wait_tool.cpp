@@ -1,10 +1,13 @@
+#include <cctype>
 #include <chrono>
 #include <cmath>
 #include <cstdint>
+#include <initializer_list>
 #include <limits>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -42,29 +45,60 @@ bool is_read_only(tool_run& run, const std::string& tool) {
     return false;
 }
 
+const std::vector<std::string> kStates = {"IDLE",    "READY",    "SYNCHRONIZED", "VISIBLE",
+                                          "FOCUSED", "STOPPING", "LOSS_PENDING", "EXITING"};
+
+// One of them, however it was written; empty if none is given.
+std::string session_state_argument(const json& arguments) {
+    constexpr std::string_view kPrefix = "XR_SESSION_STATE_";
+    std::string name = text_argument(arguments, "session_state");
+    if (arguments.value("session_state", json()).is_null()) return {};
+    for (char& c : name) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+    if (name.starts_with(kPrefix)) name.erase(0, kPrefix.size());
+    return choice_argument({{"session_state", name}}, "session_state", kStates);
+}
+
+// What says more of `main` is of no use without it.
+void refuse_without(const json& arguments, const std::string& main, std::initializer_list<const char*> names) {
+    for (const char* name : names) {
+        if (!arguments.value(name, json()).is_null()) throw std::runtime_error(name + (" needs " + main));
+    }
+}
+
+std::string path_argument(const json& arguments) {
+    std::string path = text_argument(arguments, "path");
+    try {
+        [[maybe_unused]] const json::json_pointer where(path);
+    } catch (const json::exception&) {
+        throw std::runtime_error("path must be like /pose/position/1, with ~0 for ~ and ~1 for / in a name");
+    }
+    return path;
+}
+
 // What an agent waits for: all that it names has to hold at the same time.
 class awaited {
  public:
     awaited(const json& arguments, tool_run& run)
         : run_(run),
           app_(app_of(arguments)),
-          session_state_(text_argument(arguments, "session_state")),
+          session_state_(session_state_argument(arguments)),
           frames_(number_argument(arguments, "frames", 0, 0, kMostFrames)),
           profile_(text_argument(arguments, "profile")),
           near_(numbers_argument(arguments, "near", 3, -kMostMetres, kMostMetres)),
           device_(choice_argument(arguments, "device", {"head", "left", "right"})),
           within_(number_argument(arguments, "within", kUsualMetres, 0, kMostMetres)),
           tool_(text_argument(arguments, "tool")),
-          tool_arguments_(arguments.value("arguments", json::object())),
-          path_(text_argument(arguments, "path")),
+          tool_arguments_(object_argument(arguments, "arguments")),
+          path_(path_argument(arguments)),
           above_(number_argument(arguments, "above", -kNoLimit, -kNoLimit, kNoLimit)),
           below_(number_argument(arguments, "below", kNoLimit, -kNoLimit, kNoLimit)) {
+        if (tool_.empty()) refuse_without(arguments, "tool", {"arguments", "path", "equals", "above", "below"});
+        if (near_.empty()) refuse_without(arguments, "near", {"device", "within", "base_space"});
         if (arguments.contains("equals")) equals_ = arguments["equals"];
         place_ = app_;
         if (const std::string space = text_argument(arguments, "base_space"); !space.empty())
             place_["base_space"] = space;
-        [[maybe_unused]] const json::json_pointer where(path_);  // throws where it is none
-        if (tool_arguments_.is_object()) tool_arguments_.update(app_);
+        tool_arguments_.update(app_);
         if (!tool_.empty() && !is_read_only(run, tool_)) {
             throw std::runtime_error("xr_wait asks read-only tools alone, and " + tool_ + " is none");
         }
@@ -168,7 +202,9 @@ json wait_until(const json& arguments, tool_run& run) {
     const auto begin = clock::now();
     const auto deadline = begin + milliseconds(static_cast<std::int64_t>(seconds * 1000));
     auto next_word = begin + kBetweenWords;
+    run.stay_with_if_there(arguments);
     while (!what.holds()) {
+        run.stay_with_if_there(arguments);
         const auto now = clock::now();
         if (now >= deadline)
             return text_result("Error: it did not come about in time. Last seen: " + what.seen(), true);

@@ -56,23 +56,29 @@ std::int64_t client_link::call(const std::string& method, json params, call_limi
                     .is_greeting = false,
                     .done = std::move(done),
                     .report = std::move(report)};
-    const std::lock_guard lock(mutex_);
-    commands_.push_back([this, made = std::make_shared<mcp::call>(std::move(added))] {
+    command([this, made = std::make_shared<mcp::call>(std::move(added))] {
         if (stage_ == stage::ended) return made->done({call_end::not_sent, {}, problem_});
         calls_.add(std::move(*made));
         // Whoever waits now shall not wait for a pause that grew while nobody did.
         pause_ = config_.first_pause;
         next_try_ = std::min(next_try_, clock::now() + pause_);
     });
-    eventfd_write(wake_.get(), 1);
     return id;
 }
 
 void client_link::cancel(std::int64_t id, const std::string& why) {
-    const std::lock_guard lock(mutex_);
-    commands_.push_back([this, id, why] {
+    command([this, id, why] {
         if (calls_.cancel(id, why)) notify("notifications/cancelled", {{"requestId", id}, {"reason", why}});
     });
+}
+
+void client_link::command(std::function<void()> added) {
+    {
+        const std::lock_guard lock(mutex_);
+        commands_.push_back(std::move(added));
+        // Before others the link was woken already, and has not taken them yet.
+        if (commands_.size() > 1) return;
+    }
     eventfd_write(wake_.get(), 1);
 }
 

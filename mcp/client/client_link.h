@@ -81,6 +81,8 @@ class client_link {
     enum class stage { away, opening, greeting, ready, ended };
 
     void run();
+    // To be run by the link's thread, after all that came before.
+    void command(std::function<void()> added);
     void run_commands();
     void wait_for_events();
     void begin();

@@ -31,8 +31,10 @@ void post_connection::start(std::string request, std::int64_t id, time_point now
 }
 
 post_connection::state post_connection::proceed() {
-    if (state_ == state::sending) send_some();
-    if (state_ != state::broken) receive_some();
+    const bool was_sending = state_ == state::sending;
+    if (was_sending) send_some();
+    // What was sent only now is not replied to yet.
+    if (state_ != state::broken && !(was_sending && state_ == state::sent)) receive_some();
     return state_;
 }
 

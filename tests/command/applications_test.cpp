@@ -7,6 +7,7 @@
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -37,6 +38,37 @@ TEST(TcpTable, TellsListenersAndOwnersOfConnections) {
     EXPECT_FALSE(connection->listens);
     EXPECT_EQ(connection->remote_port, 54321);
     EXPECT_FALSE(parse_tcp_row("  sl  local_address rem_address   st tx_queue"));
+}
+
+TEST(SocketDiagnosis, TellsListenersAndWhoHasTheOtherEndOnceItIsAccepted) {
+    const auto inode_of = [](const mcp::descriptor& of) {
+        struct stat its {};
+        return fstat(of.get(), &its) == 0 ? its.st_ino : 0;
+    };
+    mcp::socket_diagnosis system;
+    for (const bool ipv6 : {false, true}) {
+        sockaddr_in6 address{};
+        address.sin6_family = static_cast<sa_family_t>(ipv6 ? AF_INET6 : AF_INET);
+        address.sin6_addr = in6addr_loopback;
+        auto* const any = reinterpret_cast<sockaddr*>(&address);
+        if (!ipv6) reinterpret_cast<sockaddr_in*>(any)->sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t size = sizeof address;
+        const mcp::descriptor listener(socket(address.sin6_family, SOCK_STREAM, 0));
+        if (bind(listener.get(), any, size) != 0) continue;  // no IPv6 here
+        listen(listener.get(), 1);
+        getsockname(listener.get(), any, &size);
+        const std::uint16_t port = ntohs(address.sin6_port);
+        const mcp::descriptor client(socket(address.sin6_family, SOCK_STREAM, 0));
+        ASSERT_EQ(connect(client.get(), any, size), 0);
+        getsockname(client.get(), any, &size);
+        const std::uint16_t from = ntohs(address.sin6_port);
+        EXPECT_EQ(system.loopback_end(ipv6, port, from), ino_t{0});
+        const mcp::descriptor accepted(accept(listener.get(), nullptr, nullptr));
+        EXPECT_EQ(system.loopback_end(ipv6, port, from), inode_of(accepted));
+        EXPECT_EQ(system.loopback_end(ipv6, port, 1), std::nullopt);
+        ASSERT_EQ(system.listeners(ipv6, port).size(), 1u);
+        EXPECT_EQ(system.listeners(ipv6, port)[0].inode, inode_of(listener));
+    }
 }
 
 // A child that listens on `port` and sends its pid on every connection; ends with the test. `own_network` puts it in a

@@ -115,13 +115,13 @@ struct fake_machine {
 
 class Bridge : public testing::Test {
  protected:
-    std::unique_ptr<bridge> Make(std::chrono::milliseconds wait = 10s) {
+    std::unique_ptr<bridge> Make(std::chrono::milliseconds wait = 10s, std::vector<own_tool> own_tools = {}) {
         auto made = std::make_unique<bridge>(bridge_settings{.around = machine_.seen(),
                                                              .version = "1",
                                                              .wait = wait,
                                                              .pictures = {},
                                                              .tools_file = scratch_.path() + "/cache/tools.json",
-                                                             .own_tools = {},
+                                                             .own_tools = std::move(own_tools),
                                                              .hint = nullptr});
         made->on_tools_changed([this] { ++changes_; });
         return made;
@@ -274,6 +274,37 @@ TEST_F(Bridge, CancelledCallsAreNotAnsweredAndAllOthersAreWhenItEnds) {
     EXPECT_EQ(answers, 0);
     through.reset();
     EXPECT_EQ(answers, 1);
+}
+
+TEST_F(Bridge, RunsAToolOfItsOwnWithArgumentsThatItKnowsAndWithOneApplication) {
+    std::promise<void> stays;
+    const auto handler = [&](const json& arguments, tool_run& run) {
+        if (arguments.contains("n")) return arguments["n"].get<json>()["of a number"];
+        run.stay_with(arguments);
+        stays.set_value();
+        run.wait_for(60s);
+        return json();
+    };
+    const json declaration{{"name", "xr_own"}, {"inputSchema", {{"properties", {{"n", json::object()}}}}}};
+    const auto through = Make(10s, {{declaration, handler}});
+    EXPECT_EQ(Call(*through, "xr_own", {{"x", 1}}),
+              "E Error: xr_own takes no argument \"x\"; it takes: n, app, reason, sentiment");
+    EXPECT_EQ(Call(*through, "xr_own", json::array()), "E Error: arguments must be an object");
+    const std::string not_understood = Call(*through, "xr_own", {{"n", 1}, {"reason", "r"}});
+    EXPECT_TRUE(not_understood.starts_with("E Error: the application's answer was not understood: cannot"))
+        << not_understood;
+    auto one = std::make_unique<fake_application>("one", "score");
+    machine_.Run(10, *one);
+    auto waiting = Start(*through, "xr_own");
+    stays.get_future().wait();
+    const auto begin = std::chrono::steady_clock::now();
+    machine_.End(10);
+    fake_application two("two", "score");
+    machine_.Run(20, two);
+    one.reset();
+    EXPECT_EQ(Text(std::move(waiting)),
+              "E Error: the application (pid 10) is gone: it has ended, or has destroyed its OpenXR instance");
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 3s);
 }
 
 // Applications come and go at any moment of a call.

@@ -86,7 +86,9 @@ TEST_F(ClientSession, RefusesWhatIsNoRequestOfItsRevision) {
     };
     expect("{", "null", -32700);
     expect("7", "null", -32600);
-    expect(R"({"id":1})", "null", -32600);
+    expect(R"({"id":1})", "1", -32600);
+    expect(R"({"id":"a","method":5})", R"("a")", -32600);
+    EXPECT_EQ(Answer("{").find("json.exception"), std::string::npos);
     expect(R"({"id":null,"method":"ping"})", "null", -32600);
     expect(R"({"id":1.5,"method":"ping"})", "null", -32600);
     expect(R"({"id":1,"method":"tools/list"})", "1", -32602);  // neither a session nor a revision

@@ -41,6 +41,8 @@ shell_commands() {
   expect 2 'A subcommand is required'
   expect 2 'the application is missing' run
   expect 2 'no JSON' call math_add '{'
+  expect 2 'nan is no number' call --wait nan math_add
+  expect 2 'not in range' call --wait -1 math_add
   expect 3 'no application' apps
   expect 3 'nothing serves port 8720' call --wait 0.3 math_add '{"a": 1, "b": 2}'
   expect 0 '^openxr_get_head_pose  [A-Z]' tools
@@ -94,7 +96,11 @@ agents_loop() {
   called 'It holds, after [0-9]{3,} ms' xr_wait '{"session_state":"FOCUSED","frames":30}'
   called 'It holds' xr_wait '{"tool":"math_add","arguments":{"a":1,"b":2},"path":"/result","above":2.9,"below":3.1}'
   called 'did not come about in time.*session.*FOCUSED.*isError":true' xr_wait \
-    '{"session_state":"IDLE","timeout_seconds":0.2}'
+    '{"session_state":"xr_session_state_idle","timeout_seconds":0.2}'
+  called 'session_state must be one of: IDLE.*isError":true' xr_wait '{"session_state":"ASLEEP"}'
+  called 'Error: above needs tool' xr_wait '{"frames":1,"above":2}'
+  called 'Error: path must be like' xr_wait '{"tool":"math_add","path":"x"}'
+  called 'level must be one of' app_output '{"level":5}'
   called 'timeout_seconds must be a number.*isError":true' xr_wait '{"frames":1,"timeout_seconds":"1"}'
   called success openxr_set_controller_pose \
     '{"hand":"left","position":[0.2,1.2,0.3],"base_space":"stage","orientation":[0,0,0,1]}'
@@ -124,6 +130,8 @@ agents_loop() {
   called 'step.{3}1,.*frame.{3}[0-9]+\}.*step.{3}3,.{2}tool.{3}.{2}openxr_set_controller_input.*isError":false' xr_act \
     '{"steps":[{"frames":2},{"tool":"xr_move","arguments":{"up":0.1}},'\
 '{"at":0.2,"tool":"openxr_set_controller_input","arguments":{"hand":"left","component":"X","value":1}}]}'
+  called 'step 1 was not begun.*not both' xr_act '{"steps":[{"frames":2,"tool":"xr_move"}]}'
+  called 'entity must not be empty' xr_look_at '{"entity":""}'
   called 'step 2 was not begun, nor any other.*isError":true' xr_act '{"steps":[{"frames":2},{"tool":"app_stop"}]}'
   called 'step 1 failed and those behind.*isError":true' xr_act '{"steps":[{"tool":"xr_look_at"},{"frames":1}]}'
   called 'left X' xr_release_all
@@ -133,6 +141,13 @@ agents_loop() {
   called 'session is in focus' app_start
   called 'exit requested.*SESSION_STATE.*The process has ended after [0-9]+ ms with exit code 0' openxr_exit_session
   called 'session is in focus' app_start
+  for waits in '"xr_wait","arguments":{"frames":100000,"timeout_seconds":60}' \
+    '"xr_act","arguments":{"steps":[{"frames":1},{"at":50,"frames":1}]}'; do
+    (sleep 0.5 && pkill -KILL -f "^$build/bin/velmoor_demo") &
+    ask tools/call "{\"name\":$waits}"
+    [[ $answer =~ 'is gone: it has ended' ]] || flunk "$waits does not notice that the application is gone"
+    called 'session is in focus' app_restart
+  done
   kill -KILL "$bridge_pid"
   gone "^$build/bin/velmoor_demo"
 }

@@ -79,8 +79,9 @@ class HttpWithToken : public Http {
 
 TEST_F(Http, RefusesStrangersAndWhatIsNoRequest) {
     const std::string ping = R"({"id":1,"method":"ping"})";
-    Expect(Post("Host: evil.example\r\n", ping), 403, "Host");
-    Expect(Post("Origin: http://evil.example\r\n", ping), 403, "Origin");
+    Expect(Post("Host: evil.example\r\n", ping), 403,
+           R"(the header Host is \"evil.example\", and must name localhost)");
+    Expect(Post("Origin: http://evil.example\r\n", ping), 403, "the header Origin");
     Expect(Ask("POST /other", "", ping), 404, "");
     Expect(Ask("PUT /mcp", "", ping), 405, "Allow: GET, POST, DELETE");
     Expect(Ask("OPTIONS /mcp", "", ""), 405, "Allow");
@@ -97,6 +98,9 @@ TEST_F(Http, KeepsSessionsUntilTheyAreEnded) {
     Expect(Post(session, R"({"method":"notifications/initialized"})"), 202, "Content-Length: 0");
     Expect(Post(session, R"({"id":2,"method":"ping"})"), 200, R"({"jsonrpc":"2.0","id":2,"result":{}})");
     Expect(Post(session, R"({"id":3,"method":"tools/list"})"), 200, "\"app_list\"");
+    Expect(
+        Post(session + "Content-Type: Application/JSON\r\nAccept: Application/Json\r\n", R"({"id":2,"method":"ping"})"),
+        200, "result");
     Expect(Post(session + "MCP-Protocol-Version: 1999\r\n", R"({"id":2,"method":"ping"})"), 400, "1999");
     Expect(Post(session + "MCP-Protocol-Version: 2025-03-26\r\n", R"({"id":2,"method":"ping"})"), 200, "result");
     // The answer takes longer than a client should wait without a stream.
@@ -164,7 +168,8 @@ TEST_F(HttpWithToken, ServesWhoeverHasIt) {
     const std::string initialize = R"({"id":1,"method":"initialize","params":{"protocolVersion":"2025-06-18"}})";
     Expect(Post("", initialize), 401, "WWW-Authenticate: Bearer");
     Expect(Post("Authorization: Bearer secreT\r\n", initialize), 401, "");
-    Expect(Post("Authorization: Bearer secret\r\nHost: elsewhere.example\r\n", initialize), 200, "Mcp-Session-Id: ");
+    Expect(Post("Authorization: Basic secret\r\n", initialize), 401, "");
+    Expect(Post("Authorization: bearer  secret\r\nHost: elsewhere.example\r\n", initialize), 200, "Mcp-Session-Id: ");
 }
 
 }  // namespace

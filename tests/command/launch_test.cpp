@@ -2,8 +2,17 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <tuple>
+#include <unistd.h>
 
+#include <atomic>
+#include <csignal>
+#include <filesystem>
+#include <stdexcept>
+#include <thread>
+#include <tuple>
+#include <vector>
+
+#include "command/applications/proc.h"
 #include "command/launch/input_log.h"
 #include "command/launch/launch_environment.h"
 #include "command/launch/started_application.h"
@@ -73,6 +82,35 @@ TEST(OutputLine, TellsTheLayersLevelsWithoutColours) {
         EXPECT_EQ(line.is_layers, each.is_layers) << each.text;
         EXPECT_EQ(line.level, each.level) << each.text;
     }
+}
+
+// Whoever asks for what at the same time: each ends, no start is lost, and nothing is left behind.
+TEST(StartedApplication, IsStartedAndEndedByManyAtATime) {
+    launch_options options{};
+    options.keeper = std::filesystem::read_symlink("/proc/self/exe").parent_path() / "velmoor";
+    options.own_network = false;
+    started_application application({"sleep", "60"}, options);
+    std::atomic<int> started{0}, ended{0}, restarted{0};
+    std::vector<std::thread> callers;
+    for (int caller = 0; caller < 4; ++caller) {
+        callers.emplace_back([&] {
+            for (int i = 0; i < 5; ++i) {
+                try {
+                    application.start();
+                    ++started;
+                } catch (const std::runtime_error& e) {
+                    EXPECT_STREQ(e.what(), "the application runs already");
+                }
+                if (i % 2 == 0) application.restart(), ++restarted;
+                if (application.stop() == 128 + SIGTERM) ++ended;
+            }
+        });
+    }
+    for (std::thread& each : callers) each.join();
+    EXPECT_EQ(application.last_start(), started + restarted);
+    EXPECT_FALSE(application.is_running());
+    EXPECT_GT(ended, 0);
+    EXPECT_TRUE(descendants_of(getpid()).empty());
 }
 
 // An action that is read for two hands has a line for each in every frame in which they differ.
