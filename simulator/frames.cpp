@@ -127,6 +127,7 @@ XrResult ChangeSimulatorFrameDemandKESTX1(XrSession session, std::int32_t change
             return goes_by ? XR_TIMEOUT_EXPIRED : XR_SUCCESS;
         }
         frames.demand += change;
+        if (change > 0) frames.frames_of_demand = 0;
         runtime.frame_changed.notify_all();
         return XR_SUCCESS;
     });

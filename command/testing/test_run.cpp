@@ -5,6 +5,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <thread>
 #include <utility>
@@ -15,9 +16,11 @@
 #include "command/bridge/pending_call.h"
 #include "command/bridge/pictures.h"
 #include "command/bridge/results.h"
+#include "command/bridge/tool_list.h"
 #include "command/launch/simulator_link.h"
 #include "command/launch/started_application.h"
 #include "command/sim_tools.h"
+#include "command/testing/test_time.h"
 #include "command/xr/xr_tools.h"
 #include "mcp/client/blocking_client.h"
 #include "mcp/server_host.h"
@@ -29,12 +32,16 @@ namespace fs = std::filesystem;
 using clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
+constexpr milliseconds kAskLimit{5000};
 // An application that takes longer for one answer hangs. Tools that wait for frames take at most a part of it.
 constexpr milliseconds kAnswerLimit{45000};
 constexpr milliseconds kBetweenLooks{20};
 // Between the end of a process and the time at which it is seen.
 constexpr milliseconds kEndSeen{300};
 constexpr double kPictureSeconds = 3;
+// Of a wait that names no limit: for the simulator's first frames, and for frames that are drawn slowly.
+constexpr double kWaitSeconds = 10;
+constexpr double kLeastFramesPerSecond = 5;
 constexpr std::size_t kOutputLines = 400;
 
 struct test_fault : std::runtime_error {
@@ -73,12 +80,24 @@ std::string for_file_name(std::string text) {
     return text;
 }
 
+// Whether the application is held between two steps.
+bool is_held(const launch_options& options) {
+    environment variables = current_environment();
+    for (const auto& [name, value] : options.variables) variables[name] = value;
+    const std::string kind = variables["VELMOOR_SIM_CLOCK"];
+    return options.simulator && (kind == "fixed" || kind == "stepped");
+}
+
 class test_runner {
  public:
     test_runner(const test_file& test, const run_settings& settings)
         : test_(test),
           settings_(settings),
-          application_(settings.command, launch_of(test, settings, control_.text())),
+          options_(launch_of(test, settings, control_.text())),
+          application_(settings.command, options_),
+          time_(
+              is_held(options_) ? &simulator_ : nullptr, [this] { return bridge_.process_for({}); },
+              [this] { pending_call(bridge_, call_of("openxr_get_instance_info", json::object())).wait_for(kAskLimit); }),
           bridge_(bridge_of()) {
         bridge_.introduce({{"name", "velmoor test"}, {"version", settings.version}});
         bridge_.expect_calls();
@@ -106,6 +125,7 @@ class test_runner {
         launch_options options = settings.launch;
         if (options.simulator) options.control = control;
         for (const auto& [name, value] : test.environment) options.variables[name] = value;
+        if (is_held(options)) options.variables["VELMOOR_SIM_CLOCK"] = "stepped";
         return options;
     }
 
@@ -121,9 +141,11 @@ class test_runner {
         made.version = settings_.version;
         made.own_tools = xr_tools(&application_);
         for (own_tool& each : app_tools(application_)) made.own_tools.push_back(std::move(each));
-        if (!settings_.launch.simulator) return made;
-        for (own_tool& each : sim_tools(simulator_)) made.own_tools.push_back(std::move(each));
-        made.let_frame_pass = [this] { return simulator_.let_frame_pass(); };
+        if (settings_.launch.simulator) {
+            for (own_tool& each : sim_tools(simulator_)) made.own_tools.push_back(std::move(each));
+            made.let_frame_pass = [this] { return simulator_.let_frames_pass(); };
+        }
+        for (const own_tool& each : made.own_tools) our_tools_.insert(each.declaration["name"].get<std::string>());
         return made;
     }
 
@@ -176,12 +198,18 @@ class test_runner {
     }
 
     json outcome_of_call(const std::string& tool, const json& arguments, milliseconds more = {}) {
-        pending_call pending(bridge_, {.name = tool, .arguments = arguments, .done = nullptr, .report = nullptr});
-        std::optional<json> outcome = pending.wait_for(kAnswerLimit + more);
+        pending_call pending(bridge_, call_of(tool, arguments));
+        const bool needs_frames = time_.stands() && !is_builtin(tool) && !our_tools_.contains(tool);
+        const milliseconds limit = kAnswerLimit + more;
+        std::optional<json> outcome = needs_frames ? time_.outcome_of(pending, limit) : pending.wait_for(limit);
         if (outcome) return std::move(*outcome);
         pending.cancel("no answer in time");
         throw set_up_fault("the application hangs: it has not answered " + tool + " within " +
-                           std::to_string((kAnswerLimit + more).count() / 1000) + " s");
+                           std::to_string(limit.count() / 1000) + " s");
+    }
+
+    static tool_call call_of(const std::string& tool, const json& arguments) {
+        return {.name = tool, .arguments = arguments, .done = nullptr, .report = nullptr};
     }
 
     static std::string text_of_outcome(const json& outcome) {
@@ -207,13 +235,19 @@ class test_runner {
     }
 
     void wait(const test_step& step) {
-        const json outcome = outcome_of_call("xr_wait", step.arguments, from_seconds(step.timeout_seconds));
+        json arguments = step.arguments;
+        if (!arguments.contains("timeout_seconds")) {
+            const json frames = arguments.value("frames", json());
+            const double drawn = frames.is_number() ? std::clamp(frames.get<double>(), 0.0, 1e6) : 0;
+            arguments["timeout_seconds"] = std::min(kWaitSeconds + drawn / kLeastFramesPerSecond, 600.0);
+        }
+        const double limit = arguments["timeout_seconds"].get<double>();
+        const json outcome = outcome_of_call("xr_wait", arguments, from_seconds(limit));
         if (is_failure(outcome)) throw test_fault(text_of_outcome(outcome));
     }
 
     void expect(const test_step& step) {
-        const auto deadline = clock::now() + from_seconds(step.timeout_seconds);
-        for (;;) {
+        for (test_time::span span(time_, step.timeout_seconds);; span.pass()) {
             std::string faults;
             const json outcome = outcome_of_call(step.name, step.arguments);
             const std::string text = text_of_outcome(outcome);
@@ -222,8 +256,7 @@ class test_runner {
                 if (const auto fault = fault_of(each, text)) faults += (faults.empty() ? "" : "; ") + *fault;
             }
             if (faults.empty()) return;
-            if (clock::now() >= deadline || !application_.is_running()) throw test_fault(faults);
-            std::this_thread::sleep_for(kBetweenLooks);
+            if (span.is_over() || !application_.is_running()) throw test_fault(faults);
         }
     }
 
@@ -250,8 +283,7 @@ class test_runner {
         std::ostringstream bytes;
         bytes << std::ifstream(file, std::ios::binary).rdbuf();
         result.pictures.expected = bytes.str();
-        const auto deadline = clock::now() + from_seconds(kPictureSeconds);
-        for (;;) {
+        for (test_time::span span(time_, kPictureSeconds);; span.pass()) {
             result.pictures.actual = take_picture(step.eye);
             if (result.pictures.expected.empty()) {
                 throw test_fault("there is no baseline " + file.string() + "; --update writes it");
@@ -260,18 +292,16 @@ class test_runner {
                 compare(read_png(result.pictures.expected), read_png(result.pictures.actual), step.limits);
             result.message = made.message;
             if (made.is_same) break;
-            if (clock::now() < deadline && application_.is_running()) {
-                std::this_thread::sleep_for(kBetweenLooks);
-                continue;
-            }
+            if (!span.is_over() && application_.is_running()) continue;
             if (made.difference.width > 0) result.pictures.difference = write_png(made.difference);
             throw test_fault(made.message + "; baseline " + file.string());
         }
         result.pictures = {};  // nobody looks at those that are alike
     }
 
+    // Where time stands, the picture is the one that a test sees first, and it takes no frames that the test would not.
     void update(const test_step& step, const fs::path& file) {
-        const auto deadline = clock::now() + from_seconds(kPictureSeconds);
+        const auto deadline = clock::now() + from_seconds(time_.stands() ? 0 : kPictureSeconds);
         std::string last = take_picture(step.eye);
         for (std::string next; clock::now() < deadline; last = std::move(next)) {
             next = take_picture(step.eye);
@@ -299,8 +329,11 @@ class test_runner {
     const run_settings& settings_;
     // Not the one of the environment: several tests run at a time.
     const control_path control_ = control_path::of_our_own();
+    const launch_options options_;
     simulator_link simulator_{control_.text()};
     started_application application_;
+    const test_time time_;
+    std::set<std::string> our_tools_;  // and not the application's
     std::string system_;
     bridge bridge_;  // last: its thread uses the application
 };
