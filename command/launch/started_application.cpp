@@ -72,6 +72,7 @@ void started_application::start() {
     if (reader_.joinable()) reader_.join();
     keeper_ = started.process;
     channel_ = std::move(started.channel);
+    input_ = std::move(started.input);
     exit_code_.reset();
     is_ended_ = false;
     reader_ = std::thread([this, from = read_end.release()] { read_output(from); });
@@ -83,6 +84,7 @@ std::optional<int> started_application::stop() {
     const std::lock_guard lock(mutex_);
     if (keeper_ != 0) {
         channel_.reset();
+        input_.reset();
         int status = 0;
         waitpid(keeper_, &status, 0);
         take_end_locked(status);

@@ -39,6 +39,8 @@ constexpr milliseconds kBetweenLooks{20};
 // Between the end of a process and the time at which it is seen.
 constexpr milliseconds kEndSeen{300};
 constexpr double kPictureSeconds = 3;
+// Until what was set is drawn, also by an application that works at two frames at a time.
+constexpr std::uint64_t kFramesToShow = 2;
 // Of a wait that names no limit: for the simulator's first frames, and for frames that are drawn slowly.
 constexpr double kWaitSeconds = 10;
 constexpr double kLeastFramesPerSecond = 5;
@@ -80,12 +82,15 @@ std::string for_file_name(std::string text) {
     return text;
 }
 
-// Whether the application is held between two steps.
-bool is_held(const launch_options& options) {
+// The simulator's clock; with `fixed` and `stepped`, the application is held between two steps.
+std::string clock_of(const launch_options& options) {
     environment variables = current_environment();
     for (const auto& [name, value] : options.variables) variables[name] = value;
-    const std::string kind = variables["VELMOOR_SIM_CLOCK"];
-    return options.simulator && (kind == "fixed" || kind == "stepped");
+    return options.simulator ? variables["VELMOOR_SIM_CLOCK"] : std::string();
+}
+
+bool is_held(const launch_options& options) {
+    return clock_of(options) == "fixed" || clock_of(options) == "stepped";
 }
 
 class test_runner {
@@ -94,6 +99,7 @@ class test_runner {
         : test_(test),
           settings_(settings),
           options_(launch_of(test, settings, control_.text())),
+          shows_newest_(clock_of(with_variables(test, settings)) == "fixed"),
           application_(settings.command, options_),
           time_(
               is_held(options_) ? &simulator_ : nullptr, [this] { return bridge_.process_for({}); },
@@ -121,10 +127,15 @@ class test_runner {
     }
 
  private:
-    static launch_options launch_of(const test_file& test, const run_settings& settings, const std::string& control) {
+    static launch_options with_variables(const test_file& test, const run_settings& settings) {
         launch_options options = settings.launch;
-        if (options.simulator) options.control = control;
         for (const auto& [name, value] : test.environment) options.variables[name] = value;
+        return options;
+    }
+
+    static launch_options launch_of(const test_file& test, const run_settings& settings, const std::string& control) {
+        launch_options options = with_variables(test, settings);
+        if (options.simulator) options.control = control;
         if (is_held(options)) options.variables["VELMOOR_SIM_CLOCK"] = "stepped";
         return options;
     }
@@ -279,6 +290,7 @@ class test_runner {
     // What moves comes to rest: the picture has that long to be as expected.
     void picture(const test_step& step, step_result& result) {
         const fs::path file = baseline_of(step);
+        if (shows_newest_) simulator_.let_frames_pass(kFramesToShow);
         if (settings_.update) return update(step, file);
         std::ostringstream bytes;
         bytes << std::ifstream(file, std::ios::binary).rdbuf();
@@ -330,6 +342,7 @@ class test_runner {
     // Not the one of the environment: several tests run at a time.
     const control_path control_ = control_path::of_our_own();
     const launch_options options_;
+    const bool shows_newest_;  // pictures show what was set just before
     simulator_link simulator_{control_.text()};
     started_application application_;
     const test_time time_;
