@@ -98,6 +98,15 @@ bool simulator_link::let_frames_pass(std::uint64_t frames) try {
     return false;
 }
 
+std::optional<std::uint64_t> simulator_link::gather(bool is_wanted) try {
+    const json state = ask({{"do", "gather"}, {"wanted", is_wanted}}, [] {});
+    if (state.value("paused", false)) return state.value("wanted", std::uint64_t{0});
+    if (is_wanted) ask({{"do", "gather"}, {"wanted", false}}, [] {});
+    return std::nullopt;
+} catch (const std::exception&) {
+    return std::nullopt;
+}
+
 void simulator_link::connect_locked() {
     socket_ = connected(path_, 0);
     read_.clear();

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "mcp/client/descriptor.h"
@@ -47,6 +48,10 @@ class simulator_link {
 
     // Lets so many frames go by if the application is held. False if it isn't.
     bool let_frames_pass(std::uint64_t frames = 1);
+
+    // Of an application that is held: whether frames that calls need wait for more that need them. Tells how many do;
+    // nothing if it isn't held.
+    std::optional<std::uint64_t> gather(bool is_wanted);
 
  private:
     void connect_locked();

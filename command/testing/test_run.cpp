@@ -154,6 +154,7 @@ class test_runner {
         for (own_tool& each : app_tools(application_)) made.own_tools.push_back(std::move(each));
         if (settings_.launch.simulator) {
             for (own_tool& each : sim_tools(simulator_)) made.own_tools.push_back(std::move(each));
+            made.gather = [this](bool is_wanted) { return simulator_.gather(is_wanted); };
             made.let_frame_pass = [this] { return simulator_.let_frames_pass(); };
         }
         for (const own_tool& each : made.own_tools) our_tools_.insert(each.declaration["name"].get<std::string>());
