@@ -91,8 +91,8 @@ constexpr struct {
     const char* name;
     Obeyed (*obey)(Runtime&, const json&);
 } kCommands[] = {
-    {"pause", Pause},  {"step", StepFrames}, {"run", Run},
-    {"rate", SetRate}, {"state", TellState}, {"event", HaveHappen}, {"gather", Gather},
+    {"pause", Pause},     {"step", StepFrames},  {"run", Run},       {"rate", SetRate},
+    {"state", TellState}, {"event", HaveHappen}, {"gather", Gather},
 };
 
 }  // namespace

@@ -9,9 +9,9 @@ namespace velmoor {
 namespace {
 
 constexpr std::array<std::string_view, 31> kFleeting = {
-    "time",  "times", "timestamp", "date",  "clock",  "duration", "period",  "elapsed", "took",  "begun",   "ended",
-    "ago",   "ms",    "us",        "ns",    "seconds",  "frame",   "frames",  "fps",   "changes", "handle",
-    "hex",   "id",    "ids",       "uuid",  "guid",   "pid",      "process", "port",    "version", "versions"};
+    "time", "times", "timestamp", "date", "clock",   "duration", "period", "elapsed", "took",    "begun",  "ended",
+    "ago",  "ms",    "us",        "ns",   "seconds", "frame",    "frames", "fps",     "changes", "handle", "hex",
+    "id",   "ids",   "uuid",      "guid", "pid",     "process",  "port",   "version", "versions"};
 // What the library's matching takes without recursing too deep.
 constexpr std::size_t kMostMatched = 200;
 

@@ -144,8 +144,7 @@ bool is_picture(const recorded_call& call) {
 bool is_read(const recorded_call& call) {
     constexpr std::array<std::string_view, 5> kPrefixes = {"openxr_get_", "openxr_list_", "read_", "get_", "list_"};
     const auto begins = [&](std::string_view prefix) { return call.tool.starts_with(prefix); };
-    return !call.is_error &&
-           (call.tool == "xr_inputs" || std::any_of(kPrefixes.begin(), kPrefixes.end(), begins));
+    return !call.is_error && (call.tool == "xr_inputs" || std::any_of(kPrefixes.begin(), kPrefixes.end(), begins));
 }
 
 std::string wait_for_frames(double pause) {
@@ -176,9 +175,9 @@ std::string step_of(const recorded_call& call, double pause, int& pictures) {
 std::string application_of(const recording& what) {
     const json name = what.header.value("application", json());
     if (what.header.value("simulator", json()) != true || !name.is_string()) return {};
-    std::string text =
-        "# `fixed` holds " + scalar(name.get<std::string>()) + " between two steps; `real` goes by the machine's clock.\n" +
-        "application:\n  environment:\n    VELMOOR_SIM_CLOCK: fixed\n";
+    std::string text = "# `fixed` holds " + scalar(name.get<std::string>()) +
+                       " between two steps; `real` goes by the machine's clock.\n" +
+                       "application:\n  environment:\n    VELMOOR_SIM_CLOCK: fixed\n";
     const json environment = what.header.value("environment", json());
     for (const char* each : {"VELMOOR_SIM_EYE_SIZE", "VELMOOR_SIM_HZ", "VELMOOR_SIM_SCENE", "VELMOOR_SIM_SEED"}) {
         const json value = environment.is_object() ? environment.value(each, json()) : json();

@@ -36,6 +36,8 @@ constexpr milliseconds kAskLimit{5000};
 // An application that takes longer for one answer hangs. Tools that wait for frames take at most a part of it.
 constexpr milliseconds kAnswerLimit{45000};
 constexpr milliseconds kBetweenLooks{20};
+// Between being told to end and seeing it.
+constexpr milliseconds kStopSeen{100};
 // Between the end of a process and the time at which it is seen.
 constexpr milliseconds kEndSeen{300};
 constexpr double kPictureSeconds = 3;
@@ -103,7 +105,9 @@ class test_runner {
           application_(settings.command, options_),
           time_(
               is_held(options_) ? &simulator_ : nullptr, [this] { return bridge_.process_for({}); },
-              [this] { pending_call(bridge_, call_of("openxr_get_instance_info", json::object())).wait_for(kAskLimit); }),
+              [this] {
+                  pending_call(bridge_, call_of("openxr_get_instance_info", json::object())).wait_for(kAskLimit);
+              }),
           bridge_(bridge_of()) {
         bridge_.introduce({{"name", "velmoor test"}, {"version", settings.version}});
         bridge_.expect_calls();
@@ -213,12 +217,18 @@ class test_runner {
         pending_call pending(bridge_, call_of(tool, arguments));
         const bool needs_frames = time_.stands() && !is_builtin(tool) && !our_tools_.contains(tool);
         const milliseconds limit = kAnswerLimit + more;
-        std::optional<json> outcome = needs_frames ? time_.outcome_of(pending, limit) : pending.wait_for(limit);
-        if (outcome) return std::move(*outcome);
+        const auto deadline = clock::now() + limit;
+        while (clock::now() < deadline && !is_stopped()) {
+            auto outcome = needs_frames ? time_.outcome_of(pending, kStopSeen) : pending.wait_for(kStopSeen);
+            if (outcome) return std::move(*outcome);
+        }
         pending.cancel("no answer in time");
+        if (is_stopped()) throw set_up_fault("velmoor test was told to end");
         throw set_up_fault("the application hangs: it has not answered " + tool + " within " +
                            std::to_string(limit.count() / 1000) + " s");
     }
+
+    bool is_stopped() const { return settings_.is_stopped && *settings_.is_stopped; }
 
     static tool_call call_of(const std::string& tool, const json& arguments) {
         return {.name = tool, .arguments = arguments, .done = nullptr, .report = nullptr};

@@ -61,7 +61,8 @@ double test_time::period_seconds() const try {
 }
 
 test_time::span::span(const test_time& time, double seconds)
-    : time_(time), real_end_(clock::now() + duration_of(time.stands() ? std::max(seconds, kMostRealSeconds) : seconds)) {
+    : time_(time),
+      real_end_(clock::now() + duration_of(time.stands() ? std::max(seconds, kMostRealSeconds) : seconds)) {
     if (time.stands()) frames_left_ = static_cast<std::uint64_t>(std::ceil(seconds / time.period_seconds()));
 }
 
@@ -70,8 +71,7 @@ bool test_time::span::is_over() const {
 }
 
 void test_time::span::pass() {
-    const std::uint64_t frames =
-        std::min(frames_left_, std::max<std::uint64_t>(1, frames_passed_ / kThinning));
+    const std::uint64_t frames = std::min(frames_left_, std::max<std::uint64_t>(1, frames_passed_ / kThinning));
     if (!time_.stands() || !time_.simulator_->let_frames_pass(frames)) {
         std::this_thread::sleep_for(kBetweenLooks);
         return;

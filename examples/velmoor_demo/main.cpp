@@ -5,9 +5,9 @@
 //
 // It draws with OpenGL ES by EGL, with no window. --headless draws nothing, as the demo also does where there is no
 // EGL. It ends after N seconds, on SIGINT or SIGTERM, or when the runtime or somebody else asks the session to exit.
-// --fault has it do something wrong, to try whether a test of it fails: cubes are purple, hands are drawn too high, or a
-// score counts one too many.
-// The exit code is 0 when it ended as asked, 1 when OpenXR failed, 2 when the command line is wrong.
+// --fault has it do something wrong, to try whether a test of it fails: cubes are purple, hands are drawn too high, or
+// a score counts one too many. The exit code is 0 when it ended as asked, 1 when OpenXR failed, 2 when the command line
+// is wrong.
 #include <atomic>
 #include <charconv>
 #include <csignal>
