@@ -36,6 +36,7 @@ constexpr milliseconds kAskLimit{5000};
 // An application that takes longer for one answer hangs. Tools that wait for frames take at most a part of it.
 constexpr milliseconds kAnswerLimit{45000};
 constexpr milliseconds kBetweenLooks{20};
+constexpr milliseconds kAnswerOfEnded{2000};
 // Between being told to end and seeing it.
 constexpr milliseconds kStopSeen{100};
 // Between the end of a process and the time at which it is seen.
@@ -218,11 +219,15 @@ class test_runner {
         const bool needs_frames = time_.stands() && !is_builtin(tool) && !our_tools_.contains(tool);
         const milliseconds limit = kAnswerLimit + more;
         const auto deadline = clock::now() + limit;
-        while (clock::now() < deadline && !is_stopped()) {
+        std::optional<clock::time_point> answered_by;  // of an application that has ended
+        while (clock::now() < answered_by.value_or(deadline) && !is_stopped()) {
             auto outcome = needs_frames ? time_.outcome_of(pending, kStopSeen) : pending.wait_for(kStopSeen);
             if (outcome) return std::move(*outcome);
+            const bool is_over = !tool.starts_with("app_") && !application_.is_running();
+            if (is_over && !answered_by) answered_by = clock::now() + kAnswerOfEnded;
         }
         pending.cancel("no answer in time");
+        if (answered_by) throw test_fault("it has not answered " + tool);
         if (is_stopped()) throw set_up_fault("velmoor test was told to end");
         throw set_up_fault("the application hangs: it has not answered " + tool + " within " +
                            std::to_string(limit.count() / 1000) + " s");
