@@ -173,6 +173,7 @@ std::string step_of(const recorded_call& call, double pause, int& pictures) {
 
 // The simulator as it was, but for its clock: one that stands makes two runs alike.
 std::string application_of(const recording& what) {
+    if (!what.header.is_object()) return {};
     const json name = what.header.value("application", json());
     if (what.header.value("simulator", json()) != true || !name.is_string()) return {};
     std::string text = "# `fixed` holds " + scalar(name.get<std::string>()) +
