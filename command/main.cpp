@@ -118,7 +118,8 @@ velmoor::bridge_settings settings_for(const options& given, std::unique_ptr<give
     add(velmoor::app_tools(application->started));
     if (!given.no_simulator) {
         add(velmoor::sim_tools(application->simulator));
-        settings.let_frame_pass = [&its = application->simulator] { return its.let_frame_pass(); };
+        settings.gather = [&its = application->simulator](bool is_wanted) { return its.gather(is_wanted); };
+        settings.let_frame_pass = [&its = application->simulator] { return its.let_frames_pass(); };
     }
     settings.hint = [] { return "The tool app_start starts the application; app_output shows what it printed."; };
     return settings;

@@ -44,7 +44,7 @@ std::shared_ptr<const SubmittedFrame> FrameOf(const Shot& shot) {
     if (!shot.rendering->running) Refuse(XR_ERROR_SESSION_NOT_RUNNING);
     const Clock& clock = Runtime::instance().clock;
     const auto held = shot.rendering->held_frame[shot.eye];
-    if (held && clock.IsHeld() && !clock.LetsPass()) {
+    if (held && clock.IsHeld() && !clock.LetsPass() && shot.rendering->frames.demand == 0) {
         // It may still be read.
         held->settled.wait_for(lock, std::chrono::seconds(1), [&] { return held->IsSettled(); });
         if (held->frame) return held->frame;

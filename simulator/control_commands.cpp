@@ -55,7 +55,15 @@ Obeyed StepFrames(Runtime& runtime, const json& request) {
     return {.waits = true, .holds = true};
 }
 
+Obeyed Gather(Runtime& runtime, const json& request) {
+    const json wanted = request.value("wanted", json());
+    if (!wanted.is_boolean()) throw std::runtime_error("wanted must be true or false");
+    runtime.gathers = wanted.get<bool>();
+    return {.gathers = runtime.gathers};
+}
+
 Obeyed Run(Runtime& runtime, const json& /*request*/) {
+    runtime.gathers = false;
     runtime.clock.Run(RealNow());
     return {};
 }
@@ -83,8 +91,8 @@ constexpr struct {
     const char* name;
     Obeyed (*obey)(Runtime&, const json&);
 } kCommands[] = {
-    {"pause", Pause},  {"step", StepFrames}, {"run", Run},
-    {"rate", SetRate}, {"state", TellState}, {"event", HaveHappen},
+    {"pause", Pause},     {"step", StepFrames},  {"run", Run},       {"rate", SetRate},
+    {"state", TellState}, {"event", HaveHappen}, {"gather", Gather},
 };
 
 }  // namespace
@@ -95,7 +103,7 @@ Obeyed Obey(Runtime& runtime, const json& request) {
     const auto* const found =
         std::find_if(std::begin(kCommands), std::end(kCommands), [&](const auto& row) { return name == row.name; });
     if (found == std::end(kCommands)) {
-        throw std::runtime_error("do must be pause, step, run, rate, state or event");
+        throw std::runtime_error("do must be pause, step, run, rate, state, event or gather");
     }
     const Obeyed obeyed = found->obey(runtime, request);
     runtime.frame_changed.notify_all();
@@ -118,6 +126,7 @@ json DescribeState(const Runtime& runtime) {
         state["frame"] = session->frames.released;
         state["period"] = session->frames.period();
         state["held"] = session->frames.is_held;
+        state["wanted"] = session->frames.demand;
     }
     return state;
 }

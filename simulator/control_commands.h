@@ -12,6 +12,8 @@ struct Obeyed {
     bool waits = false;
     // Whoever asked is to be there for as long as the application is held.
     bool holds = false;
+    // Likewise, for as long as frames that are needed wait for more that need them.
+    bool gathers = false;
 };
 
 // Throws std::runtime_error with a text for who asked, and then has changed nothing. Needs the runtime's mutex.

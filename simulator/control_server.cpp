@@ -48,6 +48,7 @@ class Connection {
 
     int socket() const { return socket_.get(); }
     bool holds() const { return holds_; }
+    bool gathers() const { return gathers_; }
     void Release() { holds_ = false; }
     bool is_over() const { return is_over_; }
     std::optional<clock::time_point> deadline() const { return deadline_; }
@@ -103,6 +104,7 @@ class Connection {
             std::lock_guard lock(runtime.mutex);
             const Obeyed obeyed = Obey(runtime, request);
             holds_ |= obeyed.holds;
+            gathers_ = obeyed.gathers || (gathers_ && runtime.gathers);
             if (obeyed.waits && !IsStill(runtime)) deadline_ = clock::now() + kLongestWait;
             answer_ = DescribeState(runtime).dump();
         } catch (const std::exception& problem) {
@@ -122,6 +124,7 @@ class Connection {
     std::string answer_;
     std::optional<clock::time_point> deadline_;
     bool holds_ = false;
+    bool gathers_ = false;
     bool is_over_ = false;
 };
 
@@ -143,7 +146,15 @@ bool IsLeftBehind(const sockaddr_un& address) {
            errno == ECONNREFUSED;
 }
 
+void LetGo() {
+    Runtime& runtime = Runtime::instance();
+    std::lock_guard lock(runtime.mutex);
+    runtime.gathers = false;
+    runtime.frame_changed.notify_all();
+}
+
 void RunOn() {
+    LetGo();
     Runtime& runtime = Runtime::instance();
     std::lock_guard lock(runtime.mutex);
     runtime.clock.Run(RealNow());
@@ -160,6 +171,8 @@ void DropEnded(std::vector<Connection>& connections) {
     const auto is_over = [](const Connection& each) { return each.is_over(); };
     const auto holds = [](const Connection& each) { return each.holds(); };
     const bool held = std::any_of(connections.begin(), connections.end(), holds);
+    const auto leaves_gathering = [](const Connection& each) { return each.is_over() && each.gathers(); };
+    if (std::any_of(connections.begin(), connections.end(), leaves_gathering)) LetGo();
     std::erase_if(connections, is_over);
     if (held && std::none_of(connections.begin(), connections.end(), holds)) RunOn();
 }

@@ -26,7 +26,8 @@ XrTime PassToTick(Runtime& runtime, std::unique_lock<std::mutex>& lock, FrameLoo
     using std::chrono::nanoseconds;
     using std::chrono::steady_clock;
     Clock& clock = runtime.clock;
-    const auto may_pass = [&] { return is_over() || clock.LetsPass() || frames.demand > 0; };
+    const auto is_wanted = [&] { return frames.demand > 0 && !runtime.gathers; };
+    const auto may_pass = [&] { return is_over() || clock.LetsPass() || is_wanted(); };
     const auto await_leave = [&] {
         if (may_pass()) return;
         frames.is_held = true;
@@ -37,7 +38,7 @@ XrTime PassToTick(Runtime& runtime, std::unique_lock<std::mutex>& lock, FrameLoo
     // Time may pass while it is held, and the tick with it.
     await_leave();
     const XrTime tick = frames.ClaimTick(Now());
-    while (!is_over() && !clock.Reach(tick, RealNow(), frames.demand > 0)) {
+    while (!is_over() && !clock.Reach(tick, RealNow(), is_wanted())) {
         if (clock.Flows()) {
             const steady_clock::time_point due{nanoseconds(clock.RealTimeOf(tick))};
             runtime.frame_changed.wait_until(lock, due);
@@ -127,6 +128,7 @@ XrResult ChangeSimulatorFrameDemandKESTX1(XrSession session, std::int32_t change
             return goes_by ? XR_TIMEOUT_EXPIRED : XR_SUCCESS;
         }
         frames.demand += change;
+        if (change > 0) frames.frames_of_demand = 0;
         runtime.frame_changed.notify_all();
         return XR_SUCCESS;
     });

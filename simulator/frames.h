@@ -53,6 +53,8 @@ class FrameLoop {
     std::uint64_t released = 0;
     // How many need frames, whether or not they are held.
     std::int64_t demand = 0;
+    // Those that have ended since the newest of these.
+    std::uint64_t frames_of_demand = 0;
     // A thread is inside xrWaitFrame for the next frame.
     bool being_waited_for = false;
     // And the clock does not let it pass.

@@ -65,6 +65,8 @@ class Runtime {
     bool strict = false;
     // As the first of the living instances was created.
     Clock clock;
+    // Frames that are needed wait for more that need them, so that all find the same one. Of a clock that is held.
+    bool gathers = false;
     // Null where nobody steers. It is there for as long as an instance is.
     std::unique_ptr<ControlServer> control;
     // The entry point that holds the mutex, without its "xr".

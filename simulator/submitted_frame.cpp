@@ -13,6 +13,8 @@ constexpr std::chrono::milliseconds kLongestWait(1000);
 constexpr std::chrono::milliseconds kStepOfWait(50);
 // An application that takes longer than this for a frame gives the one that it has.
 constexpr std::chrono::milliseconds kPatience(250);
+// What needs fewer frames may cease to between two of them, as what waits for the application to poll events.
+constexpr std::uint64_t kShortDemand = 4;
 
 // One image, read once, however many layers show it.
 struct ReadImage {
@@ -108,17 +110,20 @@ void FrameReading::Read() noexcept {
 
 FrameReading PlanReading(const Runtime& runtime, Session& session, const XrFrameEndInfo& info) {
     FrameReading reading;
-    // The next frame is held: this one is to be seen until then. Nobody knows whether anyone will look.
-    const bool is_held = runtime.clock.IsHeld() && !runtime.clock.LetsPass() && session.frames.demand == 0;
+    // If the next frame is held, this one is to be seen until then. Nobody knows whether anyone will look.
+    FrameLoop& frames = session.frames;
+    const bool stands = runtime.clock.IsHeld() && !runtime.clock.LetsPass();
+    const bool is_held = stands && frames.demand == 0;
+    const bool may_be_held = is_held || (stands && ++frames.frames_of_demand <= kShortDemand);
     session.held_frame = {};
-    if (session.requests.empty() && !is_held) return reading;
+    if (session.requests.empty() && !may_be_held) return reading;
     const auto told = session.told_views.HeadAt(info.displayTime);
     const auto head = told ? told : HeadPose(session, info.displayTime);
     WorldView world = LookAtWorld(session, info.displayTime);
     // The application draws the hands.
     world.controllers = {};
     if (head) world.eyes = EyesOf(*head);
-    for (std::size_t eye = 0; is_held && eye < session.held_frame.size(); ++eye) {
+    for (std::size_t eye = 0; may_be_held && eye < session.held_frame.size(); ++eye) {
         session.held_frame[eye] = reading.parts.emplace_back().request = std::make_shared<FrameRequest>();
         session.held_frame[eye]->eye = eye;
     }

@@ -99,6 +99,30 @@ std::vector<pid_t> descendants_of(pid_t pid) {
     return found;
 }
 
+std::optional<std::uint64_t> switches_asleep(pid_t pid) {
+    const std::string place = path_of(pid, "task");
+    const directory tasks(opendir(place.c_str()));
+    std::uint64_t switches = 0;
+    bool is_any = false;
+    while (const dirent* entry = tasks ? readdir(tasks.get()) : nullptr) {
+        if (!number_of(entry->d_name)) continue;
+        std::ifstream file(place + "/" + entry->d_name + "/status");
+        for (std::string line; std::getline(file, line);) {
+            const std::size_t colon = line.find(":\t");
+            if (colon == std::string::npos) continue;
+            const std::string_view name = std::string_view(line).substr(0, colon);
+            const std::string_view value = std::string_view(line).substr(colon + 2);
+            if (name == "State" && !value.starts_with('S')) return std::nullopt;
+            if (!name.ends_with("voluntary_ctxt_switches")) continue;
+            std::uint64_t count = 0;
+            std::from_chars(value.data(), value.data() + value.size(), count);
+            switches += count;
+            is_any = true;
+        }
+    }
+    return is_any ? std::optional(switches) : std::nullopt;
+}
+
 std::string program_of(pid_t pid) {
     std::string path = link_target(path_of(pid, "exe"));
     if (const std::size_t gone = path.find(" (deleted)"); gone != std::string::npos) path.resize(gone);

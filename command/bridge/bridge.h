@@ -40,6 +40,8 @@ struct bridge_settings {
     // Sees each call of a client's, and may put its own `done` before the client's; may be empty.
     std::function<tool_call(tool_call)> watch = nullptr;
     std::function<bool()> let_frame_pass = nullptr;  // lets a frame go by where the application is held; may be empty
+    // Where it is held, has frames that calls need wait, or go by; tells how many need some. Likewise.
+    std::function<std::optional<std::uint64_t>(bool)> gather = nullptr;
 };
 
 class bridge final : public tool_source {
@@ -66,6 +68,10 @@ class bridge final : public tool_source {
 
     // True if the application is held, and one frame has gone by.
     bool let_frame_pass() const { return settings_.let_frame_pass && settings_.let_frame_pass(); }
+    // As in the settings. Nothing if no application is held.
+    std::optional<std::uint64_t> gather(bool is_wanted) const {
+        return settings_.gather ? settings_.gather(is_wanted) : std::nullopt;
+    }
 
     struct known_application {
         application who;

@@ -1,8 +1,10 @@
 #include "command/bridge/own_tool.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <optional>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 #include "command/bridge/arguments.h"
@@ -16,6 +18,47 @@ namespace {
 
 // Whether the run was cancelled, while it waits for an answer.
 constexpr std::chrono::milliseconds kBetweenLooks{20};
+
+// Where that many calls do not come together by then, their frames begin one after the other.
+constexpr std::chrono::milliseconds kGathering{500};
+constexpr std::chrono::milliseconds kBetweenCounts{1};
+
+// Of an application that is held: calls that are begun at the same time find the same first frame.
+class gathering {
+ public:
+    gathering(bridge& through, std::size_t calls) : through_(through), calls_(calls) {
+        const auto wanted = calls > 1 ? through.gather(true) : std::nullopt;
+        is_on_ = wanted.has_value();
+        before_ = wanted.value_or(0);
+    }
+    ~gathering() { let_go(); }
+    gathering(const gathering&) = delete;
+    gathering& operator=(const gathering&) = delete;
+
+    // Until all of them have been answered, or need frames.
+    void await(const std::vector<pending_call>& pending) {
+        if (!is_on_) return;
+        const auto deadline = std::chrono::steady_clock::now() + kGathering;
+        while (std::chrono::steady_clock::now() < deadline) {
+            const auto is_answered = [](const pending_call& each) { return each.is_answered(); };
+            const auto answered = std::count_if(pending.begin(), pending.end(), is_answered);
+            const auto wanted = through_.gather(true);
+            if (!wanted || *wanted + static_cast<std::size_t>(answered) >= before_ + calls_) break;
+            std::this_thread::sleep_for(kBetweenCounts);
+        }
+        let_go();
+    }
+
+ private:
+    void let_go() {
+        if (std::exchange(is_on_, false)) through_.gather(false);
+    }
+
+    bridge& through_;
+    const std::size_t calls_;
+    bool is_on_ = false;
+    std::uint64_t before_ = 0;
+};
 
 // Throws what a failure says.
 json result_in(json outcome) {
@@ -34,6 +77,7 @@ json tool_run::call(const std::string& tool, json arguments) {
 }
 
 std::vector<json> tool_run::call_all(const std::vector<planned_call>& calls) {
+    gathering frames(through_, calls.size());
     std::vector<pending_call> pending;
     pending.reserve(calls.size());
     for (const auto& [tool, arguments] : calls) {
@@ -44,6 +88,7 @@ std::vector<json> tool_run::call_all(const std::vector<planned_call>& calls) {
                                                  .is_inner = true,
                                                  .process = process_});
     }
+    frames.await(pending);
     std::vector<json> outcomes;
     while (outcomes.size() < pending.size()) {
         if (auto outcome = pending[outcomes.size()].wait_for(kBetweenLooks)) {

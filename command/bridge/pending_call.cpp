@@ -30,6 +30,11 @@ std::optional<json> pending_call::wait_for(std::chrono::milliseconds time) {
     return std::move(arrived_->outcome);
 }
 
+bool pending_call::is_answered() const {
+    const std::lock_guard lock(arrived_->mutex);
+    return arrived_->outcome.has_value();
+}
+
 json pending_call::wait() {
     std::unique_lock lock(arrived_->mutex);
     arrived_->changed.wait(lock, [this] { return arrived_->outcome.has_value(); });

@@ -19,6 +19,7 @@ class pending_call {
     // Its outcome, once; nothing if it does not come in that time.
     std::optional<json> wait_for(std::chrono::milliseconds time);
     json wait();
+    bool is_answered() const;
     void cancel(const std::string& why) { through_.cancel(id_, why); }
 
  private:

@@ -150,12 +150,18 @@ keeper start_keeper(const std::vector<std::string>& command, const launch_option
     if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
         throw std::runtime_error("no socket can be had");
     }
-    keeper made{0, mcp::descriptor(ends[0])};
+    keeper made{0, mcp::descriptor(ends[0]), mcp::descriptor()};
     const mcp::descriptor keepers_end(ends[1]);
+    mcp::descriptor silence;
+    if (output >= 0) {
+        if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe can be had");
+        silence.reset(ends[0]);
+        made.input.reset(ends[1]);
+    }
     std::vector<std::string> words = keepers_words(command, options);
     spawn_actions its;
     if (output >= 0) {
-        posix_spawn_file_actions_addopen(&its.actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+        posix_spawn_file_actions_adddup2(&its.actions, silence.get(), STDIN_FILENO);
         posix_spawn_file_actions_adddup2(&its.actions, output, STDOUT_FILENO);
         posix_spawn_file_actions_adddup2(&its.actions, output, STDERR_FILENO);
     }

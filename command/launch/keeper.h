@@ -20,10 +20,11 @@ inline constexpr int kNotStarted = 127;
 struct keeper {
     pid_t process = 0;
     mcp::descriptor channel;
+    mcp::descriptor input;
 };
 
-// A keeper of that command. With an `output`, what is printed goes there, and there is no input; otherwise both are
-// this process's. Throws std::runtime_error.
+// A keeper of that command. With an `output`, what is printed goes there, and nothing comes from the input, which ends
+// with `input`: some applications end when it does. Otherwise both are this process's. Throws std::runtime_error.
 keeper start_keeper(const std::vector<std::string>& command, const launch_options& options, int output);
 
 // Has it end the application, and itself: gives its status, as of waitpid(). One that does not follow is killed, with

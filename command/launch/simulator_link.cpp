@@ -27,6 +27,11 @@ mcp::descriptor connected(const std::string& path, int flags) {
     return made;
 }
 
+void tell(const std::string& path, std::string_view line) {
+    const mcp::descriptor socket = connected(path, SOCK_NONBLOCK);
+    if (socket.get() >= 0) send(socket.get(), line.data(), line.size(), MSG_NOSIGNAL);
+}
+
 }  // namespace
 
 control_path::control_path() : control_path(std::getenv("VELMOOR_SIM_CONTROL")) {}
@@ -53,9 +58,11 @@ control_path::~control_path() {
 }
 
 void let_run_on(const std::string& path) {
-    constexpr std::string_view kRun = "{\"do\":\"run\"}\n";
-    const mcp::descriptor socket = connected(path, SOCK_NONBLOCK);
-    if (socket.get() >= 0) send(socket.get(), kRun.data(), kRun.size(), MSG_NOSIGNAL);
+    tell(path, "{\"do\":\"run\"}\n");
+}
+
+void stop_steps(const std::string& path) {
+    tell(path, "{\"do\":\"pause\"}\n");
 }
 
 json simulator_link::ask(const json& request, const std::function<void()>& look) {
@@ -71,19 +78,33 @@ json simulator_link::ask(const json& request, const std::function<void()>& look)
     }
     ++unread_;
     json answer;
-    while (unread_ > 0) answer = mcp::parse_json(read_line_locked(look));
+    try {
+        while (unread_ > 0) answer = mcp::parse_json(read_line_locked(look));
+    } catch (...) {
+        if (request.value("do", json()) == "step") stop_steps(path_);
+        throw;
+    }
     if (answer.value("ok", false)) return answer;
     throw std::runtime_error("Error: " + answer.value("error", "the simulator refuses"));
 }
 
-bool simulator_link::let_frame_pass() try {
+bool simulator_link::let_frames_pass(std::uint64_t frames) try {
     const auto nobody = [] {};
     const json state = ask({{"do", "state"}}, nobody);
     if (!state.value("held", false)) return false;
-    ask({{"do", "step"}}, nobody);
+    ask({{"do", "step"}, {"frames", frames}}, nobody);
     return true;
 } catch (const std::exception&) {
     return false;
+}
+
+std::optional<std::uint64_t> simulator_link::gather(bool is_wanted) try {
+    const json state = ask({{"do", "gather"}, {"wanted", is_wanted}}, [] {});
+    if (state.value("paused", false)) return state.value("wanted", std::uint64_t{0});
+    if (is_wanted) ask({{"do", "gather"}, {"wanted", false}}, [] {});
+    return std::nullopt;
+} catch (const std::exception&) {
+    return std::nullopt;
 }
 
 void simulator_link::connect_locked() {

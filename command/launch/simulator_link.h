@@ -1,8 +1,10 @@
 // The bridge's connection to the simulator of the application that it started: one line of JSON each way.
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "mcp/client/descriptor.h"
@@ -32,6 +34,8 @@ class control_path {
 
 // An application that is held runs on. Waits for nothing, and does nothing where nobody listens.
 void let_run_on(const std::string& path);
+// What goes by stops at the next frame. Likewise.
+void stop_steps(const std::string& path);
 
 // Any thread; one request after the other. What it held runs on when it goes.
 class simulator_link {
@@ -39,11 +43,15 @@ class simulator_link {
     explicit simulator_link(std::string path) : path_(std::move(path)) {}
 
     // The answer. Calls `look` now and then while it waits, which may throw to end that. Throws std::runtime_error with
-    // the error's text where the simulator refuses, or isn't there.
+    // the error's text where the simulator refuses, or isn't there. Frames that go by then stop.
     mcp::json ask(const mcp::json& request, const std::function<void()>& look);
 
-    // Lets one frame go by if the application is held. False if it isn't.
-    bool let_frame_pass();
+    // Lets so many frames go by if the application is held. False if it isn't.
+    bool let_frames_pass(std::uint64_t frames = 1);
+
+    // Of an application that is held: whether frames that calls need wait for more that need them. Tells how many do;
+    // nothing if it isn't held.
+    std::optional<std::uint64_t> gather(bool is_wanted);
 
  private:
     void connect_locked();

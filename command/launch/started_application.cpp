@@ -88,6 +88,7 @@ int started_application::start_alone() {
     if (reader_.joinable()) reader_.join();
     keeper_ = started.process;
     channel_ = std::move(started.channel);
+    input_ = std::move(started.input);
     exit_code_.reset();
     is_ended_ = false;
     reader_ = std::thread([this, from = read_end.release()] { read_output(from); });
@@ -98,7 +99,8 @@ std::optional<int> started_application::stop_alone() {
     const bool was_running = is_running();
     const std::lock_guard lock(mutex_);
     if (keeper_ != 0) {
-        take_end_locked(end_keeper({keeper_, std::move(channel_)}));
+        input_.reset();
+        take_end_locked(end_keeper({keeper_, std::move(channel_), {}}));
     }
     // Whoever holds the other end has ended.
     if (reader_.joinable()) reader_.join();

@@ -70,6 +70,7 @@ class started_application {
     std::mutex mutex_;         // all below but the output
     pid_t keeper_ = 0;
     mcp::descriptor channel_;
+    mcp::descriptor input_;
     std::optional<int> exit_code_;
     std::thread reader_;
     std::atomic<int> starts_{0};

@@ -2,14 +2,21 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <charconv>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
+#include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <mutex>
 #include <stdexcept>
+#include <system_error>
 #include <thread>
+#include <utility>
 
 #include "command/testing/report.h"
 
@@ -18,6 +25,8 @@ namespace {
 
 namespace fs = std::filesystem;
 using clock = std::chrono::steady_clock;
+
+constexpr int kEndedBySignal = 128;  // as shells have it
 
 void write(const fs::path& path, const std::string& bytes) {
     if (bytes.empty()) return;
@@ -53,6 +62,116 @@ struct job {
     int repetition;
 };
 
+std::vector<job> jobs_of(const std::vector<test_file>& tests, int repeat) {
+    std::vector<job> jobs;
+    for (int repetition = 1; repetition <= repeat; ++repetition) {
+        for (const test_file& each : tests) jobs.push_back({&each, repetition});
+    }
+    return jobs;
+}
+
+// Keeps from other threads, and from those who are started, what a terminal or a supervisor ends this process with. To
+// be made while the process has one thread.
+class end_signals {
+ public:
+    end_signals() {
+        sigemptyset(&set_);
+        for (const int each : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&set_, each);
+        sigprocmask(SIG_BLOCK, &set_, &before_);
+    }
+    ~end_signals() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
+    end_signals(const end_signals&) = delete;
+    end_signals& operator=(const end_signals&) = delete;
+
+    // The one that has come; 0 if none does in a while.
+    int wait() const {
+        constexpr timespec kWhile{0, 20'000'000};
+        return std::max(0, sigtimedwait(&set_, nullptr, &kWhile));
+    }
+
+ private:
+    sigset_t set_{};
+    sigset_t before_{};
+};
+
+// Before the first test, and not behind the last.
+void check_output(const fs::path& output) {
+    std::error_code error;
+    fs::create_directories(output, error);
+    const std::ofstream report(output / "junit.xml", std::ios::binary);
+    if (!report)
+        throw std::runtime_error("no reports can be written to " + output.string() + ": " + std::strerror(errno));
+}
+
+// Goes through the jobs, several at a time, until all are done or this process is told to end.
+class job_runner {
+ public:
+    job_runner(const test_request& request, std::vector<job> jobs)
+        : request_(request), jobs_(std::move(jobs)), settings_(request.run) {
+        settings_.is_stopped = &is_stopped_;
+    }
+
+    // The signal that ended it; 0 if none did.
+    int run() {
+        const end_signals signals;
+        at_work_ = request_.at_a_time;
+        std::vector<std::thread> workers(static_cast<std::size_t>(request_.at_a_time));
+        for (std::thread& each : workers) each = std::thread([this] { work(); });
+        int signal = 0;
+        while (at_work_ > 0 && signal == 0) signal = signals.wait();
+        is_stopped_ = signal != 0;
+        for (std::thread& each : workers) each.join();
+        return signal;
+    }
+
+    // In the jobs' order. Those that were not done are not among them.
+    std::vector<test_result> results() {
+        std::vector<test_result> made;
+        for (auto& [number, result] : done_) made.push_back(std::move(result));
+        return made;
+    }
+
+ private:
+    void work() {
+        for (std::size_t i; (i = next_++) < jobs_.size() && !is_stopped_;) {
+            test_result result = result_of(jobs_[i]);
+            if (is_stopped_) break;  // it says nothing
+            const std::lock_guard lock(mutex_);
+            tell(result, done_.size() + 1, jobs_.size());
+            try {
+                if (result.came_to != verdict::passed) keep(result, request_.output, i + 1);
+            } catch (const std::exception& e) {
+                std::fprintf(stderr, "velmoor: %s\n", e.what());
+            }
+            done_.emplace(i, std::move(result));
+        }
+        --at_work_;
+    }
+
+    test_result result_of(const job& each) const {
+        test_result result;
+        try {
+            result = run_test(*each.test, settings_);
+        } catch (const std::exception& e) {
+            result.name = each.test->name;
+            result.path = each.test->path;
+            result.came_to = verdict::set_up_failed;
+            result.message = result.path + ":1: " + e.what();
+        }
+        result.repetition = each.repetition;
+        return result;
+    }
+
+    const test_request& request_;
+    const std::vector<job> jobs_;
+    run_settings settings_;
+    std::atomic<std::size_t> next_{0};
+    std::atomic<int> at_work_{0};
+    std::atomic<bool> is_stopped_{false};
+    std::mutex mutex_;  // all below, and what is printed
+    std::map<std::size_t, test_result> done_;
+};
+
 }  // namespace
 
 void take_shard(const std::string& text, test_request& into) {
@@ -73,51 +192,27 @@ int run_tests(const test_request& request) {
         test_file read = read_test(request.files[i]);  // also those of other shards: what is broken is told at once
         if (is_ours) tests.push_back(std::move(read));
     }
-    std::vector<job> jobs;
-    for (int repetition = 1; repetition <= request.repeat; ++repetition) {
-        for (const test_file& each : tests) jobs.push_back({&each, repetition});
-    }
-
+    check_output(request.output);
     const auto begin = clock::now();
-    std::vector<test_result> results(jobs.size());
-    std::atomic<std::size_t> next{0};
-    std::mutex mutex;  // done, and what is printed
-    std::size_t done = 0;
-    const auto work = [&] {
-        for (std::size_t i; (i = next++) < jobs.size();) {
-            test_result& result = results[i];
-            try {
-                result = run_test(*jobs[i].test, request.run);
-            } catch (const std::exception& e) {
-                result.name = jobs[i].test->name;
-                result.path = jobs[i].test->path;
-                result.came_to = verdict::set_up_failed;
-                result.message = result.path + ":1: " + e.what();
-            }
-            result.repetition = jobs[i].repetition;
-            const std::lock_guard lock(mutex);
-            tell(result, ++done, jobs.size());
-        }
-    };
-    std::vector<std::thread> workers(static_cast<std::size_t>(request.at_a_time));
-    for (std::thread& each : workers) each = std::thread(work);
-    for (std::thread& each : workers) each.join();
+    const std::vector<job> jobs = jobs_of(tests, request.repeat);
+    job_runner runner(request, jobs);
+    const int signal = runner.run();
+    const std::vector<test_result> results = runner.results();
 
     const double seconds = std::chrono::duration<double>(clock::now() - begin).count();
-    const auto has = [&](verdict which) {
-        return std::any_of(results.begin(), results.end(), [&](const auto& each) { return each.came_to == which; });
-    };
-    for (std::size_t i = 0; i < results.size(); ++i) {
-        if (results[i].came_to != verdict::passed) keep(results[i], request.output, i + 1);
-    }
     write(fs::path(request.output) / "junit.xml", junit_report(results, seconds));
     write(fs::path(request.output) / "report.html", html_report(results, seconds));
-    const auto passed =
-        std::count_if(results.begin(), results.end(), [](const auto& each) { return each.came_to == verdict::passed; });
-    std::printf("%td of %zu passed in %.1f s; %s\n", passed, results.size(), seconds,
+    const auto came_to = [&](verdict which) {
+        return std::count_if(results.begin(), results.end(), [&](const auto& each) { return each.came_to == which; });
+    };
+    std::printf("%td of %zu passed in %.1f s; %s\n", came_to(verdict::passed), results.size(), seconds,
                 (fs::path(request.output) / "report.html").c_str());
-    if (has(verdict::set_up_failed)) return 2;
-    return has(verdict::failed) ? 1 : 0;
+    if (signal != 0) {
+        std::printf("velmoor test was told to end, with %zu of %zu done\n", results.size(), jobs.size());
+        return kEndedBySignal + signal;
+    }
+    if (came_to(verdict::set_up_failed) > 0) return 2;
+    return came_to(verdict::failed) > 0 ? 1 : 0;
 }
 
 }  // namespace velmoor

@@ -285,11 +285,12 @@ test_file parse_test(std::string_view text, const std::string& path) {
 }
 
 test_file read_test(const std::string& path) {
-    const std::ifstream file(path, std::ios::binary);
-    std::ostringstream text;
-    if (file) text << file.rdbuf();
-    if (!file) throw std::runtime_error(path + ":1: the file can't be read");
-    return parse_test(text.str(), path);
+    std::ifstream file(path, std::ios::binary);
+    std::string text(kMostBytes + 1, '\0');
+    file.read(text.data(), static_cast<std::streamsize>(text.size()));
+    if (!file.eof() && file.gcount() == 0) throw std::runtime_error(path + ":1: the file can't be read");
+    text.resize(static_cast<std::size_t>(file.gcount()));
+    return parse_test(text, path);
 }
 
 }  // namespace velmoor

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <filesystem>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <thread>
 #include <utility>
@@ -15,9 +16,11 @@
 #include "command/bridge/pending_call.h"
 #include "command/bridge/pictures.h"
 #include "command/bridge/results.h"
+#include "command/bridge/tool_list.h"
 #include "command/launch/simulator_link.h"
 #include "command/launch/started_application.h"
 #include "command/sim_tools.h"
+#include "command/testing/test_time.h"
 #include "command/xr/xr_tools.h"
 #include "mcp/client/blocking_client.h"
 #include "mcp/server_host.h"
@@ -29,12 +32,21 @@ namespace fs = std::filesystem;
 using clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
+constexpr milliseconds kAskLimit{5000};
 // An application that takes longer for one answer hangs. Tools that wait for frames take at most a part of it.
 constexpr milliseconds kAnswerLimit{45000};
 constexpr milliseconds kBetweenLooks{20};
+constexpr milliseconds kAnswerOfEnded{2000};
+// Between being told to end and seeing it.
+constexpr milliseconds kStopSeen{100};
 // Between the end of a process and the time at which it is seen.
 constexpr milliseconds kEndSeen{300};
 constexpr double kPictureSeconds = 3;
+// Until what was set is drawn, also by an application that works at two frames at a time.
+constexpr std::uint64_t kFramesToShow = 2;
+// Of a wait that names no limit: for the simulator's first frames, and for frames that are drawn slowly.
+constexpr double kWaitSeconds = 10;
+constexpr double kLeastFramesPerSecond = 5;
 constexpr std::size_t kOutputLines = 400;
 
 struct test_fault : std::runtime_error {
@@ -73,12 +85,30 @@ std::string for_file_name(std::string text) {
     return text;
 }
 
+// The simulator's clock; with `fixed` and `stepped`, the application is held between two steps.
+std::string clock_of(const launch_options& options) {
+    environment variables = current_environment();
+    for (const auto& [name, value] : options.variables) variables[name] = value;
+    return options.simulator ? variables["VELMOOR_SIM_CLOCK"] : std::string();
+}
+
+bool is_held(const launch_options& options) {
+    return clock_of(options) == "fixed" || clock_of(options) == "stepped";
+}
+
 class test_runner {
  public:
     test_runner(const test_file& test, const run_settings& settings)
         : test_(test),
           settings_(settings),
-          application_(settings.command, launch_of(test, settings, control_.text())),
+          options_(launch_of(test, settings, control_.text())),
+          shows_newest_(clock_of(with_variables(test, settings)) == "fixed"),
+          application_(settings.command, options_),
+          time_(
+              is_held(options_) ? &simulator_ : nullptr, [this] { return bridge_.process_for({}); },
+              [this] {
+                  pending_call(bridge_, call_of("openxr_get_instance_info", json::object())).wait_for(kAskLimit);
+              }),
           bridge_(bridge_of()) {
         bridge_.introduce({{"name", "velmoor test"}, {"version", settings.version}});
         bridge_.expect_calls();
@@ -102,10 +132,16 @@ class test_runner {
     }
 
  private:
-    static launch_options launch_of(const test_file& test, const run_settings& settings, const std::string& control) {
+    static launch_options with_variables(const test_file& test, const run_settings& settings) {
         launch_options options = settings.launch;
-        if (options.simulator) options.control = control;
         for (const auto& [name, value] : test.environment) options.variables[name] = value;
+        return options;
+    }
+
+    static launch_options launch_of(const test_file& test, const run_settings& settings, const std::string& control) {
+        launch_options options = with_variables(test, settings);
+        if (options.simulator) options.control = control;
+        if (is_held(options)) options.variables["VELMOOR_SIM_CLOCK"] = "stepped";
         return options;
     }
 
@@ -121,9 +157,12 @@ class test_runner {
         made.version = settings_.version;
         made.own_tools = xr_tools(&application_);
         for (own_tool& each : app_tools(application_)) made.own_tools.push_back(std::move(each));
-        if (!settings_.launch.simulator) return made;
-        for (own_tool& each : sim_tools(simulator_)) made.own_tools.push_back(std::move(each));
-        made.let_frame_pass = [this] { return simulator_.let_frame_pass(); };
+        if (settings_.launch.simulator) {
+            for (own_tool& each : sim_tools(simulator_)) made.own_tools.push_back(std::move(each));
+            made.gather = [this](bool is_wanted) { return simulator_.gather(is_wanted); };
+            made.let_frame_pass = [this] { return simulator_.let_frames_pass(); };
+        }
+        for (const own_tool& each : made.own_tools) our_tools_.insert(each.declaration["name"].get<std::string>());
         return made;
     }
 
@@ -176,12 +215,28 @@ class test_runner {
     }
 
     json outcome_of_call(const std::string& tool, const json& arguments, milliseconds more = {}) {
-        pending_call pending(bridge_, {.name = tool, .arguments = arguments, .done = nullptr, .report = nullptr});
-        std::optional<json> outcome = pending.wait_for(kAnswerLimit + more);
-        if (outcome) return std::move(*outcome);
+        pending_call pending(bridge_, call_of(tool, arguments));
+        const bool needs_frames = time_.stands() && !is_builtin(tool) && !our_tools_.contains(tool);
+        const milliseconds limit = kAnswerLimit + more;
+        const auto deadline = clock::now() + limit;
+        std::optional<clock::time_point> answered_by;  // of an application that has ended
+        while (clock::now() < answered_by.value_or(deadline) && !is_stopped()) {
+            auto outcome = needs_frames ? time_.outcome_of(pending, kStopSeen) : pending.wait_for(kStopSeen);
+            if (outcome) return std::move(*outcome);
+            const bool is_over = !tool.starts_with("app_") && !application_.is_running();
+            if (is_over && !answered_by) answered_by = clock::now() + kAnswerOfEnded;
+        }
         pending.cancel("no answer in time");
+        if (answered_by) throw test_fault("it has not answered " + tool);
+        if (is_stopped()) throw set_up_fault("velmoor test was told to end");
         throw set_up_fault("the application hangs: it has not answered " + tool + " within " +
-                           std::to_string((kAnswerLimit + more).count() / 1000) + " s");
+                           std::to_string(limit.count() / 1000) + " s");
+    }
+
+    bool is_stopped() const { return settings_.is_stopped && *settings_.is_stopped; }
+
+    static tool_call call_of(const std::string& tool, const json& arguments) {
+        return {.name = tool, .arguments = arguments, .done = nullptr, .report = nullptr};
     }
 
     static std::string text_of_outcome(const json& outcome) {
@@ -207,13 +262,19 @@ class test_runner {
     }
 
     void wait(const test_step& step) {
-        const json outcome = outcome_of_call("xr_wait", step.arguments, from_seconds(step.timeout_seconds));
+        json arguments = step.arguments;
+        if (!arguments.contains("timeout_seconds")) {
+            const json frames = arguments.value("frames", json());
+            const double drawn = frames.is_number() ? std::clamp(frames.get<double>(), 0.0, 1e6) : 0;
+            arguments["timeout_seconds"] = std::min(kWaitSeconds + drawn / kLeastFramesPerSecond, 600.0);
+        }
+        const double limit = arguments["timeout_seconds"].get<double>();
+        const json outcome = outcome_of_call("xr_wait", arguments, from_seconds(limit));
         if (is_failure(outcome)) throw test_fault(text_of_outcome(outcome));
     }
 
     void expect(const test_step& step) {
-        const auto deadline = clock::now() + from_seconds(step.timeout_seconds);
-        for (;;) {
+        for (test_time::span span(time_, step.timeout_seconds);; span.pass()) {
             std::string faults;
             const json outcome = outcome_of_call(step.name, step.arguments);
             const std::string text = text_of_outcome(outcome);
@@ -222,8 +283,7 @@ class test_runner {
                 if (const auto fault = fault_of(each, text)) faults += (faults.empty() ? "" : "; ") + *fault;
             }
             if (faults.empty()) return;
-            if (clock::now() >= deadline || !application_.is_running()) throw test_fault(faults);
-            std::this_thread::sleep_for(kBetweenLooks);
+            if (span.is_over() || !application_.is_running()) throw test_fault(faults);
         }
     }
 
@@ -246,12 +306,12 @@ class test_runner {
     // What moves comes to rest: the picture has that long to be as expected.
     void picture(const test_step& step, step_result& result) {
         const fs::path file = baseline_of(step);
+        if (shows_newest_) simulator_.let_frames_pass(kFramesToShow);
         if (settings_.update) return update(step, file);
         std::ostringstream bytes;
         bytes << std::ifstream(file, std::ios::binary).rdbuf();
         result.pictures.expected = bytes.str();
-        const auto deadline = clock::now() + from_seconds(kPictureSeconds);
-        for (;;) {
+        for (test_time::span span(time_, kPictureSeconds);; span.pass()) {
             result.pictures.actual = take_picture(step.eye);
             if (result.pictures.expected.empty()) {
                 throw test_fault("there is no baseline " + file.string() + "; --update writes it");
@@ -260,18 +320,16 @@ class test_runner {
                 compare(read_png(result.pictures.expected), read_png(result.pictures.actual), step.limits);
             result.message = made.message;
             if (made.is_same) break;
-            if (clock::now() < deadline && application_.is_running()) {
-                std::this_thread::sleep_for(kBetweenLooks);
-                continue;
-            }
+            if (!span.is_over() && application_.is_running()) continue;
             if (made.difference.width > 0) result.pictures.difference = write_png(made.difference);
             throw test_fault(made.message + "; baseline " + file.string());
         }
         result.pictures = {};  // nobody looks at those that are alike
     }
 
+    // Where time stands, the picture is the one that a test sees first, and it takes no frames that the test would not.
     void update(const test_step& step, const fs::path& file) {
-        const auto deadline = clock::now() + from_seconds(kPictureSeconds);
+        const auto deadline = clock::now() + from_seconds(time_.stands() ? 0 : kPictureSeconds);
         std::string last = take_picture(step.eye);
         for (std::string next; clock::now() < deadline; last = std::move(next)) {
             next = take_picture(step.eye);
@@ -299,8 +357,12 @@ class test_runner {
     const run_settings& settings_;
     // Not the one of the environment: several tests run at a time.
     const control_path control_ = control_path::of_our_own();
+    const launch_options options_;
+    const bool shows_newest_;  // pictures show what was set just before
     simulator_link simulator_{control_.text()};
     started_application application_;
+    const test_time time_;
+    std::set<std::string> our_tools_;  // and not the application's
     std::string system_;
     bridge bridge_;  // last: its thread uses the application
 };

@@ -1,6 +1,7 @@
 // Goes through one test with a fresh application, and tells what came of it.
 #pragma once
 
+#include <atomic>
 #include <optional>
 #include <string>
 #include <vector>
@@ -16,6 +17,8 @@ struct run_settings {
     std::string version;   // of this program
     std::string renderer;  // what baselines call it; may be empty
     bool update = false;   // write the baselines, and compare nothing
+    // Once it is true, a run ends soon, and its result says nothing. May be null.
+    const std::atomic<bool>* is_stopped = nullptr;
 };
 
 enum class verdict {

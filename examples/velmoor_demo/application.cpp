@@ -51,9 +51,16 @@ void TellThatNothingIsDrawn(const std::string& why) {
     Report::Line("Running headless: " + why);
 }
 
+void MisplaceHands(std::array<HandState, 2>& hands) {
+    for (HandState& hand : hands) {
+        if (hand.grip) hand.grip->position.y += 0.15f;
+        if (hand.aim) hand.aim->position.y += 0.15f;
+    }
+}
+
 }  // namespace
 
-Application::Application(bool headless) {
+Application::Application(bool headless, Fault fault) : fault_(fault), game_(fault) {
     std::string why;
     if (!headless) gles_ = Gles::Make(why);
     if (!why.empty()) TellThatNothingIsDrawn(why);
@@ -233,7 +240,8 @@ void Application::RunFrame() {
     Check(xrBeginFrame(session_, nullptr), "xrBeginFrame");
     game_.AdvanceFrame(newest_frame_);
 
-    const auto hands = controls_->Update(stage_, frame.predictedDisplayTime);
+    auto hands = controls_->Update(stage_, frame.predictedDisplayTime);
+    if (fault_ == Fault::kPose) MisplaceHands(hands);
     report_.Frame(LocateHead(frame.predictedDisplayTime), hands);
     const Game::Standing standing = game_.standing();
     report_.Play(standing);

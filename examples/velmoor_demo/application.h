@@ -20,7 +20,7 @@ namespace demo {
 
 class Application {
  public:
-    explicit Application(bool headless);
+    Application(bool headless, Fault fault);
     ~Application();
     Application(const Application&) = delete;
     Application& operator=(const Application&) = delete;
@@ -49,6 +49,7 @@ class Application {
     const std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     // Outlives the session. Null in a headless one.
     std::unique_ptr<Gles> gles_;
+    const Fault fault_;
     Game game_;  // outlives the instance, whose tools use it
     XrInstance instance_ = XR_NULL_HANDLE;
     XrSystemId system_ = XR_NULL_SYSTEM_ID;

@@ -25,7 +25,7 @@ void Game::AdvanceFrame(XrTime shown) {
 }
 
 void Game::TakeStepLocked(const SequenceStep& step, std::int64_t now_ms) {
-    if (step.action == "add_score") score_ += step.amount;
+    if (step.action == "add_score") score_ += step.amount + (fault_ == Fault::kScore ? 1 : 0);
     if (step.action == "set_weather") {
         weather_ = step.weather;
         weather_changed_ = now_;
@@ -47,6 +47,7 @@ std::vector<Cube> Game::LatestCubes() const {
 std::size_t Game::SpawnCube(const Cube& cube) {
     const std::lock_guard lock(mutex_);
     cubes_.push_back(cube);
+    if (fault_ == Fault::kColour) cubes_.back().color = "purple";
     return cubes_.size();
 }
 

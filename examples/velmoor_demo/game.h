@@ -34,8 +34,13 @@ struct SequenceEvent {
     std::int64_t at_ms;
 };
 
+// What the demo does wrong when it is told to, for who tries out tests of it.
+enum class Fault { kNone, kColour, kPose, kScore };
+
 class Game {
  public:
+    explicit Game(Fault fault) : fault_(fault) {}
+
     struct Standing {
         int score = 0;
         std::string weather = "sun";
@@ -70,6 +75,7 @@ class Game {
     void TakeStepLocked(const SequenceStep& step, std::int64_t now_ms);
     bool HoldsLocked(const std::string& condition) const;
 
+    const Fault fault_;
     mutable std::mutex mutex_;  // guards all below
     std::condition_variable changed_;
     std::uint64_t frame_ = 0;

@@ -135,6 +135,10 @@ agents_loop() {
   called 'step 2 was not begun, nor any other.*isError":true' xr_act '{"steps":[{"frames":2},{"tool":"app_stop"}]}'
   called 'step 1 failed and those behind.*isError":true' xr_act '{"steps":[{"tool":"xr_look_at"},{"frames":1}]}'
   called 'left X' xr_release_all
+  printf '%s\n' '{"jsonrpc":"2.0","id":"long","method":"tools/call","params":{"name":"sim_step","arguments":{"frames":1000000}}}' \
+    '{"jsonrpc":"2.0","method":"notifications/cancelled","params":{"requestId":"long"}}' >&"${bridge[1]}"
+  called '\\"held\\": true' sim_pause # the steps that nobody waits for have ended
+  called '\\"paused\\": false' sim_run
   called '\[DEBUG\]' app_output '{"lines":400,"level":"debug"}'
   called 'ended with exit code 0' app_stop
   called 'was not running' app_stop
@@ -244,6 +248,15 @@ END
   local begin=$SECONDS
   expect 0 '2 of 2 passed' test -j 2 --repeat 2 held.yaml -- "$build/bin/velmoor_demo" --headless
   [ $((SECONDS - begin)) -lt 5 ] || flunk 'a held application was not let end by itself'
+  echo 'steps: [{call: set_weather, arguments: {weather: rain}}, {wait: {frames: 9999}}]' >long.yaml
+  "$velmoor" test --output ended long.yaml -- "$build/bin/velmoor_demo" --headless >"$scratch/ended.txt" 2>&1 &
+  local ended=$! code=0
+  until pgrep -f "^$build/bin/velmoor_demo --headless" >/dev/null; do sleep 0.05; done
+  kill -TERM "$ended"
+  wait "$ended" || code=$?
+  [ "$code" = 143 ] && grep -q 'with 0 of 1 done' "$scratch/ended.txt" && [ -s ended/junit.xml ] || flunk 'it ends badly'
+  gone "^$build/bin/velmoor_demo --headless"
+  expect 2 'no reports can be written to good.yaml' test --output good.yaml held.yaml -- "$build/bin/velmoor_demo"
   expect 2 'bad.yaml:1: the file can.t be read' test bad.yaml -- "$build/bin/velmoor_demo"
 }
 

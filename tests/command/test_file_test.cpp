@@ -43,19 +43,37 @@ TEST(TestFile, IsMadeOfARecordingWithoutWhatDiffersFromRunToRun) {
         return json{{"content", json::array({{{"type", "text"}, {"text", text}}})}};
     };
     recording what;
+    what.header = {{"application", "demo"}, {"simulator", true}, {"environment", {{"VELMOOR_SIM_SEED", "7"}}}};
+    const std::string shown =
+        R"({"pictures": [{"eye": "right", "shows": {"x": 2, "y": 0, "width": 6, "height": 5}, "of": {"width": 8, "height": 8}}]})";
     what.calls = {{0, 1, "app_start", json::object(), said("runs"), false},
-                  {1.1, 0.1, "openxr_get_x", {{"app", "1"}}, said(R"({"a": {"b/c": 1.5}, "handle": 3})"), false},
+                  {1.1,
+                   0.1,
+                   "openxr_get_x",
+                   {{"app", "1"}},
+                   said(R"({"a": {"b/c": 1.5}, "at": [1, 2.5], "atMs": 3, "times_hit": "0x12ab"})"),
+                   false},
                   {3.2, 0.1, "press", {{"n", 2}}, said("Error: no"), true},
-                  {3.3, 0.1, "xr_picture", {{"eye", "right"}}, json::object(), false}};
+                  {3.3, 0.1, "xr_picture", {{"eye", "right"}}, said(shown), false},
+                  {3.4, 1, "app_restart", json::object(), said("runs"), false},
+                  {6, 0.1, "read_x", json::object(), said(R"({"a": 1})"), false}};
     const test_file read = parse_test(test_of(what), "f");
-    ASSERT_EQ(read.steps.size(), 5u) << test_of(what);
+    ASSERT_EQ(read.steps.size(), 7u) << test_of(what);
+    EXPECT_EQ(read.environment.at("VELMOOR_SIM_CLOCK"), "fixed");
+    EXPECT_EQ(read.environment.at("VELMOOR_SIM_SEED"), "7");
     EXPECT_EQ(read.steps[0].kind, step_kind::expect);
     EXPECT_TRUE(read.steps[0].arguments.empty());
-    ASSERT_EQ(read.steps[0].checks.size(), 1u);
+    ASSERT_EQ(read.steps[0].checks.size(), 2u);
     EXPECT_FALSE(fault_of(read.steps[0].checks[0], R"({"a": {"b/c": 1.52}})"));
+    EXPECT_FALSE(fault_of(read.steps[0].checks[1], R"({"at": [1.01, 2.48]})"));
     EXPECT_EQ(read.steps[1].arguments, json({{"frames", 144}}));
     EXPECT_TRUE(read.steps[2].shall_fail);
     EXPECT_EQ(read.steps[3].eye, "right");
+    ASSERT_EQ(read.steps[3].limits.masks.size(), 2u) << "all but what was looked at";
+    EXPECT_EQ(read.steps[3].limits.masks[0].y, 5);
+    EXPECT_EQ(read.steps[3].limits.masks[1].width, 2);
+    EXPECT_EQ(read.steps[4].name, "app_restart");
+    EXPECT_EQ(read.steps[5].kind, step_kind::expect) << "which waits, in place of the pause";
 }
 
 TEST(TestFile, IsToldToBeWrongWithLineAndReason) {

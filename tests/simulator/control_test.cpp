@@ -14,6 +14,7 @@
 #include <thread>
 
 #include "tests/simulator/simulator_fixture.h"
+#include "xr/simulator_frame_demand.h"
 
 namespace simulator_test {
 namespace {
@@ -71,6 +72,12 @@ class SimulatorControl : public SimulatorTest {
         unsetenv("VELMOOR_SIM_CONTROL");
     }
 
+    std::vector<const char*> Extensions() const override {
+        std::vector<const char*> names = SimulatorTest::Extensions();
+        names.push_back(orvanic_xr::kSimulatorFrameDemandExtension);
+        return names;
+    }
+
     const std::string path_ = testing::TempDir() + "sim_control_" + std::to_string(getpid());
     XrSession session_ = XR_NULL_HANDLE;
     std::thread application_;
@@ -107,6 +114,7 @@ TEST_F(SimulatorControl, BadInputIsToldAndChangesNothing) {
                                      {R"({"do":"step","frames":0})", "frames must be"},
                                      {R"({"do":"step","frames":"2"})", "frames must be"},
                                      {R"({"do":"rate","rate":-1})", "rate must be"},
+                                     {R"({"do":"gather"})", "wanted must be"},
                                      {R"({"do":"event","event":"rain"})", "event must be one of focus_lost"},
                                      {R"({"do":"event","event":"tracking_lost"})", "hand must be"},
                                      {R"({"do":"event","event":"tracking_lost","hand":"left"})", "no left controller"},
@@ -119,6 +127,29 @@ TEST_F(SimulatorControl, BadInputIsToldAndChangesNothing) {
     Controller other(path_);
     EXPECT_THAT(other.Ask(std::string(5000, '['))["error"].get<std::string>(), HasSubstr("too long"));
     EXPECT_EQ(controller.Ask(R"({"do":"state"})"), before) << "who goes away and held nothing changes nothing";
+}
+
+TEST_F(SimulatorControl, WhatNeedsFramesAtTheSameTimeIsGatheredFirst) {
+    const auto change =
+        FunctionOf<orvanic_xr::PFN_xrChangeSimulatorFrameDemandKESTX1>("xrChangeSimulatorFrameDemandKESTX1");
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    const auto await_frame_behind = [&](XrTime time) {
+        while (newest_ == time && std::chrono::steady_clock::now() < limit) std::this_thread::yield();
+        EXPECT_GT(newest_, time);
+    };
+    Controller controller(path_);
+    controller.Ask(R"({"do":"step"})");
+    const XrTime held = newest_;
+    Controller gatherer(path_);
+    EXPECT_EQ(gatherer.Ask(R"({"do":"gather","wanted":true})")["wanted"], 0);
+    for (int calls = 1; calls <= 2; ++calls) ASSERT_EQ(change(session_, 1), XR_SUCCESS);
+    EXPECT_EQ(gatherer.Ask(R"({"do":"gather","wanted":true})")["wanted"], 2);
+    EXPECT_EQ(newest_, held);
+    gatherer.Ask(R"({"do":"gather","wanted":false})");
+    await_frame_behind(held);
+    Controller(path_).Ask(R"({"do":"gather","wanted":true})");  // and goes
+    await_frame_behind(newest_);
+    for (int calls = 1; calls <= 2; ++calls) ASSERT_EQ(change(session_, -1), XR_SUCCESS);
 }
 
 TEST_F(SimulatorControl, TheApplicationRunsOnWhenTheOneWhoHeldItIsGone) {
