@@ -21,6 +21,7 @@ struct tool_call {
     // `progress`, which rises, and perhaps `total` and `message`. Empty if the caller wants none.
     std::function<void(json&& progress)> report;
     bool is_inner = false;  // made by a tool of the bridge's own
+    bool is_aside = false;  // a look of somebody who watches: waits for no application, and counts as no call
 };
 
 class tool_source {
