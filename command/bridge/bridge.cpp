@@ -213,7 +213,7 @@ void bridge::hand_to(const std::shared_ptr<application_link>& link, const open_c
     const std::int64_t link_call = link->call(
         call->call.name, call->call.arguments, limits,
         [this, call, who = link->who()](mcp::call_result&& end) { take_end(call, who, std::move(end)); },
-        std::move(report));
+        std::move(report), call->call.is_aside);
     {
         const std::lock_guard lock(mutex_);
         const auto found = running_.find(call->id);

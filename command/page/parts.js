@@ -38,11 +38,16 @@ function block(title, text) {
 function pretty(text) {
   try {
     const whole = JSON.stringify(JSON.parse(text));
-    return whole.length < 72 ? whole : JSON.stringify(JSON.parse(text), null, 2).replace(/\[[^[\]{}]{0,90}\]/g,
-      (list) => list.replace(/\s+/g, ' '));
+    return whole.length < 72 ? whole : JSON.stringify(JSON.parse(text), null, 2).replace(/\[[^[\]{}"]{0,160}\]/g,
+      (list) => list.replace(/\s+/g, ' ').replace('[ ', '[').replace(' ]', ']'));
   } catch {
     return text;
   }
+}
+
+// A long name may end a line behind each of its parts.
+function breakable(name) {
+  return name.split(/(?<=_)/).flatMap((part) => [part, make('wbr')]);
 }
 
 // One row of a list, which opens to what `fill` gives. Until it is opened, nothing of that is made.
@@ -57,10 +62,10 @@ class Entry {
 
   // `title` and `note` are texts; `time` and `took` may lack.
   show({ result, title, note, time, took }) {
-    const column = (name, text) => make('span', { class: name }, text ?? '');
+    const column = (name, ...content) => make('span', { class: name }, ...content);
     this.took = column('took', took);
     this.details.className = `entry ${result}`;
-    this.summary.replaceChildren(mark(result), column('title', title), column('note', note), column('time', time), this.took);
+    this.summary.replaceChildren(mark(result), column('title', ...breakable(title)), column('note', note), column('time', time), this.took);
     this.refill();
   }
 

@@ -137,10 +137,15 @@ class Plan {
     }
   }
 
+  // In the middle of it, or below what is smaller than its name.
   drawName(name, outline) {
-    const centre = [0, 1].map((axis) => outline.reduce((sum, point) => sum + point[axis], 0) / outline.length);
-    const [x, y] = this.at(centre);
-    this.layers.names.append(draw('text', { x, y, dy: '.36em', 'text-anchor': 'middle' }, name));
+    const points = outline.map((point) => this.at(point));
+    const extent = (axis) => [Math.min(...points.map((point) => point[axis])), Math.max(...points.map((point) => point[axis]))];
+    const [[left, right], [top, bottom]] = [extent(0), extent(1)];
+    const label = draw('text', { x: (left + right) / 2, 'text-anchor': 'middle' }, name);
+    this.layers.names.append(label);
+    const fits = label.getComputedTextLength() < right - left;
+    label.setAttribute('y', fits ? (top + bottom) / 2 + 4 : bottom + 12);
   }
 
   // In pieces that fade towards the oldest.

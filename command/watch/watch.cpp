@@ -20,8 +20,11 @@ constexpr std::uint64_t kLooksOfEntities = 20;
 constexpr milliseconds kAnswerLimit{2000};
 constexpr milliseconds kBetweenWaits{50};
 
-// What is asked for first, by its name in what is told.
-constexpr std::array kPoses = {"head", "left", "right", "left_aim", "right_aim"};
+// The names of answers, and of what is told of them.
+constexpr const char* kSession = "session";
+constexpr const char* kFrames = "frames";
+constexpr const char* kEntities = "entities";
+constexpr std::array kDevices = {"head", "left", "right", "left_aim", "right_aim"};
 
 double unix_seconds() {
     return std::chrono::duration<double>(std::chrono::system_clock::now().time_since_epoch()).count();
@@ -163,65 +166,72 @@ void looker::look() {
     }
     if (who->pid != process_) begin_room(*who, nullptr, "stage");
     const std::uint64_t room = room_number_;
-    const std::vector<json> answers = ask(questions());
-    room_["answers"] = !answers.empty();
-    if (!answers.empty()) take(*who, answers);
+    const json answers = ask(questions());
+    room_["answers"] = !answers.is_null();
+    if (!answers.is_null()) take(*who, answers);
     if (room == room_number_) ++looks_;
     shown_.log().set_room(room_, room_number_,
                           {place_of(room_["head"]), place_of(room_["left"]), place_of(room_["right"])});
 }
 
 std::vector<looker::question> looker::questions() const {
-    std::vector<question> asked = {{"openxr_get_head_pose", {{"base_space", space_}}}};
-    for (const char* const pose : {"grip", "aim"}) {
-        for (const char* const hand : {"left", "right"}) {
-            asked.emplace_back("openxr_get_controller_pose",
-                               json{{"base_space", space_}, {"hand", hand}, {"pose_type", pose}});
-        }
-    }
+    std::vector<question> asked;
     if (looks_ % kLooksOfState == 0) {
-        asked.emplace_back("openxr_get_session_info", json::object());
-        asked.emplace_back("openxr_get_frame_info", json{{"include_history", true}});
+        asked.push_back({kSession, "openxr_get_session_info", json::object()});
+        asked.push_back({kFrames, "openxr_get_frame_info", {{"include_history", true}}});
     }
-    if (looks_ % kLooksOfEntities == 0) asked.emplace_back("openxr_list_spatial_entities", asked.front().second);
+    if (session_.is_null()) return asked;  // nothing is anywhere, and the layer would log each refusal
+    const json where{{"base_space", space_}};
+    asked.push_back({kDevices[0], "openxr_get_head_pose", where});
+    const auto ask_for_hand = [&](const char* name, const char* hand, const char* pose) {
+        asked.push_back(
+            {name, "openxr_get_controller_pose", {{"base_space", space_}, {"hand", hand}, {"pose_type", pose}}});
+    };
+    ask_for_hand(kDevices[1], "left", "grip");
+    ask_for_hand(kDevices[2], "right", "grip");
+    ask_for_hand(kDevices[3], "left", "aim");
+    ask_for_hand(kDevices[4], "right", "aim");
+    if (looks_ % kLooksOfEntities == 1) asked.push_back({kEntities, "openxr_list_spatial_entities", where});
     return asked;
 }
 
-// In the order of the questions.
-void looker::take(const application& who, const std::vector<json>& answers) {
-    if (looks_ % kLooksOfState == 0) {
-        const json session = handle_in(answers[kPoses.size()]);
-        if (session != session_ && looks_ > 0) begin_room(who, session, space_);
+void looker::take(const application& who, const json& answers) {
+    if (answers.contains(kSession)) {
+        const json session = handle_in(answers[kSession]);
+        if (session != session_ && !session_.is_null()) begin_room(who, session, space_);
         session_ = session;
-        room_["state"] = state_in(answers[kPoses.size()]);
-        room_["frames"] = frames_in(answers[kPoses.size() + 1], unix_seconds());
-        if (answers.size() > kPoses.size() + 2) room_["entities"] = entities_on_plan(answers.back());
+        room_["state"] = state_in(answers[kSession]);
+        room_["frames"] = frames_in(answers[kFrames], unix_seconds());
     }
-    for (std::size_t i = 0; i < kPoses.size(); ++i) room_[kPoses[i]] = device_on_plan(answers[i]);
+    if (answers.contains(kEntities)) room_["entities"] = entities_on_plan(answers[kEntities]);
+    for (const char* const each : kDevices) {
+        room_[each] = answers.contains(each) ? device_on_plan(answers[each]) : json();
+    }
     // Not every runtime has a stage.
-    if (room_["head"].is_null() && !session_.is_null() && looks_ % kLooksOfState == 1) {
+    if (answers.contains(kDevices[0]) && room_[kDevices[0]].is_null() && looks_ % kLooksOfState == 1) {
         begin_room(who, session_, space_ == "stage" ? "local" : "stage");
     }
 }
 
-std::vector<json> looker::ask(const std::vector<question>& questions) {
+json looker::ask(const std::vector<question>& questions) {
     std::vector<pending_call> pending;
     pending.reserve(questions.size());
-    for (const auto& [tool, arguments] : questions) {
-        json asked = arguments;
+    for (const question& each : questions) {
+        json asked = each.arguments;
         asked["app"] = std::to_string(process_);
-        tool_call call{.name = tool, .arguments = std::move(asked), .done = nullptr, .report = nullptr};
+        tool_call call{.name = each.tool, .arguments = std::move(asked), .done = nullptr, .report = nullptr};
         call.is_inner = call.is_aside = true;
         pending.emplace_back(through_, std::move(call));
     }
-    std::vector<json> answers;
+    json answers = json::object();
     const auto deadline = clock::now() + kAnswerLimit;
     while (answers.size() < pending.size()) {
-        if (auto outcome = pending[answers.size()].wait_for(kBetweenWaits)) {
-            answers.push_back(answer_in(*outcome));
+        const std::size_t next = answers.size();
+        if (auto outcome = pending[next].wait_for(kBetweenWaits)) {
+            answers[questions[next].name] = answer_in(*outcome);
         } else if (clock::now() > deadline || shown_.is_closed()) {
-            for (std::size_t i = answers.size(); i < pending.size(); ++i) pending[i].cancel("nobody waits any more");
-            return {};
+            for (std::size_t i = next; i < pending.size(); ++i) pending[i].cancel("nobody waits any more");
+            return nullptr;
         }
     }
     return answers;

@@ -64,23 +64,27 @@ class looker {
     looker& operator=(const looker&) = delete;
 
  private:
-    using question = std::pair<const char*, json>;  // tool and arguments
+    struct question {
+        const char* name;  // of its answer
+        const char* tool;
+        json arguments;
+    };
 
     void look_again_and_again();
     void look();
     void begin_room(const application& who, const json& session, const std::string& space);
-    void take(const application& who, const std::vector<json>& answers);
-    // All that the layer is asked for with this look.
+    void take(const application& who, const json& answers);
+    // What the layer is asked for with this look.
     std::vector<question> questions() const;
-    // The answers, null where one is no JSON; none at all if the application did not answer in time.
-    std::vector<json> ask(const std::vector<question>& questions);
+    // The answers by name, null where one is no JSON; null if the application did not answer in time.
+    json ask(const std::vector<question>& questions);
 
     watch& shown_;
     bridge& through_;
 
     // Of the thread alone.
     pid_t process_ = 0;
-    json session_;  // its handle
+    json session_;  // its handle; null while there is none
     std::uint64_t room_number_ = 0;
     std::string space_ = "stage";
     std::uint64_t looks_ = 0;  // in this room
