@@ -18,14 +18,6 @@ std::string lower(std::string text) {
     return text;
 }
 
-// Takes the same time wherever they differ.
-bool is_equal_secret(std::string_view one, std::string_view other) {
-    if (one.size() != other.size()) return false;
-    unsigned difference = 0;
-    for (std::size_t i = 0; i < one.size(); ++i) difference |= static_cast<unsigned>(one[i] ^ other[i]);
-    return difference == 0;
-}
-
 // The scheme may be written large or small.
 bool has_token(const std::string& authorization, const std::string& token) {
     const std::size_t blank = std::min(authorization.find(' '), authorization.size());
@@ -55,6 +47,13 @@ mcp::http_answer refused(int status, const json& id, std::int32_t code, const st
     answer.content_type = "application/json";
     answer.body = mcp::dump_json(mcp::to_json(mcp::make_error_response(id, code, message, std::move(data))));
     return answer;
+}
+
+bool is_equal_secret(std::string_view one, std::string_view other) {
+    if (one.size() != other.size()) return false;
+    unsigned difference = 0;
+    for (std::size_t i = 0; i < one.size(); ++i) difference |= static_cast<unsigned>(one[i] ^ other[i]);
+    return difference == 0;
 }
 
 std::string header_of(const mcp::http_request& request, const std::string& name) {

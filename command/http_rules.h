@@ -23,6 +23,9 @@ bool accepts(const mcp::http_request& request, std::string_view type);
 // Who is served: this machine alone, or, with a token, whoever has it.
 std::optional<mcp::http_answer> refuse_stranger(const mcp::http_request& request, const std::string& token);
 
+// Whether both are the same, which takes the same time wherever they differ.
+bool is_equal_secret(std::string_view one, std::string_view other);
+
 // Whether the header Mcp-Name of 2026-07-28 says that name, as it is or written as "=?base64?...?=".
 bool is_name_in_header(const std::string& given, const std::string& name);
 

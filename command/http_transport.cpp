@@ -127,6 +127,9 @@ void http_transport::stop() {
 }
 
 std::optional<mcp::http_answer> http_transport::look_at_head(const mcp::http_request& request) {
+    if (settings_.page) {
+        if (auto answer = settings_.page(request)) return answer;
+    }
     if (auto refusal = refuse_stranger(request, settings_.token)) return refusal;
     if (request.path != kPath) return only(404);
     if (request.method == "DELETE") return take_delete(request);

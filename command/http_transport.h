@@ -2,9 +2,11 @@
 #pragma once
 
 #include <chrono>
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -20,6 +22,8 @@ struct http_settings {
     int port = 8730;
     std::string token;  // what clients have to know; without one, this machine alone is served
     json server_info;
+    // Answers requests for paths of its own, before any other rule; may be empty.
+    std::function<std::optional<mcp::http_answer>(const mcp::http_request&)> page = nullptr;
 };
 
 class http_transport {

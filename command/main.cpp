@@ -8,7 +8,9 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
+#include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -28,6 +30,7 @@
 #include "command/sim_tools.h"
 #include "command/stdio_transport.h"
 #include "command/testing/test_command.h"
+#include "command/watch_page.h"
 #include "command/xr/xr_tools.h"
 #include "mcp/server_host.h"
 
@@ -51,6 +54,8 @@ struct options {
     int port = 8730;
     std::string token;
     std::string control;
+    bool watch = false;
+    int watch_port = -1;                   // of mcp; below 0 for none
     std::vector<std::string> application;  // what stands behind "--"
 };
 
@@ -125,14 +130,35 @@ velmoor::bridge_settings settings_for(const options& given, std::unique_ptr<give
     return settings;
 }
 
+// A page that can't be served keeps nobody from serving the client.
+bool start_watch(int port, velmoor::watch_server& server) {
+    if (port < 0) return false;
+    const int bound = server.start(port);
+    if (bound == 0) std::fprintf(stderr, "velmoor: port %d is taken; there is no page to watch\n", port);
+    if (bound != 0) std::fprintf(stderr, "velmoor: watch at http://127.0.0.1:%d%s\n", bound, velmoor::kWatchPath);
+    return bound != 0;
+}
+
 int serve_client(const options& given) {
     std::unique_ptr<given_application> application;
     velmoor::bridge_settings settings = settings_for(given, application);
     const auto recorder = recorder_for(given, settings);
+    velmoor::watch watch;
+    velmoor::watch_server watch_server(watch);
+    const bool is_watched = start_watch(given.watch_port, watch_server);
+    if (is_watched) watch.follow(settings);
     velmoor::bridge bridge(std::move(settings));
     if (recorder) recorder->ask(bridge);
+    std::optional<velmoor::looker> looker;
+    if (is_watched) looker.emplace(watch, bridge);
     velmoor::serve_stdio(bridge, {{"name", "velmoor"}, {"version", VELMOOR_VERSION}}, STDIN_FILENO, STDOUT_FILENO);
     return velmoor::kWell;
+}
+
+std::function<std::optional<mcp::http_answer>(const mcp::http_request&)> page_of(const options& given,
+                                                                                 velmoor::watch_page& page) {
+    if (!given.watch) return nullptr;
+    return [&page](const mcp::http_request& request) { return page.answer(request); };
 }
 
 // Until a signal says so. To be called while the process has one thread: the others inherit what it blocks.
@@ -143,6 +169,11 @@ int serve_many(const options& given) {
             stderr);
         return velmoor::kMisused;
     }
+    if (given.watch && !is_loopback(given.host) && given.host != "0.0.0.0" && given.host != "::") {
+        std::fputs("velmoor: the page of --watch is for this machine alone, which can't reach it at that --host\n",
+                   stderr);
+        return velmoor::kMisused;
+    }
     sigset_t ends;
     sigemptyset(&ends);
     for (const int each : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ends, each);
@@ -151,12 +182,18 @@ int serve_many(const options& given) {
     std::unique_ptr<given_application> application;
     velmoor::bridge_settings settings = settings_for(given, application);
     const auto recorder = recorder_for(given, settings);
+    velmoor::watch watch;
+    velmoor::watch_page page(watch, given.token);
+    if (given.watch) watch.follow(settings);
     velmoor::bridge bridge(std::move(settings));
     if (recorder) recorder->ask(bridge);
+    std::optional<velmoor::looker> looker;
+    if (given.watch) looker.emplace(watch, bridge);
     velmoor::http_transport transport(bridge, {.host = given.host,
                                                .port = given.port,
                                                .token = given.token,
-                                               .server_info = {{"name", "velmoor"}, {"version", VELMOOR_VERSION}}});
+                                               .server_info = {{"name", "velmoor"}, {"version", VELMOOR_VERSION}},
+                                               .page = page_of(given, page)});
     const int port = transport.bind();
     if (port == 0) {
         std::fprintf(stderr, "velmoor: port %d of %s is taken; --port chooses another\n", given.port,
@@ -165,9 +202,12 @@ int serve_many(const options& given) {
     }
     const std::string host = given.host.find(':') == std::string::npos ? given.host : "[" + given.host + "]";
     std::fprintf(stderr, "velmoor: serving http://%s:%d/mcp\n", host.c_str(), port);
+    const char* const near = is_loopback(given.host) ? host.c_str() : "localhost";
+    if (given.watch) std::fprintf(stderr, "velmoor: watch at http://%s:%d%s\n", near, port, velmoor::kWatchPath);
     std::thread server([&transport] { transport.serve(); });
     int signal = 0;
     sigwait(&ends, &signal);
+    looker.reset();  // closes the page, whose streams end
     transport.stop();
     server.join();
     return velmoor::kWell;
@@ -262,6 +302,8 @@ std::vector<subcommand> add_subcommands(CLI::App& app, options& given) {
                         "claude mcp add velmoor -- velmoor mcp -- ./build/my_app", true, false, serve_client);
     add_wait(mcp, given);
     add_record(mcp, given);
+    mcp.add_option("--watch", given.watch_port, "Port of 127.0.0.1 for a page that shows what happens; 0 takes any")
+        ->check(CLI::Range(0, 65535));
     mcp.add_option("--pictures", given.pictures, "Directory for a copy of each picture, which the answer then names");
     add_launch_options(mcp, given);
 
@@ -273,6 +315,7 @@ std::vector<subcommand> add_subcommands(CLI::App& app, options& given) {
     serve.add_option("--token", given.token, "What clients send as Authorization: Bearer TOKEN")
         ->envname("VELMOOR_TOKEN");
     add_record(serve, given);
+    serve.add_flag("--watch", given.watch, "Also serve a page that shows what happens, at /watch, to this machine");
     serve.add_option("--pictures", given.pictures, "Directory for a copy of each picture, which the answer then names");
     add_launch_options(serve, given);
 

@@ -21,6 +21,8 @@ constexpr std::string_view kLevelTags[] = {
 
 constexpr std::size_t kUsualLineLength = 256;
 
+constinit thread_local bool lines_are_quiet = false;
+
 // The second group of control characters is two bytes long in UTF-8.
 bool IsControl(std::string_view text, std::size_t at) {
     const auto byte_at = [text](std::size_t i) { return i < text.size() ? static_cast<unsigned char>(text[i]) : 0u; };
@@ -104,6 +106,18 @@ void WriteToStandardOutput(std::string_view text) noexcept {
 
 void WriteToStandardError(std::string_view text) noexcept {
     WriteThrough(stderr, text);
+}
+
+QuietLines::QuietLines(bool is_on) noexcept : before_(lines_are_quiet) {
+    lines_are_quiet = before_ || is_on;
+}
+
+QuietLines::~QuietLines() {
+    lines_are_quiet = before_;
+}
+
+bool QuietLines::AreOn() noexcept {
+    return lines_are_quiet;
 }
 
 }  // namespace orvanic_xr

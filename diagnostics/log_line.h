@@ -70,6 +70,26 @@ std::string LogLine(std::string_view prefix, std::int32_t level, const Parts&...
     return line;
 }
 
+// While one that is on lives, info lines of this thread count as debug lines, in the log of the layer and of its
+// server.
+class QuietLines {
+ public:
+    explicit QuietLines(bool is_on) noexcept;
+    ~QuietLines();
+    QuietLines(const QuietLines&) = delete;
+    QuietLines& operator=(const QuietLines&) = delete;
+
+    // Whether a line of that level is written where `lowest` is the lowest that is.
+    static bool LetThrough(std::int32_t level, std::int32_t lowest) noexcept {
+        return level >= lowest && (level >= kLogError || !AreOn());
+    }
+
+ private:
+    static bool AreOn() noexcept;
+
+    const bool before_;
+};
+
 // Both for the whole process's console: one write, complete with the host's own buffered output before it.
 void WriteToStandardOutput(std::string_view text) noexcept;
 void WriteToStandardError(std::string_view text) noexcept;

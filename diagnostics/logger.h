@@ -43,7 +43,7 @@ class Logger {
     // A filtered call costs the comparison and builds nothing.
     template <typename... Parts>
     void Log(std::int32_t line_level, const Parts&... parts) noexcept {
-        if (line_level < level()) return;
+        if (!QuietLines::LetThrough(line_level, level())) return;
         try {
             Write(line_level, LogLine("[Velmoor] ", line_level, parts...));
         } catch (...) {  // no memory for the line

@@ -31,7 +31,7 @@ class logger {
 
     template <typename... Parts>
     void log(std::int32_t line_level, const Parts&... parts) noexcept {
-        if (line_level < level()) return;
+        if (!orvanic_xr::QuietLines::LetThrough(line_level, level())) return;
         try {
             write(orvanic_xr::LogLine("[cpp-mcp]   ", line_level, parts...));
         } catch (...) {  // no memory for the line

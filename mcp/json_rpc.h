@@ -14,6 +14,9 @@ inline constexpr std::int32_t kMethodNotFound = -32601;
 inline constexpr std::int32_t kInvalidParams = -32602;
 inline constexpr std::int32_t kInternalError = -32603;
 
+// In the `_meta` of a call: true for one of a read-only tool that the log need not tell.
+inline constexpr const char* kMetaAside = "velmoor/aside";
+
 struct json_rpc_request {
     std::string jsonrpc = "2.0";  // as the client sent it; never compared
     json id;                      // any JSON value, echoed as it came; null in a notification

@@ -121,6 +121,7 @@ class server {
     void tell_initialize(const std::string& session_id, const json& client_info, const header_map& headers);
 
     std::shared_ptr<const registered_tool> find_tool(const std::string& name) const;
+    bool is_aside(const json_rpc_request& request) const;
     json list_tools() const;
     json call_tool(const json& params, const std::string& session_id) const;
 

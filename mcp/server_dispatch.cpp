@@ -146,6 +146,16 @@ json server::parse_text(std::string_view text) const {
     return value;
 }
 
+// Who looks again and again does not want to fill the log with that. What changes something is always in it.
+bool server::is_aside(const json_rpc_request& request) const {
+    if (request.method != "tools/call" || !request.params.is_object()) return false;
+    const auto meta = request.params.find("_meta");
+    const auto name = request.params.find("name");
+    if (meta == request.params.end() || !meta->is_object() || meta->value(kMetaAside, json()) != true) return false;
+    const auto entry = name != request.params.end() && name->is_string() ? find_tool(*name) : nullptr;
+    return entry && entry->declaration.read_only_hint;
+}
+
 http_answer server::accept_request(http_request& request, http_body& posted) {
     const std::string& session_id = request.session_id;
     if (const auto open = sessions_->find(session_id)) open->touch();
@@ -177,6 +187,7 @@ http_answer server::accept_request(http_request& request, http_body& posted) {
     header_map headers;
     if (rpc.method == "initialize") headers = std::move(request.headers);
     if (!charge(posted, arguments_bytes(rpc) + headers_bytes(headers))) return refused_body(503);
+    const orvanic_xr::QuietLines quiet(is_aside(rpc));
     if (rpc.method != "ping") {
         log_info("POST /message accepted: method=", PeerText{rpc.method}, name_part(rpc), " session=", session_id,
                  " body_bytes=", body_bytes);
@@ -190,6 +201,7 @@ http_answer server::accept_request(http_request& request, http_body& posted) {
 void server::answer_request(const json_rpc_request& request, const std::string& session_id, const header_map& headers,
                             event_dispatcher& dispatcher) noexcept {
     try {
+        const orvanic_xr::QuietLines quiet(is_aside(request));
         const auto response = dispatch_request(request, session_id, headers);
         if (request.is_notification()) return;
         if (response && response->id.is_null()) {

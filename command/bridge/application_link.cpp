@@ -4,6 +4,8 @@
 #include <array>
 #include <utility>
 
+#include "mcp/json_rpc.h"
+
 #include "command/bridge/tool_list.h"
 
 namespace velmoor {
@@ -62,8 +64,9 @@ application_link::application_link(application who, const surroundings& around, 
 
 std::int64_t application_link::call(const std::string& tool, const json& arguments, mcp::call_limits limits,
                                     std::function<void(mcp::call_result&&)> done,
-                                    std::function<void(const json&)> report) {
+                                    std::function<void(const json&)> report, bool is_aside) {
     json params{{"name", tool}};
+    if (is_aside) params["_meta"][mcp::kMetaAside] = true;
     if (!arguments.is_null()) params["arguments"] = arguments;
     return client_->call("tools/call", std::move(params), limits, std::move(done), std::move(report));
 }

@@ -27,8 +27,10 @@ class application_link {
     application_link(application who, const surroundings& around, json client_info, const std::string& version,
                      std::function<void()> changed);
 
+    // `is_aside` asks the application not to log it.
     std::int64_t call(const std::string& tool, const json& arguments, mcp::call_limits limits,
-                      std::function<void(mcp::call_result&&)> done, std::function<void(const json&)> report);
+                      std::function<void(mcp::call_result&&)> done, std::function<void(const json&)> report,
+                      bool is_aside);
     void cancel(std::int64_t call, const std::string& why) { client_->cancel(call, why); }
 
     // Asks for the tools again, every now and then: the layer does not say when an application adds one.

@@ -177,20 +177,31 @@ pid_t bridge::process_for(const std::string& app) {
     return link ? link->who().pid : 0;
 }
 
+std::optional<application> bridge::last_called() {
+    const std::lock_guard lock(mutex_);
+    for (const auto& each : links_) {
+        if (each->state() != link_state::ready) continue;
+        if (each->who().pid == last_called_ || links_.size() == 1) return each->who();
+    }
+    return std::nullopt;
+}
+
 void bridge::dispatch(const open_call_pointer& call) {
     std::shared_ptr<application_link> link;
-    bool is_stopping = false;
+    bool is_over = false;  // nobody will run it
     {
         const std::lock_guard lock(mutex_);
-        is_stopping = is_stopping_;
+        is_over = is_stopping_;
         // Who is there may have changed since the last look. Then the call waits for the next one, which comes at once;
         // so does a call that is to be refused.
         const auto now = clock::now();
-        called_at_ = now;
-        if (now < looked_at_ + kLookHolds) link = choose_locked(*call).link;
-        if (!link && !is_stopping) waiting_.push_back(call);
+        const bool is_aside = call->call.is_aside;
+        if (!is_aside) called_at_ = now;
+        if (is_aside || now < looked_at_ + kLookHolds) link = choose_locked(*call).link;
+        is_over |= is_aside && !link;
+        if (!link && !is_over) waiting_.push_back(call);
     }
-    if (is_stopping) return call->call.done(error_outcome("The call was not run: velmoor ends."));
+    if (is_over) return call->call.done(error_outcome("The call was not run: velmoor ends."));
     link ? hand_to(link, call) : kick();
 }
 
@@ -198,6 +209,7 @@ void bridge::hand_to(const std::shared_ptr<application_link>& link, const open_c
     {
         const std::lock_guard lock(mutex_);
         running_[call->id] = {link, 0};
+        if (!call->call.is_aside) last_called_ = link->who().pid;
     }
     std::function<void(const json&)> report;
     if (call->call.report) {
@@ -218,7 +230,7 @@ void bridge::hand_to(const std::shared_ptr<application_link>& link, const open_c
     const std::int64_t link_call = link->call(
         call->call.name, call->call.arguments, limits,
         [this, call, who = link->who()](mcp::call_result&& end) { take_end(call, who, std::move(end)); },
-        std::move(report));
+        std::move(report), call->call.is_aside);
     {
         const std::lock_guard lock(mutex_);
         const auto found = running_.find(call->id);
@@ -235,7 +247,8 @@ void bridge::take_end(const open_call_pointer& call, const application& by, mcp:
         const std::lock_guard lock(mutex_);
         running_.erase(call->id);
         // It has not been run: another application, or the same one started again, may do that.
-        if (end.how == mcp::call_end::not_sent && !is_stopping_ && clock::now() < call->deadline) {
+        if (end.how == mcp::call_end::not_sent && !is_stopping_ && !call->call.is_aside &&
+            clock::now() < call->deadline) {
             waiting_.push_back(call);
             is_kicked_ = true;
             changed_.notify_all();

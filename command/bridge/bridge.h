@@ -82,6 +82,8 @@ class bridge final : public tool_source {
     // Where a call that names that application, or none, would go now; 0 if it would go nowhere.
     pid_t process_for(const std::string& app);
     bool has_process(pid_t process);
+    // Which application took the last call, as long as it is there, or the only one that is.
+    std::optional<application> last_called();
     held_inputs& held() { return held_; }
 
  private:
@@ -147,6 +149,7 @@ class bridge final : public tool_source {
     clock::time_point looked_at_;
     clock::time_point called_at_;  // the last time
     pid_t preferred_ = 0;
+    pid_t last_called_ = 0;
     json client_info_;
     std::uint64_t next_id_ = 1;
     std::vector<std::shared_ptr<application_link>> links_;

@@ -24,6 +24,7 @@ struct tool_call {
     std::function<void(json&& progress)> report;
     bool is_inner = false;  // made by a tool of the bridge's own
     pid_t process = 0;      // that alone may run it: it fails as soon as that one is gone. 0 for any
+    bool is_aside = false;  // a look of somebody who watches: waits for no application, and counts as no call
 };
 
 class tool_source {

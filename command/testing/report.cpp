@@ -4,44 +4,11 @@
 #include <cstdio>
 
 #include "capture/base64.h"
+#include "command/page/page.h"
 #include "mcp/json.h"
 
 namespace velmoor {
 namespace {
-
-constexpr const char* kStyle =
-    "body{font:15px/1.5 system-ui,sans-serif;margin:2em auto;max-width:72em;padding:0 1em;color:#222;background:#fff}"
-    "table{border-collapse:collapse;width:100%}td,th{text-align:left;padding:.2em .6em;border-bottom:1px solid #ddd;"
-    "vertical-align:top;overflow-wrap:anywhere}.passed{color:#176b2c}.failed{color:#b00020}.setup{color:#8a5a00}"
-    "figure{display:inline-block;margin:.5em 1em .5em 0;max-width:31%}img{max-width:100%;border:1px solid #999}"
-    "pre{background:#f4f4f4;padding:.6em;overflow:auto;max-height:30em}"
-    "@media(max-width:40em){figure{max-width:100%}}";
-
-// Text for XML and HTML. What XML can't hold is left out, and what is no UTF-8 replaced.
-std::string escaped(const std::string& text) {
-    const std::string quoted = mcp::dump_json(text);
-    const std::string whole = mcp::parse_json(quoted).get<std::string>();
-    std::string made;
-    for (const char each : whole) {
-        switch (each) {
-            case '&':
-                made += "&amp;";
-                break;
-            case '<':
-                made += "&lt;";
-                break;
-            case '>':
-                made += "&gt;";
-                break;
-            case '"':
-                made += "&quot;";
-                break;
-            default:
-                if (static_cast<unsigned char>(each) >= 0x20 || each == '\n' || each == '\t') made += each;
-        }
-    }
-    return made;
-}
 
 std::string rounded(double seconds) {
     char text[32];
@@ -58,34 +25,42 @@ std::string shown_name(const test_result& of) {
     return of.name + (of.repetition > 1 ? " (" + std::to_string(of.repetition) + ")" : "");
 }
 
-std::string marked(verdict which) {
-    if (which == verdict::passed) return "<td class=passed>passed</td>";
-    if (which == verdict::failed) return "<td class=failed>failed</td>";
-    return "<td class=setup>set-up failed</td>";
+const char* word_of(verdict which) {
+    if (which == verdict::passed) return "passed";
+    return which == verdict::failed ? "failed" : "setup";
 }
 
-std::string figure(const std::string& png, const char* caption) {
-    if (png.empty()) return {};
-    const std::string text = orvanic_xr::encode_base64(reinterpret_cast<const std::uint8_t*>(png.data()), png.size());
-    return std::string("<figure><img alt=\"") + caption + "\" src=\"data:image/png;base64," + text + "\"><figcaption>" +
-           caption + "</figcaption></figure>\n";
+// As pages hold pictures; null if there is none.
+json picture_of(const std::string& png) {
+    if (png.empty()) return nullptr;
+    return orvanic_xr::encode_base64(reinterpret_cast<const std::uint8_t*>(png.data()), png.size());
 }
 
-std::string details(const test_result& of) {
-    std::string text = "<h2>" + escaped(shown_name(of)) + "</h2>\n<p>" + escaped(of.message) + "</p>\n<table>\n";
+json steps_of(const test_result& of) {
+    json list = json::array();
     for (const step_result& each : of.steps) {
-        text += "<tr>" + marked(each.came_to) + "<td>" + escaped(each.title);
-        if (!each.message.empty()) text += "<br><small>" + escaped(each.message) + "</small>";
-        text += "</td><td>" + rounded(each.seconds) + " s</td></tr>\n";
+        list.push_back({{"result", word_of(each.came_to)},
+                        {"title", each.title},
+                        {"seconds", each.seconds},
+                        {"message", each.message},
+                        {"pictures",
+                         {{"expected", picture_of(each.pictures.expected)},
+                          {"actual", picture_of(each.pictures.actual)},
+                          {"difference", picture_of(each.pictures.difference)}}}});
     }
-    text += "</table>\n";
-    for (const step_result& each : of.steps) {
-        text += figure(each.pictures.expected, "expected") + figure(each.pictures.actual, "actual") +
-                figure(each.pictures.difference, "difference");
-    }
-    text += figure(of.last_picture, "last picture");
-    return text + "<details><summary>What the application and the layer printed</summary><pre>" + escaped(of.output) +
-           "</pre></details>\n";
+    return list;
+}
+
+// Of one that has passed, its name and time: a page of thousands has to load as well.
+json test_on_page(const test_result& of) {
+    json told{
+        {"result", word_of(of.came_to)}, {"name", shown_name(of)}, {"seconds", of.seconds}, {"count", of.steps.size()}};
+    if (of.came_to == verdict::passed) return told;
+    told.update({{"message", of.message},
+                 {"steps", steps_of(of)},
+                 {"last", picture_of(of.last_picture)},
+                 {"output", of.output}});
+    return told;
 }
 
 }  // namespace
@@ -110,23 +85,13 @@ std::string junit_report(const std::vector<test_result>& results, double seconds
 }
 
 std::string html_report(const std::vector<test_result>& results, double seconds) {
-    std::string text = std::string(
-                           "<!DOCTYPE html>\n<html lang=en><head><meta charset=utf-8><meta name=viewport "
-                           "content=\"width=device-width,initial-scale=1\"><title>velmoor test</title><style>") +
-                       kStyle + "</style></head><body>\n<h1>velmoor test</h1>\n<p>" +
-                       std::to_string(count(results, verdict::passed)) + " of " + std::to_string(results.size()) +
-                       " passed, " + std::to_string(count(results, verdict::failed)) + " failed, set-up of " +
-                       std::to_string(count(results, verdict::set_up_failed)) + " failed, in " + rounded(seconds) +
-                       " s</p>\n<table>\n<tr><th>Result</th><th>Test</th><th>Steps</th><th>Time</th></tr>\n";
-    for (const test_result& each : results) {
-        text += "<tr>" + marked(each.came_to) + "<td>" + escaped(shown_name(each)) + "</td><td>" +
-                std::to_string(each.steps.size()) + "</td><td>" + rounded(each.seconds) + " s</td></tr>\n";
-    }
-    text += "</table>\n";
-    for (const test_result& each : results) {
-        if (each.came_to != verdict::passed) text += details(each);
-    }
-    return text + "</body></html>\n";
+    json tests = json::array();
+    for (const test_result& each : results) tests.push_back(test_on_page(each));
+    const std::string summary =
+        std::to_string(count(results, verdict::passed)) + " of " + std::to_string(results.size()) + " passed, " +
+        std::to_string(count(results, verdict::failed)) + " failed, set-up of " +
+        std::to_string(count(results, verdict::set_up_failed)) + " failed, in " + rounded(seconds) + " s";
+    return report_document("velmoor test", summary, {{"tests", std::move(tests)}});
 }
 
 }  // namespace velmoor
