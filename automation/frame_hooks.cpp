@@ -54,12 +54,19 @@ XrResult EndMoved(const Session& session, const XrFrameEndInfo& info) {
     return session.instance->next.EndFrame(session.handle, &moved.info());
 }
 
-// Where the frame's eyes are, as far as the layer knows better than the application's own layers do: it told them of a
-// simulated head, while the runtime says something new of a real one at every look.
-std::optional<EyeViews> EyesOfFrame(const Session& session, XrTime time) {
-    if (!session.simulates_head) return std::nullopt;
-    const XrViewLocateInfo info = {XR_TYPE_VIEW_LOCATE_INFO, nullptr, XR_VIEW_CONFIGURATION_TYPE_PRIMARY_STEREO, time,
-                                   XR_NULL_HANDLE};
+bool HasProjection(const XrFrameEndInfo& info) {
+    for (std::uint32_t i = 0; info.layers && i < info.layerCount; ++i) {
+        if (info.layers[i] && info.layers[i]->type == XR_TYPE_COMPOSITION_LAYER_PROJECTION) return true;
+    }
+    return false;
+}
+
+// Where the frame's eyes are. Of a real head the runtime says something new at every look: there the application's own
+// projection knows better for which eyes it was drawn.
+std::optional<EyeViews> EyesOfFrame(const Session& session, const XrFrameEndInfo& end) {
+    if (!session.simulates_head && HasProjection(end)) return std::nullopt;
+    const XrViewLocateInfo info = {XR_TYPE_VIEW_LOCATE_INFO, nullptr, XR_VIEW_CONFIGURATION_TYPE_PRIMARY_STEREO,
+                                   end.displayTime, XR_NULL_HANDLE};
     const Eyes eyes = LocateEyes(session, info, 2, Moment::kFrame);
     if (eyes.flags == 0) return std::nullopt;
     return EyeViews{simulator::EyeView{eyes.views[0].pose, eyes.views[0].fov},
@@ -68,7 +75,7 @@ std::optional<EyeViews> EyesOfFrame(const Session& session, XrTime time) {
 
 EndingFrame TakePictures(Session& session, const XrFrameEndInfo& info) {
     const auto locate = [&](XrSpace space) { return PlaceInWorld(session, NamedSpace(space), info.displayTime); };
-    return session.pictures->BeforeEnd(info, locate, EyesOfFrame(session, info.displayTime));
+    return session.pictures->BeforeEnd(info, locate, EyesOfFrame(session, info));
 }
 
 XrResult EndAnyhow(const Session& session, const XrFrameEndInfo* info) {
@@ -97,8 +104,9 @@ XrResult BeginFrame(XrSession session, const XrFrameBeginInfo* info) {
         const XrResult result = owner->instance->next.BeginFrame(session, info);
         NoteFrameThread();
         if (XR_FAILED(result)) return result;
-        if (owner->Simulates()) owner->Latch();
+        // In this order: who asks for a picture in between gets the next frame, and not one with older poses.
         if (owner->pictures) owner->pictures->FrameBegan();
+        if (owner->Simulates()) owner->Latch();
         return result;
     });
 }
@@ -109,7 +117,8 @@ XrResult EndFrame(XrSession session, const XrFrameEndInfo* info) {
         if (!owner) return XR_ERROR_HANDLE_INVALID;
         NoteFrameThread();
         if (!owner->pictures || !owner->pictures->IsAsked() || !info) return EndAnyhow(*owner, info);
-        const EndingFrame ending = TakePictures(*owner, *info);
+        EndingFrame ending;
+        GuardOwnWork([&] { ending = TakePictures(*owner, *info); });
         const XrResult result = EndAnyhow(*owner, info);
         owner->pictures->AfterEnd(ending, result);
         return result;

@@ -298,6 +298,10 @@ XrResult DestroyInstance(XrInstance instance) {
     return Guarded([&] {
         const auto owner = Registry::instance().Find(instance);
         if (!owner) return XR_ERROR_HANDLE_INVALID;
+        // Sessions go with it, and what was made with their devices before them.
+        for (const auto& session : Registry::instance().SessionsOf(owner)) {
+            if (session->pictures) session->pictures->DestroySession();
+        }
         const XrResult result = owner->next.DestroyInstance(instance);
         if (XR_FAILED(result)) return result;
         Registry::instance().Remove(instance, owner);

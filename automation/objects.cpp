@@ -78,6 +78,15 @@ std::shared_ptr<Instance> Registry::OnlyInstance() const {
     return instances_.size() == 1 ? instances_.begin()->second : nullptr;
 }
 
+std::vector<std::shared_ptr<Session>> Registry::SessionsOf(const std::shared_ptr<Instance>& instance) const {
+    std::vector<std::shared_ptr<Session>> found;
+    const std::shared_lock lock(mutex_);
+    for (const auto& [handle, session] : sessions_) {
+        if (session->instance == instance) found.push_back(session);
+    }
+    return found;
+}
+
 bool Registry::HasInstances() const {
     const std::shared_lock lock(mutex_);
     return !instances_.empty();

@@ -121,6 +121,7 @@ class Registry {
     // The one instance that there is, for handles that nobody knows; null where there are several.
     std::shared_ptr<Instance> OnlyInstance() const;
     bool HasInstances() const;
+    std::vector<std::shared_ptr<Session>> SessionsOf(const std::shared_ptr<Instance>& instance) const;
 
  private:
     template <class Handle, class Object>

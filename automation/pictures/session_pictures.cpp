@@ -13,6 +13,9 @@ using orvanic_xr::SimulatorCompositorCaptureInfo;
 // A picture is looked at, and sent over a network: more than this tells nobody more.
 constexpr std::int32_t kLongestEdge = 2048;
 
+// For a picture in which there is nothing to see.
+constexpr simulator::EyeView kAnywhere = {{{0, 0, 0, 1}, {0, 0, 0}}, {-0.8f, 0.8f, 0.8f, -0.8f}};
+
 XrExtent2Di SizeOfPicture(const XrExtent2Di& recommended) {
     const auto [width, height] = recommended;
     if (width <= 0 || height <= 0) simulator::Refuse(XR_ERROR_RUNTIME_FAILURE, "the runtime recommends no size");
@@ -24,21 +27,20 @@ XrExtent2Di SizeOfPicture(const XrExtent2Di& recommended) {
     return {scaled(width), scaled(height)};
 }
 
-// Without eyes and without a projection nobody knows from where to look.
-std::shared_ptr<const ShownFrame> FrameOf(PickedLayers picked, std::size_t eye, const std::optional<EyeViews>& eyes) {
-    auto frame = std::make_shared<ShownFrame>();
-    frame->eye = {{{0, 0, 0, 1}, {0, 0, 0}}, {-0.8f, 0.8f, 0.8f, -0.8f}};
+// Nothing where nobody knows from where to look.
+std::optional<simulator::EyeView> EyeOf(const PickedLayers& picked, std::size_t eye,
+                                        const std::optional<EyeViews>& eyes) {
+    if (eyes) return (*eyes)[eye];
     const auto projection =
         std::ranges::find(picked.layers, simulator::LayerShape::kProjection, &simulator::ComposedLayer::shape);
-    if (eyes) {
-        frame->eye = (*eyes)[eye];
-    } else if (projection != picked.layers.end()) {
-        frame->eye = {projection->pose, projection->fov};
-    } else {
-        picked.layers.clear();
-    }
-    frame->layers = std::move(picked.layers);
-    return frame;
+    if (projection == picked.layers.end()) return std::nullopt;
+    return simulator::EyeView{projection->pose, projection->fov};
+}
+
+// Black would say that the application shows nothing.
+XrResult FailureOf(const PickedLayers& picked, bool has_eye) {
+    if (picked.layers.empty()) return picked.failure;
+    return has_eye ? XR_SUCCESS : XR_ERROR_RUNTIME_FAILURE;
 }
 
 }  // namespace
@@ -121,9 +123,10 @@ void SessionPictures::Fill(std::vector<EndingFrame::Part>& parts, const XrFrameE
         if (std::ranges::none_of(parts, is_asked)) continue;
         PickedLayers picked = PickLayers(info, eye, locate, copies_, notes_);
         const bool may_come = picked.may_come;
-        // Black would say that the application shows nothing.
-        const XrResult failure = picked.layers.empty() ? picked.failure : XR_SUCCESS;
-        const auto frame = FrameOf(std::move(picked), eye, eyes);
+        const auto seen_from = EyeOf(picked, eye, eyes);
+        const XrResult failure = FailureOf(picked, seen_from.has_value());
+        const auto frame =
+            std::make_shared<ShownFrame>(ShownFrame{seen_from.value_or(kAnywhere), std::move(picked.layers)});
         for (auto& part : parts) {
             if (!is_asked(part) || (may_come && FrameRequests::IsPatient(*part.request))) continue;
             if (may_come) {

@@ -68,13 +68,14 @@ class SessionPictures {
     void BeforeRelease(XrSwapchain swapchain) noexcept;
     void AfterRelease(XrSwapchain swapchain, XrResult result) noexcept;
 
-    // xrSyncActions and xrBeginFrame, after they succeeded.
+    // xrSyncActions and xrBeginFrame, after they succeeded and before it is fixed what the frame shows of the simulated
+    // devices.
     void InputRead() noexcept { requests_.CountSync(); }
     void FrameBegan() noexcept { requests_.CountBegin(); }
     // Whether xrEndFrame has to do what follows.
     bool IsAsked() const noexcept { return requests_.Any(); }
     // xrEndFrame, before: `info` as the application has it. Without `eyes` the picture is seen from where the first
-    // projection layer was drawn for.
+    // projection layer was drawn for; there is none where there is no such layer.
     EndingFrame BeforeEnd(const XrFrameEndInfo& info, const SpaceLookup& locate,
                           const std::optional<EyeViews>& eyes) noexcept;
     // And after.

@@ -128,10 +128,14 @@ class Pictures : public testing::Test {
         const XrCompositionLayerBaseHeader* const layers[] = {
             reinterpret_cast<const XrCompositionLayerBaseHeader*>(&projection),
             reinterpret_cast<const XrCompositionLayerBaseHeader*>(&sign)};
-        const XrFrameEndInfo info = {XR_TYPE_FRAME_END_INFO, nullptr, 1, XR_ENVIRONMENT_BLEND_MODE_ALPHA_BLEND,
-                                     with_sign ? 2u : 1u,    layers};
+        const XrFrameEndInfo info = {XR_TYPE_FRAME_END_INFO,
+                                     nullptr,
+                                     1,
+                                     XR_ENVIRONMENT_BLEND_MODE_ALPHA_BLEND,
+                                     (has_projection_ ? 1u : 0u) + (with_sign ? 1u : 0u),
+                                     layers + (has_projection_ ? 0 : 1)};
         const auto ending = pictures_.BeforeEnd(
-            info, [](XrSpace) { return kHere; }, automation::EyeViews{{{kHere, kFov}, {kHere, kFov}}});
+            info, [](XrSpace) { return kHere; }, eyes_);
         pictures_.AfterEnd(ending, result);
     }
 
@@ -174,6 +178,8 @@ class Pictures : public testing::Test {
 
     SessionPictures pictures_{std::make_unique<Binding>(), nullptr, [](const char* line) { log.emplace_back(line); }};
     std::uint32_t next_ = 0;
+    bool has_projection_ = true;
+    std::optional<automation::EyeViews> eyes_ = {{{{kHere, kFov}, {kHere, kFov}}}};
 };
 
 TEST_F(Pictures, NothingIsReadUntilSomebodyAsksAndThenForBothEyesAtOnce) {
@@ -290,6 +296,22 @@ TEST_F(Pictures, FailureIsNoBlackPicture) {
         EXPECT_EQ(Take([&] { Frame(10); }).result, row.result) << row.name;
     }
     EXPECT_EQ(Take([] {}).result, XR_ERROR_CALL_ORDER_INVALID) << "no frame at all";
+}
+
+TEST_F(Pictures, ProjectionTellsWhereTheEyesAreWhereNobodyElseDoes) {
+    pictures_.AddSwapchain(kSign, Info());
+    const auto frame = [&] {
+        Release(kSign, 70);
+        Frame(10, true);
+    };
+    eyes_.reset();
+    EXPECT_EQ(Take(frame).first, 10);
+    has_projection_ = false;
+    EXPECT_EQ(Take(frame).result, XR_ERROR_RUNTIME_FAILURE);
+    eyes_ = {{{kHere, kFov}, {kHere, kFov}}};
+    const Taken taken = Take(frame);
+    EXPECT_EQ(taken.first, 0);
+    EXPECT_EQ(taken.last, 70);
 }
 
 TEST_F(Pictures, OnlyWhatCanBeReadIsMadeReadable) {
