@@ -189,6 +189,12 @@ TEST_F(Bridge, WaitsForAnApplicationAndSaysWhatIsMissing) {
     EXPECT_NE(missing.find("XR_ENABLE_API_LAYERS=XR_APILAYER_KESTX_velmoor"), std::string::npos);
 
     const auto patient = Make();
+    std::promise<json> aside;
+    tool_call look{.name = "math_add", .arguments = nullptr, .done = nullptr, .report = nullptr};
+    look.is_aside = true;
+    look.done = [&aside](json&& outcome) { aside.set_value(std::move(outcome)); };
+    patient->start(patient->new_call_id(), std::move(look));
+    EXPECT_EQ(aside.get_future().wait_for(0s), std::future_status::ready) << "a look waits for no application";
     const json unknown = Start(*patient, "nonsense").get();
     EXPECT_EQ(unknown["error"]["code"], -32602);
     std::promise<json> word;
@@ -221,8 +227,11 @@ TEST_F(Bridge, ReachesTheApplicationThatIsMeantOrNone) {
     const std::string refused = Call(*through, "math_add");
     EXPECT_NE(refused.find("E Error: The call was not run: 2 applications run"), std::string::npos) << refused;
     EXPECT_NE(refused.find("\n- app1 (pid 10)\n- app2 (pid 20)"), std::string::npos) << refused;
+    EXPECT_FALSE(through->last_called());
     EXPECT_EQ(Call(*through, "math_add", {{"app", "app2"}}), "two{}");
+    EXPECT_EQ(through->last_called()->pid, 20);
     EXPECT_EQ(Call(*through, "math_add", {{"app", "10"}}), "one{}");
+    EXPECT_EQ(through->last_called()->pid, 10);
     EXPECT_EQ(Call(*through, "lives"), "Error: own text of two");
     EXPECT_TRUE(Call(*through, "math_add", {{"app", "app3"}})
                     .starts_with("E Error: The call was not run: no application answers to"));

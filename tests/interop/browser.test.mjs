@@ -5,12 +5,10 @@
 import assert from 'node:assert/strict';
 import { spawn } from 'node:child_process';
 import { once } from 'node:events';
-import { mkdtemp, rm } from 'node:fs/promises';
 import { createServer } from 'node:http';
-import { tmpdir } from 'node:os';
-import { join } from 'node:path';
 import { createInterface } from 'node:readline';
 import { test } from 'node:test';
+import { startChromium } from './chromium.mjs';
 
 const LIMIT = { timeout: 40_000 };
 // A host that the browser is told to look for on this machine, as a page can arrange for itself by its name server.
@@ -89,18 +87,7 @@ async function startPages(t, server, outcome) {
 }
 
 async function browse(t, url) {
-  const profile = await mkdtemp(join(tmpdir(), 'velmoor-page-'));
-  const browser = spawn(process.env.CHROMIUM, [
-    '--headless=new', '--no-sandbox', '--disable-gpu', '--disable-dev-shm-usage', '--disable-breakpad', '--no-first-run',
-    '--disable-background-networking', '--disable-component-update', '--disable-sync', `--user-data-dir=${profile}`,
-    `--host-resolver-rules=MAP ${ELSEWHERE} 127.0.0.1`, url,
-  ], { stdio: 'ignore', detached: true, env: { ...process.env, HOME: profile, XDG_CONFIG_HOME: profile } });
-  const ended = once(browser, 'exit');
-  t.after(async () => {
-    process.kill(-browser.pid, 'SIGKILL');
-    await ended;
-    await rm(profile, { recursive: true, force: true, maxRetries: 10 });
-  });
+  const { ended } = await startChromium(t, [`--host-resolver-rules=MAP ${ELSEWHERE} 127.0.0.1`, url]);
   return ended.then(([code]) => assert.fail(`the browser ended with ${code}`));
 }
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Runs one of the interop tests; ends with 77, which stands for "skipped", where it can't be run.
 #
-#   run_interop.sh interop|browser|bridge|inspector|conformance SERVER [VELMOOR]    with CLIENTS_WANTED set, a failure
+#   run_interop.sh interop|browser|watch|bridge|inspector|conformance SERVER [VELMOOR]    with CLIENTS_WANTED set, a failure
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
 
@@ -17,7 +17,7 @@ case $1 in
   interop | bridge | inspector)
     [ -d node_modules/@modelcontextprotocol ] || skip "the clients are not there; './run test' or 'npm ci' brings them"
     ;;
-  browser)
+  browser | watch)
     CHROMIUM=$(command -v chromium || command -v chromium-browser) || skip "no Chromium; './run test clients' brings it"
     export CHROMIUM
     ;;

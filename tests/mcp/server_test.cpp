@@ -255,6 +255,24 @@ TEST_F(Server, ListsToolsByNameWithWhatTheyDeclare) {
     EXPECT_EQ(server_->get_tools().size(), 3u);
 }
 
+TEST_F(Server, LogsNoReadingCallThatIsMadeAside) {
+    tool reading = tool_named("reading");
+    reading.read_only_hint = true;
+    server_->register_tool(reading, [](const json&, const std::string&) { return text_content("read"); });
+    Start();
+    sse_client client(Port());
+    client.shake_hands();
+    log_.take();
+    const auto call = [&](const std::string& id, const std::string& name) {
+        client.call(R"({"id":)" + id + R"(,"method":"tools/call","params":{"name":")" + name +
+                    R"(","_meta":{"velmoor/aside":true}}})");
+    };
+    call("1", "reading");
+    call("2", "echo");
+    EXPECT_TRUE(log_.has("Method call successful: tools/call name=echo")) << "one that may change something is logged";
+    for (const std::string& line : log_.take()) EXPECT_EQ(line.find("name=reading"), std::string::npos) << line;
+}
+
 TEST_F(Server, LogsACallFromPostToAnswer) {
     Start();
     sse_client client(Port());
