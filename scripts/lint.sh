@@ -39,8 +39,8 @@ check_mistakes() {
 }
 
 check_share() {
-  tracked '*.cpp' '*.h' '*.c' '*.inc' '*.mjs' '*.sh' '*.py' run .ci/run | xargs awk -v most="$most_tests" '
-    FNR == 1 { in_comment = 0; is_script = FILENAME !~ /\.(cpp|h|c|inc|mjs)$/ }
+  tracked '*.cpp' '*.h' '*.c' '*.inc' '*.js' '*.mjs' '*.sh' '*.py' run .ci/run | xargs awk -v most="$most_tests" '
+    FNR == 1 { in_comment = 0; is_script = FILENAME !~ /\.(cpp|h|c|inc|js|mjs)$/ }
     in_comment { in_comment = !/\*\//; next }
     /^[ \t]*\/\*/ { in_comment = !/\*\//; next }
     /^[ \t]*$/ || (is_script ? /^[ \t]*#/ : /^[ \t]*\/\//) { next }

@@ -14,8 +14,8 @@ _velmoor() {
     return
   fi
   case $command in
-    mcp) words="--wait --pictures --record --record-limit --runtime --shared-network --" ;;
-    serve) words="--port --host --token --wait --pictures --record --record-limit --runtime --shared-network --" ;;
+    mcp) words="--wait --pictures --record --record-limit --watch --runtime --shared-network --" ;;
+    serve) words="--port --host --token --watch --wait --pictures --record --record-limit --runtime --shared-network --" ;;
     run) words="--runtime --shared-network --" ;;
     test) words="-j --repeat --update --shard --renderer --output --runtime --shared-network -- $(compgen -f -- "$word")" ;;
     record) words="show test" ;;
