@@ -40,6 +40,7 @@ gone() {
 shell_commands() {
   expect 2 'A subcommand is required'
   expect 2 'the application is missing' run
+  expect 2 'this machine alone' serve --watch --token t --host 192.0.2.1
   expect 2 'no JSON' call math_add '{'
   expect 2 'nan is no number' call --wait nan math_add
   expect 2 'not in range' call --wait -1 math_add
@@ -83,11 +84,13 @@ called() {
 }
 
 agents_loop() {
-  coproc bridge { exec "$velmoor" mcp --wait 1 --pictures "$scratch/kept" -- "$build/bin/velmoor_demo" 2>"$scratch/bridge.txt"; }
+  coproc bridge { exec "$velmoor" mcp --wait 1 --watch 8731 --pictures "$scratch/kept" -- "$build/bin/velmoor_demo" 2>"$scratch/bridge.txt"; }
   local bridge_pid=$!
   pids+=("$bridge_pid")
   ask initialize '{"protocolVersion":"2025-11-25","capabilities":{},"clientInfo":{"name":"t","version":"1"}}'
   gone "^$build/bin/velmoor_demo" # starting the bridge starts nothing else
+  grep -q 'watch at http://127.0.0.1:8731/watch' "$scratch/bridge.txt" || flunk 'there is no page'
+  expect 0 'port 8731 is taken; there is no page' mcp --watch 8731
   called 'The tool app_start starts the application.*"isError":true' openxr_get_session_info
   called 'session is in focus and frames flow' app_start
   called 'runs already.*"isError":true' app_start

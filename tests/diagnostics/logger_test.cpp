@@ -166,6 +166,12 @@ TEST_F(LoggerLines, BelowTheLevelBuildNothing) {
     CaptureStdout();
     LogDebug(CountedPart{times_built});
     mcp::log_debug(CountedPart{times_built});
+    {
+        const QuietLines outer(true);
+        const QuietLines inner(false);
+        LogWarning(CountedPart{times_built});
+        mcp::log_warning(CountedPart{times_built});
+    }
     EXPECT_EQ(times_built, 0);
     LogInfo(CountedPart{times_built});
     EXPECT_EQ(times_built, 1);

@@ -98,7 +98,7 @@ test('shows what an agent does, sees and where it is', LIMIT, async (t) => {
   await page.press('Tab');
   await page.press('Enter', '\r');
   await page.until("document.activeElement.closest('li') === document.querySelector('#calls > li') && document.activeElement.parentElement.open");
-  await page.until("document.querySelector('#calls .body').textContent.includes('onerror')");
+  await page.until("document.querySelector('#calls .body')?.textContent.includes('onerror')");
   assert.equal(await page.evaluate("document.querySelectorAll('#calls img, [onerror]').length"), 0);
 
   // A picture that a row opens to is the one that was answered.

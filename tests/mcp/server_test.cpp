@@ -258,8 +258,8 @@ TEST_F(Server, ListsToolsByNameWithWhatTheyDeclare) {
 TEST_F(Server, LogsNoReadingCallThatIsMadeAside) {
     tool reading = tool_named("reading");
     reading.read_only_hint = true;
-    server_->register_tool(reading, [](const json&, const std::string&) { return text_content("read"); });
     Start();
+    server_->register_tool(reading, [](const json&, const std::string&) { return text_content("read"); });
     sse_client client(Port());
     client.shake_hands();
     log_.take();
