@@ -19,8 +19,8 @@ std::uint64_t start_of(pid_t pid);
 std::string program_of(pid_t pid);
 // Its children, and theirs.
 std::vector<pid_t> descendants_of(pid_t pid);
-// How often its threads have been switched off and on, all together, if all of them sleep now. Two readings that are the
-// same show that none has run in between.
+// How often its threads have been switched off and on, all together, if all of them sleep now. Two readings that are
+// the same show that none has run in between.
 std::optional<std::uint64_t> switches_asleep(pid_t pid);
 // The inode of its network namespace, or 0.
 ino_t network_of(pid_t pid);
