@@ -14,8 +14,8 @@ XrExtent2Di RecommendedSize(const Session& session) {
     const Instance& instance = *session.instance;
     std::uint32_t count = 0;
     const auto ask = [&](std::uint32_t capacity, XrViewConfigurationView* views) {
-        return instance.next.EnumerateViewConfigurationViews(
-            instance.handle, session.system, session.view_configuration, capacity, &count, views);
+        return instance.next.EnumerateViewConfigurationViews(instance.handle, session.system,
+                                                             session.view_configuration, capacity, &count, views);
     };
     if (XR_FAILED(ask(0, nullptr)) || count == 0) return {};
     XrViewConfigurationView empty = {};

@@ -60,8 +60,7 @@ std::optional<EyeViews> EyesOfFrame(const Session& session, XrTime time) {
     if (!session.simulates_head) return std::nullopt;
     // Enough for every kind: of four, the first two are the eyes', and a single one is both's.
     constexpr std::uint32_t kMostViews = 4;
-    const XrViewLocateInfo info = {XR_TYPE_VIEW_LOCATE_INFO, nullptr, session.view_configuration, time,
-                                   XR_NULL_HANDLE};
+    const XrViewLocateInfo info = {XR_TYPE_VIEW_LOCATE_INFO, nullptr, session.view_configuration, time, XR_NULL_HANDLE};
     const Eyes eyes = LocateEyes(session, info, kMostViews, Moment::kFrame);
     if (eyes.flags == 0 || eyes.views.empty()) return std::nullopt;
     const XrView& left = eyes.views[0];

@@ -76,8 +76,7 @@ void OverwriteViews(const Session& session, const XrViewLocateInfo& info, XrView
     const Moment moment = MomentOfThisThread();
     const WorldLocation base = LocateInWorld(session, NamedSpace(info.space), info.displayTime, moment);
     const Eyes eyes = LocateEyes(session, info, count, moment);
-    const bool located =
-        base.flags != 0 && (eyes.flags & kViewsValid) == kViewsValid && eyes.views.size() == count;
+    const bool located = base.flags != 0 && (eyes.flags & kViewsValid) == kViewsValid && eyes.views.size() == count;
     state.viewStateFlags = located ? eyes.flags : 0;
     for (std::uint32_t i = 0; i < count; ++i) {
         if (!located) continue;
