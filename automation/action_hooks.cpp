@@ -13,29 +13,22 @@ namespace {
 TopLevels SubactionsOf(const Instance& instance, const XrActionCreateInfo& info) {
     TopLevels tops = 0;
     for (std::uint32_t i = 0; i < info.countSubactionPaths; ++i) {
-        if (const auto top = instance.TopLevelOf(info.subactionPaths[i])) {
-            tops = static_cast<TopLevels>(tops | xr_input::BitOf(*top));
-        }
+        const auto top = instance.TopLevelOf(info.subactionPaths[i]);
+        tops = static_cast<TopLevels>(tops | (top ? xr_input::BitOf(*top) : kElsewhere));
     }
     return tops;
 }
 
-// What of the suggestion the layer understands. `is_good` tells whether that is all.
+// What of the suggestion the layer understands.
 std::vector<xr_input::SuggestedBinding> Understood(const Instance& instance, const xr_input::Profile& profile,
-                                                   const XrInteractionProfileSuggestedBinding& suggested,
-                                                   bool& is_good) {
+                                                   const XrInteractionProfileSuggestedBinding& suggested) {
     std::vector<xr_input::SuggestedBinding> bindings;
-    is_good = suggested.suggestedBindings != nullptr;
-    for (std::uint32_t i = 0; is_good && i < suggested.countSuggestedBindings; ++i) {
+    for (std::uint32_t i = 0; suggested.suggestedBindings && i < suggested.countSuggestedBindings; ++i) {
         const auto action = Registry::instance().Find(suggested.suggestedBindings[i].action);
         std::string path = instance.PathText(suggested.suggestedBindings[i].binding);
         const auto split = xr_input::SplitTopLevel(path);
         const bool is_offered = split && Offers(profile, instance.offer.api_version, split->top, split->rest);
-        if (!action || !is_offered) {
-            is_good = false;
-            break;
-        }
-        bindings.push_back({action, std::move(path)});
+        if (action && is_offered) bindings.push_back({action, std::move(path)});
     }
     return bindings;
 }
@@ -46,15 +39,15 @@ void NoteDevices(const Instance& instance, const XrInteractionProfileSuggestedBi
         const auto action = Registry::instance().Find(suggested.suggestedBindings[i].action);
         const std::string path = instance.PathText(suggested.suggestedBindings[i].binding);
         const auto split = xr_input::SplitTopLevel(path);
-        if (action && split) action->suggested_on |= xr_input::BitOf(split->top);
+        if (action) action->suggested_on |= split ? xr_input::BitOf(split->top) : kElsewhere;
     }
 }
 
+// What the runtime took may have paths of its extensions in it; `is_own`, where there is no runtime to ask, may not.
 XrResult KeepSuggestion(Instance& instance, const xr_input::Profile& profile,
-                        const XrInteractionProfileSuggestedBinding& suggested) {
-    bool is_good = false;
-    auto bindings = Understood(instance, profile, suggested, is_good);
-    if (!is_good) return XR_ERROR_PATH_UNSUPPORTED;
+                        const XrInteractionProfileSuggestedBinding& suggested, bool is_own) {
+    auto bindings = Understood(instance, profile, suggested);
+    if (is_own && bindings.size() != suggested.countSuggestedBindings) return XR_ERROR_PATH_UNSUPPORTED;
     const bool is_late = std::ranges::any_of(bindings, [](const auto& binding) {
         return static_cast<const ActionSet&>(*binding.action->set).attached.load();
     });
@@ -111,7 +104,7 @@ XrResult CreateAction(XrActionSet action_set, const XrActionCreateInfo* info, Xr
             made->instance = set->instance;
             made->type = info->actionType;
             made->subactions = SubactionsOf(*set->instance, *info);
-            set->subactions = static_cast<TopLevels>(set->subactions | made->subactions);
+            made->subaction_paths.assign(info->subactionPaths, info->subactionPaths + info->countSubactionPaths);
             made->set = set;
             Registry::instance().Add(*action, std::move(made));
         });
@@ -136,7 +129,7 @@ XrResult SuggestInteractionProfileBindings(XrInstance instance, const XrInteract
         const xr_input::Profile* const profile =
             suggested ? xr_input::FindProfile(owner->PathText(suggested->interactionProfile)) : nullptr;
         if (profile && IsOwn(*owner, *profile)) {
-            const XrResult result = KeepSuggestion(*owner, *profile, *suggested);
+            const XrResult result = KeepSuggestion(*owner, *profile, *suggested, true);
             if (XR_SUCCEEDED(result)) NoteDevices(*owner, *suggested);
             return result;
         }
@@ -145,7 +138,7 @@ XrResult SuggestInteractionProfileBindings(XrInstance instance, const XrInteract
         GuardOwnWork([&] {
             NoteDevices(*owner, *suggested);
             // One of a runtime's own paths is no business of the layer's.
-            if (profile && profile->IsOfferedBy(owner->offer)) KeepSuggestion(*owner, *profile, *suggested);
+            if (profile && profile->IsOfferedBy(owner->offer)) KeepSuggestion(*owner, *profile, *suggested, false);
         });
         return result;
     });

@@ -9,13 +9,13 @@
 namespace automation {
 namespace {
 
-// What the runtime recommends for the left view. Nothing of it where it does not tell.
+// What the runtime recommends for the first view, which is the left one. Nothing of it where it does not tell.
 XrExtent2Di RecommendedSize(const Session& session) {
     const Instance& instance = *session.instance;
     std::uint32_t count = 0;
     const auto ask = [&](std::uint32_t capacity, XrViewConfigurationView* views) {
-        return instance.next.EnumerateViewConfigurationViews(
-            instance.handle, session.system, XR_VIEW_CONFIGURATION_TYPE_PRIMARY_STEREO, capacity, &count, views);
+        return instance.next.EnumerateViewConfigurationViews(instance.handle, session.system,
+                                                             session.view_configuration, capacity, &count, views);
     };
     if (XR_FAILED(ask(0, nullptr)) || count == 0) return {};
     XrViewConfigurationView empty = {};

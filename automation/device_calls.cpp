@@ -1,4 +1,6 @@
 // XR_EXT_conformance_automation: called by a layer above on behalf of an agent, on any thread.
+#include <utility>
+
 #include "automation/guard.h"
 #include "automation/hooks.h"
 #include "automation/session.h"
@@ -52,6 +54,29 @@ void PlaceHeadWhereItIs(Session& session) {
     if (source && !head.poses[*source]) head.poses[*source] = real.moving.pose;
 }
 
+// With the session locked.
+TopLevels ActiveDevices(const xr_input::Devices& devices) {
+    TopLevels active = 0;
+    for (std::size_t i = 0; i < xr_input::kTopLevelCount; ++i) {
+        const auto top = static_cast<TopLevel>(i);
+        if (devices[top].IsActive()) active = static_cast<TopLevels>(active | xr_input::BitOf(top));
+    }
+    return active;
+}
+
+// From now on the hooks go by what the devices are. Tells what they went by before, and now.
+std::pair<TopLevels, TopLevels> GoByDevices(Session& session) {
+    const std::lock_guard lock(session.mutex);
+    const TopLevels after = ActiveDevices(session.devices);
+    session.simulates_head = HeadPoseSource(session.devices[TopLevel::kHead]).has_value();
+    // What was seen of other devices would be taken for a movement of these.
+    if (session.simulated != after) {
+        session.history.Clear();
+        session.devices_changed = true;
+    }
+    return {session.simulated.exchange(after), after};
+}
+
 void TellOfSimulated(const Session& session, TopLevels before, TopLevels after) {
     if (before == after) return;
     for (std::size_t i = 0; i < xr_input::kTopLevelCount; ++i) {
@@ -76,29 +101,18 @@ XrResult SetInputDeviceActiveEXT(XrSession session, XrPath interaction_profile, 
         }
         const std::string profile = owner->instance->PathText(interaction_profile);
         const std::string top_level = owner->instance->PathText(top_level_path);
-        TopLevels after = 0;
+        const XrTime now = owner->LatestTime();
         {
             const std::lock_guard lock(owner->mutex);
+            // The world of a time when nothing stood in it is of no interest.
+            owner->FollowRecentresLocked(now);
             const XrResult result =
                 SetDeviceActive(owner->devices, owner->instance->offer, profile, top_level, is_active);
             if (XR_FAILED(result)) return result;
-            for (std::size_t i = 0; i < xr_input::kTopLevelCount; ++i) {
-                const auto top = static_cast<TopLevel>(i);
-                if (owner->devices[top].IsActive()) after = static_cast<TopLevels>(after | xr_input::BitOf(top));
-            }
         }
         if (!owner->simulates_head) PlaceHeadWhereItIs(*owner);
-        {
-            const std::lock_guard lock(owner->mutex);
-            const xr_input::Device& head = owner->devices[TopLevel::kHead];
-            owner->simulates_head = HeadPoseSource(head).has_value();
-            // What was seen of other devices would be taken for a movement of these.
-            if (owner->simulated != after) {
-                owner->history.Clear();
-                owner->devices_changed = true;
-            }
-        }
-        TellOfSimulated(*owner, owner->simulated.exchange(after), after);
+        const auto [before, after] = GoByDevices(*owner);
+        TellOfSimulated(*owner, before, after);
         return XR_SUCCESS;
     });
 }
@@ -134,9 +148,11 @@ XrResult SetInputDeviceLocationEXT(XrSession session, XrPath top_level_path, XrP
         if (!owner || space == XR_NULL_HANDLE) return XR_ERROR_HANDLE_INVALID;
         if (!owner->Simulates()) return XR_ERROR_PATH_UNSUPPORTED;
         if (!good) return XR_ERROR_POSE_INVALID;
-        const WorldLocation base = LocateInWorld(*owner, NamedSpace(space), owner->LatestTime(), Moment::kNewest);
+        const XrTime now = owner->LatestTime();
+        const WorldLocation base = LocateInWorld(*owner, NamedSpace(space), now, Moment::kNewest);
         const SourceTexts texts(*owner->instance, top_level_path, input_source_path);
         const std::lock_guard lock(owner->mutex);
+        owner->FollowRecentresLocked(now);
         auto* const placed = FindPose(owner->devices, texts.Name());
         if (!placed) return XR_ERROR_PATH_UNSUPPORTED;
         // What is placed in relation to something that has no place has none either.

@@ -1,4 +1,5 @@
 // Frames: from here the layer knows which time is the frame's, and what it shows goes to where the real head is.
+#include <algorithm>
 #include <optional>
 
 #include "automation/guard.h"
@@ -40,18 +41,17 @@ std::optional<XrPosef> PlaceInWorld(const Session& session, const NamedSpace& sp
     return located.moving.pose;
 }
 
-XrResult EndMoved(const Session& session, const XrFrameEndInfo& info) {
+std::optional<SubmittedLayers> Moved(const Session& session, const XrFrameEndInfo& info) {
     const OwnSpaces spaces(session);
     const auto move = FromSimulatedToReal(session, spaces, info.displayTime);
-    if (!move) return session.instance->next.EndFrame(session.handle, &info);
+    if (!move) return std::nullopt;
     const auto lookup = [&](XrSpace space) -> std::optional<XrPosef> {
         const NamedSpace named(space);
         const bool is_view = named.object && named.object->kind == Space::Kind::kReference &&
                              named.object->reference == XR_REFERENCE_SPACE_TYPE_VIEW;
         return is_view ? std::nullopt : PlaceInWorld(session, named, info.displayTime);
     };
-    const SubmittedLayers moved(info, lookup, *move, spaces.world);
-    return session.instance->next.EndFrame(session.handle, &moved.info());
+    return SubmittedLayers(info, lookup, *move, spaces.world);
 }
 
 bool HasProjection(const XrFrameEndInfo& info) {
@@ -65,12 +65,15 @@ bool HasProjection(const XrFrameEndInfo& info) {
 // projection knows better for which eyes it was drawn.
 std::optional<EyeViews> EyesOfFrame(const Session& session, const XrFrameEndInfo& end) {
     if (!session.simulates_head && HasProjection(end)) return std::nullopt;
-    const XrViewLocateInfo info = {XR_TYPE_VIEW_LOCATE_INFO, nullptr, XR_VIEW_CONFIGURATION_TYPE_PRIMARY_STEREO,
-                                   end.displayTime, XR_NULL_HANDLE};
-    const Eyes eyes = LocateEyes(session, info, 2, Moment::kFrame);
-    if (eyes.flags == 0) return std::nullopt;
-    return EyeViews{simulator::EyeView{eyes.views[0].pose, eyes.views[0].fov},
-                    simulator::EyeView{eyes.views[1].pose, eyes.views[1].fov}};
+    // Enough for every kind: of four, the first two are the eyes', and a single one is both's.
+    constexpr std::uint32_t kMostViews = 4;
+    const XrViewLocateInfo info = {XR_TYPE_VIEW_LOCATE_INFO, nullptr, session.view_configuration, end.displayTime,
+                                   XR_NULL_HANDLE};
+    const Eyes eyes = LocateEyes(session, info, kMostViews, Moment::kFrame);
+    if (eyes.flags == 0 || eyes.views.empty()) return std::nullopt;
+    const XrView& left = eyes.views[0];
+    const XrView& right = eyes.views[std::min<std::size_t>(1, eyes.views.size() - 1)];
+    return EyeViews{simulator::EyeView{left.pose, left.fov}, simulator::EyeView{right.pose, right.fov}};
 }
 
 EndingFrame TakePictures(Session& session, const XrFrameEndInfo& info) {
@@ -78,9 +81,11 @@ EndingFrame TakePictures(Session& session, const XrFrameEndInfo& info) {
     return session.pictures->BeforeEnd(info, locate, EyesOfFrame(session, info));
 }
 
+// Whatever fails here, the frame ends.
 XrResult EndAnyhow(const Session& session, const XrFrameEndInfo* info) {
-    const bool is_moved = info && info->layerCount > 0 && session.simulates_head;
-    return is_moved ? EndMoved(session, *info) : session.instance->next.EndFrame(session.handle, info);
+    std::optional<SubmittedLayers> moved;
+    if (info && info->layerCount > 0 && session.simulates_head) GuardOwnWork([&] { moved = Moved(session, *info); });
+    return session.instance->next.EndFrame(session.handle, moved ? &moved->info() : info);
 }
 
 }  // namespace

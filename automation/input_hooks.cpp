@@ -21,8 +21,9 @@ xr_input::ActiveSets ActiveSetsOf(const Instance& instance, const XrActionsSyncI
     for (std::uint32_t i = 0; i < info.countActiveActionSets; ++i) {
         const auto set = Registry::instance().Find(info.activeActionSets[i].actionSet);
         if (!set) continue;
-        const auto top = instance.TopLevelOf(info.activeActionSets[i].subactionPath);
-        const TopLevels tops = top ? xr_input::BitOf(*top) : kEverywhere;
+        const XrPath path = info.activeActionSets[i].subactionPath;
+        const auto top = instance.TopLevelOf(path);
+        const TopLevels tops = top ? xr_input::BitOf(*top) : (path == XR_NULL_PATH ? kEverywhere : kElsewhere);
         active[set.get()] = static_cast<TopLevels>(active[set.get()] | tops);
     }
     return active;
@@ -100,6 +101,12 @@ SubactionState Combined(const SubactionState& a, const SubactionState& b) {
     return is_b ? b : a;
 }
 
+// Whether the call names a device, and that is a real one.
+bool IsRealDevice(const Session& session, XrPath subaction_path) {
+    const auto top = session.instance->TopLevelOf(subaction_path);
+    return subaction_path != XR_NULL_PATH && !(top && session.Simulates(*top));
+}
+
 // What the real devices say of an action that was asked for without naming one. `whole` is the runtime's answer, in
 // which a real device counts that is simulated now.
 template <class State, class Function>
@@ -108,10 +115,10 @@ SubactionState RealPart(const Session& session, const Action& action, const XrAc
     const auto real = static_cast<TopLevels>(action.suggested_on & ~session.simulated);
     if (action.subactions == 0) return real != 0 ? Read(whole) : SubactionState{};
     SubactionState combined;
-    for (std::size_t i = 0; i < xr_input::kTopLevelCount; ++i) {
-        if ((action.subactions & real & xr_input::BitOf(static_cast<TopLevel>(i))) == 0) continue;
+    for (const XrPath path : action.subaction_paths) {
+        if (!IsRealDevice(session, path)) continue;
         XrActionStateGetInfo one = info;
-        one.subactionPath = session.instance->top_level_paths[i];
+        one.subactionPath = path;
         State state = whole;
         if (XR_SUCCEEDED(next(session.handle, &one, &state))) combined = Combined(combined, Read(state));
     }
@@ -127,8 +134,8 @@ XrResult GetState(Function NextFunctions::*slot, XrSession session, const XrActi
     if (XR_FAILED(result) || !owner->Simulates()) return result;
     const auto action = Registry::instance().Find(info->action);
     if (!action) return result;
+    if (IsRealDevice(*owner, info->subactionPath)) return result;
     const auto top = owner->instance->TopLevelOf(info->subactionPath);
-    if (top && !owner->Simulates(*top)) return result;
     SubactionState simulated;
     {
         const std::lock_guard lock(owner->mutex);
@@ -175,16 +182,15 @@ XrResult ForRealDevices(XrSession session, const XrHapticActionInfo* info, Call 
         focused = owner->focused;
     }
     const XrResult swallowed = focused ? XR_SUCCESS : XR_SESSION_NOT_FOCUSED;
-    if (const auto top = owner->instance->TopLevelOf(info->subactionPath)) {
-        return owner->Simulates(*top) ? swallowed : call(owner->instance->next, *info);
-    }
+    if (IsRealDevice(*owner, info->subactionPath)) return call(owner->instance->next, *info);
+    if (info->subactionPath != XR_NULL_PATH) return swallowed;
     const auto real = static_cast<TopLevels>(action->suggested_on & ~owner->simulated);
     if (action->subactions == 0) return real != 0 ? call(owner->instance->next, *info) : swallowed;
     XrResult result = swallowed;
-    for (std::size_t i = 0; i < xr_input::kTopLevelCount; ++i) {
-        if ((action->subactions & real & xr_input::BitOf(static_cast<TopLevel>(i))) == 0) continue;
+    for (const XrPath path : action->subaction_paths) {
+        if (!IsRealDevice(*owner, path)) continue;
         XrHapticActionInfo one = *info;
-        one.subactionPath = owner->instance->top_level_paths[i];
+        one.subactionPath = path;
         result = call(owner->instance->next, one);
         if (XR_FAILED(result)) return result;
     }

@@ -180,8 +180,8 @@ void NoteRecentre(const XrEventDataReferenceSpaceChangePending& change) {
     if (!session || !change.poseValid) return;
     const std::lock_guard lock(session->mutex);
     if (change.referenceSpaceType != session->world_type) return;
-    session->recentre = Session::Recentre{
-        change.changeTime, orvanic_xr::RelativePose(orvanic_xr::kIdentityPose, change.poseInPreviousSpace)};
+    session->recentres.push_back(
+        {change.changeTime, orvanic_xr::RelativePose(orvanic_xr::kIdentityPose, change.poseInPreviousSpace)});
 }
 
 struct HookRow {
@@ -305,6 +305,7 @@ XrResult DestroyInstance(XrInstance instance) {
         const XrResult result = owner->next.DestroyInstance(instance);
         if (XR_FAILED(result)) return result;
         Registry::instance().Remove(instance, owner);
+        owner->ForgetSuggestions();
         if (!Registry::instance().HasInstances()) orvanic_xr::LogFileSink::instance().end_session();
         return result;
     });

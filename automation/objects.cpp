@@ -38,6 +38,11 @@ XrTime Instance::Now() const {
     return time;
 }
 
+void Instance::ForgetSuggestions() {
+    const std::lock_guard lock(mutex);
+    suggestions.clear();
+}
+
 Registry& Registry::instance() {
     static Registry& registry = *new Registry;
     return registry;

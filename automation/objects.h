@@ -28,6 +28,9 @@ namespace automation {
 using xr_input::TopLevel;
 using xr_input::TopLevels;
 
+// Devices that are never simulated, on paths that are none of the known ones: trackers, the eyes.
+inline constexpr TopLevels kElsewhere = 1u << xr_input::kTopLevelCount;
+
 // Which of its parts the layer plays for an instance. What the runtime or a lower layer has itself is left to it, and
 // what nobody enabled is not there.
 struct Parts {
@@ -48,6 +51,8 @@ struct Instance {
     std::optional<TopLevel> TopLevelOf(XrPath path) const;
     // By the machine's clock; 0 where the runtime can't tell.
     XrTime Now() const;
+    // When it is destroyed: their actions hold the instance.
+    void ForgetSuggestions();
 
     XrInstance handle = XR_NULL_HANDLE;
     NextFunctions next;
@@ -70,6 +75,8 @@ struct ActionSet : xr_input::ActionSet {
 
 struct Action : xr_input::Action {
     std::shared_ptr<Instance> instance;
+    // In full: of the bits in `subactions`, one stands for all that are elsewhere.
+    std::vector<XrPath> subaction_paths;
     // On which any suggestion, of whatever profile, has placed it.
     std::atomic<TopLevels> suggested_on = 0;
 };

@@ -75,12 +75,17 @@ void Session::DestroySpaces() {
 void Session::Latch() {
     const XrTime time = waited;
     const std::lock_guard lock(mutex);
-    if (recentre && time >= recentre->at) {
-        RebaseDevices(devices, recentre->old_world_in_new);
-        history.Rebase(recentre->old_world_in_new);
-        recentre.reset();
-    }
+    FollowRecentresLocked(time);
     history.Add(time, devices);
+}
+
+void Session::FollowRecentresLocked(XrTime time) {
+    for (const Recentre& recentre : recentres) {
+        if (time < recentre.at) continue;
+        RebaseDevices(devices, recentre.old_world_in_new);
+        history.Rebase(recentre.old_world_in_new);
+    }
+    std::erase_if(recentres, [&](const Recentre& recentre) { return time >= recentre.at; });
 }
 
 XrTime Session::LatestTime() const {

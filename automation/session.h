@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <vector>
 
 #include "automation/objects.h"
 #include "automation/pictures/session_pictures.h"
@@ -44,6 +45,9 @@ struct Session {
     void DestroySpaces();
     // For the frame that was waited for: from now on it sees the devices as they are.
     void Latch();
+    // With the mutex locked: what was placed before the world was centred anew, if that was before `time`, stays where
+    // it is in the room.
+    void FollowRecentresLocked(XrTime time);
     // The time of the newest frame, or now where there was none.
     XrTime LatestTime() const;
 
@@ -71,6 +75,8 @@ struct Session {
     std::atomic<bool> simulates_head = false;
     // When the frame is displayed that was waited for last. 0 before the first one.
     std::atomic<XrTime> waited = 0;
+    // As the application began the session.
+    std::atomic<XrViewConfigurationType> view_configuration = XR_VIEW_CONFIGURATION_TYPE_PRIMARY_STEREO;
 
     // Guards all below.
     mutable std::mutex mutex;
@@ -84,12 +90,12 @@ struct Session {
     XrSpace world_space = XR_NULL_HANDLE;
     XrSpace view_space = XR_NULL_HANDLE;
     XrReferenceSpaceType world_type = XR_REFERENCE_SPACE_TYPE_STAGE;
-    // The runtime will centre the world anew.
+    // The runtime will centre the world anew, at each of these times.
     struct Recentre {
         XrTime at = 0;
         XrPosef old_world_in_new = {{0, 0, 0, 1}, {0, 0, 0}};
     };
-    std::optional<Recentre> recentre;
+    std::vector<Recentre> recentres;
 };
 
 }  // namespace automation

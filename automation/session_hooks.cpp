@@ -54,7 +54,9 @@ XrResult BeginSession(XrSession session, const XrSessionBeginInfo* info) {
         const auto owner = Registry::instance().Find(session);
         if (!owner) return XR_ERROR_HANDLE_INVALID;
         const XrResult result = owner->instance->next.BeginSession(session, info);
-        if (XR_SUCCEEDED(result)) owner->running = true;
+        if (XR_FAILED(result)) return result;
+        owner->view_configuration = info->primaryViewConfigurationType;
+        owner->running = true;
         return result;
     });
 }

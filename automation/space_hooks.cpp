@@ -76,7 +76,7 @@ void OverwriteViews(const Session& session, const XrViewLocateInfo& info, XrView
     const Moment moment = MomentOfThisThread();
     const WorldLocation base = LocateInWorld(session, NamedSpace(info.space), info.displayTime, moment);
     const Eyes eyes = LocateEyes(session, info, count, moment);
-    const bool located = base.flags != 0 && (eyes.flags & kViewsValid) == kViewsValid;
+    const bool located = base.flags != 0 && (eyes.flags & kViewsValid) == kViewsValid && eyes.views.size() == count;
     state.viewStateFlags = located ? eyes.flags : 0;
     for (std::uint32_t i = 0; i < count; ++i) {
         if (!located) continue;
@@ -117,7 +117,8 @@ XrResult CreateActionSpace(XrSession session, const XrActionSpaceCreateInfo* inf
             made->action = Registry::instance().Find(info->action);
             made->top = owner->instance->TopLevelOf(info->subactionPath);
             made->offset = orvanic_xr::GoodPose(info->poseInActionSpace).value_or(made->offset);
-            if (made->action) Registry::instance().Add(*space, std::move(made));
+            const bool is_elsewhere = info->subactionPath != XR_NULL_PATH && !made->top;
+            if (made->action && !is_elsewhere) Registry::instance().Add(*space, std::move(made));
         });
         return result;
     });

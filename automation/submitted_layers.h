@@ -20,6 +20,9 @@ class SubmittedLayers {
     // `info` has to outlive this. `move` takes world coordinates to where the real head sees what the simulated one
     // would; `world` is the space of these coordinates.
     SubmittedLayers(const XrFrameEndInfo& info, const SpaceLookup& lookup, const XrPosef& move, XrSpace world);
+    // A copy would point to the layers of the first.
+    SubmittedLayers(SubmittedLayers&&) = default;
+    SubmittedLayers& operator=(SubmittedLayers&&) = default;
 
     const XrFrameEndInfo& info() const { return info_; }
 

@@ -17,10 +17,20 @@ bool IsSimulatedAction(const Session& session, const Space& space) {
     return session.input.StateOf(*space.action, std::nullopt).active || (bound != 0 && (bound & ~simulated) == 0);
 }
 
+constexpr XrSpaceVelocityFlags kVelocityValid =
+    XR_SPACE_VELOCITY_LINEAR_VALID_BIT | XR_SPACE_VELOCITY_ANGULAR_VALID_BIT;
+
+// Such spaces rest, also where the runtime does not say so.
+bool Rests(const NamedSpace& space) {
+    if (!space.object || space.object->kind != Space::Kind::kReference) return false;
+    const XrReferenceSpaceType type = space.object->reference;
+    return type == XR_REFERENCE_SPACE_TYPE_LOCAL || type == XR_REFERENCE_SPACE_TYPE_LOCAL_FLOOR ||
+           type == XR_REFERENCE_SPACE_TYPE_STAGE;
+}
+
 WorldLocation Simulated(const std::optional<MovingPose>& moving, const XrPosef& offset) {
     if (!moving) return {};
-    return {WithOffset(*moving, offset), orvanic_xr::kPoseValidAndTracked,
-            XR_SPACE_VELOCITY_LINEAR_VALID_BIT | XR_SPACE_VELOCITY_ANGULAR_VALID_BIT};
+    return {WithOffset(*moving, offset), orvanic_xr::kPoseValidAndTracked, kVelocityValid};
 }
 
 std::optional<MovingPose> ActionPose(const Session& session, const Space& space, XrTime time, Moment moment) {
@@ -69,7 +79,9 @@ WorldLocation LocateInWorld(const Session& session, const NamedSpace& space, XrT
         space.object && space.object->kind == Space::Kind::kReference && space.object->reference == session.world_type;
     // Known without a question, also before the runtime tracks anything.
     if (is_world) return Simulated(MovingPose{kIdentityPose, {}}, space.object->offset);
-    return AskRuntime(session, space.handle, time);
+    WorldLocation located = AskRuntime(session, space.handle, time);
+    if (Rests(space)) located.velocity_flags = kVelocityValid;
+    return located;
 }
 
 WorldLocation RelativeLocation(const WorldLocation& target, const WorldLocation& base) {
@@ -91,6 +103,7 @@ Eyes LocateEyes(const Session& session, const XrViewLocateInfo& asked, std::uint
     const XrResult result =
         session.instance->next.LocateViews(session.handle, &info, &state, count, &count, eyes.views.data());
     if (XR_FAILED(result)) return {};
+    eyes.views.resize(count);
     eyes.flags = state.viewStateFlags;
     if (!has_simulated_head) return eyes;
     const auto head = session.HeadPose(asked.displayTime, moment);

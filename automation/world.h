@@ -41,8 +41,8 @@ struct Eyes {
     XrViewStateFlags flags = 0;
 };
 
-// Needs the session's two spaces. As many as `count`; none where the runtime refuses `asked`, whose space plays no
-// part.
+// Needs the session's two spaces. `count` is how many there is room for; none where the runtime refuses `asked`, whose
+// space plays no part.
 Eyes LocateEyes(const Session& session, const XrViewLocateInfo& asked, std::uint32_t count, Moment moment);
 
 }  // namespace automation

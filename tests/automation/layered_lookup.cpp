@@ -27,6 +27,11 @@ XRAPI_ATTR XrResult XRAPI_CALL EnumerateBelow(const char* /*layer*/, std::uint32
 }
 
 XRAPI_ATTR XrResult XRAPI_CALL LookupBelow(XrInstance instance, const char* name, PFN_xrVoidFunction* function) {
+    const auto replaced = ReplacedBelow().find(name);
+    if (instance != XR_NULL_HANDLE && replaced != ReplacedBelow().end()) {
+        *function = replaced->second;
+        return XR_SUCCESS;
+    }
     if (instance != XR_NULL_HANDLE) return simulator_test::RuntimeLookup()(instance, name, function);
     *function = Erased(EnumerateBelow);
     return XR_SUCCESS;
@@ -78,6 +83,11 @@ PFN_xrGetInstanceProcAddr LayeredLookup() {
     static const orvanic_xr::ScratchDirectory scratch;
     static const orvanic_xr::ScopedVariable state("XDG_STATE_HOME", scratch.path());
     return Lookup;
+}
+
+std::map<std::string_view, PFN_xrVoidFunction>& ReplacedBelow() {
+    static std::map<std::string_view, PFN_xrVoidFunction> replaced;
+    return replaced;
 }
 
 }  // namespace automation_test

@@ -3,9 +3,15 @@
 
 #include <openxr/openxr.h>
 
+#include <map>
+#include <string_view>
+
 namespace automation_test {
 
 // In place of the runtime's: also for xrCreateInstance.
 PFN_xrGetInstanceProcAddr LayeredLookup();
+
+// Functions that the layer finds below it in place of the simulator's, from the next instance on.
+std::map<std::string_view, PFN_xrVoidFunction>& ReplacedBelow();
 
 }  // namespace automation_test
