@@ -47,8 +47,8 @@ std::optional<std::set<std::string>> AskForExtensions(PFN_xrGetInstanceProcAddr 
 }  // namespace
 
 std::set<std::string> AvailableExtensions(const ChainBelow& chain) {
-    // A layer can answer for itself alone: at this moment it does not know what lies below it. Some don't answer at all.
-    // The last entry leads to the runtime.
+    // A layer can answer for itself alone: at this moment it does not know what lies below it. Some don't answer at
+    // all. The last entry leads to the runtime.
     std::set<std::string> all;
     if (auto told = AskForExtensions(chain.next_get_instance_proc_addr)) all = *std::move(told);
     for (const XrApiLayerNextInfo* entry = chain.create_info.nextInfo; entry && IsReadable(*entry);
