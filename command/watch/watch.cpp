@@ -217,9 +217,8 @@ json looker::ask(const std::vector<question>& questions) {
     std::vector<pending_call> pending;
     pending.reserve(questions.size());
     for (const question& each : questions) {
-        json asked = each.arguments;
-        asked["app"] = std::to_string(process_);
-        tool_call call{.name = each.tool, .arguments = std::move(asked), .done = nullptr, .report = nullptr};
+        tool_call call{.name = each.tool, .arguments = each.arguments, .done = nullptr, .report = nullptr};
+        call.process = process_;
         call.is_inner = call.is_aside = true;
         pending.emplace_back(through_, std::move(call));
     }
