@@ -20,6 +20,7 @@
 
 #include "automation/next_functions.h"
 #include "automation/pose_history.h"
+#include "simulator/graphics/foreign_images.h"
 #include "xr/input/actions.h"
 #include "xr/input/input.h"
 
@@ -59,6 +60,8 @@ struct Instance {
     Parts parts;
     xr_input::Offer offer;
     std::array<XrPath, xr_input::kTopLevelCount> top_level_paths = {};
+    // As the application told last, which may have a loader of its own. Null for that of the system.
+    std::atomic<simulator::VulkanInstanceLookup> vulkan_lookup = nullptr;
 
     // Guards all below.
     mutable std::mutex mutex;
