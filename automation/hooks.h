@@ -4,6 +4,7 @@
 
 #include <openxr/openxr.h>
 
+#include "automation/next_functions.h"
 #include "xr/simulator_capture_records.h"
 
 namespace automation {
@@ -13,6 +14,8 @@ XRAPI_ATTR XrResult XRAPI_CALL DestroyInstance(XrInstance instance);
 XRAPI_ATTR XrResult XRAPI_CALL PollEvent(XrInstance instance, XrEventDataBuffer* event);
 
 // session_hooks.cpp
+XRAPI_ATTR XrResult XRAPI_CALL CreateVulkanInstanceKHR(XrInstance instance, const XrVulkanInstanceCreateInfoKHR* info,
+                                                       VkInstance_T** created, std::int32_t* result);
 XRAPI_ATTR XrResult XRAPI_CALL CreateSession(XrInstance instance, const XrSessionCreateInfo* info, XrSession* session);
 XRAPI_ATTR XrResult XRAPI_CALL DestroySession(XrSession session);
 XRAPI_ATTR XrResult XRAPI_CALL BeginSession(XrSession session, const XrSessionBeginInfo* info);

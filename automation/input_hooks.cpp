@@ -101,6 +101,11 @@ SubactionState Combined(const SubactionState& a, const SubactionState& b) {
     return is_b ? b : a;
 }
 
+// Whether a simulated device has, or takes away, anything of the action. The runtime knows all of others.
+bool IsConcerned(const Session& session, const Action& action) {
+    return (action.suggested_on & session.simulated) != 0;
+}
+
 // Whether the call names a device, and that is a real one.
 bool IsRealDevice(const Session& session, XrPath subaction_path) {
     const auto top = session.instance->TopLevelOf(subaction_path);
@@ -133,8 +138,7 @@ XrResult GetState(Function NextFunctions::*slot, XrSession session, const XrActi
     const XrResult result = next(session, info, state);
     if (XR_FAILED(result) || !owner->Simulates()) return result;
     const auto action = Registry::instance().Find(info->action);
-    if (!action) return result;
-    if (IsRealDevice(*owner, info->subactionPath)) return result;
+    if (!action || !IsConcerned(*owner, *action) || IsRealDevice(*owner, info->subactionPath)) return result;
     const auto top = owner->instance->TopLevelOf(info->subactionPath);
     SubactionState simulated;
     {
@@ -173,7 +177,7 @@ XrResult ForRealDevices(XrSession session, const XrHapticActionInfo* info, Call 
     const auto owner = Registry::instance().Find(session);
     if (!owner) return XR_ERROR_HANDLE_INVALID;
     const auto action = info ? Registry::instance().Find(info->action) : nullptr;
-    const bool is_driven = action && action->type == XR_ACTION_TYPE_VIBRATION_OUTPUT && owner->Simulates();
+    const bool is_driven = action && action->type == XR_ACTION_TYPE_VIBRATION_OUTPUT && IsConcerned(*owner, *action);
     if (!info) return XR_ERROR_VALIDATION_FAILURE;
     if (!is_driven) return call(owner->instance->next, *info);
     bool focused = false;

@@ -202,6 +202,7 @@ const HookRow kHooks[] = {
     {"xrGetInstanceProcAddr", Erased(GetInstanceProcAddr)},
     {"xrDestroyInstance", Erased(DestroyInstance)},
     {"xrCreateSession", Erased(CreateSession)},
+    {"xrCreateVulkanInstanceKHR", Erased(CreateVulkanInstanceKHR), &Parts::pictures},
     {"xrDestroySession", Erased(DestroySession)},
     {"xrBeginSession", Erased(BeginSession)},
     {"xrEndSession", Erased(EndSession)},

@@ -3,13 +3,21 @@
 
 #include <openxr/openxr.h>
 
+#include <cstdint>
 #include <ctime>
+
+struct VkInstance_T;
+struct XrVulkanInstanceCreateInfoKHR;
 
 namespace automation {
 
 // As the header has it where the platform's records are included.
 using PFN_xrConvertTimespecTimeToTimeKHR = XrResult(XRAPI_PTR*)(XrInstance instance, const timespec* timespec_time,
                                                                 XrTime* time);
+// `result` is a VkResult.
+using PFN_xrCreateVulkanInstanceKHR = XrResult(XRAPI_PTR*)(XrInstance instance,
+                                                           const XrVulkanInstanceCreateInfoKHR* info,
+                                                           VkInstance_T** created, std::int32_t* result);
 
 // Each is asked for once, when the instance is there. One of an extension that is not enabled stays null.
 #define VELMOOR_AUTOMATION_NEXT(X)       \
@@ -24,6 +32,7 @@ using PFN_xrConvertTimespecTimeToTimeKHR = XrResult(XRAPI_PTR*)(XrInstance insta
     X(CreateReferenceSpace)              \
     X(CreateSession)                     \
     X(CreateSwapchain)                   \
+    X(CreateVulkanInstanceKHR)           \
     X(DestroyAction)                     \
     X(DestroyActionSet)                  \
     X(DestroyInstance)                   \

@@ -20,6 +20,7 @@
 
 #include "automation/next_functions.h"
 #include "automation/pose_history.h"
+#include "simulator/graphics/foreign_images.h"
 #include "xr/input/actions.h"
 #include "xr/input/input.h"
 
@@ -59,6 +60,8 @@ struct Instance {
     Parts parts;
     xr_input::Offer offer;
     std::array<XrPath, xr_input::kTopLevelCount> top_level_paths = {};
+    // As the application told last, which may have a loader of its own. Null for that of the system.
+    std::atomic<simulator::VulkanInstanceLookup> vulkan_lookup = nullptr;
 
     // Guards all below.
     mutable std::mutex mutex;
@@ -114,7 +117,8 @@ class Registry {
     void Add(XrAction handle, std::shared_ptr<Action> object) { AddTo(actions_, handle, std::move(object)); }
     void Add(XrSwapchain handle, std::shared_ptr<Session> owner) { AddTo(swapchains_, handle, std::move(owner)); }
 
-    // Each after the call below succeeded. By then the handle may stand for another object, which stays.
+    // Each after the call below succeeded, but for swapchains: these before. By then the handle may stand for another
+    // object, which stays.
     void Remove(XrSpace handle, const std::shared_ptr<Space>& object) { RemoveFrom(spaces_, handle, object); }
     void Remove(XrAction handle, const std::shared_ptr<Action>& object) { RemoveFrom(actions_, handle, object); }
     void Remove(XrSwapchain handle, const std::shared_ptr<Session>& owner) { RemoveFrom(swapchains_, handle, owner); }

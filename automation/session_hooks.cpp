@@ -6,14 +6,26 @@
 namespace automation {
 namespace {
 
-std::unique_ptr<SessionPictures> MakePictures(const NextFunctions& next, const XrSessionCreateInfo& info) {
-    auto binding = simulator::CopyBinding(info.next);
+std::unique_ptr<SessionPictures> MakePictures(const Instance& instance, const XrSessionCreateInfo& info) {
+    auto binding = simulator::CopyBinding(info.next, instance.vulkan_lookup);
     if (!binding) return nullptr;
-    return std::make_unique<SessionPictures>(std::move(binding), next.EnumerateSwapchainImages,
+    return std::make_unique<SessionPictures>(std::move(binding), instance.next.EnumerateSwapchainImages,
                                              [](const char* line) { orvanic_xr::LogWarning("Automation: ", line); });
 }
 
 }  // namespace
+
+XrResult CreateVulkanInstanceKHR(XrInstance instance, const XrVulkanInstanceCreateInfoKHR* info, VkInstance_T** created,
+                                 std::int32_t* result) {
+    return Guarded([&] {
+        const auto owner = Registry::instance().Find(instance);
+        if (!owner) return XR_ERROR_HANDLE_INVALID;
+        const XrResult made = owner->next.CreateVulkanInstanceKHR(instance, info, created, result);
+        // Zero is VK_SUCCESS.
+        if (XR_SUCCEEDED(made) && *result == 0) owner->vulkan_lookup = simulator::LookupOf(*info);
+        return made;
+    });
+}
 
 XrResult CreateSession(XrInstance instance, const XrSessionCreateInfo* info, XrSession* session) {
     return Guarded([&] {
@@ -26,7 +38,7 @@ XrResult CreateSession(XrInstance instance, const XrSessionCreateInfo* info, XrS
             made->instance = owner;
             made->handle = *session;
             made->system = info->systemId;
-            if (owner->parts.pictures) made->pictures = MakePictures(owner->next, *info);
+            if (owner->parts.pictures) made->pictures = MakePictures(*owner, *info);
             Registry::instance().Add(*session, std::move(made));
         });
         return result;

@@ -37,9 +37,9 @@ XrResult DestroySwapchain(XrSwapchain swapchain) {
         const auto instance = owner ? owner->instance : Registry::instance().OnlyInstance();
         if (!instance) return XR_ERROR_HANDLE_INVALID;
         if (owner && owner->pictures) owner->pictures->RemoveSwapchain(swapchain);
-        const XrResult result = instance->next.DestroySwapchain(swapchain);
-        if (XR_SUCCEEDED(result) && owner) Registry::instance().Remove(swapchain, owner);
-        return result;
+        // Before the call: afterwards another thread may have made one with this handle, of the same session.
+        if (owner) Registry::instance().Remove(swapchain, owner);
+        return instance->next.DestroySwapchain(swapchain);
     });
 }
 

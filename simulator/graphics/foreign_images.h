@@ -14,6 +14,7 @@
 #include "simulator/graphics/raw_image.h"
 
 struct VkInstance_T;
+struct XrVulkanInstanceCreateInfoKHR;
 
 namespace simulator {
 
@@ -58,6 +59,7 @@ class ForeignBinding {
 
 // How the application finds Vulkan's functions: as it told xrCreateVulkanInstanceKHR.
 using VulkanInstanceLookup = void (*(*)(VkInstance_T*, const char*))();
+VulkanInstanceLookup LookupOf(const XrVulkanInstanceCreateInfoKHR& info);
 
 // Of the chain of an XrSessionCreateInfo. Null for a binding that is not known, and for a headless session. Without a
 // lookup, the one of the system's libvulkan is used.

@@ -70,6 +70,10 @@ class Binding : public ForeignBinding {
 
 }  // namespace
 
+VulkanInstanceLookup LookupOf(const XrVulkanInstanceCreateInfoKHR& info) {
+    return info.pfnGetInstanceProcAddr;
+}
+
 std::unique_ptr<ForeignBinding> CopyVulkanBinding(const XrBaseInStructure& binding, VulkanInstanceLookup lookup) {
     return std::make_unique<Binding>(reinterpret_cast<const XrGraphicsBindingVulkanKHR&>(binding), lookup);
 }

@@ -11,7 +11,7 @@ namespace automation_test {
 // In place of the runtime's: also for xrCreateInstance.
 PFN_xrGetInstanceProcAddr LayeredLookup();
 
-// Functions that the layer finds below it in place of the simulator's, from the next instance on.
+// Functions that the layer finds below it in place of the simulator's, for all of an instance's life.
 std::map<std::string_view, PFN_xrVoidFunction>& ReplacedBelow();
 
 }  // namespace automation_test

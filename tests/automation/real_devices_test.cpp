@@ -1,4 +1,6 @@
 // What comes from the runtime while devices are simulated: trackers, recentring, and the end of the instance.
+#include <vulkan/vulkan.h>
+
 #include <atomic>
 #include <cstring>
 #include <thread>
@@ -6,6 +8,9 @@
 #include "automation/session.h"
 #include "tests/automation/layered_lookup.h"
 #include "tests/simulator/simulator_fixture.h"
+
+#define XR_USE_GRAPHICS_API_VULKAN
+#include <openxr/openxr_platform.h>
 
 namespace automation_test {
 namespace {
@@ -38,6 +43,19 @@ XrResult XRAPI_PTR PollBelow(XrInstance /*instance*/, XrEventDataBuffer* event) 
     return XR_SUCCESS;
 }
 
+// Spaces lie where the world does, and nobody says how they move.
+XrResult XRAPI_PTR LocateBelow(XrSpace /*space*/, XrSpace /*base*/, XrTime /*time*/, XrSpaceLocation* location) {
+    location->locationFlags = 0xF;
+    location->pose = kIdentity;
+    return XR_SUCCESS;
+}
+
+XrResult XRAPI_PTR CreateVulkanBelow(XrInstance /*instance*/, const XrVulkanInstanceCreateInfoKHR* /*info*/,
+                                     VkInstance* /*created*/, VkResult* result) {
+    *result = VK_SUCCESS;
+    return XR_SUCCESS;
+}
+
 template <class Function>
 PFN_xrVoidFunction Erased(Function function) {
     return reinterpret_cast<PFN_xrVoidFunction>(function);
@@ -45,15 +63,25 @@ PFN_xrVoidFunction Erased(Function function) {
 
 class RealDevices : public SimulatorTest {
  protected:
+    std::vector<const char*> Extensions() const override {
+        auto extensions = SimulatorTest::Extensions();
+        extensions.push_back(orvanic_xr::kSimulatorCompositorCaptureExtension);
+        return extensions;
+    }
     void SetUp() override {
         ReplacedBelow() = {{"xrSuggestInteractionProfileBindings", Erased(SuggestBelow)},
                            {"xrGetActionStateBoolean", Erased(StateBelow)},
-                           {"xrPollEvent", Erased(PollBelow)}};
+                           {"xrPollEvent", Erased(PollBelow)},
+                           {"xrLocateSpace", Erased(LocateBelow)},
+                           {"xrCreateVulkanInstanceKHR", Erased(CreateVulkanBelow)}};
         SimulatorTest::SetUp();
-        ReplacedBelow().clear();
         session_ = MakeFocusedSession();
         stage_ = MakeSpace(session_, XR_REFERENCE_SPACE_TYPE_STAGE);
         view_ = MakeSpace(session_, XR_REFERENCE_SPACE_TYPE_VIEW);
+    }
+    void TearDown() override {
+        SimulatorTest::TearDown();
+        ReplacedBelow().clear();
     }
     void TakeHead(float x) {
         SetInputDeviceActiveEXT(session_, Path(kHeadProfile), Path(kHead), XR_TRUE);
@@ -108,6 +136,26 @@ TEST_F(RealDevices, HeadStaysInTheRoomWhenTheWorldIsCentredAnew) {
     EXPECT_EQ(HeadAt(time), 5.0f);
     time = RunFrame(session_).predictedDisplayTime;
     EXPECT_EQ(HeadAt(time), 3.0f);
+}
+
+TEST_F(RealDevices, SpeedIsKnownInASpaceThatRests) {
+    const XrSpace local = MakeSpace(session_, XR_REFERENCE_SPACE_TYPE_LOCAL);
+    TakeHead(0);
+    const XrTime time = RunFrame(session_).predictedDisplayTime;
+    auto velocity = Typed<XrSpaceVelocity>(XR_TYPE_SPACE_VELOCITY);
+    XrSpaceLocation location = {XR_TYPE_SPACE_LOCATION, &velocity, 0, {}};
+    EXPECT_EQ(LocateSpace(view_, local, time, &location), XR_SUCCESS);
+    EXPECT_EQ(velocity.velocityFlags, 3u);
+}
+
+TEST_F(RealDevices, VulkanIsFoundAsTheApplicationFindsIt) {
+    const auto create = FunctionOf<PFN_xrCreateVulkanInstanceKHR>("xrCreateVulkanInstanceKHR");
+    auto info = Typed<XrVulkanInstanceCreateInfoKHR>(XR_TYPE_VULKAN_INSTANCE_CREATE_INFO_KHR);
+    info.pfnGetInstanceProcAddr = [](VkInstance, const char*) -> PFN_vkVoidFunction { return nullptr; };
+    VkInstance created = VK_NULL_HANDLE;
+    VkResult result = VK_NOT_READY;
+    EXPECT_EQ(create(instance_, &info, &created, &result), XR_SUCCESS);
+    EXPECT_EQ(automation::Registry::instance().Find(instance_)->vulkan_lookup, info.pfnGetInstanceProcAddr);
 }
 
 TEST_F(RealDevices, InstanceGoesWithItsActions) {
