@@ -49,7 +49,7 @@ std::shared_ptr<const SubmittedFrame> FrameOf(const Shot& shot) {
         held->settled.wait_for(lock, std::chrono::seconds(1), [&] { return held->IsSettled(); });
         if (held->frame) return held->frame;
     }
-    return shot.rendering->requests.Await(lock, shot.eye, shot.calls);
+    return shot.rendering->requests.Await(lock, shot.eye, shot.rendering->frames, shot.calls);
 }
 
 std::shared_ptr<Session> RunningSession(const Runtime& runtime, XrSession handle) {

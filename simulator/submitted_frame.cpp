@@ -10,6 +10,8 @@ namespace simulator {
 namespace {
 
 constexpr std::chrono::milliseconds kLongestWait(1000);
+// For a frame that is under way: software on a busy machine draws slowly.
+constexpr std::chrono::milliseconds kLongestFrame(10000);
 constexpr std::chrono::milliseconds kStepOfWait(50);
 // An application that takes longer than this for a frame gives the one that it has.
 constexpr std::chrono::milliseconds kPatience(250);
@@ -53,7 +55,7 @@ std::optional<XrPosef> ToldViews::HeadAt(XrTime time) const {
 }
 
 std::shared_ptr<const SubmittedFrame> FrameRequests::Await(std::unique_lock<std::mutex>& lock, std::size_t eye,
-                                                           const CallCounts& calls) {
+                                                           const FrameLoop& frames, const CallCounts& calls) {
     const auto request = std::make_shared<FrameRequest>();
     request->eye = eye;
     request->calls = calls;
@@ -61,7 +63,8 @@ std::shared_ptr<const SubmittedFrame> FrameRequests::Await(std::unique_lock<std:
     pending_.push_back(request);
     // In steps, so that a process that is stopped, as by a debugger, has the rest of the time when it goes on.
     // One that a frame has taken is settled, however long its images are read.
-    for (auto waited = kStepOfWait; request->taken || waited <= kLongestWait; waited += kStepOfWait) {
+    const auto limit = [&] { return frames.waited || frames.begun ? kLongestFrame : kLongestWait; };
+    for (auto waited = kStepOfWait; request->taken || waited <= limit(); waited += kStepOfWait) {
         if (request->settled.wait_for(lock, kStepOfWait, [&] { return request->IsSettled(); })) break;
     }
     std::erase(pending_, request);

@@ -16,6 +16,7 @@ export PYTHONDONTWRITEBYTECODE=1 VELMOOR_SIM_EYE_SIZE=256x256
 (cd python/velmoor && "$python" -c 'import sys, wheel_backend; wheel_backend.build_wheel(sys.argv[1])' "$scratch")
 "$python" -m zipfile -e "$scratch"/velmoor-*.whl "$scratch/lib"
 export PYTHONPATH=$scratch/lib
+export PYTEST_ADDOPTS=--xr-start-limit=120
 export VELMOOR=$2/bin/velmoor DEMO=$2/bin/velmoor_demo
 [ "$1" = example ] && tests=examples/ci || tests=tests/python
 "$python" -m pytest -p pytester -p no:cacheprovider --basetemp "$scratch/tmp" --rootdir "$scratch" \

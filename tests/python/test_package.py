@@ -97,7 +97,8 @@ def test_failures_show_what_was_there_and_lacks_are_errors(pytester):
         result.stdout.fnmatch_lines([message])
 
 
-def test_eight_workers_play_with_eight_applications_and_pictures_are_kept(pytester):
+def test_eight_workers_play_with_eight_applications_and_pictures_are_kept(pytester, monkeypatch):
+    monkeypatch.setenv("VELMOOR_SIM_HZ", "20")  # they draw in software
     workers = ["-n", "8"] if importlib.util.find_spec("xdist") else []
     pytester.makepyfile(
         """
