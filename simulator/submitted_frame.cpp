@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::chrono::milliseconds kLongestWait(1000);
 // For a frame that is under way: software on a busy machine draws slowly.
-constexpr std::chrono::milliseconds kLongestFrame(10000);
+constexpr std::chrono::milliseconds kLongestFrame(3000);
 constexpr std::chrono::milliseconds kStepOfWait(50);
 // An application that takes longer than this for a frame gives the one that it has.
 constexpr std::chrono::milliseconds kPatience(250);
