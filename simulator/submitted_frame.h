@@ -81,9 +81,9 @@ struct FrameReading {
 // A session's; the runtime's mutex guards it.
 class FrameRequests {
  public:
-    // `calls` are those so far. Waits with the mutex open, no longer than a second for a frame, or three for one that is
-    // under way in `frames`. Throws what failed, and XR_ERROR_CALL_ORDER_INVALID where the application ended no frame:
-    // an older one would tell of an application that hangs that it is well.
+    // `calls` are those so far. Waits with the mutex open, no longer than a second for a frame, or three for one that
+    // is under way in `frames`. Throws what failed, and XR_ERROR_CALL_ORDER_INVALID where the application ended no
+    // frame: an older one would tell of an application that hangs that it is well.
     std::shared_ptr<const SubmittedFrame> Await(std::unique_lock<std::mutex>& lock, std::size_t eye,
                                                 const FrameLoop& frames, const CallCounts& calls);
 
