@@ -76,7 +76,7 @@ json tool_run::call(const std::string& tool, json arguments) {
     return call_all({{tool, std::move(arguments)}}).front();
 }
 
-std::vector<json> tool_run::call_all(const std::vector<planned_call>& calls) {
+std::vector<json> tool_run::call_all(const std::vector<planned_call>& calls, const std::function<bool()>& can_answer) {
     gathering frames(through_, calls.size());
     std::vector<pending_call> pending;
     pending.reserve(calls.size());
@@ -93,12 +93,15 @@ std::vector<json> tool_run::call_all(const std::vector<planned_call>& calls) {
     while (outcomes.size() < pending.size()) {
         if (auto outcome = pending[outcomes.size()].wait_for(kBetweenLooks)) {
             outcomes.push_back(std::move(*outcome));
-        } else if (is_cancelled()) {
-            for (std::size_t i = outcomes.size(); i < pending.size(); ++i) {
-                pending[i].cancel("the tool that called was cancelled");
-            }
-            throw cancelled();
+            continue;
         }
+        const bool is_lost = can_answer && !can_answer();
+        if (!is_lost && !is_cancelled()) continue;
+        for (std::size_t i = outcomes.size(); i < pending.size(); ++i) {
+            pending[i].cancel("the tool that called waits no more");
+        }
+        if (is_lost) throw std::runtime_error("Error: nobody is left to answer");
+        throw cancelled();
     }
     for (json& each : outcomes) {
         if (is_failure(each)) look_for_application();
@@ -129,8 +132,12 @@ void tool_run::look_for_application() {
                            ") is gone: it has ended, or has destroyed its OpenXR instance");
 }
 
-json tool_run::ask(const std::string& tool, json arguments) try {
-    return mcp::parse_json(mcp::text_of(call(tool, std::move(arguments))));
+json tool_run::ask(const std::string& tool, json arguments) {
+    return ask_while(nullptr, tool, std::move(arguments));
+}
+
+json tool_run::ask_while(const std::function<bool()>& can_answer, const std::string& tool, json arguments) try {
+    return mcp::parse_json(mcp::text_of(call_all({{tool, std::move(arguments)}}, can_answer).front()));
 } catch (const application_gone&) {
     throw;
 } catch (const std::runtime_error&) {

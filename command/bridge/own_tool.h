@@ -44,10 +44,14 @@ class tool_run {
     // Calls a tool of an application, and gives its result. Throws std::runtime_error with the error's text, also where
     // the result says that it is one.
     json call(const std::string& tool, json arguments);
-    // Several at the same time, begun in that order. Throws of the first that failed, once all have ended.
-    std::vector<json> call_all(const std::vector<planned_call>& calls);
+    // Several at the same time, begun in that order. Throws of the first that failed, once all have ended; or as soon
+    // as `can_answer` gives false.
+    std::vector<json> call_all(const std::vector<planned_call>& calls,
+                               const std::function<bool()>& can_answer = nullptr);
     // The JSON that such a tool answers with; null if it refuses, or answers with something else.
     json ask(const std::string& tool, json arguments);
+    // Likewise, and null as soon as `can_answer` gives false: a call waits for an application else.
+    json ask_while(const std::function<bool()>& can_answer, const std::string& tool, json arguments);
     // Tells the caller what is waited for.
     void tell(const std::string& message);
     void wait_for(std::chrono::milliseconds time);

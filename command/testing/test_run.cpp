@@ -36,7 +36,7 @@ constexpr milliseconds kAskLimit{5000};
 // An application that takes longer for one answer hangs. Tools that wait for frames take at most a part of it.
 constexpr milliseconds kAnswerLimit{45000};
 constexpr milliseconds kBetweenLooks{20};
-constexpr milliseconds kAnswerOfEnded{2000};
+constexpr milliseconds kAnswerOfEnded{5000};
 // Between being told to end and seeing it.
 constexpr milliseconds kStopSeen{100};
 // Between the end of a process and the time at which it is seen.

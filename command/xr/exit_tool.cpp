@@ -30,7 +30,7 @@ class ending {
         while (!has_ended && clock::now() < begin + kLimit) {
             note_state();
             run_.wait_for_frame(kBetweenLooks);
-            has_ended = application_ ? !application_->is_running() : start_of(process_) == 0;
+            has_ended = is_over();
         }
         const auto took = std::chrono::duration_cast<milliseconds>(clock::now() - begin).count();
         std::string text = "States that were seen: " + (states_.empty() ? "none" : states_) + ". ";
@@ -41,11 +41,13 @@ class ending {
     }
 
  private:
+    bool is_over() const { return application_ ? !application_->is_running() : start_of(process_) == 0; }
+
     void note_state() {
         if (last_ == "XR_SESSION_STATE_EXITING") return;  // none follows, and a process that ends may not answer
         const std::string app = std::to_string(process_);
         if (run_.through().process_for(app) != process_) return;  // it would be waited for
-        const json told = run_.ask("openxr_get_session_info", {{"app", app}});
+        const json told = run_.ask_while([this] { return !is_over(); }, "openxr_get_session_info", {{"app", app}});
         const json::json_pointer name("/state/name");
         if (!told.is_object() || !told.contains(name) || !told[name].is_string() || told[name] == last_) return;
         last_ = told[name];
