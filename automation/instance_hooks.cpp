@@ -11,12 +11,14 @@
 #include "automation/session.h"
 #include "diagnostics/log_file_sink.h"
 #include "xr/input/extensions.h"
+#include "xr/loader_chain.h"
 #include "xr/pose_math.h"
 #include "xr/simulator_capture_records.h"
 
 namespace automation {
 namespace {
 
+using orvanic_xr::IsReadable;
 using orvanic_xr::kSimulatorCompositorCaptureExtension;
 using orvanic_xr::LogError;
 using orvanic_xr::LogInfo;
@@ -58,11 +60,6 @@ XRAPI_ATTR XrResult XRAPI_CALL EnumerateInstanceExtensionProperties(const char* 
         }
         return XR_SUCCESS;
     });
-}
-
-bool IsReadable(const XrApiLayerNextInfo& entry) {
-    return entry.structType == XR_LOADER_INTERFACE_STRUCT_API_LAYER_NEXT_INFO && entry.structVersion != 0 &&
-           entry.structSize >= sizeof(XrApiLayerNextInfo);
 }
 
 bool IsGood(const XrApiLayerCreateInfo* info) {

@@ -28,12 +28,6 @@ bool OwnBelow(const XrApiLayerNextInfo* entry) {
 
 }  // namespace
 
-bool IsReadable(const XrApiLayerNextInfo& entry) {
-    static_assert(sizeof(XrApiLayerNextInfo) == 296);
-    return entry.structType == XR_LOADER_INTERFACE_STRUCT_API_LAYER_NEXT_INFO && entry.structVersion != 0 &&
-           entry.structSize >= sizeof(XrApiLayerNextInfo);
-}
-
 bool ValidCreateInfo(const XrApiLayerCreateInfo* info) {
     static_assert(sizeof(XrApiLayerCreateInfo) == 544);
     if (!info || info->structType != XR_LOADER_INTERFACE_STRUCT_API_LAYER_CREATE_INFO || info->structVersion == 0 ||

@@ -6,14 +6,13 @@
 
 #include <deque>
 
+#include "xr/loader_chain.h"
+
 namespace orvanic_xr {
 
 // Whether the loader's records are what this layer can work with: sizes may be larger than the published ones,
 // and the first entry must bear one of the layer's names.
 bool ValidCreateInfo(const XrApiLayerCreateInfo* info);
-
-// Whether an entry of the loader's chain is the published record or a larger one; its `next` may be followed then.
-bool IsReadable(const XrApiLayerNextInfo& entry);
 
 // What is handed to the next layer, and the two functions to reach it by.
 //
