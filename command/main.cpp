@@ -1,6 +1,4 @@
 // velmoor: one command for people and agents. Each subcommand is a few lines over a library; see `velmoor --help`.
-#include <unistd.h>
-
 #include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cmath>
@@ -8,219 +6,28 @@
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <functional>
-#include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
-#include <thread>
 #include <utility>
 #include <vector>
 
-#include "command/app_tools.h"
-#include "command/applications/finder.h"
-#include "command/bridge/tool_list.h"
-#include "command/http_transport.h"
 #include "command/launch/keeper.h"
-#include "command/launch/simulator_link.h"
-#include "command/recording/recorder.h"
 #include "command/recording/recording.h"
 #include "command/recording/test_writer.h"
-#include "command/shell_commands.h"
-#include "command/sim_tools.h"
-#include "command/stdio_transport.h"
-#include "command/testing/test_command.h"
-#include "command/watch_page.h"
-#include "command/xr/xr_tools.h"
-#include "mcp/server_host.h"
+#include "command/serving.h"
 
 namespace {
 
-using velmoor::json;
-
-struct options {
-    double wait_seconds = 10;
-    std::string pictures;
-    std::string record;
-    std::size_t record_limit = 1024;  // MiB
-    std::string recording;
-    velmoor::test_request test;
-    std::string shard;
-    bool as_json = false;
-    velmoor::call_request call;
-    bool no_simulator = false;
-    bool shared_network = false;
-    std::string host = "127.0.0.1";
-    int port = 8730;
-    std::string token;
-    std::string control;
-    bool watch = false;
-    int watch_port = -1;                   // of mcp; below 0 for none
-    std::vector<std::string> application;  // what stands behind "--"
-};
-
-velmoor::bridge_settings settings_for(const options& given) {
-    velmoor::bridge_settings settings;
-    settings.around = velmoor::surroundings_of_machine(orvanic_xr::kMcpServerPort);
-    settings.version = VELMOOR_VERSION;
-    settings.wait = std::chrono::milliseconds(static_cast<std::int64_t>(given.wait_seconds * 1000));
-    settings.tools_file = velmoor::default_tools_file();
-    settings.pictures = given.pictures;
-    settings.own_tools = velmoor::xr_tools(nullptr);
-    return settings;
-}
-
-bool is_loopback(const std::string& host) {
-    return host == "localhost" || host == "::1" || host.starts_with("127.");
-}
-
-velmoor::launch_options launch_options_of(const options& given) {
-    return {.simulator = !given.no_simulator, .own_network = !given.shared_network, .control = given.control};
-}
-
-// What a recording tells of its circumstances: no arguments and no other variables, which may hold secrets.
-velmoor::json recording_header(const options& given) {
-    velmoor::json header{{"velmoor", VELMOOR_VERSION}, {"simulator", !given.no_simulator}};
-    if (!given.application.empty()) {
-        header["application"] = given.application[0].substr(given.application[0].rfind('/') + 1);
-    }
-    for (const auto& [name, value] : velmoor::current_environment()) {
-        if (name.starts_with("VELMOOR_SIM_")) header["environment"][name] = value;
-    }
-    return header;
-}
-
-std::shared_ptr<velmoor::recorder> recorder_for(const options& given, velmoor::bridge_settings& settings) {
-    if (given.record.empty()) return nullptr;
-    auto made = std::make_shared<velmoor::recorder>(velmoor::recorder_settings{
-        .directory = given.record, .limit = given.record_limit << 20, .header = recording_header(given)});
-    settings.watch = [made](velmoor::tool_call call) { return made->watched(std::move(call)); };
-    return made;
-}
-
-// The application of the command line, and how it is controlled where it runs on the simulator.
-struct given_application {
-    explicit given_application(options given)
-        : started(given.application, [&] {
-              if (!given.no_simulator) given.control = control.text();
-              return launch_options_of(given);
-          }()) {}
-
-    velmoor::control_path control;
-    velmoor::simulator_link simulator{control.text()};
-    velmoor::started_application started;
-};
-
-// Likewise, with the tools for the application that was given, if one was.
-velmoor::bridge_settings settings_for(const options& given, std::unique_ptr<given_application>& application) {
-    velmoor::bridge_settings settings = settings_for(given);
-    if (given.application.empty()) return settings;
-    application = std::make_unique<given_application>(given);
-    settings.own_tools = velmoor::xr_tools(&application->started);
-    const auto add = [&](std::vector<velmoor::own_tool> tools) {
-        for (velmoor::own_tool& each : tools) settings.own_tools.push_back(std::move(each));
-    };
-    add(velmoor::app_tools(application->started));
-    if (!given.no_simulator) {
-        add(velmoor::sim_tools(application->simulator));
-        settings.gather = [&its = application->simulator](bool is_wanted) { return its.gather(is_wanted); };
-        settings.let_frame_pass = [&its = application->simulator] { return its.let_frames_pass(); };
-    }
-    settings.hint = [] { return "The tool app_start starts the application; app_output shows what it printed."; };
-    return settings;
-}
-
-// A page that can't be served keeps nobody from serving the client.
-bool start_watch(int port, velmoor::watch_server& server) {
-    if (port < 0) return false;
-    const int bound = server.start(port);
-    if (bound == 0) std::fprintf(stderr, "velmoor: port %d is taken; there is no page to watch\n", port);
-    if (bound != 0) std::fprintf(stderr, "velmoor: watch at http://127.0.0.1:%d%s\n", bound, velmoor::kWatchPath);
-    return bound != 0;
-}
-
-int serve_client(const options& given) {
-    std::unique_ptr<given_application> application;
-    velmoor::bridge_settings settings = settings_for(given, application);
-    const auto recorder = recorder_for(given, settings);
-    velmoor::watch watch;
-    velmoor::watch_server watch_server(watch);
-    const bool is_watched = start_watch(given.watch_port, watch_server);
-    if (is_watched) watch.follow(settings);
-    velmoor::bridge bridge(std::move(settings));
-    if (recorder) recorder->ask(bridge);
-    std::optional<velmoor::looker> looker;
-    if (is_watched) looker.emplace(watch, bridge);
-    velmoor::serve_stdio(bridge, {{"name", "velmoor"}, {"version", VELMOOR_VERSION}}, STDIN_FILENO, STDOUT_FILENO);
-    return velmoor::kWell;
-}
-
-std::function<std::optional<mcp::http_answer>(const mcp::http_request&)> page_of(const options& given,
-                                                                                 velmoor::watch_page& page) {
-    if (!given.watch) return nullptr;
-    return [&page](const mcp::http_request& request) { return page.answer(request); };
-}
-
-// Until a signal says so. To be called while the process has one thread: the others inherit what it blocks.
-int serve_many(const options& given) {
-    if (given.token.empty() && !is_loopback(given.host)) {
-        std::fputs(
-            "velmoor: other machines are served with --token alone: whoever has it can operate the applications\n",
-            stderr);
-        return velmoor::kMisused;
-    }
-    if (given.watch && !is_loopback(given.host) && given.host != "0.0.0.0" && given.host != "::") {
-        std::fputs("velmoor: the page of --watch is for this machine alone, which can't reach it at that --host\n",
-                   stderr);
-        return velmoor::kMisused;
-    }
-    sigset_t ends;
-    sigemptyset(&ends);
-    for (const int each : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ends, each);
-    sigprocmask(SIG_BLOCK, &ends, nullptr);
-
-    std::unique_ptr<given_application> application;
-    velmoor::bridge_settings settings = settings_for(given, application);
-    const auto recorder = recorder_for(given, settings);
-    velmoor::watch watch;
-    velmoor::watch_page page(watch, given.token);
-    if (given.watch) watch.follow(settings);
-    velmoor::bridge bridge(std::move(settings));
-    if (recorder) recorder->ask(bridge);
-    std::optional<velmoor::looker> looker;
-    if (given.watch) looker.emplace(watch, bridge);
-    velmoor::http_transport transport(bridge, {.host = given.host,
-                                               .port = given.port,
-                                               .token = given.token,
-                                               .server_info = {{"name", "velmoor"}, {"version", VELMOOR_VERSION}},
-                                               .page = page_of(given, page)});
-    const int port = transport.bind();
-    if (port == 0) {
-        std::fprintf(stderr, "velmoor: port %d of %s is taken; --port chooses another\n", given.port,
-                     given.host.c_str());
-        return velmoor::kFailed;
-    }
-    const std::string host = given.host.find(':') == std::string::npos ? given.host : "[" + given.host + "]";
-    std::fprintf(stderr, "velmoor: serving http://%s:%d/mcp\n", host.c_str(), port);
-    const char* const near = is_loopback(given.host) ? host.c_str() : "localhost";
-    if (given.watch) std::fprintf(stderr, "velmoor: watch at http://%s:%d%s\n", near, port, velmoor::kWatchPath);
-    std::thread server([&transport] { transport.serve(); });
-    int signal = 0;
-    sigwait(&ends, &signal);
-    looker.reset();  // closes the page, whose streams end
-    transport.stop();
-    server.join();
-    return velmoor::kWell;
-}
+using velmoor::options;
 
 int with_bridge(const options& given, int (*run)(velmoor::bridge&, const options&)) {
-    velmoor::bridge bridge(settings_for(given));
+    velmoor::bridge bridge(velmoor::settings_for(given));
     bridge.introduce({{"name", "velmoor"}, {"version", VELMOOR_VERSION}});
     return run(bridge, given);
 }
 
 int keep(const options& given) {
-    return velmoor::keep_application(given.application, launch_options_of(given));
+    return velmoor::keep_application(given.application, velmoor::launch_options_of(given));
 }
 
 void add_launch_options(CLI::App& command, options& given) {
@@ -262,7 +69,7 @@ int test(const options& given) {
     try {
         if (!given.shard.empty()) velmoor::take_shard(given.shard, request);
         request.run.command = given.application;
-        request.run.launch = launch_options_of(given);
+        request.run.launch = velmoor::launch_options_of(given);
         request.run.version = VELMOOR_VERSION;
         if (request.at_a_time > 1 && !request.run.launch.own_network) {
             throw std::runtime_error("several at a time need a network each, and --shared-network says no");
@@ -299,7 +106,7 @@ std::vector<subcommand> add_subcommands(CLI::App& app, options& given) {
         return *made;
     };
     CLI::App& mcp = add("mcp", "Serves one MCP client on standard input and output [-- APPLICATION ARGUMENTS...]",
-                        "claude mcp add velmoor -- velmoor mcp -- ./build/my_app", true, false, serve_client);
+                        "claude mcp add velmoor -- velmoor mcp -- ./build/my_app", true, false, velmoor::serve_client);
     add_wait(mcp, given);
     add_record(mcp, given);
     mcp.add_option("--watch", given.watch_port, "Port of 127.0.0.1 for a page that shows what happens; 0 takes any")
@@ -308,7 +115,7 @@ std::vector<subcommand> add_subcommands(CLI::App& app, options& given) {
     add_launch_options(mcp, given);
 
     CLI::App& serve = add("serve", "Serves many MCP clients over Streamable HTTP [-- APPLICATION ARGUMENTS...]",
-                          "velmoor serve --port 8730", true, false, serve_many);
+                          "velmoor serve --port 8730", true, false, velmoor::serve_many);
     add_wait(serve, given);
     serve.add_option("--port", given.port, "TCP port; 0 takes any")->capture_default_str()->check(CLI::Range(0, 65535));
     serve.add_option("--host", given.host, "Address to listen at")->capture_default_str();
@@ -321,7 +128,7 @@ std::vector<subcommand> add_subcommands(CLI::App& app, options& given) {
 
     CLI::App& run = add("run", "Runs an application with the layer and the simulator -- APPLICATION ARGUMENTS...",
                         "velmoor run -- ./build/my_app", true, true, [](const options& read) {
-                            return velmoor::run_application(read.application, launch_options_of(read));
+                            return velmoor::run_application(read.application, velmoor::launch_options_of(read));
                         });
     add_launch_options(run, given);
 

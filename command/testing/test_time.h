@@ -16,6 +16,10 @@ namespace velmoor {
 class pending_call;
 class simulator_link;
 
+inline std::chrono::milliseconds from_seconds(double seconds) {
+    return std::chrono::milliseconds(static_cast<std::int64_t>(seconds * 1000));
+}
+
 class test_time {
  public:
     using clock = std::chrono::steady_clock;

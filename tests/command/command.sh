@@ -231,6 +231,7 @@ END
   expect 1 'no baseline baselines/good/cube.*--update' test good.yaml -- "$build/bin/velmoor_demo"
   expect 0 '1 of 1 passed' test --update good.yaml -- "$build/bin/velmoor_demo"
   expect 0 '4 of 4 passed' test -j 2 --repeat 4 good.yaml -- "$build/bin/velmoor_demo"
+  ls baselines/good/cube.Velmoor-Simulator.*-*.left.png
   cp -r baselines/good baselines/other
   expect 1 'other.yaml:6: picture cube, left eye: [0-9.]+ % of the pixels differ' test other.yaml good.yaml -- \
     "$build/bin/velmoor_demo"
