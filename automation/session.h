@@ -34,6 +34,14 @@ struct Session {
     bool Simulates() const { return simulated.load(std::memory_order_relaxed) != 0; }
     bool Simulates(TopLevel top) const { return (simulated.load() & xr_input::BitOf(top)) != 0; }
 
+    // Whether a simulated device has, or takes away, anything of the action. The runtime knows all of others.
+    bool Concerns(const Action& action) const { return (action.suggested_on & simulated) != 0; }
+    // Whether a call's subaction path names a device, and that is a real one.
+    bool IsReal(XrPath subaction_path) const {
+        const auto top = instance->TopLevelOf(subaction_path);
+        return subaction_path != XR_NULL_PATH && !(top && Simulates(*top));
+    }
+
     bool HasChangedDevices() const {
         const std::lock_guard lock(mutex);
         return devices_changed;
