@@ -30,23 +30,12 @@ bool IsGood(const XrApiLayerCreateInfo* info) {
            info->nextInfo->nextGetInstanceProcAddr && info->nextInfo->nextCreateApiLayerInstance;
 }
 
-void AddExtensionsBehind(PFN_xrGetInstanceProcAddr next, std::set<std::string, std::less<>>& names) {
-    PFN_xrEnumerateInstanceExtensionProperties enumerate = nullptr;
-    next(XR_NULL_HANDLE, "xrEnumerateInstanceExtensionProperties", reinterpret_cast<PFN_xrVoidFunction*>(&enumerate));
-    std::uint32_t count = 0;
-    if (!enumerate || XR_FAILED(enumerate(nullptr, 0, &count, nullptr))) return;
-    std::vector<XrExtensionProperties> properties(count, {XR_TYPE_EXTENSION_PROPERTIES, nullptr, {}, 0});
-    if (count == 0 || XR_FAILED(enumerate(nullptr, count, &count, properties.data()))) return;
-    for (const auto& one : properties) {
-        names.emplace(one.extensionName, strnlen(one.extensionName, XR_MAX_EXTENSION_NAME_SIZE));
-    }
-}
-
-// A layer can answer for itself alone, or not at all; the last entry leads to the runtime.
-std::set<std::string, std::less<>> ExtensionsBelow(const XrApiLayerCreateInfo& info) {
-    std::set<std::string, std::less<>> names;
+std::set<std::string> ExtensionsBelow(const XrApiLayerCreateInfo& info) {
+    std::set<std::string> names;
     for (const auto* entry = info.nextInfo; entry && IsReadable(*entry); entry = entry->next) {
-        if (entry->nextGetInstanceProcAddr) AddExtensionsBehind(entry->nextGetInstanceProcAddr, names);
+        if (entry->nextGetInstanceProcAddr) {
+            names.merge(orvanic_xr::AskForExtensions(entry->nextGetInstanceProcAddr).names);
+        }
     }
     return names;
 }
@@ -61,7 +50,7 @@ bool HasVelmoorBelow(const XrApiLayerCreateInfo& info) {
 
 // What goes down of the extensions that the application, or a layer above, enabled.
 struct Enabled {
-    Enabled(const XrInstanceCreateInfo& info, const std::set<std::string, std::less<>>& below) {
+    Enabled(const XrInstanceCreateInfo& info, const std::set<std::string>& below) {
         bool has_timespec = false;
         for (const char* name : std::span(info.enabledExtensionNames, info.enabledExtensionCount)) {
             const OfferedExtension* const offered = name ? FindOffered(name) : nullptr;
