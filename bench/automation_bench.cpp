@@ -2,15 +2,14 @@
 // against the same calls straight to a runtime that does next to nothing. `allocs` is per frame.
 #include <benchmark/benchmark.h>
 #include <openxr/openxr.h>
-#include <openxr/openxr_loader_negotiation.h>
 
 #include <array>
 #include <cstdint>
-#include <cstring>
 #include <string_view>
 
 #include "automation/negotiation.h"
 #include "tests/fakes/allocation_counter.h"
+#include "tests/fakes/loader_records.h"
 
 namespace {
 
@@ -202,18 +201,8 @@ struct Game {
 };
 
 Game WithLayer() {
-    XrApiLayerNextInfo next = {XR_LOADER_INTERFACE_STRUCT_API_LAYER_NEXT_INFO,
-                               XR_API_LAYER_NEXT_INFO_STRUCT_VERSION,
-                               sizeof next,
-                               "XR_APILAYER_VELMOOR_automation",
-                               Lookup,
-                               CreateBelow,
-                               nullptr};
-    XrApiLayerCreateInfo layers = {};
-    layers.structType = XR_LOADER_INTERFACE_STRUCT_API_LAYER_CREATE_INFO;
-    layers.structVersion = XR_API_LAYER_CREATE_INFO_STRUCT_VERSION;
-    layers.structSize = sizeof layers;
-    layers.nextInfo = &next;
+    XrApiLayerNextInfo next = orvanic_xr::NextInfo("XR_APILAYER_VELMOOR_automation", Lookup, CreateBelow);
+    const XrApiLayerCreateInfo layers = orvanic_xr::LayerInfo(&next);
     const std::array names = {"XR_EXT_conformance_automation", "XR_KEST_pronto_controller_plus",
                               "XR_KESTX1_simulator_compositor_output_capture"};
     auto info = Typed<XrInstanceCreateInfo>(XR_TYPE_INSTANCE_CREATE_INFO);
