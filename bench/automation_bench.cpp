@@ -129,7 +129,10 @@ struct Game {
         load(acquire, "xrAcquireSwapchainImage");
         load(wait_image, "xrWaitSwapchainImage");
         load(release, "xrReleaseSwapchainImage");
-        const XrSessionCreateInfo session_info = {XR_TYPE_SESSION_CREATE_INFO, nullptr, 0, 1};
+        // With graphics, so that the layer looks after the swapchains. It asks for nothing but the type until somebody
+        // wants a picture.
+        auto graphics = Typed<XrBaseInStructure>(XR_TYPE_GRAPHICS_BINDING_OPENGL_XCB_KHR);
+        const XrSessionCreateInfo session_info = {XR_TYPE_SESSION_CREATE_INFO, &graphics, 0, 1};
         create_session(instance, &session_info, &session);
         const XrReferenceSpaceCreateInfo space_info = {XR_TYPE_REFERENCE_SPACE_CREATE_INFO, nullptr,
                                                        XR_REFERENCE_SPACE_TYPE_STAGE, kPose};
@@ -143,6 +146,8 @@ struct Game {
                                                    kPose};
         for (XrSpace& hand : hands) create_action_space(session, &hand_info, &hand);
         auto swapchain_info = Typed<XrSwapchainCreateInfo>(XR_TYPE_SWAPCHAIN_CREATE_INFO);
+        swapchain_info.format = 0x8058;  // GL_RGBA8
+        swapchain_info.faceCount = swapchain_info.arraySize = 1;
         for (XrSwapchain& swapchain : swapchains) create_swapchain(session, &swapchain_info, &swapchain);
     }
 
