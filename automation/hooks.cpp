@@ -48,6 +48,7 @@ const HookRow kHooks[] = {
     {"xrCreateSwapchain", Erased(CreateSwapchain), &Parts::pictures},
     {"xrDestroySwapchain", Erased(DestroySwapchain), &Parts::pictures},
     {"xrAcquireSwapchainImage", Erased(AcquireSwapchainImage), &Parts::pictures},
+    {"xrWaitSwapchainImage", Erased(WaitSwapchainImage), &Parts::pictures},
     {"xrReleaseSwapchainImage", Erased(ReleaseSwapchainImage), &Parts::pictures},
     {"xrCreateActionSet", Erased(CreateActionSet), &Parts::input},
     {"xrDestroyActionSet", Erased(DestroyActionSet), &Parts::input},

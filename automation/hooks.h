@@ -83,6 +83,7 @@ XRAPI_ATTR XrResult XRAPI_CALL CreateSwapchain(XrSession session, const XrSwapch
 XRAPI_ATTR XrResult XRAPI_CALL DestroySwapchain(XrSwapchain swapchain);
 XRAPI_ATTR XrResult XRAPI_CALL AcquireSwapchainImage(XrSwapchain swapchain, const XrSwapchainImageAcquireInfo* info,
                                                      std::uint32_t* index);
+XRAPI_ATTR XrResult XRAPI_CALL WaitSwapchainImage(XrSwapchain swapchain, const XrSwapchainImageWaitInfo* info);
 XRAPI_ATTR XrResult XRAPI_CALL ReleaseSwapchainImage(XrSwapchain swapchain, const XrSwapchainImageReleaseInfo* info);
 
 // capture_calls.cpp: the extension XR_KESTX1_simulator_compositor_output_capture
