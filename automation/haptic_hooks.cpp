@@ -11,35 +11,31 @@ template <class Call>
 XrResult ForRealDevices(XrSession session, const XrHapticActionInfo* info, Call call) {
     const auto owner = Registry::instance().Find(session);
     if (!owner) return XR_ERROR_HANDLE_INVALID;
-    const auto action = info ? Registry::instance().Find(info->action) : nullptr;
-    const bool is_driven = action && action->type == XR_ACTION_TYPE_VIBRATION_OUTPUT && owner->Concerns(*action);
     if (!info) return XR_ERROR_VALIDATION_FAILURE;
-    if (!is_driven) return call(owner->instance->next, *info);
-    bool focused = false;
-    {
-        const std::lock_guard lock(owner->mutex);
-        focused = owner->focused;
-    }
-    const XrResult swallowed = focused ? XR_SUCCESS : XR_SESSION_NOT_FOCUSED;
-    if (owner->IsReal(info->subactionPath)) return call(owner->instance->next, *info);
-    if (info->subactionPath != XR_NULL_PATH) return swallowed;
+    const NextFunctions& next = owner->instance->next;
+    const auto action = Registry::instance().Find(info->action);
+    const bool is_driven = action && action->type == XR_ACTION_TYPE_VIBRATION_OUTPUT && owner->Concerns(*action);
+    if (!is_driven || owner->IsReal(info->subactionPath)) return call(next, *info);
     const auto real = static_cast<TopLevels>(action->suggested_on & ~owner->simulated);
-    if (action->subactions == 0) return real != 0 ? call(owner->instance->next, *info) : swallowed;
-    XrResult result = swallowed;
+    if (info->subactionPath == XR_NULL_PATH && action->subactions == 0 && real != 0) return call(next, *info);
+    bool is_felt = false;
     for (const XrPath path : action->subaction_paths) {
-        if (!owner->IsReal(path)) continue;
+        if (info->subactionPath != XR_NULL_PATH || !owner->IsReal(path)) continue;
+        is_felt = true;
         XrHapticActionInfo one = *info;
         one.subactionPath = path;
-        result = call(owner->instance->next, one);
-        if (XR_FAILED(result)) return result;
+        if (const XrResult result = call(next, one); result != XR_SUCCESS) return result;
     }
-    return result;
+    // What nobody feels is checked by the runtime all the same. Of a device that was taken over it lets the motor rest.
+    return is_felt ? XR_SUCCESS : next.StopHapticFeedback(session, info);
 }
 
 }  // namespace
 
 XrResult ApplyHapticFeedback(XrSession session, const XrHapticActionInfo* info, const XrHapticBaseHeader* feedback) {
     return Guarded([&] {
+        // All else of it is the affair of who vibrates: there may be kinds that only the runtime knows.
+        if (!feedback) return XR_ERROR_VALIDATION_FAILURE;
         return ForRealDevices(session, info, [&](const NextFunctions& next, const XrHapticActionInfo& one) {
             return next.ApplyHapticFeedback(session, &one, feedback);
         });

@@ -33,7 +33,6 @@ void SyncSimulated(Session& session, const XrActionsSyncInfo& info, bool focused
     bool changed = false;
     {
         const std::lock_guard lock(session.mutex);
-        session.focused = focused;
         if (!focused) {
             session.input.states.clear();
             return;

@@ -91,8 +91,6 @@ struct Session {
     xr_input::Devices devices;
     xr_input::Input input;
     PoseHistory history;
-    // As the last xrSyncActions said.
-    bool focused = false;
     // A device was switched on or off, of which the application is to be told.
     bool devices_changed = false;
     XrSpace world_space = XR_NULL_HANDLE;
