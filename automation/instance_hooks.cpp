@@ -20,6 +20,7 @@ namespace {
 using orvanic_xr::IsReadable;
 using orvanic_xr::LogError;
 using orvanic_xr::LogInfo;
+using orvanic_xr::LogWarning;
 
 constexpr char kConvertTimespec[] = "XR_KHR_convert_timespec_time";
 constexpr std::string_view kVelmoorLayers = "XR_APILAYER_KESTX_";
@@ -73,11 +74,19 @@ struct Enabled {
     std::vector<const char*> passed;
 };
 
+// One file serves all instances that live at a time.
+void OpenLog() {
+    if (!Registry::instance().HasInstances()) orvanic_xr::LogFileSink::instance().begin_session("automation_layer");
+}
+
+void CloseLog() {
+    if (!Registry::instance().HasInstances()) orvanic_xr::LogFileSink::instance().end_session();
+}
+
 void TellOfParts(const Enabled& enabled, bool is_upside_down) {
     const bool does_anything = enabled.parts.input || enabled.parts.pictures || enabled.parts.controller_profile;
     if (!does_anything && !is_upside_down) return;
-    // One file serves all instances that live at a time.
-    if (!Registry::instance().HasInstances()) orvanic_xr::LogFileSink::instance().begin_session("automation_layer");
+    OpenLog();
     if (is_upside_down) {
         LogError(
             "Automation: Velmoor's layer lies below this one and sees nothing of it. Name it first: "
@@ -99,7 +108,11 @@ XrResult CreateInstance(const XrInstanceCreateInfo& info, const XrApiLayerCreate
     below.structSize = sizeof below;
     below.nextInfo = layer_info.nextInfo->next;
     const XrResult result = layer_info.nextInfo->nextCreateApiLayerInstance(&passed, &below, &instance);
-    if (XR_FAILED(result)) return result;
+    if (XR_FAILED(result)) {
+        LogWarning("Automation: the instance was not created, result: ", result);
+        CloseLog();
+        return result;
+    }
     auto made = std::make_shared<Instance>();
     made->handle = instance;
     made->next = NextFunctions(layer_info.nextInfo->nextGetInstanceProcAddr, instance);
@@ -156,7 +169,7 @@ XrResult DestroyInstance(XrInstance instance) {
         if (XR_FAILED(result)) return result;
         Registry::instance().Remove(instance, owner);
         owner->ForgetSuggestions();
-        if (!Registry::instance().HasInstances()) orvanic_xr::LogFileSink::instance().end_session();
+        CloseLog();
         return result;
     });
 }

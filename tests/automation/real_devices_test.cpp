@@ -168,6 +168,17 @@ TEST_F(RealDevices, InstanceGoesWithItsActions) {
     EXPECT_TRUE(known.expired());
 }
 
+TEST_F(RealDevices, InstanceThatIsRefusedLeavesNoLogOpen) {
+    DestroyInstance(std::exchange(instance_, XR_NULL_HANDLE));
+    XrInstance refused = XR_NULL_HANDLE;
+    EXPECT_EQ(TryCreateInstance({"XR_EXT_conformance_automation", "XR_NOBODY_nothing"}, refused),
+              XR_ERROR_EXTENSION_NOT_PRESENT);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(TryCreateInstance(Extensions(), instance_), XR_SUCCESS);
+    const std::string told = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(told.find("called twice"), std::string::npos) << told;
+}
+
 // What the sanitizers are to look at: an agent moves and switches devices while frames are made.
 TEST_F(RealDevices, AgentsAndFramesDoNotMeet) {
     std::atomic<bool> ends = false;
