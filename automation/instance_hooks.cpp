@@ -138,9 +138,11 @@ bool TakeProfileEvent(Instance& instance, XrEventDataBuffer& event) {
 // Simulated devices stay where they are in the room when the runtime centres the world anew.
 void NoteRecentre(const XrEventDataReferenceSpaceChangePending& change) {
     const auto session = Registry::instance().Find(change.session);
-    if (!session || !change.poseValid) return;
+    if (!session || !change.poseValid || change.referenceSpaceType != session->world_type) return;
+    const XrTime now = session->LatestTime();
     const std::lock_guard lock(session->mutex);
-    if (change.referenceSpaceType != session->world_type) return;
+    // Nobody else does while nothing is simulated.
+    session->FollowRecentresLocked(now);
     session->recentres.push_back(
         {change.changeTime, orvanic_xr::RelativePose(orvanic_xr::kIdentityPose, change.poseInPreviousSpace)});
 }

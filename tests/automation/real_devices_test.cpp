@@ -136,6 +136,10 @@ TEST_F(RealDevices, HeadStaysInTheRoomWhenTheWorldIsCentredAnew) {
     EXPECT_EQ(HeadAt(time), 5.0f);
     time = RunFrame(session_).predictedDisplayTime;
     EXPECT_EQ(HeadAt(time), 3.0f);
+
+    SetInputDeviceActiveEXT(session_, Path(kHeadProfile), Path(kHead), XR_FALSE);
+    for (int i = 0; i < 3; ++i) Recentre(time);
+    EXPECT_EQ(automation::Registry::instance().Find(session_)->recentres.size(), 1u) << "they are not hoarded";
 }
 
 TEST_F(RealDevices, SpeedIsKnownInASpaceThatRests) {
