@@ -49,6 +49,8 @@ XrResult EnumerateBoundSourcesForAction(XrSession session, const XrBoundSourcesF
         std::vector<XrPath> bound(real_count);
         if (XR_SUCCEEDED(result) && real_count > 0) result = next(session, info, real_count, &real_count, bound.data());
         if (XR_FAILED(result)) return result;
+        // There may be fewer by now.
+        bound.resize(std::min<std::size_t>(bound.size(), real_count));
         std::erase_if(bound, [&](XrPath path) {
             const auto text = instance.PathText(path);
             const auto split = xr_input::SplitTopLevel(text);
