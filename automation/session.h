@@ -85,6 +85,8 @@ struct Session {
     std::atomic<XrTime> waited = 0;
     // As the application began the session.
     std::atomic<XrViewConfigurationType> view_configuration = XR_VIEW_CONFIGURATION_TYPE_PRIMARY_STEREO;
+    // Of the world's coordinates.
+    std::atomic<XrReferenceSpaceType> world_type = XR_REFERENCE_SPACE_TYPE_STAGE;
 
     // Guards all below.
     mutable std::mutex mutex;
@@ -95,7 +97,6 @@ struct Session {
     bool devices_changed = false;
     XrSpace world_space = XR_NULL_HANDLE;
     XrSpace view_space = XR_NULL_HANDLE;
-    XrReferenceSpaceType world_type = XR_REFERENCE_SPACE_TYPE_STAGE;
     // The runtime will centre the world anew, at each of these times.
     struct Recentre {
         XrTime at = 0;
