@@ -1,6 +1,7 @@
 // Actions as they are declared and bound. Everything goes down as it came, but for the profile of the simulated
 // controllers, of which the runtime knows nothing.
 #include <algorithm>
+#include <span>
 
 #include "automation/guard.h"
 #include "automation/hooks.h"
@@ -41,6 +42,15 @@ void NoteDevices(const Instance& instance, const XrInteractionProfileSuggestedBi
         const auto split = xr_input::SplitTopLevel(path);
         if (action) action->suggested_on |= split ? xr_input::BitOf(split->top) : kElsewhere;
     }
+}
+
+// For a profile of which there is no runtime to ask.
+XrResult CheckActions(const XrInteractionProfileSuggestedBinding& suggested) {
+    if (suggested.countSuggestedBindings == 0 || !suggested.suggestedBindings) return XR_ERROR_VALIDATION_FAILURE;
+    for (const auto& binding : std::span(suggested.suggestedBindings, suggested.countSuggestedBindings)) {
+        if (!Registry::instance().Find(binding.action)) return XR_ERROR_HANDLE_INVALID;
+    }
+    return XR_SUCCESS;
 }
 
 // What the runtime took may have paths of its extensions in it; `is_own`, where there is no runtime to ask, may not.
@@ -129,7 +139,8 @@ XrResult SuggestInteractionProfileBindings(XrInstance instance, const XrInteract
         const xr_input::Profile* const profile =
             suggested ? xr_input::FindProfile(owner->PathText(suggested->interactionProfile)) : nullptr;
         if (profile && IsOwn(*owner, *profile)) {
-            const XrResult result = KeepSuggestion(*owner, *profile, *suggested, true);
+            XrResult result = CheckActions(*suggested);
+            if (XR_SUCCEEDED(result)) result = KeepSuggestion(*owner, *profile, *suggested, true);
             if (XR_SUCCEEDED(result)) NoteDevices(*owner, *suggested);
             return result;
         }

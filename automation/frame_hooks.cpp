@@ -43,6 +43,7 @@ std::optional<XrPosef> PlaceInWorld(const Session& session, const NamedSpace& sp
 
 std::optional<SubmittedLayers> Moved(const Session& session, const XrFrameEndInfo& info) {
     const OwnSpaces spaces(session);
+    if (spaces.world == XR_NULL_HANDLE) return std::nullopt;
     const auto move = FromSimulatedToReal(session, spaces, info.displayTime);
     if (!move) return std::nullopt;
     const auto lookup = [&](XrSpace space) -> std::optional<XrPosef> {

@@ -62,6 +62,8 @@ XRAPI_ATTR XrResult XRAPI_CALL GetActionStatePose(XrSession session, const XrAct
                                                   XrActionStatePose* state);
 XRAPI_ATTR XrResult XRAPI_CALL GetCurrentInteractionProfile(XrSession session, XrPath top_level_path,
                                                             XrInteractionProfileState* profile);
+
+// source_hooks.cpp
 XRAPI_ATTR XrResult XRAPI_CALL EnumerateBoundSourcesForAction(XrSession session,
                                                               const XrBoundSourcesForActionEnumerateInfo* info,
                                                               std::uint32_t capacity, std::uint32_t* count,
@@ -69,6 +71,8 @@ XRAPI_ATTR XrResult XRAPI_CALL EnumerateBoundSourcesForAction(XrSession session,
 XRAPI_ATTR XrResult XRAPI_CALL GetInputSourceLocalizedName(XrSession session,
                                                            const XrInputSourceLocalizedNameGetInfo* info,
                                                            std::uint32_t capacity, std::uint32_t* count, char* buffer);
+
+// haptic_hooks.cpp
 XRAPI_ATTR XrResult XRAPI_CALL ApplyHapticFeedback(XrSession session, const XrHapticActionInfo* info,
                                                    const XrHapticBaseHeader* feedback);
 XRAPI_ATTR XrResult XRAPI_CALL StopHapticFeedback(XrSession session, const XrHapticActionInfo* info);
@@ -79,6 +83,7 @@ XRAPI_ATTR XrResult XRAPI_CALL CreateSwapchain(XrSession session, const XrSwapch
 XRAPI_ATTR XrResult XRAPI_CALL DestroySwapchain(XrSwapchain swapchain);
 XRAPI_ATTR XrResult XRAPI_CALL AcquireSwapchainImage(XrSwapchain swapchain, const XrSwapchainImageAcquireInfo* info,
                                                      std::uint32_t* index);
+XRAPI_ATTR XrResult XRAPI_CALL WaitSwapchainImage(XrSwapchain swapchain, const XrSwapchainImageWaitInfo* info);
 XRAPI_ATTR XrResult XRAPI_CALL ReleaseSwapchainImage(XrSwapchain swapchain, const XrSwapchainImageReleaseInfo* info);
 
 // capture_calls.cpp: the extension XR_KESTX1_simulator_compositor_output_capture

@@ -2,8 +2,6 @@
 // answer holds for real devices. What a simulated one says is laid over it.
 #include <algorithm>
 #include <cmath>
-#include <cstring>
-#include <vector>
 
 #include "automation/guard.h"
 #include "automation/hooks.h"
@@ -35,7 +33,6 @@ void SyncSimulated(Session& session, const XrActionsSyncInfo& info, bool focused
     bool changed = false;
     {
         const std::lock_guard lock(session.mutex);
-        session.focused = focused;
         if (!focused) {
             session.input.states.clear();
             return;
@@ -101,17 +98,6 @@ SubactionState Combined(const SubactionState& a, const SubactionState& b) {
     return is_b ? b : a;
 }
 
-// Whether a simulated device has, or takes away, anything of the action. The runtime knows all of others.
-bool IsConcerned(const Session& session, const Action& action) {
-    return (action.suggested_on & session.simulated) != 0;
-}
-
-// Whether the call names a device, and that is a real one.
-bool IsRealDevice(const Session& session, XrPath subaction_path) {
-    const auto top = session.instance->TopLevelOf(subaction_path);
-    return subaction_path != XR_NULL_PATH && !(top && session.Simulates(*top));
-}
-
 // What the real devices say of an action that was asked for without naming one. `whole` is the runtime's answer, in
 // which a real device counts that is simulated now.
 template <class State, class Function>
@@ -121,7 +107,7 @@ SubactionState RealPart(const Session& session, const Action& action, const XrAc
     if (action.subactions == 0) return real != 0 ? Read(whole) : SubactionState{};
     SubactionState combined;
     for (const XrPath path : action.subaction_paths) {
-        if (!IsRealDevice(session, path)) continue;
+        if (!session.IsReal(path)) continue;
         XrActionStateGetInfo one = info;
         one.subactionPath = path;
         State state = whole;
@@ -138,7 +124,7 @@ XrResult GetState(Function NextFunctions::*slot, XrSession session, const XrActi
     const XrResult result = next(session, info, state);
     if (XR_FAILED(result) || !owner->Simulates()) return result;
     const auto action = Registry::instance().Find(info->action);
-    if (!action || !IsConcerned(*owner, *action) || IsRealDevice(*owner, info->subactionPath)) return result;
+    if (!action || !owner->Concerns(*action) || owner->IsReal(info->subactionPath)) return result;
     const auto top = owner->instance->TopLevelOf(info->subactionPath);
     SubactionState simulated;
     {
@@ -146,58 +132,6 @@ XrResult GetState(Function NextFunctions::*slot, XrSession session, const XrActi
         simulated = owner->input.StateOf(*action, top);
     }
     Write(top ? simulated : Combined(simulated, RealPart(*owner, *action, *info, *state, next)), *state);
-    return result;
-}
-
-// The simulated source that a path names, for who asks for its name. Null where it is none.
-const xr_input::Profile* SimulatedProfile(const Session& session, const std::string& path) {
-    const auto split = xr_input::SplitTopLevel(path);
-    if (!split || !session.Simulates(split->top)) return nullptr;
-    const std::lock_guard lock(session.mutex);
-    const auto* const profile = session.input.profiles[static_cast<std::size_t>(split->top)];
-    const bool is_there = profile && Offers(*profile, session.instance->offer.api_version, split->top, split->rest);
-    return is_there ? profile : nullptr;
-}
-
-// The two-call idiom, for elements that are there.
-template <class Element>
-XrResult WriteAll(const Element* elements, std::size_t size, std::uint32_t capacity, std::uint32_t* count,
-                  Element* buffer) {
-    if (!count || (!buffer && capacity != 0)) return XR_ERROR_VALIDATION_FAILURE;
-    *count = static_cast<std::uint32_t>(size);
-    if (capacity == 0) return XR_SUCCESS;
-    if (capacity < size) return XR_ERROR_SIZE_INSUFFICIENT;
-    std::copy_n(elements, size, buffer);
-    return XR_SUCCESS;
-}
-
-// `call(info)` for the real devices that the action drives. The runtime alone decides where no simulated one has it.
-template <class Call>
-XrResult ForRealDevices(XrSession session, const XrHapticActionInfo* info, Call call) {
-    const auto owner = Registry::instance().Find(session);
-    if (!owner) return XR_ERROR_HANDLE_INVALID;
-    const auto action = info ? Registry::instance().Find(info->action) : nullptr;
-    const bool is_driven = action && action->type == XR_ACTION_TYPE_VIBRATION_OUTPUT && IsConcerned(*owner, *action);
-    if (!info) return XR_ERROR_VALIDATION_FAILURE;
-    if (!is_driven) return call(owner->instance->next, *info);
-    bool focused = false;
-    {
-        const std::lock_guard lock(owner->mutex);
-        focused = owner->focused;
-    }
-    const XrResult swallowed = focused ? XR_SUCCESS : XR_SESSION_NOT_FOCUSED;
-    if (IsRealDevice(*owner, info->subactionPath)) return call(owner->instance->next, *info);
-    if (info->subactionPath != XR_NULL_PATH) return swallowed;
-    const auto real = static_cast<TopLevels>(action->suggested_on & ~owner->simulated);
-    if (action->subactions == 0) return real != 0 ? call(owner->instance->next, *info) : swallowed;
-    XrResult result = swallowed;
-    for (const XrPath path : action->subaction_paths) {
-        if (!IsRealDevice(*owner, path)) continue;
-        XrHapticActionInfo one = *info;
-        one.subactionPath = path;
-        result = call(owner->instance->next, one);
-        if (XR_FAILED(result)) return result;
-    }
     return result;
 }
 
@@ -251,72 +185,6 @@ XrResult GetCurrentInteractionProfile(XrSession session, XrPath top_level_path, 
         }
         profile->interactionProfile = current ? owner->instance->PathOf(current->path) : XR_NULL_PATH;
         return result;
-    });
-}
-
-XrResult EnumerateBoundSourcesForAction(XrSession session, const XrBoundSourcesForActionEnumerateInfo* info,
-                                        std::uint32_t capacity, std::uint32_t* count, XrPath* sources) {
-    return Guarded([&] {
-        const auto owner = Registry::instance().Find(session);
-        if (!owner) return XR_ERROR_HANDLE_INVALID;
-        const Instance& instance = *owner->instance;
-        const auto next = instance.next.EnumerateBoundSourcesForAction;
-        const auto action = info && owner->Simulates() ? Registry::instance().Find(info->action) : nullptr;
-        if (!action) return next(session, info, capacity, count, sources);
-        std::uint32_t real_count = 0;
-        XrResult result = next(session, info, 0, &real_count, nullptr);
-        std::vector<XrPath> bound(real_count);
-        if (XR_SUCCEEDED(result) && real_count > 0) result = next(session, info, real_count, &real_count, bound.data());
-        if (XR_FAILED(result)) return result;
-        std::erase_if(bound, [&](XrPath path) {
-            const auto text = instance.PathText(path);
-            const auto split = xr_input::SplitTopLevel(text);
-            return split && owner->Simulates(split->top);
-        });
-        std::vector<std::string> simulated;
-        {
-            const std::lock_guard lock(owner->mutex);
-            simulated = owner->input.BoundSources(*action);
-        }
-        for (const std::string& source : simulated) bound.push_back(instance.PathOf(source));
-        return WriteAll(bound.data(), bound.size(), capacity, count, sources);
-    });
-}
-
-XrResult GetInputSourceLocalizedName(XrSession session, const XrInputSourceLocalizedNameGetInfo* info,
-                                     std::uint32_t capacity, std::uint32_t* count, char* buffer) {
-    return Guarded([&] {
-        const auto owner = Registry::instance().Find(session);
-        if (!owner) return XR_ERROR_HANDLE_INVALID;
-        const std::string path = info && owner->Simulates() ? owner->instance->PathText(info->sourcePath) : "";
-        const auto* const profile = SimulatedProfile(*owner, path);
-        if (!profile) {
-            return owner->instance->next.GetInputSourceLocalizedName(session, info, capacity, count, buffer);
-        }
-        constexpr XrInputSourceLocalizedNameFlags kKnown = XR_INPUT_SOURCE_LOCALIZED_NAME_USER_PATH_BIT |
-                                                           XR_INPUT_SOURCE_LOCALIZED_NAME_INTERACTION_PROFILE_BIT |
-                                                           XR_INPUT_SOURCE_LOCALIZED_NAME_COMPONENT_BIT;
-        const bool is_known = info->whichComponents != 0 && (info->whichComponents & ~kKnown) == 0;
-        if (!is_known) return XR_ERROR_VALIDATION_FAILURE;
-        const auto split = xr_input::SplitTopLevel(path);
-        const std::string name = LocalizedName(*profile, split->top, split->rest, info->whichComponents);
-        return WriteAll(name.c_str(), name.size() + 1, capacity, count, buffer);
-    });
-}
-
-XrResult ApplyHapticFeedback(XrSession session, const XrHapticActionInfo* info, const XrHapticBaseHeader* feedback) {
-    return Guarded([&] {
-        return ForRealDevices(session, info, [&](const NextFunctions& next, const XrHapticActionInfo& one) {
-            return next.ApplyHapticFeedback(session, &one, feedback);
-        });
-    });
-}
-
-XrResult StopHapticFeedback(XrSession session, const XrHapticActionInfo* info) {
-    return Guarded([&] {
-        return ForRealDevices(session, info, [&](const NextFunctions& next, const XrHapticActionInfo& one) {
-            return next.StopHapticFeedback(session, &one);
-        });
     });
 }
 

@@ -61,6 +61,7 @@ using PFN_xrCreateVulkanInstanceKHR = XrResult(XRAPI_PTR*)(XrInstance instance,
     X(StringToPath)                      \
     X(SuggestInteractionProfileBindings) \
     X(SyncActions)                       \
+    X(WaitSwapchainImage)                \
     X(WaitFrame)                         \
     X(ConvertTimespecTimeToTimeKHR)
 

@@ -34,6 +34,14 @@ struct Session {
     bool Simulates() const { return simulated.load(std::memory_order_relaxed) != 0; }
     bool Simulates(TopLevel top) const { return (simulated.load() & xr_input::BitOf(top)) != 0; }
 
+    // Whether a simulated device has, or takes away, anything of the action. The runtime knows all of others.
+    bool Concerns(const Action& action) const { return (action.suggested_on & simulated) != 0; }
+    // Whether a call's subaction path names a device, and that is a real one.
+    bool IsReal(XrPath subaction_path) const {
+        const auto top = instance->TopLevelOf(subaction_path);
+        return subaction_path != XR_NULL_PATH && !(top && Simulates(*top));
+    }
+
     bool HasChangedDevices() const {
         const std::lock_guard lock(mutex);
         return devices_changed;
@@ -77,19 +85,18 @@ struct Session {
     std::atomic<XrTime> waited = 0;
     // As the application began the session.
     std::atomic<XrViewConfigurationType> view_configuration = XR_VIEW_CONFIGURATION_TYPE_PRIMARY_STEREO;
+    // Of the world's coordinates.
+    std::atomic<XrReferenceSpaceType> world_type = XR_REFERENCE_SPACE_TYPE_STAGE;
 
     // Guards all below.
     mutable std::mutex mutex;
     xr_input::Devices devices;
     xr_input::Input input;
     PoseHistory history;
-    // As the last xrSyncActions said.
-    bool focused = false;
     // A device was switched on or off, of which the application is to be told.
     bool devices_changed = false;
     XrSpace world_space = XR_NULL_HANDLE;
     XrSpace view_space = XR_NULL_HANDLE;
-    XrReferenceSpaceType world_type = XR_REFERENCE_SPACE_TYPE_STAGE;
     // The runtime will centre the world anew, at each of these times.
     struct Recentre {
         XrTime at = 0;

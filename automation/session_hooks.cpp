@@ -82,7 +82,6 @@ XrResult EndSession(XrSession session) {
         owner->running = false;
         if (owner->pictures) owner->pictures->EndSession();
         const std::lock_guard lock(owner->mutex);
-        owner->focused = false;
         owner->input.states.clear();
         return result;
     });

@@ -54,6 +54,17 @@ XrResult AcquireSwapchainImage(XrSwapchain swapchain, const XrSwapchainImageAcqu
     });
 }
 
+XrResult WaitSwapchainImage(XrSwapchain swapchain, const XrSwapchainImageWaitInfo* info) {
+    return Guarded([&] {
+        const auto owner = Registry::instance().Find(swapchain);
+        const auto instance = owner ? owner->instance : Registry::instance().OnlyInstance();
+        if (!instance) return XR_ERROR_HANDLE_INVALID;
+        const XrResult result = instance->next.WaitSwapchainImage(swapchain, info);
+        if (owner && owner->pictures) owner->pictures->AfterWait(swapchain, result);
+        return result;
+    });
+}
+
 XrResult ReleaseSwapchainImage(XrSwapchain swapchain, const XrSwapchainImageReleaseInfo* info) {
     return Guarded([&] {
         const auto owner = Registry::instance().Find(swapchain);

@@ -47,7 +47,8 @@ WorldLocation AskRuntime(const Session& session, XrSpace space, XrTime time) {
     }
     XrSpaceVelocity velocity = {XR_TYPE_SPACE_VELOCITY, nullptr, 0, {}, {}};
     XrSpaceLocation location = {XR_TYPE_SPACE_LOCATION, &velocity, 0, kIdentityPose};
-    if (time <= 0 || XR_FAILED(session.instance->next.LocateSpace(space, world, time, &location))) return {};
+    if (time <= 0 || world == XR_NULL_HANDLE) return {};
+    if (XR_FAILED(session.instance->next.LocateSpace(space, world, time, &location))) return {};
     if (!orvanic_xr::HasValidPose(location.locationFlags)) return {};
     WorldLocation located = {{location.pose, {}}, location.locationFlags, velocity.velocityFlags};
     // What is not told counts as rest.
@@ -97,6 +98,7 @@ Eyes LocateEyes(const Session& session, const XrViewLocateInfo& asked, std::uint
         const std::lock_guard lock(session.mutex);
         info.space = has_simulated_head ? session.view_space : session.world_space;
     }
+    if (info.space == XR_NULL_HANDLE) return {};
     Eyes eyes;
     XrViewState state = {XR_TYPE_VIEW_STATE, nullptr, 0};
     eyes.views.assign(count, {XR_TYPE_VIEW, nullptr, orvanic_xr::kIdentityPose, {}});

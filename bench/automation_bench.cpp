@@ -2,15 +2,14 @@
 // against the same calls straight to a runtime that does next to nothing. `allocs` is per frame.
 #include <benchmark/benchmark.h>
 #include <openxr/openxr.h>
-#include <openxr/openxr_loader_negotiation.h>
 
 #include <array>
 #include <cstdint>
-#include <cstring>
 #include <string_view>
 
 #include "automation/negotiation.h"
 #include "tests/fakes/allocation_counter.h"
+#include "tests/fakes/loader_records.h"
 
 namespace {
 
@@ -130,7 +129,10 @@ struct Game {
         load(acquire, "xrAcquireSwapchainImage");
         load(wait_image, "xrWaitSwapchainImage");
         load(release, "xrReleaseSwapchainImage");
-        const XrSessionCreateInfo session_info = {XR_TYPE_SESSION_CREATE_INFO, nullptr, 0, 1};
+        // With graphics, so that the layer looks after the swapchains. It asks for nothing but the type until somebody
+        // wants a picture.
+        auto graphics = Typed<XrBaseInStructure>(XR_TYPE_GRAPHICS_BINDING_OPENGL_XCB_KHR);
+        const XrSessionCreateInfo session_info = {XR_TYPE_SESSION_CREATE_INFO, &graphics, 0, 1};
         create_session(instance, &session_info, &session);
         const XrReferenceSpaceCreateInfo space_info = {XR_TYPE_REFERENCE_SPACE_CREATE_INFO, nullptr,
                                                        XR_REFERENCE_SPACE_TYPE_STAGE, kPose};
@@ -144,6 +146,8 @@ struct Game {
                                                    kPose};
         for (XrSpace& hand : hands) create_action_space(session, &hand_info, &hand);
         auto swapchain_info = Typed<XrSwapchainCreateInfo>(XR_TYPE_SWAPCHAIN_CREATE_INFO);
+        swapchain_info.format = 0x8058;  // GL_RGBA8
+        swapchain_info.faceCount = swapchain_info.arraySize = 1;
         for (XrSwapchain& swapchain : swapchains) create_swapchain(session, &swapchain_info, &swapchain);
     }
 
@@ -202,18 +206,8 @@ struct Game {
 };
 
 Game WithLayer() {
-    XrApiLayerNextInfo next = {XR_LOADER_INTERFACE_STRUCT_API_LAYER_NEXT_INFO,
-                               XR_API_LAYER_NEXT_INFO_STRUCT_VERSION,
-                               sizeof next,
-                               "XR_APILAYER_VELMOOR_automation",
-                               Lookup,
-                               CreateBelow,
-                               nullptr};
-    XrApiLayerCreateInfo layers = {};
-    layers.structType = XR_LOADER_INTERFACE_STRUCT_API_LAYER_CREATE_INFO;
-    layers.structVersion = XR_API_LAYER_CREATE_INFO_STRUCT_VERSION;
-    layers.structSize = sizeof layers;
-    layers.nextInfo = &next;
+    XrApiLayerNextInfo next = orvanic_xr::NextInfo("XR_APILAYER_VELMOOR_automation", Lookup, CreateBelow);
+    const XrApiLayerCreateInfo layers = orvanic_xr::LayerInfo(&next);
     const std::array names = {"XR_EXT_conformance_automation", "XR_KEST_pronto_controller_plus",
                               "XR_KESTX1_simulator_compositor_output_capture"};
     auto info = Typed<XrInstanceCreateInfo>(XR_TYPE_INSTANCE_CREATE_INFO);

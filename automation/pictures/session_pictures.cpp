@@ -83,6 +83,15 @@ void SessionPictures::Acquired(XrSwapchain swapchain, std::uint32_t index) noexc
     });
 }
 
+void SessionPictures::AfterWait(XrSwapchain swapchain, XrResult result) noexcept {
+    // One that timed out has not failed, and the image is not there yet.
+    if (result != XR_SUCCESS) return;
+    Guarded([&] {
+        copies_.Waited(swapchain);
+        return XR_SUCCESS;
+    });
+}
+
 void SessionPictures::BeforeRelease(XrSwapchain swapchain) noexcept {
     const bool is_asked = IsAsked();
     if (!is_asked && !copies_.AwaitsStatic()) return;

@@ -64,6 +64,8 @@ class SessionPictures {
     void RemoveSwapchain(XrSwapchain swapchain) noexcept;
     // xrAcquireSwapchainImage, after it succeeded.
     void Acquired(XrSwapchain swapchain, std::uint32_t index) noexcept;
+    // xrWaitSwapchainImage, after.
+    void AfterWait(XrSwapchain swapchain, XrResult result) noexcept;
     // xrReleaseSwapchainImage, before and after.
     void BeforeRelease(XrSwapchain swapchain) noexcept;
     void AfterRelease(XrSwapchain swapchain, XrResult result) noexcept;

@@ -54,6 +54,12 @@ void SwapchainCopies::Acquired(XrSwapchain swapchain, std::uint32_t index) {
     }
 }
 
+void SwapchainCopies::Waited(XrSwapchain swapchain) {
+    const std::lock_guard lock(mutex_);
+    const auto found = swapchains_.find(swapchain);
+    if (found != swapchains_.end()) found->second->is_oldest_waited = true;
+}
+
 void SwapchainCopies::Copy(XrSwapchain swapchain, bool is_wanted) {
     std::shared_ptr<Swapchain> known;
     std::uint32_t index = 0;
@@ -62,7 +68,8 @@ void SwapchainCopies::Copy(XrSwapchain swapchain, bool is_wanted) {
         const auto found = swapchains_.find(swapchain);
         if (found == swapchains_.end()) return;
         known = found->second;
-        if (!known->is_readable || known->acquired_count == 0 || !(is_wanted || known->IsStatic())) return;
+        const bool is_drawn = known->acquired_count > 0 && known->is_oldest_waited;
+        if (!known->is_readable || !is_drawn || !(is_wanted || known->IsStatic())) return;
         index = known->acquired.front();
     }
     ImageCopy copy = reader_.Read(swapchain, known->info, index);
@@ -84,6 +91,7 @@ void SwapchainCopies::Settle(XrSwapchain swapchain, bool is_released) {
     }
     StopAwaitingLocked(known);
     known.was_released = true;
+    known.is_oldest_waited = false;
     before = std::exchange(known.shown, std::move(left));
     if (known.acquired_count == 0) return;
     std::shift_left(known.acquired.begin(), known.acquired.end(), 1);

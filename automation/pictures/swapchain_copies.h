@@ -32,11 +32,14 @@ class SwapchainCopies {
     void Add(XrSwapchain swapchain, const XrSwapchainCreateInfo& info);
     void Remove(XrSwapchain swapchain);
     void Acquired(XrSwapchain swapchain, std::uint32_t index);
+    // The oldest of the acquired images is the application's to draw on, and can be released.
+    void Waited(XrSwapchain swapchain);
 
     // Whether there are static images that wait for their one release, at which they are copied whether or not anybody
     // wants it.
     bool AwaitsStatic() const { return awaited_statics_.load(std::memory_order_relaxed) != 0; }
-    // Before the oldest of the acquired images is released.
+    // Before the oldest of the acquired images is released. One that was not waited for may still be in use by the
+    // runtime, which will refuse the release: it is not touched.
     void Copy(XrSwapchain swapchain, bool is_wanted);
     // What became of that.
     void Settle(XrSwapchain swapchain, bool is_released);
@@ -53,6 +56,7 @@ class SwapchainCopies {
         // The oldest one first. Runtimes have no more; of one that has, the swapchain is not readable any longer.
         std::array<std::uint32_t, 16> acquired = {};
         std::size_t acquired_count = 0;
+        bool is_oldest_waited = false;
         // Of the image that is being released.
         std::optional<ImageCopy> leaving;
         // Of the one that was released last.

@@ -195,6 +195,42 @@ TEST_F(AutomationLayer, OneHandIsSimulatedBesideARealOne) {
     EXPECT_EQ(Locate(right_grip, stage_, 1).pose.position.x, 7.0f);
 }
 
+TEST_F(AutomationLayer, SwallowedVibrationsAreCheckedAsOthers) {
+    const XrActionSet set = MakeActionSet("play");
+    const XrAction buzz = MakeAction(set, "buzz", XR_ACTION_TYPE_VIBRATION_OUTPUT, {kRight});
+    const XrAction late = MakeAction(MakeActionSet("late"), "late", XR_ACTION_TYPE_VIBRATION_OUTPUT, {kRight});
+    select_ = MakeAction(set, "select", XR_ACTION_TYPE_BOOLEAN_INPUT, {kRight});
+    Suggest(kProntoProfile, {{buzz, "/user/hand/right/output/haptic"},
+                             {late, "/user/hand/right/output/haptic"},
+                             {select_, "/user/hand/right/input/a/click"}});
+    Attach(session_, {set});
+    SetInputDeviceActiveEXT(session_, Path(kProntoProfile), Path(kRight), XR_TRUE);
+    const struct {
+        XrAction action;
+        XrPath path;
+        XrResult result;
+    } rows[] = {
+        {buzz, Path(kRight), XR_SUCCESS},
+        {buzz, XR_NULL_PATH, XR_SUCCESS},
+        {buzz, Path(kLeft), XR_ERROR_PATH_UNSUPPORTED},
+        {buzz, 0xFFFF, XR_ERROR_PATH_INVALID},
+        {late, Path(kRight), XR_ERROR_ACTIONSET_NOT_ATTACHED},
+        {select_, Path(kRight), XR_ERROR_ACTION_TYPE_MISMATCH},
+        {XR_NULL_HANDLE, Path(kRight), XR_ERROR_HANDLE_INVALID},
+    };
+    const XrHapticVibration soft = {XR_TYPE_HAPTIC_VIBRATION, nullptr, 1, 0, 0.5f};
+    const auto* const feedback = reinterpret_cast<const XrHapticBaseHeader*>(&soft);
+    for (const auto& row : rows) {
+        const XrHapticActionInfo info = {XR_TYPE_HAPTIC_ACTION_INFO, nullptr, row.action, row.path};
+        EXPECT_EQ(ApplyHapticFeedback(session_, &info, feedback), row.result) << &row - rows;
+        EXPECT_EQ(StopHapticFeedback(session_, &info), row.result) << &row - rows;
+    }
+    XrHapticActionInfo info = {XR_TYPE_HAPTIC_ACTION_INFO, nullptr, buzz, Path(kRight)};
+    EXPECT_EQ(ApplyHapticFeedback(session_, &info, nullptr), XR_ERROR_VALIDATION_FAILURE);
+    RequestExitSession(session_);
+    EXPECT_EQ(ApplyHapticFeedback(session_, &info, feedback), XR_SESSION_NOT_FOCUSED);
+}
+
 TEST(AutomationHistory, GoesStraightBetweenFramesAndKnowsTheSpeed) {
     xr_input::Devices devices;
     devices[xr_input::TopLevel::kHead].poses = {XrPosef{{0, 0, 0, 1}, {0, 0, 0}}};

@@ -1,12 +1,11 @@
 #include "tests/automation/layered_lookup.h"
 
-#include <openxr/openxr_loader_negotiation.h>
-
 #include <cstring>
 #include <string_view>
 #include <vector>
 
 #include "automation/negotiation.h"
+#include "tests/fakes/loader_records.h"
 #include "tests/fakes/scratch.h"
 #include "tests/simulator/simulator_fixture.h"
 
@@ -52,18 +51,8 @@ XRAPI_ATTR XrResult XRAPI_CALL CreateBelow(const XrInstanceCreateInfo* passed, c
 }
 
 XRAPI_ATTR XrResult XRAPI_CALL CreateLayered(const XrInstanceCreateInfo* info, XrInstance* instance) {
-    XrApiLayerNextInfo next = {XR_LOADER_INTERFACE_STRUCT_API_LAYER_NEXT_INFO,
-                               XR_API_LAYER_NEXT_INFO_STRUCT_VERSION,
-                               sizeof next,
-                               "XR_APILAYER_VELMOOR_automation",
-                               LookupBelow,
-                               CreateBelow,
-                               nullptr};
-    XrApiLayerCreateInfo layers = {};
-    layers.structType = XR_LOADER_INTERFACE_STRUCT_API_LAYER_CREATE_INFO;
-    layers.structVersion = XR_API_LAYER_CREATE_INFO_STRUCT_VERSION;
-    layers.structSize = sizeof layers;
-    layers.nextInfo = &next;
+    XrApiLayerNextInfo next = orvanic_xr::NextInfo("XR_APILAYER_VELMOOR_automation", LookupBelow, CreateBelow);
+    const XrApiLayerCreateInfo layers = orvanic_xr::LayerInfo(&next);
     return automation::CreateApiLayerInstance(info, &layers, instance);
 }
 

@@ -104,6 +104,10 @@ class Pictures : public testing::Test {
         ReleaseOldest(swapchain, result);
     }
     void ReleaseOldest(XrSwapchain swapchain, XrResult result = XR_SUCCESS) {
+        pictures_.AfterWait(swapchain, XR_SUCCESS);
+        ReleaseUnwaited(swapchain, result);
+    }
+    void ReleaseUnwaited(XrSwapchain swapchain, XrResult result) {
         pictures_.BeforeRelease(swapchain);
         pictures_.AfterRelease(swapchain, result);
     }
@@ -254,6 +258,23 @@ TEST_F(Pictures, LayerShowsTheImageThatWasReleasedLast) {
     EXPECT_EQ(Take([&] { Frame(40, true); }).last, 80) << "it still shows that";
     Release(kSign, 90);
     EXPECT_EQ(Take([&] { Frame(40, true); }).last, 40) << "and now another";
+}
+
+TEST_F(Pictures, ImageThatWasNotWaitedForIsNotTouched) {
+    auto taken = Ask(1);
+    pictures_.FrameBegan();
+    gpu.painted = {{{kProjected, 1}, 10}, {{kProjected, 2}, 20}};
+    pictures_.Acquired(kProjected, 1);
+    pictures_.AfterWait(kProjected, XR_TIMEOUT_EXPIRED);
+    ReleaseUnwaited(kProjected, XR_ERROR_CALL_ORDER_INVALID);
+    EXPECT_EQ(gpu.reads, 0);
+    pictures_.Acquired(kProjected, 2);
+    ReleaseOldest(kProjected);
+    EXPECT_EQ(gpu.reads, 2) << "a layer for each eye";
+    ReleaseUnwaited(kProjected, XR_ERROR_CALL_ORDER_INVALID);
+    EXPECT_EQ(gpu.reads, 2) << "the next one has to be waited for as well";
+    End();
+    EXPECT_EQ(taken.get().first, 10);
 }
 
 TEST_F(Pictures, StaticImageIsKeptFromItsOnlyRelease) {

@@ -136,6 +136,10 @@ TEST_F(RealDevices, HeadStaysInTheRoomWhenTheWorldIsCentredAnew) {
     EXPECT_EQ(HeadAt(time), 5.0f);
     time = RunFrame(session_).predictedDisplayTime;
     EXPECT_EQ(HeadAt(time), 3.0f);
+
+    SetInputDeviceActiveEXT(session_, Path(kHeadProfile), Path(kHead), XR_FALSE);
+    for (int i = 0; i < 3; ++i) Recentre(time);
+    EXPECT_EQ(automation::Registry::instance().Find(session_)->recentres.size(), 1u) << "they are not hoarded";
 }
 
 TEST_F(RealDevices, SpeedIsKnownInASpaceThatRests) {
@@ -166,6 +170,17 @@ TEST_F(RealDevices, InstanceGoesWithItsActions) {
     EXPECT_EQ(DestroyInstance(instance_), XR_SUCCESS);
     instance_ = XR_NULL_HANDLE;
     EXPECT_TRUE(known.expired());
+}
+
+TEST_F(RealDevices, InstanceThatIsRefusedLeavesNoLogOpen) {
+    DestroyInstance(std::exchange(instance_, XR_NULL_HANDLE));
+    XrInstance refused = XR_NULL_HANDLE;
+    EXPECT_EQ(TryCreateInstance({"XR_EXT_conformance_automation", "XR_NOBODY_nothing"}, refused),
+              XR_ERROR_EXTENSION_NOT_PRESENT);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(TryCreateInstance(Extensions(), instance_), XR_SUCCESS);
+    const std::string told = testing::internal::GetCapturedStderr();
+    EXPECT_EQ(told.find("called twice"), std::string::npos) << told;
 }
 
 // What the sanitizers are to look at: an agent moves and switches devices while frames are made.

@@ -2,13 +2,15 @@
 """
 An agent plays hello_xr on a runtime that offers neither automation nor pictures: both come from the layer below ours.
 
-    tour.py BUILD_DIRECTORY RUNTIME GRAPHICS      RUNTIME is simulator or monado, GRAPHICS as hello_xr names them
+    tour.py BUILD_DIRECTORY RUNTIME GRAPHICS      GRAPHICS as hello_xr names them
 
-Monado is started here, with a simulated headset and without a display. Ends with 77, which stands for "skipped", where
+RUNTIME is simulator, monado, or implicit: the simulator, with our layer installed as an implicit one. Monado is started
+here, with a simulated headset and without a display. Ends with 77, which stands for "skipped", where
 something is missing that is no part of the build.
 """
 
 import contextlib
+import json
 import math
 import os
 import pathlib
@@ -24,7 +26,7 @@ sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "rendering"
 from hello_xr import SIZE, missing, place_hand, playing  # noqa: E402
 from seen import LeftEye, changed_box, is_at, picture  # noqa: E402
 
-LAYERS = "XR_APILAYER_KESTX_velmoor:XR_APILAYER_VELMOOR_automation"
+UPPER, LOWER = "XR_APILAYER_KESTX_velmoor", "XR_APILAYER_VELMOOR_automation"
 PRONTO = "/interaction_profiles/kest/pronto_controller_plus"
 MONADO = pathlib.Path("/usr/share/openxr/1/openxr_monado.json")
 # Of its simulated headset: 85 degrees across, 89.24 degrees down.
@@ -167,6 +169,19 @@ def play(application, eye, profile):
     tour.validation_is_silent()
 
 
+def install_implicitly(build, scratch):
+    """As for one user, with the switch that takes it off."""
+    manifest = json.loads((build / "layers" / "XrApiLayer_KESTX_velmoor.json").read_text())
+    layer = manifest["api_layer"]
+    layer["library_path"] = str(build.resolve() / "lib" / "libXrApiLayer_KESTX_velmoor.so")
+    layer["disable_environment"] = "DISABLE_XR_APILAYER_KESTX_velmoor"
+    home = pathlib.Path(scratch) / "data"
+    place = home / "openxr" / "1" / "api_layers" / "implicit.d"
+    place.mkdir(parents=True)
+    (place / "velmoor.json").write_text(json.dumps(manifest))
+    os.environ["XDG_DATA_HOME"] = str(home)
+
+
 @contextlib.contextmanager
 def monado(scratch):
     """Its service, with a socket of its own: at that of another one it would abort."""
@@ -209,7 +224,13 @@ def main():
                 VELMOOR_SIM_STRICT="1",
             )
             eye, profile = SIMULATOR_EYE, None
-        play(stack.enter_context(playing(build, graphics, scratch, LAYERS)), eye, profile)
+        layers = f"{UPPER}:{LOWER}"
+        if runtime == "implicit":
+            install_implicitly(build, scratch)
+            layers = LOWER
+        application = stack.enter_context(playing(build, graphics, scratch, layers))
+        play(application, eye, profile)
+        assert "lies below" not in application.output(), "the layers are in the wrong order"
     return 0
 
 

@@ -83,6 +83,8 @@ row "the automation layer" 0 '^ok +extension +runtime and automation layer' "$si
   XR_ENABLE_API_LAYERS=$layer:XR_APILAYER_VELMOOR_automation
 row "the automation layer above" 1 "^bad +layer .*before this layer" "$simulator" "$built" $bare \
   XR_ENABLE_API_LAYERS=XR_APILAYER_VELMOOR_automation:$layer
+row "the automation layer below an implicit one" 0 '^ok +extension +runtime and automation layer' "$simulator" "$built" \
+  $bare XDG_DATA_HOME="$scratch/always" XR_ENABLE_API_LAYERS=XR_APILAYER_VELMOOR_automation
 row "no loader" 1 '^bad +loader .*libopenxr_loader.so.1' "$simulator" "$built" "$named" LD_LIBRARY_PATH="$scratch/loader"
 row "the active runtime" 0 "^ok +runtime +Velmoor Simulator, $scratch/config" "$built" "$named" \
   XDG_CONFIG_HOME="$scratch/config"

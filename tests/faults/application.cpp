@@ -16,6 +16,7 @@
 #include "layer/session_hooks.h"
 #include "layer/space_hooks.h"
 #include "mcp/server_host.h"
+#include "tests/fakes/loader_records.h"
 #include "tests/fakes/renew.h"
 #include "tools/tool_registry.h"
 #include "xr/handles.h"
@@ -109,15 +110,9 @@ Application::Application() {
 std::int32_t Application::CreateInstance() {
     XrInstanceCreateInfo info = {XR_TYPE_INSTANCE_CREATE_INFO, nullptr, 0, {}, 0, nullptr, 0, nullptr};
     std::strcpy(info.applicationInfo.applicationName, "Faults");
-    XrApiLayerNextInfo next = {XR_LOADER_INTERFACE_STRUCT_API_LAYER_NEXT_INFO,
-                               1,
-                               sizeof next,
-                               "XR_APILAYER_KESTX_velmoor",
-                               FakeRuntime::next_get_instance_proc_addr(),
-                               FakeRuntime::next_create_api_layer_instance(),
-                               nullptr};
-    const XrApiLayerCreateInfo layer = {
-        XR_LOADER_INTERFACE_STRUCT_API_LAYER_CREATE_INFO, 1, sizeof layer, nullptr, {}, &next};
+    XrApiLayerNextInfo next = NextInfo("XR_APILAYER_KESTX_velmoor", FakeRuntime::next_get_instance_proc_addr(),
+                                       FakeRuntime::next_create_api_layer_instance());
+    const XrApiLayerCreateInfo layer = LayerInfo(&next);
     const XrResult result = OrvanicLayerXrCreateApiLayerInstance(&info, &layer, &instance);
     // A server that has already failed takes no time to stop.
     for (const auto& server : {McpServerHost::instance().ipv4_server(), McpServerHost::instance().ipv6_server()}) {

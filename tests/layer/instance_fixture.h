@@ -11,6 +11,7 @@
 #include "layer/instance_hooks.h"
 #include "layer/mcp_server_lifecycle.h"
 #include "tests/fakes/fake_runtime.h"
+#include "tests/fakes/loader_records.h"
 #include "tests/fakes/log_capture.h"
 #include "tests/fakes/renew.h"
 #include "tests/fakes/scratch.h"
@@ -19,14 +20,6 @@ namespace orvanic_xr {
 
 inline constexpr char kVelmoor[] = "XR_APILAYER_KESTX_velmoor";
 inline constexpr char kOrvanic[] = "XR_APILAYER_KESTX_orvanic";
-
-inline XrApiLayerNextInfo NextInfo(const char* layer, PFN_xrGetInstanceProcAddr get_instance_proc_addr,
-                                   PFN_xrCreateApiLayerInstance create, XrApiLayerNextInfo* next = nullptr) {
-    XrApiLayerNextInfo info = {
-        XR_LOADER_INTERFACE_STRUCT_API_LAYER_NEXT_INFO, 1, 296, {}, get_instance_proc_addr, create, next};
-    std::strcpy(info.layerName, layer);
-    return info;
-}
 
 class InstanceFixture : public testing::Test {
  protected:
@@ -37,7 +30,6 @@ class InstanceFixture : public testing::Test {
         std::strcpy(create_info_.applicationInfo.engineName, "Forge");
         create_info_.applicationInfo.engineVersion = 9;
         create_info_.applicationInfo.apiVersion = XR_MAKE_VERSION(1, 0, 34);
-        layer_info_.nextInfo = &next_info_;
     }
     ~InstanceFixture() override {
         DestroyOrvanicMcpServer();
@@ -56,7 +48,7 @@ class InstanceFixture : public testing::Test {
     XrInstanceCreateInfo create_info_ = {XR_TYPE_INSTANCE_CREATE_INFO, nullptr, 0, {}, 0, nullptr, 0, nullptr};
     XrApiLayerNextInfo next_info_ =
         NextInfo(kVelmoor, FakeRuntime::next_get_instance_proc_addr(), FakeRuntime::next_create_api_layer_instance());
-    XrApiLayerCreateInfo layer_info_ = {XR_LOADER_INTERFACE_STRUCT_API_LAYER_CREATE_INFO, 1, 544, nullptr, {}, nullptr};
+    XrApiLayerCreateInfo layer_info_ = LayerInfo(&next_info_);
     XrInstance instance_ = XR_NULL_HANDLE;
 };
 

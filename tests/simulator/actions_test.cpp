@@ -62,12 +62,15 @@ TEST_F(SimulatorActions, SuggestedPathsHaveToBeThoseOfTheProfile) {
         {simple, action, trigger, XR_ERROR_PATH_UNSUPPORTED},
         {xbox, grip, "/user/hand/left/input/grip/pose", XR_ERROR_PATH_UNSUPPORTED},
         {kProntoProfile, action, "/user/hand/right/input/trigger/curl_kest", XR_SUCCESS},
+        {kProntoProfile, XR_NULL_HANDLE, "/user/hand/right/input/trigger/curl_kest", XR_ERROR_HANDLE_INVALID},
+        {kProntoProfile, action, "/user/hand/right/input/nothing", XR_ERROR_PATH_UNSUPPORTED},
         {"/interaction_profiles/nobody/nothing", action, trigger, XR_ERROR_PATH_UNSUPPORTED},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(std::string(row.profile) + " " + row.path);
         EXPECT_EQ(Suggest(row.profile, {{row.action, row.path}}), row.expected);
     }
+    EXPECT_EQ(Suggest(kProntoProfile, {}), XR_ERROR_VALIDATION_FAILURE);
 }
 
 TEST_F(SimulatorActions, BelongToOneInstanceAndToTopLevelPaths) {
